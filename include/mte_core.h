@@ -1,0 +1,29 @@
+// Daemon spine: start-up, the main epoll set, the stop signal and shutdown.
+// Everything here runs on the main thread.
+#ifndef MTE_CORE_H
+#define MTE_CORE_H
+
+#include "mte_types.h"
+
+// Runs the daemon: start-up, main loop, shutdown. Returns 0 after a normal
+// stop, -1 (exit status 255) after a failed start-up or registration.
+int mte_MAIN_Run(void);
+
+// Main epoll set. Registrations ask for EPOLLIN|EPOLLERR|EPOLLHUP, level-triggered.
+uint32_t mte_EPOLL_Init(void);
+void mte_EPOLL_Fini(void);
+// Registers the descriptor with its handler; 0, or 0x40010001 (trace 84).
+uint32_t mte_EPOLL_Add(int iFd, MTE_EPOLL_PROC_PF pfHandler);
+// Removes the descriptor; returns the result of epoll_ctl (callers ignore it).
+int mte_EPOLL_Del(int iFd);
+int mte_EPOLL_GetEpollFd(void);
+
+// Signal descriptor for the stop signal SIGRTMIN+1.
+uint32_t mte_SignalInit(void);
+void mte_SignalFini(void);
+
+// Pre-stop flag: 1 once a stop has been requested or start-up has failed.
+uint16_t mte_IsVigilPreStop(void);
+void mte_SetVigilPreStop(void);
+
+#endif  // MTE_CORE_H

@@ -1,0 +1,63 @@
+// Diagnostics: the run-time debug switch, trace records, debug lines and the
+// daemon's 52 message texts. Called from both threads; keeps no shared state
+// apart from the switch, which has its own read-write lock.
+#ifndef MTE_DBG_H
+#define MTE_DBG_H
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+
+// Debug switch bits and the mnemonic each is written with.
+constexpr uint32_t MTE_DBG_ERR = 0x2;      // "EVENTMIB_ERR"
+constexpr uint32_t MTE_DBG_WARNING = 0x4;  // "EVENTMIB_WARNING"
+constexpr uint32_t MTE_DBG_INFO = 0x8;     // "EVENTMIB_INFO"
+
+constexpr const char* MTE_DBG_MNEMONIC_ERR = "EVENTMIB_ERR";
+constexpr const char* MTE_DBG_MNEMONIC_WARNING = "EVENTMIB_WARNING";
+constexpr const char* MTE_DBG_MNEMONIC_INFO = "EVENTMIB_INFO";
+constexpr const char* MTE_DBG_MNEMONIC_TRACE = "EVENTMIB_TRACE";
+
+// Resource-string module of the message texts; text i is MTE_TEXT(i).
+constexpr uint32_t MTE_RC_MODULE = 0x1700000;
+constexpr uint32_t MTE_TEXT_COUNT = 52;
+constexpr uint32_t MTE_TEXT(uint32_t uiIndex) {
+    return MTE_RC_MODULE | uiIndex;
+}
+
+// Priorities handed to the system log: trace records and debug lines.
+constexpr uint32_t MTE_PRI_TRACE = 0x100000bf;
+constexpr uint32_t MTE_PRI_DEBUG = 0x10000bf;
+constexpr size_t MTE_TRACE_BUF_SIZE = 1024;
+
+// Sets the switch to 0, registers the texts and opens the log; returns the
+// result of the registration (0 = success).
+uint32_t mte_DBG_Init(void);
+// Deregisters the texts and closes the log.
+void mte_DBG_Fini(void);
+uint32_t MTE_AppRcInit(void);
+uint32_t MTE_AppRcExit(void);
+
+void mte_DBG_EnableSwitch(uint32_t uiMask);
+void mte_DBG_DisableSwitch(uint32_t uiMask);
+uint32_t mte_DBG_GetSwitch(void);
+// 1 when any bit of the mask is on, else 0.
+uint16_t mte_DBG_IsEnable(uint32_t uiMask);
+
+// Writes one trace record "Ln:%4ld <message>" (at most 1023 characters),
+// whatever the switch.
+void mte_DBG_PrintTraceInfo(int64_t llTraceNo, const char* pszFormat, ...)
+    __attribute__((format(printf, 2, 3)));
+// Writes one debug line with the mnemonic; the caller has tested its bit.
+void mte_DBG_Print(const char* pszMnemonic, const char* pszFormat, ...)
+    __attribute__((format(printf, 2, 3)));
+void mte_DBG_VPrint(const char* pszMnemonic, const char* pszFormat, va_list args);
+
+// The text registered under MTE_TEXT(uiIndex); never null for 0..51.
+const char* mte_DBG_Text(uint32_t uiIndex);
+
+void mte_dbg_DbgSwtRdLock(void);
+void mte_dbg_DbgSwtWrLock(void);
+void mte_dbg_DbgSwtUnLock(void);
+
+#endif  // MTE_DBG_H

@@ -1,0 +1,43 @@
+// Configuration store and run-time database, and the replay of the stored
+// configuration at start-up. All database calls run on the main thread.
+#ifndef MTE_DBM_H
+#define MTE_DBM_H
+
+#include <cstdint>
+
+// Database selectors.
+constexpr uint32_t MTE_DBM_CFG = 1;
+constexpr uint32_t MTE_DBM_RUN = 2;
+
+// Sort-list table ids and binary item ids.
+enum : uint32_t {
+    MTE_TBL_TRIGGER = 1,
+    MTE_TBL_BOOLEAN = 2,
+    MTE_TBL_THRESHOLD = 3,
+    MTE_TBL_EXISTENCE = 4,
+    MTE_TBL_OBJECTS = 5,
+    MTE_TBL_EVENT = 6,
+    MTE_TBL_NOTIFY = 7,
+    MTE_TBL_SET = 8,
+    MTE_ITEM_ID_SAMP_MINI = 9,
+    MTE_ITEM_ID_SAMP_INST_MAX = 10,
+    MTE_ITEM_ID_STATISTIC_DATA = 11,
+};
+
+uint32_t mte_DBM_Init(void);
+void mte_DBM_Fini(void);
+// Stores (or replaces, by its keys) one record; 0 or 0x40010001.
+uint32_t mte_DBM_InsertSortList(uint32_t uiSelector, const char* pszList, uint32_t uiNameSize,
+                                const void* pRecord, uint32_t uiRecordSize, uint32_t uiTableId);
+// Removes the stored record with the record's keys; the platform's result, or all ones.
+uint32_t mte_DBM_DelFromSortList(uint32_t uiSelector, const char* pszList, uint32_t uiNameSize,
+                                 const void* pRecord, uint32_t uiRecordSize);
+uint32_t mte_DBM_SetBinary(uint32_t uiSelector, const char* pszItem, uint32_t uiNameSize,
+                           const void* pData, uint32_t uiSize, uint32_t uiItemId);
+int64_t mte_dbm_OpenRun(uint32_t uiMode);
+void mte_BIN_SetRecover(uint16_t usFlag);
+uint16_t mte_BIN_GetRecover(void);
+// Replays the stored configuration; 0, or 0x40010001 when a database is not open.
+uint32_t mte_DBM_Recover(void);
+
+#endif  // MTE_DBM_H

@@ -1,0 +1,21 @@
+// Memory-pressure guard: one flag that follows the platform's memory alerts.
+// Written on the main thread; read by both threads under its read-write lock.
+#ifndef MTE_MEMALERT_H
+#define MTE_MEMALERT_H
+
+#include <cstdint>
+
+// Platform memory states the daemon acts on.
+constexpr uint32_t MTE_MEM_STATE_EXCEEDED = 1;
+constexpr uint32_t MTE_MEM_STATE_NORMAL = 6;
+
+uint32_t mte_MEMALERT_Init(void);
+void mte_MEMALERT_Fini(void);
+// 1 while the memory threshold is exceeded, else 0.
+uint32_t mte_MEMALERT_GetFlag(void);
+
+void mte_mem_MemStateRdLock(void);
+void mte_mem_MemStateWrLock(void);
+void mte_mem_MemStateUnLock(void);
+
+#endif  // MTE_MEMALERT_H

@@ -1,0 +1,96 @@
+// Management message library, shared by the daemon and every client
+// (eventmibctl, eventmib-agentx). Pure functions of their buffers.
+// docs/management-protocol.md describes the wire format byte by byte.
+#ifndef MTE_MSG_H
+#define MTE_MSG_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "mte_types.h"
+
+constexpr uint32_t MTE_MSG_HEAD_SIZE = 20;
+constexpr uint32_t MTE_MSG_ITEM_COUNT = 15;  // items 1..15
+
+// Data items.
+enum : uint16_t {
+    MTE_ITEM_SCALARS = 1,
+    MTE_ITEM_SAMPLE_MIN = 2,
+    MTE_ITEM_INSTANCE_MAX = 3,
+    MTE_ITEM_TRIGGER = 4,
+    MTE_ITEM_TRIGGER_KEY = 5,
+    MTE_ITEM_BOOLEAN = 6,
+    MTE_ITEM_EXISTENCE = 7,
+    MTE_ITEM_THRESHOLD = 8,
+    MTE_ITEM_OBJECTS = 9,
+    MTE_ITEM_OBJECTS_KEY = 10,
+    MTE_ITEM_EVENT = 11,
+    MTE_ITEM_EVENT_KEY = 12,
+    MTE_ITEM_NOTIFY = 13,
+    MTE_ITEM_SET = 14,
+    MTE_ITEM_DBG_SWITCH = 15,
+};
+
+// Codes of the message check (malformed requests).
+constexpr uint32_t MTE_ERR_MSG_HEADER = 0x40010020;     // bad magic or version, or a reply
+constexpr uint32_t MTE_ERR_MSG_LENGTH = 0x40010021;     // lengths disagree or are truncated
+constexpr uint32_t MTE_ERR_MSG_ITEM = 0x40010022;       // unknown item number
+constexpr uint32_t MTE_ERR_MSG_ITEM_SIZE = 0x40010023;  // item of the wrong size
+constexpr uint32_t MTE_ERR_MSG_STRING = 0x40010024;     // string field without its terminating zero
+constexpr uint32_t MTE_ERR_MSG_OID = 0x40010025;        // OID count above 128
+
+// The request header as the check decodes it for the handlers.
+struct MTE_MSG_HEAD_S {
+    uint8_t aucReserved[8];  // magic, version, flags, sequence: not used by the daemon
+    uint32_t uiColumnMask;
+    uint32_t uiDataLen;
+    uint16_t usMsgType;
+    uint16_t usOperation;
+};
+static_assert(sizeof(MTE_MSG_HEAD_S) == 20);
+
+// Fixed size of each item's record (0 for an unknown item).
+uint32_t MTE_MSG_ItemSize(uint16_t usItem);
+
+// Checks a complete request of that length, decodes its header and starts the
+// reply header (magic, version, sequence). 0, or an MTE_ERR_MSG_* code.
+uint32_t MTE_MSG_CheckMsg(const uint8_t* pucMsg, uint32_t uiLen, MTE_MSG_HEAD_S* pstHead,
+                          uint8_t* pucReply);
+// Copies the item's record (at most uiSize bytes) from the data that begin at
+// message byte 20; 0 when found, else 0x40010001 (out untouched).
+uint32_t MTE_MSG_GetDataFromMsg(uint16_t usItem, uint32_t uiDataLen, uint32_t uiSize,
+                                const uint8_t* pucData, void* pOut);
+// Appends the item with its record at pucOut if it fits in uiRoom bytes;
+// returns the bytes appended, 0 when it does not fit.
+uint32_t MTE_MSG_AppendData2Msg(uint16_t usItem, const void* pValue, uint32_t uiRoom,
+                                uint8_t* pucOut);
+// Completes the reply header.
+void MTE_MSG_SetResponseMsgHead(uint32_t uiResult, uint32_t uiFailedColumn, uint32_t uiDataLen,
+                                uint8_t* pucReply);
+// 1 when both OIDs have the same count and sub-identifiers, else 0.
+uint32_t MTE_MSG_IsSameOID(const MTE_OID_S* pstA, const MTE_OID_S* pstB);
+// Writes the OID in dotted form ("1.3.6.1"), cut to uiSize - 1 characters.
+void MTE_MSG_Oid2Str(const MTE_OID_S* pstOid, uint32_t uiSize, char* pszOut);
+
+// Client side: builds a request (header and at most one item); returns its
+// length, 0 when it does not fit in uiCapacity.
+uint32_t MTE_MSG_BuildRequest(uint32_t uiSequence, uint16_t usMsgType, uint16_t usOperation,
+                              uint32_t uiColumnMask, uint16_t usItem, const void* pValue,
+                              uint8_t* pucOut, uint32_t uiCapacity);
+
+// A decoded reply.
+struct MTE_MSG_REPLY_S {
+    uint32_t uiSequence;
+    uint32_t uiResult;
+    uint32_t uiFailedColumn;
+    uint16_t usItem;         // 0 when the reply carries no data
+    const uint8_t* pucData;  // the item's record inside the reply buffer
+    uint32_t uiDataSize;
+};
+// Checks and decodes a reply; 0, or an MTE_ERR_MSG_* code.
+uint32_t MTE_MSG_ParseReply(const uint8_t* pucMsg, uint32_t uiLen, MTE_MSG_REPLY_S* pstReply);
+
+// The name of a result code ("MTE_ERR_INCONSISTENT", ...), or "UNKNOWN".
+const char* MTE_MSG_ResultName(uint32_t uiCode);
+
+#endif  // MTE_MSG_H

@@ -1,0 +1,304 @@
+// Fake database manager in memory. Handle 1 is the configuration store, 2 the
+// run-time database; a list is keyed by the bytes of its key fields.
+#include "fake_dbm.h"
+
+#include <cstring>
+#include <map>
+#include <mutex>
+
+#include "plat_dbm.h"
+
+namespace {
+struct LIST_S {
+    uint32_t uiTableId = 0;
+    std::vector<DBM_KEY_S> astKeys;
+    std::map<std::string, std::string> mapRecords;  // key bytes -> record
+};
+struct DB_S {
+    bool bOpen = false;
+    std::map<std::string, LIST_S> mapLists;
+    std::map<std::string, std::pair<uint32_t, std::string>> mapItems;  // name -> (id, bytes)
+};
+struct ITER_S {
+    std::string strLastKey;
+    bool bStarted = false;
+};
+
+std::recursive_mutex g_stLock;
+DB_S g_astDb[3];
+bool g_bFailCfg = false, g_bFailRun = false, g_bFailWrites = false;
+uint64_t g_ulWrites = 0, g_ulBatchCalls = 0, g_ulSkipped = 0;
+
+DB_S* FindDb(int64_t llHandle) {
+    if (llHandle < 1 || llHandle > 2 || !g_astDb[llHandle].bOpen) {
+        return nullptr;
+    }
+    return &g_astDb[llHandle];
+}
+
+std::string KeyOf(const LIST_S& stList, const void* pRecord, uint32_t uiSize) {
+    std::string strKey;
+    const char* pc = static_cast<const char*>(pRecord);
+    for (const DBM_KEY_S& stKey : stList.astKeys) {
+        if (stKey.uiOffset + stKey.uiLength > uiSize) {
+            continue;
+        }
+        if (stKey.uiType == DBM_KEY_STRING) {
+            strKey.append(pc + stKey.uiOffset, strnlen(pc + stKey.uiOffset, stKey.uiLength));
+            strKey.push_back('\0');
+        } else {
+            strKey.append(pc + stKey.uiOffset, stKey.uiLength);
+        }
+    }
+    return strKey;
+}
+
+std::string Name(const char* pszName, uint32_t uiNameSize) {
+    return std::string(pszName, strnlen(pszName, uiNameSize));
+}
+}  // namespace
+
+void FAKE_DBM_Reset(void) {
+    std::lock_guard guard(g_stLock);
+    for (DB_S& stDb : g_astDb) {
+        stDb = DB_S{};
+    }
+    g_bFailCfg = g_bFailRun = g_bFailWrites = false;
+    g_ulWrites = g_ulBatchCalls = g_ulSkipped = 0;
+}
+
+void FAKE_DBM_FailOpen(bool bCfg, bool bRun) {
+    std::lock_guard guard(g_stLock);
+    g_bFailCfg = bCfg;
+    g_bFailRun = bRun;
+}
+
+void FAKE_DBM_FailWrites(bool bFail) {
+    std::lock_guard guard(g_stLock);
+    g_bFailWrites = bFail;
+}
+
+std::vector<std::string> FAKE_DBM_Records(const std::string& strList) {
+    std::lock_guard guard(g_stLock);
+    std::vector<std::string> astOut;
+    auto it = g_astDb[1].mapLists.find(strList);
+    if (it != g_astDb[1].mapLists.end()) {
+        for (const auto& [strKey, strRecord] : it->second.mapRecords) {
+            astOut.push_back(strRecord);
+        }
+    }
+    return astOut;
+}
+
+void FAKE_DBM_PutRaw(const std::string& strList, const std::string& strRecord) {
+    std::lock_guard guard(g_stLock);
+    LIST_S& stList = g_astDb[1].mapLists[strList];
+    stList.mapRecords["raw" + std::to_string(stList.mapRecords.size())] = strRecord;
+}
+
+std::string FAKE_DBM_Item(uint32_t uiDb, const std::string& strItem) {
+    std::lock_guard guard(g_stLock);
+    if (uiDb < 1 || uiDb > 2) {
+        return {};
+    }
+    auto it = g_astDb[uiDb].mapItems.find(strItem);
+    return it == g_astDb[uiDb].mapItems.end() ? std::string{} : it->second.second;
+}
+
+uint64_t FAKE_DBM_WriteCount(void) {
+    std::lock_guard guard(g_stLock);
+    return g_ulWrites;
+}
+
+uint64_t FAKE_DBM_SkippedRecords(void) {
+    std::lock_guard guard(g_stLock);
+    return g_ulSkipped;
+}
+
+uint64_t FAKE_DBM_BatchCalls(void) {
+    std::lock_guard guard(g_stLock);
+    return g_ulBatchCalls;
+}
+
+int64_t MTE_DBM_OpenCfg(uint32_t uiMode) {
+    std::lock_guard guard(g_stLock);
+    if (g_bFailCfg) {
+        return -1;
+    }
+    g_astDb[1].bOpen = true;
+    return 1;
+}
+
+uint32_t MTE_DBM_Close(int64_t llHandle) {
+    std::lock_guard guard(g_stLock);
+    DB_S* pstDb = FindDb(llHandle);
+    if (pstDb == nullptr) {
+        return 1;
+    }
+    pstDb->bOpen = false;
+    return 0;
+}
+
+uint32_t DBM_Open(const char* pszName, const char* pszDesc, uint32_t uiMode,
+                  const DBM_OPEN_OPT_S* pstOpt, int64_t* pllHandle) {
+    std::lock_guard guard(g_stLock);
+    if (g_bFailRun) {
+        return 1;
+    }
+    g_astDb[2].bOpen = true;
+    *pllHandle = 2;
+    return 0;
+}
+
+uint32_t DBM_CreateSortList(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
+                            const DBM_KEY_S* pstKeys, uint32_t uiKeyCount, uint32_t uiTableId) {
+    std::lock_guard guard(g_stLock);
+    DB_S* pstDb = FindDb(llHandle);
+    if (pstDb == nullptr) {
+        return 1;
+    }
+    LIST_S& stList = pstDb->mapLists[Name(pszName, uiNameSize)];
+    stList.uiTableId = uiTableId;
+    stList.astKeys.assign(pstKeys, pstKeys + uiKeyCount);
+    return 0;
+}
+
+uint32_t DBM_InsertSortList(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
+                            uint32_t uiRecordSize, const void* pRecord, uint32_t uiTableId) {
+    std::lock_guard guard(g_stLock);
+    ++g_ulWrites;
+    DB_S* pstDb = FindDb(llHandle);
+    if (pstDb == nullptr || g_bFailWrites) {
+        return 1;
+    }
+    auto it = pstDb->mapLists.find(Name(pszName, uiNameSize));
+    if (it == pstDb->mapLists.end()) {
+        return 1;
+    }
+    it->second.mapRecords[KeyOf(it->second, pRecord, uiRecordSize)] =
+        std::string(static_cast<const char*>(pRecord), uiRecordSize);
+    return 0;
+}
+
+uint32_t DBM_RemoveSortList(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
+                            uint32_t uiRecordSize, const void* pRecord) {
+    std::lock_guard guard(g_stLock);
+    ++g_ulWrites;
+    DB_S* pstDb = FindDb(llHandle);
+    if (pstDb == nullptr || g_bFailWrites) {
+        return 1;
+    }
+    auto it = pstDb->mapLists.find(Name(pszName, uiNameSize));
+    if (it == pstDb->mapLists.end()) {
+        return 1;
+    }
+    return it->second.mapRecords.erase(KeyOf(it->second, pRecord, uiRecordSize)) == 1 ? 0 : 1;
+}
+
+uint32_t DBM_SetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSize,
+                       uint32_t uiOffset, uint32_t uiSize, const void* pData, uint32_t uiItemId) {
+    std::lock_guard guard(g_stLock);
+    ++g_ulWrites;
+    DB_S* pstDb = FindDb(llHandle);
+    if (pstDb == nullptr || g_bFailWrites) {
+        return 1;
+    }
+    pstDb->mapItems[Name(pszItem, uiNameSize)] = {
+        uiItemId, std::string(static_cast<const char*>(pData), uiSize)};
+    return 0;
+}
+
+int32_t DBM_GetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSize, uint32_t uiOffset,
+                      uint32_t uiSize, void* pBuf) {
+    std::lock_guard guard(g_stLock);
+    DB_S* pstDb = FindDb(llHandle);
+    if (pstDb == nullptr) {
+        return -1;
+    }
+    auto it = pstDb->mapItems.find(Name(pszItem, uiNameSize));
+    if (it == pstDb->mapItems.end()) {
+        return 0;
+    }
+    const std::string& strData = it->second.second;
+    if (uiOffset >= strData.size()) {
+        return 0;
+    }
+    size_t uiCopy = std::min<size_t>(uiSize, strData.size() - uiOffset);
+    memcpy(pBuf, strData.data() + uiOffset, uiCopy);
+    return static_cast<int32_t>(uiCopy);
+}
+
+uint32_t DBM_Batch_Proc(int64_t llHandle, int64_t llFlag, const DBM_BATCH_ROW_S* pstRows,
+                        uint32_t uiCount) {
+    DB_S* pstDb;
+    {
+        std::lock_guard guard(g_stLock);
+        pstDb = FindDb(llHandle);
+    }
+    if (pstDb == nullptr) {
+        return 1;
+    }
+    for (uint32_t i = 0; i < uiCount; ++i) {
+        std::string strName;
+        {
+            std::lock_guard guard(g_stLock);
+            for (const auto& [strList, stList] : pstDb->mapLists) {
+                if (stList.uiTableId == pstRows[i].uiId) {
+                    strName = strList;
+                }
+            }
+            for (const auto& [strItem, stItem] : pstDb->mapItems) {
+                if (stItem.first == pstRows[i].uiId) {
+                    strName = strItem;
+                }
+            }
+        }
+        if (!strName.empty()) {
+            pstRows[i].pfProc(llHandle, strName.c_str(), static_cast<uint32_t>(strName.size() + 1));
+        }
+    }
+    return 0;
+}
+
+int32_t DBM_BatchGetNextSortList(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
+                                 DBM_ITERATOR* pIterator, uint32_t uiArg5, uint32_t uiArg6,
+                                 uint32_t uiRecordSize, uint32_t uiCount, void* pBuf) {
+    std::lock_guard guard(g_stLock);
+    ++g_ulBatchCalls;
+    DB_S* pstDb = FindDb(llHandle);
+    if (pstDb == nullptr || pIterator == nullptr) {
+        return -1;
+    }
+    auto itList = pstDb->mapLists.find(Name(pszName, uiNameSize));
+    if (itList == pstDb->mapLists.end()) {
+        return 0;
+    }
+    if (*pIterator == nullptr) {
+        *pIterator = new ITER_S;
+    }
+    ITER_S* pstIter = static_cast<ITER_S*>(*pIterator);
+    auto& mapRecords = itList->second.mapRecords;
+    auto it = pstIter->bStarted ? mapRecords.upper_bound(pstIter->strLastKey) : mapRecords.begin();
+    int32_t iRead = 0;
+    char* pcOut = static_cast<char*>(pBuf);
+    for (; it != mapRecords.end() && static_cast<uint32_t>(iRead) < uiCount; ++it) {
+        pstIter->strLastKey = it->first;
+        pstIter->bStarted = true;
+        if (it->second.size() != uiRecordSize) {
+            ++g_ulSkipped;  // a damaged record is never handed to a table
+            continue;
+        }
+        memset(pcOut, 0, uiRecordSize);
+        memcpy(pcOut, it->second.data(), std::min<size_t>(uiRecordSize, it->second.size()));
+        pcOut += uiRecordSize;
+        ++iRead;
+    }
+    return iRead;
+}
+
+void DBM_FreeIterator(DBM_ITERATOR* pIterator) {
+    if (pIterator != nullptr) {
+        delete static_cast<ITER_S*>(*pIterator);
+        *pIterator = nullptr;
+    }
+}
