@@ -66,8 +66,7 @@ TEST_F(StoreMemSourceTest, CgroupV1WithHysteresis) {
         uint32_t uiExpected;
     } astSteps[] = {
         {"999999", MEM_STATE_NO_CHANGE},  // just under 90% once the cache is left out
-        {"1000000", MEM_STATE_EXCEEDED},
-        {"1050000", MEM_STATE_NO_CHANGE},
+        {"1000000", MEM_STATE_EXCEEDED}, {"1050000", MEM_STATE_NO_CHANGE},
         {"950000", MEM_STATE_NO_CHANGE},  // 85%: between the thresholds
         {"899999", MEM_STATE_NORMAL},     // below 80%
         {"960000", MEM_STATE_NO_CHANGE},
