@@ -243,6 +243,17 @@ TEST_F(TriggerTableTest, ChangeTransitions) {
     }
 }
 
+TEST_F(TriggerTableTest, RequestThatChangesNothingWritesNothing) {
+    CreateWaiting("own", "t1", MTE_TEST_BOOLEAN);
+    Snapshot stBefore = TakeSnapshot();
+    uint64_t ulWrites = FAKE_DBM_WriteCount();
+    MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "t1", MTE_ROW_NOT_IN_SERVICE);
+    stReq.ucTest = MTE_TEST_BOOLEAN;
+    EXPECT_EQ(Set(stReq, kGoMask | COL(MTE_TRIGGER_COL_TEST_BOOLEAN)), 0u);
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites);
+    EXPECT_EQ(TakeSnapshot(), stBefore);
+}
+
 TEST_F(TriggerTableTest, ChangedColumnsAreCopiedAndStored) {
     CreateWaiting("own", "t1");
     MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "t1", MTE_ROW_NONE);
