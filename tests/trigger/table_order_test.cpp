@@ -3,7 +3,9 @@
 // recovery of stored triggers and their tests through the store's replay.
 #include <cstring>
 
+#include "fake_log.h"
 #include "mte_bool.h"
+#include "mte_dbg.h"
 #include "mte_exist.h"
 #include "mte_thres.h"
 #include "table_fixture.h"
@@ -336,8 +338,24 @@ TEST_F(TriggerTableTest, RecoverRefusesOddRecords) {
     // A stored record without status is refused like a create without status.
     MTE_TRIGGER_ROW_S stNoStatus = TriggerReq("o", "u", MTE_ROW_NONE);
     EXPECT_EQ(mte_TRIGGER_Recover(sizeof(stNoStatus), &stNoStatus), MTE_ERR_NO_SUCH_ROW);
+    // A second record of the same trigger makes no twin.
+    EXPECT_EQ(mte_TRIGGER_Recover(sizeof(stRow), &stRow), MTE_ERR_ROW_EXISTS);
     mte_BIN_SetRecover(0);
     EXPECT_TRUE(FAKE_DBM_Records("mteTrigger").empty());
+    EXPECT_EQ(ListKeys(), std::vector<std::string>{"o/t"});
+}
+
+TEST_F(TriggerTableTest, DiagnosticsOnlyWhileTheirBitIsOn) {
+    MTE_TRIGGER_ROW_S stRow = TriggerReq("o", "t", MTE_ROW_ACTIVE);
+    FAKE_LOG_Clear();
+    EXPECT_EQ(mte_TRIGGER_Recover(7, &stRow), MTE_ERR_GENERAL);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR"), 0u);
+    mte_DBG_EnableSwitch(MTE_DBG_ERR);
+    EXPECT_EQ(mte_TRIGGER_Recover(7, &stRow), MTE_ERR_GENERAL);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR",
+                             "Failed to recover information about the Trigger module from DBM."),
+              1u);
+    mte_DBG_DisableSwitch(MTE_DBG_ERR);
 }
 
 }  // namespace
