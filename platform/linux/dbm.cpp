@@ -52,9 +52,12 @@ constexpr const char* DBM_SCHEMA_SQL =
     "CREATE TABLE sortlist(list_id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE,"
     " table_id INTEGER NOT NULL, keys BLOB NOT NULL);"
     "CREATE TABLE record(list_id INTEGER NOT NULL, key BLOB NOT NULL, data BLOB NOT NULL,"
-    " PRIMARY KEY(list_id, key)) WITHOUT ROWID;"
+    " UNIQUE(list_id, key));"
     "CREATE TABLE item(name TEXT PRIMARY KEY, item_id INTEGER NOT NULL, data BLOB NOT NULL);";
 
+// Records live in a rowid table with a unique index on their keys: a 1220-byte
+// trigger row fits in a 4 KiB table page, where an index-organised table would
+// spill most of every row to an overflow page and triple the file.
 struct DBM_LIST_S {
     int64_t llListId = 0;
     uint32_t uiTableId = 0;
