@@ -317,6 +317,33 @@ TEST_F(TriggerTableTest, TestBitsMakeAndDestroyRowsWithTheirRecords) {
     EXPECT_EQ(pstEntry->stRow.ucTest, 0);
 }
 
+TEST_F(TriggerTableTest, OddStatusesChangeOnlyTestBits) {
+    const uint32_t kTestAndComment =
+        COL(MTE_TRIGGER_COL_TEST_BOOLEAN) | COL(MTE_TRIGGER_COL_COMMENT);
+    // notReady on a waiting trigger: the test bit is taken, the comment is not.
+    CreateWaiting("own", "w");
+    MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "w", MTE_ROW_NOT_READY);
+    stReq.ucTest = MTE_TEST_BOOLEAN;
+    strcpy(stReq.szComment, "ignored");
+    ASSERT_EQ(Set(stReq, kTestAndComment), 0u);
+    MTE_TRIGGER_ENTRY_S* pstEntry = Entry("own", "w");
+    EXPECT_NE(pstEntry->pstBool, nullptr);
+    EXPECT_STREQ(pstEntry->stRow.szComment, "");
+    EXPECT_EQ(pstEntry->stRow.uiEntryStatus, MTE_ROW_NOT_IN_SERVICE);
+    // On an active trigger the same request is a refused change.
+    CreateActive("own", "a");
+    Snapshot stBefore = TakeSnapshot();
+    stReq = TriggerReq("own", "a", 9);
+    stReq.ucTest = MTE_TEST_BOOLEAN;
+    EXPECT_EQ(Set(stReq, kTestAndComment), MTE_ERR_INCONSISTENT);
+    EXPECT_EQ(TakeSnapshot(), stBefore);
+    // A trigger created notReady can be activated like a waiting one.
+    ASSERT_EQ(Set(TriggerReq("own", "nr", MTE_ROW_NOT_READY), kGoMask), 0u);
+    ASSERT_EQ(Set(TriggerReq("own", "nr", MTE_ROW_ACTIVE), kGoMask), 0u);
+    EXPECT_EQ(Entry("own", "nr")->stRow.uiEntryStatus, MTE_ROW_ACTIVE);
+    EXPECT_EQ(Entry("own", "nr")->stRow.uiEnabled, MTE_TRUE);
+}
+
 TEST_F(TriggerTableTest, RunStateHandOverToTheWorker) {
     CreateActive("own", "t1");
     MTE_TRIGGER_ENTRY_S* pstEntry = Entry("own", "t1");
