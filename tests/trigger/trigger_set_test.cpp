@@ -389,6 +389,24 @@ TEST_F(TriggerTableTest, DestroyIdleFreesBusyMarksDeleted) {
     EXPECT_EQ(Set(TriggerReq("own", "busy", MTE_ROW_DESTROY), 0), 0u);
 }
 
+TEST_F(TriggerTableTest, DestroyInEveryRunStateTheWorkerHolds) {
+    for (uint32_t uiState : {MTE_RUN_CANCELLED, MTE_RUN_BUSY, MTE_RUN_RESTART}) {
+        SCOPED_TRACE(uiState);
+        CreateWaiting("own", "t", MTE_TEST_EXISTENCE);
+        MTE_TRIGGER_ENTRY_S* pstEntry = Entry("own", "t");
+        pstEntry->uiRunState = uiState;
+        pstEntry->pstExist->usFirstCycle = 0;
+        EXPECT_EQ(Set(TriggerReq("own", "t", MTE_ROW_DESTROY), 0), 0u);
+        EXPECT_EQ(Entry("own", "t"), nullptr);
+        EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_DELETED);
+        // Its samples were dropped even though the row was not active.
+        EXPECT_EQ(pstEntry->pstExist->usFirstCycle, 1);
+        EXPECT_TRUE(FAKE_DBM_Records("mteTrigger").empty());
+        EXPECT_TRUE(FAKE_DBM_Records("mteExistence").empty());
+        mte_TRIGGER_FreeNode(pstEntry);
+    }
+}
+
 TEST_F(TriggerTableTest, UnterminatedRequestStringsAreBounded) {
     MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "t1", MTE_ROW_CREATE_AND_WAIT);
     memset(stReq.szComment, 'c', sizeof(stReq.szComment));
