@@ -128,8 +128,10 @@ bool mte_run_HandleOneMsg(void) {
     }
     mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
     if (pstTrigger->uiRunState == MTE_RUN_BUSY) {
+        MTE_RUN_CFG_S stCfg;
+        mte_run_Snapshot(pstTrigger, &stCfg);
         mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
-        mte_run_SampleStep(pstTrigger);
+        mte_run_SampleStep(pstTrigger, &stCfg);
         return true;
     }
     bool bDeleted = mte_run_TakeOver(pstTrigger);

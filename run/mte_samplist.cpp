@@ -15,7 +15,6 @@
 #include <cstring>
 
 #include "mte_exist.h"
-#include "mte_oid.h"
 #include "mte_run_int.h"
 #include "mte_scalar.h"
 
@@ -56,7 +55,8 @@ MTE_SAMPLE_S* mte_run_MakeSample(const char* pszContext, const MTE_OID_S* pstOid
         pstSample->uiOidLen = uiLen;
         memcpy(pstSample->auiOid, pstOid->auiOid, uiLen * sizeof(uint32_t));
     }
-    mte_StrCopy(pstSample->szContextName, pszContext != nullptr ? pszContext : "", MTE_NAME_SIZE);
+    mte_run_StrCopy(pstSample->szContextName, pszContext != nullptr ? pszContext : "",
+                    MTE_NAME_SIZE);
     pstSample->uiTestState = MTE_TSTATE_NEW;
     pstSample->pstValue = pstValue;
     pstSample->usOverLimit = 0;
