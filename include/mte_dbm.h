@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "plat_dbm.h"
+
 // Database selectors.
 constexpr uint32_t MTE_DBM_CFG = 1;
 constexpr uint32_t MTE_DBM_RUN = 2;
@@ -23,6 +25,21 @@ enum : uint32_t {
     MTE_ITEM_ID_SAMP_INST_MAX = 10,
     MTE_ITEM_ID_STATISTIC_DATA = 11,
 };
+
+// The sort lists created at initialisation, one per table, and the recovery
+// table: ids in the order in which the stored configuration is replayed.
+typedef uint32_t (*MTE_DBM_CREATE_PF)(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
+                                      uint32_t uiTableId);
+struct MTE_DBM_SORTLIST_S {
+    const char* pszName;
+    uint32_t uiNameSize;  // including the NUL
+    uint32_t uiTableId;
+    MTE_DBM_CREATE_PF pfCreate;
+};
+constexpr uint32_t MTE_DBM_SORTLIST_ROWS = 8;
+constexpr uint32_t MTE_DBM_RECOVER_ROWS = 10;
+extern const MTE_DBM_SORTLIST_S g_astMteCreateSortListFunc[MTE_DBM_SORTLIST_ROWS];
+extern const DBM_BATCH_ROW_S g_astMteDbmRecoverFunc[MTE_DBM_RECOVER_ROWS];
 
 uint32_t mte_DBM_Init(void);
 void mte_DBM_Fini(void);

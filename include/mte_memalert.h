@@ -13,6 +13,9 @@ uint32_t mte_MEMALERT_Init(void);
 void mte_MEMALERT_Fini(void);
 // 1 while the memory threshold is exceeded, else 0.
 uint32_t mte_MEMALERT_GetFlag(void);
+// Handler of the alert descriptor on the main epoll set: follows states 1 and
+// 6 (traces 206, 213); an error or hang-up closes the subscription for good.
+void mte_MEMALERT_Proc(uint32_t uiEvents, int iFd);
 
 void mte_mem_MemStateRdLock(void);
 void mte_mem_MemStateWrLock(void);

@@ -1,12 +1,269 @@
-// Placeholder definitions: replaced by the module's implementation.
+// Configuration store and run-time database: opens both, creates the eight
+// sorted record lists that hold the table rows, writes each accepted change at
+// once, and replays the stored configuration at start-up in the order the
+// tables need (settings, objects, events and their actions, triggers and their
+// tests). Everything here runs on the main thread, so the two handles and the
+// binary-recovery flag need no lock.
 #include "mte_dbm.h"
 
-uint32_t mte_DBM_Init(void) { return {}; }
-void mte_DBM_Fini(void) {}
-uint32_t mte_DBM_InsertSortList(uint32_t uiSelector, const char* pszList, uint32_t uiNameSize, const void* pRecord, uint32_t uiRecordSize, uint32_t uiTableId) { return {}; }
-uint32_t mte_DBM_DelFromSortList(uint32_t uiSelector, const char* pszList, uint32_t uiNameSize, const void* pRecord, uint32_t uiRecordSize) { return {}; }
-uint32_t mte_DBM_SetBinary(uint32_t uiSelector, const char* pszItem, uint32_t uiNameSize, const void* pData, uint32_t uiSize, uint32_t uiItemId) { return {}; }
-int64_t mte_dbm_OpenRun(uint32_t uiMode) { return -1; }
-void mte_BIN_SetRecover(uint16_t usFlag) {}
-uint16_t mte_BIN_GetRecover(void) { return {}; }
-uint32_t mte_DBM_Recover(void) { return {}; }
+#include <cstring>
+
+#include "mte_bool.h"
+#include "mte_dbg.h"
+#include "mte_event.h"
+#include "mte_exist.h"
+#include "mte_notify.h"
+#include "mte_obj.h"
+#include "mte_scalar.h"
+#include "mte_set.h"
+#include "mte_thres.h"
+#include "mte_trigger.h"
+#include "mte_types.h"
+#include "plat_dbm.h"
+
+namespace {
+
+constexpr uint32_t MTE_DBM_OPEN_MODE = 7;
+constexpr uint32_t MTE_DBM_BATCH_COUNT = 5;        // records per batched read
+constexpr uint32_t MTE_DBM_LARGEST_RECORD = 1220;  // a trigger row
+constexpr uint32_t MTE_STATISTIC_DATA_SIZE = 16;   // four u32 counters
+constexpr uint32_t MTE_SETTING_SIZE = 4;           // one u32 setting
+
+constexpr int64_t MTE_TRACE_BATCH_CREATE = 1513;
+constexpr int64_t MTE_TRACE_NO_HANDLE = 1217;
+constexpr int64_t MTE_TRACE_LIST_NUM = 1224;
+constexpr uint32_t MTE_TEXT_BATCH_CREATE = 39;
+constexpr uint32_t MTE_TEXT_NO_HANDLE = 44;
+constexpr uint32_t MTE_TEXT_LIST_NUM = 45;
+
+// Handles are -1 while closed; the binary-recovery flag is 1 only while the
+// stored configuration is replayed.
+int64_t g_llMteCfgHandle = -1;
+int64_t g_llMteRunHandle = -1;
+uint16_t g_usMteBinRecover = 0;
+
+// Owner and name are 33-byte zero-terminated fields at the offsets pinned in
+// mte_types.h; the objects index is a u32.
+template <typename REC>
+constexpr DBM_KEY_S mte_dbm_OwnerKey() {
+    return DBM_KEY_S{offsetof(REC, szOwner), MTE_NAME_SIZE, DBM_KEY_STRING, 0};
+}
+template <typename REC>
+constexpr DBM_KEY_S mte_dbm_NameKey() {
+    return DBM_KEY_S{offsetof(REC, szName), MTE_NAME_SIZE, DBM_KEY_STRING, 0};
+}
+template <typename REC>
+constexpr DBM_KEY_S g_astOwnerNameKeys[] = {mte_dbm_OwnerKey<REC>(), mte_dbm_NameKey<REC>()};
+constexpr DBM_KEY_S g_astObjectsKeys[] = {
+    mte_dbm_OwnerKey<MTE_OBJ_ROW_S>(), mte_dbm_NameKey<MTE_OBJ_ROW_S>(),
+    DBM_KEY_S{offsetof(MTE_OBJ_ROW_S, uiIndex), sizeof(uint32_t), DBM_KEY_U32, 0}};
+
+// The creation function of a sort list: its key fields are the template's.
+template <const auto& astKeys>
+uint32_t mte_dbm_CreateList(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
+                            uint32_t uiTableId) {
+    constexpr uint32_t uiKeyCount = sizeof(astKeys) / sizeof(astKeys[0]);
+    return DBM_CreateSortList(llHandle, pszName, uiNameSize, astKeys, uiKeyCount, uiTableId);
+}
+
+}  // namespace
+
+const MTE_DBM_SORTLIST_S g_astMteCreateSortListFunc[MTE_DBM_SORTLIST_ROWS] = {
+    {"mteTrigger", 11, MTE_TBL_TRIGGER, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_TRIGGER_ROW_S>>},
+    {"mteBoolean", 11, MTE_TBL_BOOLEAN, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_BOOL_ENTRY_S>>},
+    {"mteThreshold", 13, MTE_TBL_THRESHOLD,
+     mte_dbm_CreateList<g_astOwnerNameKeys<MTE_THRES_ENTRY_S>>},
+    {"mteExistence", 13, MTE_TBL_EXISTENCE,
+     mte_dbm_CreateList<g_astOwnerNameKeys<MTE_EXIST_ENTRY_S>>},
+    {"mteObjects", 11, MTE_TBL_OBJECTS, mte_dbm_CreateList<g_astObjectsKeys>},
+    {"mteEvent", 9, MTE_TBL_EVENT, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_EVENT_ROW_S>>},
+    {"mteNotify", 10, MTE_TBL_NOTIFY, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_NOTIFY_ENTRY_S>>},
+    {"mteSet", 7, MTE_TBL_SET, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_SET_ENTRY_S>>},
+};
+
+namespace {
+
+typedef uint32_t (*MTE_RECOVER_PF)(uint32_t uiLen, const void* pData);
+
+// Replays one setting item: handed on only when exactly its size was read.
+template <MTE_RECOVER_PF pfRecover>
+uint32_t mte_dbm_RecoverItem(int64_t llHandle, const char* pszName, uint32_t uiNameSize) {
+    uint8_t aucBuf[MTE_SETTING_SIZE] = {};
+    int32_t iRead = DBM_GetBinary(llHandle, pszName, uiNameSize, 0, MTE_SETTING_SIZE, aucBuf);
+    if (iRead == static_cast<int32_t>(MTE_SETTING_SIZE)) {
+        pfRecover(MTE_SETTING_SIZE, aucBuf);
+    }
+    return MTE_OK;
+}
+
+// Replays one sort list in batches of five records, in key order. The tables
+// report their own refusals; a refused record does not stop the walk.
+template <MTE_RECOVER_PF pfRecover, uint32_t uiRecordSize>
+uint32_t mte_dbm_RecoverList(int64_t llHandle, const char* pszName, uint32_t uiNameSize) {
+    static_assert(uiRecordSize <= MTE_DBM_LARGEST_RECORD);
+    // Aligned so that tables may read the records in place.
+    alignas(8) uint8_t aucBuf[MTE_DBM_BATCH_COUNT * MTE_DBM_LARGEST_RECORD];
+    DBM_ITERATOR pIterator = nullptr;
+    for (;;) {
+        memset(aucBuf, 0, sizeof(aucBuf));
+        int32_t iRead = DBM_BatchGetNextSortList(llHandle, pszName, uiNameSize, &pIterator, 0, 0,
+                                                 uiRecordSize, MTE_DBM_BATCH_COUNT, aucBuf);
+        if (iRead <= 0) {
+            break;
+        }
+        uint32_t uiRead = static_cast<uint32_t>(iRead);
+        if (uiRead > MTE_DBM_BATCH_COUNT) {
+            uiRead = MTE_DBM_BATCH_COUNT;
+        }
+        for (uint32_t i = 0; i < uiRead; ++i) {
+            pfRecover(uiRecordSize, aucBuf + i * uiRecordSize);
+        }
+        if (uiRead < MTE_DBM_BATCH_COUNT) {
+            break;
+        }
+    }
+    DBM_FreeIterator(&pIterator);
+    return MTE_OK;
+}
+
+int64_t mte_dbm_Handle(uint32_t uiSelector) {
+    switch (uiSelector) {
+        case MTE_DBM_CFG:
+            return g_llMteCfgHandle;
+        case MTE_DBM_RUN:
+            return g_llMteRunHandle;
+        default:
+            return -1;
+    }
+}
+
+void mte_dbm_CloseCfg(void) {
+    if (g_llMteCfgHandle != -1) {
+        MTE_DBM_Close(g_llMteCfgHandle);
+        g_llMteCfgHandle = -1;
+    }
+}
+
+void mte_dbm_CloseRun(void) {
+    if (g_llMteRunHandle != -1) {
+        MTE_DBM_Close(g_llMteRunHandle);
+        g_llMteRunHandle = -1;
+    }
+}
+
+}  // namespace
+
+// Settings first, then objects and events before the notification and set
+// rows laid over them, then triggers before the tests attached to them.
+const DBM_BATCH_ROW_S g_astMteDbmRecoverFunc[MTE_DBM_RECOVER_ROWS] = {
+    {MTE_ITEM_ID_SAMP_MINI, mte_dbm_RecoverItem<mte_SCALAR_SampMinRecover>, 0},
+    {MTE_ITEM_ID_SAMP_INST_MAX, mte_dbm_RecoverItem<mte_SCALAR_SampInstanceMaxRecover>, 0},
+    {MTE_TBL_OBJECTS, mte_dbm_RecoverList<mte_OBJ_Recover, sizeof(MTE_OBJ_ROW_S)>, 0},
+    {MTE_TBL_EVENT, mte_dbm_RecoverList<mte_EVENT_Recover, sizeof(MTE_EVENT_ROW_S)>, 0},
+    {MTE_TBL_SET, mte_dbm_RecoverList<mte_SET_Recover, sizeof(MTE_SET_ENTRY_S)>, 0},
+    {MTE_TBL_NOTIFY, mte_dbm_RecoverList<mte_NOTIFY_Recover, sizeof(MTE_NOTIFY_ENTRY_S)>, 0},
+    {MTE_TBL_TRIGGER, mte_dbm_RecoverList<mte_TRIGGER_Recover, sizeof(MTE_TRIGGER_ROW_S)>, 0},
+    {MTE_TBL_BOOLEAN, mte_dbm_RecoverList<mte_BOOL_Recover, sizeof(MTE_BOOL_ENTRY_S)>, 0},
+    {MTE_TBL_EXISTENCE, mte_dbm_RecoverList<mte_EXIST_Recover, MTE_EXIST_ROW_SIZE>, 0},
+    {MTE_TBL_THRESHOLD, mte_dbm_RecoverList<mte_THRES_Recover, sizeof(MTE_THRES_ENTRY_S)>, 0},
+};
+
+uint32_t mte_DBM_Init(void) {
+    g_llMteCfgHandle = MTE_DBM_OpenCfg(MTE_DBM_OPEN_MODE);
+    if (g_llMteCfgHandle == -1) {
+        return MTE_ERR_GENERAL;
+    }
+    int32_t iRet = 0;
+    for (const MTE_DBM_SORTLIST_S& stList : g_astMteCreateSortListFunc) {
+        iRet += static_cast<int32_t>(
+            stList.pfCreate(g_llMteCfgHandle, stList.pszName, stList.uiNameSize, stList.uiTableId));
+    }
+    if (iRet != 0) {
+        mte_DBG_PrintTraceInfo(MTE_TRACE_BATCH_CREATE, mte_DBG_Text(MTE_TEXT_BATCH_CREATE), iRet);
+        mte_dbm_CloseCfg();
+        return MTE_ERR_GENERAL;
+    }
+    g_llMteRunHandle = mte_dbm_OpenRun(MTE_DBM_OPEN_MODE);
+    if (g_llMteRunHandle == -1) {
+        mte_dbm_CloseCfg();
+        return MTE_ERR_GENERAL;
+    }
+    return MTE_OK;
+}
+
+void mte_DBM_Fini(void) {
+    mte_dbm_CloseCfg();
+    mte_dbm_CloseRun();
+}
+
+uint32_t mte_DBM_InsertSortList(uint32_t uiSelector, const char* pszList, uint32_t uiNameSize,
+                                const void* pRecord, uint32_t uiRecordSize, uint32_t uiTableId) {
+    int64_t llHandle = mte_dbm_Handle(uiSelector);
+    if (llHandle == -1) {
+        return MTE_ERR_GENERAL;
+    }
+    if (DBM_InsertSortList(llHandle, pszList, uiNameSize, uiRecordSize, pRecord, uiTableId) != 0) {
+        return MTE_ERR_GENERAL;
+    }
+    return MTE_OK;
+}
+
+uint32_t mte_DBM_DelFromSortList(uint32_t uiSelector, const char* pszList, uint32_t uiNameSize,
+                                 const void* pRecord, uint32_t uiRecordSize) {
+    int64_t llHandle = mte_dbm_Handle(uiSelector);
+    if (llHandle == -1) {
+        return 0xffffffffu;
+    }
+    return DBM_RemoveSortList(llHandle, pszList, uiNameSize, uiRecordSize, pRecord);
+}
+
+uint32_t mte_DBM_SetBinary(uint32_t uiSelector, const char* pszItem, uint32_t uiNameSize,
+                           const void* pData, uint32_t uiSize, uint32_t uiItemId) {
+    int64_t llHandle = mte_dbm_Handle(uiSelector);
+    if (llHandle == -1) {
+        return MTE_ERR_GENERAL;
+    }
+    if (DBM_SetBinary(llHandle, pszItem, uiNameSize, 0, uiSize, pData, uiItemId) != 0) {
+        return MTE_ERR_GENERAL;
+    }
+    return MTE_OK;
+}
+
+int64_t mte_dbm_OpenRun(uint32_t uiMode) {
+    DBM_OPEN_OPT_S stOpt = {};
+    stOpt.uiVersion = 1;
+    int64_t llHandle = -1;
+    if (DBM_Open("gMTE", "Event-MIB", uiMode, &stOpt, &llHandle) != 0) {
+        return -1;
+    }
+    return llHandle;
+}
+
+void mte_BIN_SetRecover(uint16_t usFlag) {
+    g_usMteBinRecover = usFlag;
+}
+
+uint16_t mte_BIN_GetRecover(void) {
+    return g_usMteBinRecover;
+}
+
+uint32_t mte_DBM_Recover(void) {
+    if (g_llMteRunHandle != -1) {
+        uint8_t aucStat[MTE_STATISTIC_DATA_SIZE] = {};
+        int32_t iRead = DBM_GetBinary(g_llMteRunHandle, "StatisticData", 14, 0,
+                                      MTE_STATISTIC_DATA_SIZE, aucStat);
+        if (iRead == static_cast<int32_t>(MTE_STATISTIC_DATA_SIZE)) {
+            mte_SCALAR_StatisticDataRecover(MTE_STATISTIC_DATA_SIZE, aucStat);
+        }
+    }
+    if (g_llMteCfgHandle == -1) {
+        mte_DBG_PrintTraceInfo(MTE_TRACE_NO_HANDLE, "%s", mte_DBG_Text(MTE_TEXT_NO_HANDLE));
+        return MTE_ERR_GENERAL;
+    }
+    mte_DBG_PrintTraceInfo(MTE_TRACE_LIST_NUM, mte_DBG_Text(MTE_TEXT_LIST_NUM),
+                           static_cast<unsigned long>(MTE_DBM_RECOVER_ROWS));
+    mte_BIN_SetRecover(1);
+    DBM_Batch_Proc(g_llMteCfgHandle, -1, g_astMteDbmRecoverFunc, MTE_DBM_RECOVER_ROWS);
+    mte_BIN_SetRecover(0);
+    return g_llMteRunHandle != -1 ? MTE_OK : MTE_ERR_GENERAL;
+}
