@@ -31,29 +31,65 @@ enum : uint16_t {
     MTE_ITEM_DBG_SWITCH = 15,
 };
 
-// Codes of the message check (malformed requests).
-constexpr uint32_t MTE_ERR_MSG_HEADER = 0x40010020;     // bad magic or version, or a reply
+// Wire constants of the 20-byte header (docs/management-protocol.md).
+constexpr uint16_t MTE_MSG_MAGIC = 0x4D45;  // bytes 0x45 0x4D, "EM"
+constexpr uint8_t MTE_MSG_VERSION = 1;
+constexpr uint8_t MTE_MSG_FLAG_REPLY = 0x01;    // set in every reply, clear in every request
+constexpr uint32_t MTE_MSG_ITEM_HEAD_SIZE = 8;  // u16 item, u16 zero, u32 record length
+constexpr uint32_t MTE_MSG_MAX_LEN = 5120;      // largest request or reply
+
+// Codes of the message check (malformed messages).
+constexpr uint32_t MTE_ERR_MSG_HEADER = 0x40010020;     // bad magic, version or flags
 constexpr uint32_t MTE_ERR_MSG_LENGTH = 0x40010021;     // lengths disagree or are truncated
-constexpr uint32_t MTE_ERR_MSG_ITEM = 0x40010022;       // unknown item number
+constexpr uint32_t MTE_ERR_MSG_ITEM = 0x40010022;       // unknown item, or not one the type carries
 constexpr uint32_t MTE_ERR_MSG_ITEM_SIZE = 0x40010023;  // item of the wrong size
 constexpr uint32_t MTE_ERR_MSG_STRING = 0x40010024;     // string field without its terminating zero
 constexpr uint32_t MTE_ERR_MSG_OID = 0x40010025;        // OID count above 128
+constexpr uint32_t MTE_ERR_MSG_KEY = 0x40010026;  // index key length disagrees with its string
 
 // The request header as the check decodes it for the handlers.
 struct MTE_MSG_HEAD_S {
-    uint8_t aucReserved[8];  // magic, version, flags, sequence: not used by the daemon
+    // Matching words, copied into the reply by the check; the handlers ignore them.
+    uint16_t usMagic;
+    uint8_t ucVersion;
+    uint8_t ucFlags;
+    uint32_t uiSequence;
     uint32_t uiColumnMask;
     uint32_t uiDataLen;
     uint16_t usMsgType;
     uint16_t usOperation;
 };
 static_assert(sizeof(MTE_MSG_HEAD_S) == 20);
+static_assert(offsetof(MTE_MSG_HEAD_S, uiSequence) == 4);
+static_assert(offsetof(MTE_MSG_HEAD_S, uiColumnMask) == 8);
+static_assert(offsetof(MTE_MSG_HEAD_S, uiDataLen) == 12);
+static_assert(offsetof(MTE_MSG_HEAD_S, usMsgType) == 16);
+static_assert(offsetof(MTE_MSG_HEAD_S, usOperation) == 18);
+
+// The reply header as it lies on the wire.
+struct MTE_MSG_REPLY_HEAD_S {
+    uint16_t usMagic;
+    uint8_t ucVersion;
+    uint8_t ucFlags;  // MTE_MSG_FLAG_REPLY
+    uint32_t uiSequence;
+    uint32_t uiResult;
+    uint32_t uiFailedColumn;  // 0xFFFFFFFF except in the reply to a table set
+    uint32_t uiDataLen;
+};
+static_assert(sizeof(MTE_MSG_REPLY_HEAD_S) == 20);
+static_assert(offsetof(MTE_MSG_REPLY_HEAD_S, uiResult) == 8);
+static_assert(offsetof(MTE_MSG_REPLY_HEAD_S, uiFailedColumn) == 12);
+static_assert(offsetof(MTE_MSG_REPLY_HEAD_S, uiDataLen) == 16);
 
 // Fixed size of each item's record (0 for an unknown item).
 uint32_t MTE_MSG_ItemSize(uint16_t usItem);
+// Checks one item's record: every string field terminated inside its field,
+// every OID count at most 128, key lengths equal to their strings. 0 or a code.
+uint32_t MTE_MSG_CheckRecord(uint16_t usItem, const uint8_t* pucRecord, uint32_t uiLen);
 
 // Checks a complete request of that length, decodes its header and starts the
-// reply header (magic, version, sequence). 0, or an MTE_ERR_MSG_* code.
+// reply header (magic, version, reply flag, the request's sequence number;
+// pucReply may be null). 0, or an MTE_ERR_MSG_* code.
 uint32_t MTE_MSG_CheckMsg(const uint8_t* pucMsg, uint32_t uiLen, MTE_MSG_HEAD_S* pstHead,
                           uint8_t* pucReply);
 // Copies the item's record (at most uiSize bytes) from the data that begin at
@@ -64,7 +100,8 @@ uint32_t MTE_MSG_GetDataFromMsg(uint16_t usItem, uint32_t uiDataLen, uint32_t ui
 // returns the bytes appended, 0 when it does not fit.
 uint32_t MTE_MSG_AppendData2Msg(uint16_t usItem, const void* pValue, uint32_t uiRoom,
                                 uint8_t* pucOut);
-// Completes the reply header.
+// Completes the reply header (magic, version and reply flag rewritten, the
+// sequence number that the check copied kept).
 void MTE_MSG_SetResponseMsgHead(uint32_t uiResult, uint32_t uiFailedColumn, uint32_t uiDataLen,
                                 uint8_t* pucReply);
 // 1 when both OIDs have the same count and sub-identifiers, else 0.
@@ -87,10 +124,12 @@ struct MTE_MSG_REPLY_S {
     const uint8_t* pucData;  // the item's record inside the reply buffer
     uint32_t uiDataSize;
 };
-// Checks and decodes a reply; 0, or an MTE_ERR_MSG_* code.
+// Checks and decodes a reply (0 or 1 item); 0, or an MTE_ERR_MSG_* code.
+// The caller matches uiSequence with the request it sent.
 uint32_t MTE_MSG_ParseReply(const uint8_t* pucMsg, uint32_t uiLen, MTE_MSG_REPLY_S* pstReply);
 
 // The name of a result code ("MTE_ERR_INCONSISTENT", ...), or "UNKNOWN".
+// Never null.
 const char* MTE_MSG_ResultName(uint32_t uiCode);
 
 #endif  // MTE_MSG_H

@@ -1,0 +1,574 @@
+// Trigger row changes: one management set request (create, change, activate,
+// deactivate, destroy, add or remove test rows) and the rebuilding of a stored
+// trigger at start-up. Main thread only. A change works on a copy of the
+// entry under the entry's state lock and writes the copy back only once it
+// is accepted, so a refusal leaves the entry, the list and the store as they
+// were; the worker never sees a half-changed trigger. The state lock may be
+// held while the leaf locks of the debug switch and the memory flag are taken.
+#include <cstdlib>
+#include <cstring>
+
+#include "mte_bool.h"
+#include "mte_dbg.h"
+#include "mte_dbm.h"
+#include "mte_exist.h"
+#include "mte_memalert.h"
+#include "mte_msg.h"
+#include "mte_oid.h"
+#include "mte_run.h"
+#include "mte_scalar.h"
+#include "mte_thres.h"
+#include "mte_timer.h"
+#include "mte_trigger.h"
+#include "mte_trigger_priv.h"
+
+namespace {
+
+constexpr uint32_t kDefaultFrequency = 600;
+
+bool InMask(uint32_t uiMask, uint32_t uiColumn) {
+    return (uiMask & MTE_COLUMN_BIT(uiColumn)) != 0;
+}
+
+bool IsRecovering() {
+    return mte_BIN_GetRecover() == 1;
+}
+
+void PrintErr(const char* pszFormat, const char* pszArg1 = nullptr, const char* pszArg2 = nullptr,
+              const char* pszArg3 = nullptr) {
+    if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
+        mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, pszFormat, pszArg1, pszArg2, pszArg3);
+    }
+}
+
+// Request rows come from the agent in fixed fields; terminate every string
+// so that no comparison or copy below reads past its field.
+void TerminateRow(MTE_TRIGGER_ROW_S* pstRow) {
+    mte_trigger_Terminate(pstRow->szOwner);
+    mte_trigger_Terminate(pstRow->szName);
+    mte_trigger_Terminate(pstRow->szComment);
+    mte_trigger_Terminate(pstRow->szTargetTag);
+    mte_trigger_Terminate(pstRow->szContextName);
+    mte_trigger_Terminate(pstRow->szObjectsOwner);
+    mte_trigger_Terminate(pstRow->szObjects);
+}
+
+void StoreRow(const MTE_TRIGGER_ROW_S* pstRow) {
+    // A failed write is reported by the store; the accepted change stands.
+    (void)mte_DBM_InsertSortList(MTE_DBM_CFG, MTE_LIST_TRIGGER, MTE_LIST_TRIGGER_NAME_SIZE, pstRow,
+                                 sizeof(*pstRow), MTE_TBL_TRIGGER);
+}
+
+uint32_t CheckObjOwner(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
+                       uint32_t* puiFailedColumn) {
+    if (InMask(uiMask, MTE_TRIGGER_COL_OBJECTS_OWNER) &&
+        !mte_checkOwner(pstReq->szObjectsOwner, pstReq->szOwner)) {
+        *puiFailedColumn = MTE_TRIGGER_COL_OBJECTS_OWNER;
+        return MTE_ERR_INCONSISTENT;
+    }
+    // A value ID longer than an OID can hold cannot be copied into the row.
+    if (InMask(uiMask, MTE_TRIGGER_COL_VALUE_ID) && pstReq->stValueID.uiLen > MTE_OID_MAX_LEN) {
+        *puiFailedColumn = MTE_TRIGGER_COL_VALUE_ID;
+        return MTE_ERR_INCONSISTENT;
+    }
+    return MTE_OK;
+}
+
+uint32_t CheckActivation(const MTE_TRIGGER_ROW_S* pstRow, uint32_t uiMask,
+                         uint32_t* puiFailedColumn) {
+    if (pstRow->stValueID.uiLen == 0) {
+        *puiFailedColumn = MTE_TRIGGER_COL_VALUE_ID;
+        return MTE_ERR_INCONSISTENT;
+    }
+    if (pstRow->uiFrequency < mte_SCALAR_GetSampMin() && !IsRecovering() &&
+        (uiMask & MTE_MASK_FORCE) == 0) {
+        *puiFailedColumn = MTE_TRIGGER_COL_FREQUENCY;
+        return MTE_ERR_INCONSISTENT;
+    }
+    return MTE_OK;
+}
+
+void CopyColumns(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_ROW_S* pstRow) {
+    if (InMask(uiMask, MTE_TRIGGER_COL_COMMENT)) {
+        mte_StrCopy(pstRow->szComment, pstReq->szComment, sizeof(pstRow->szComment));
+    }
+    if (InMask(uiMask, MTE_TRIGGER_COL_SAMPLE_TYPE)) {
+        pstRow->uiSampleType = pstReq->uiSampleType;
+    }
+    if (InMask(uiMask, MTE_TRIGGER_COL_VALUE_ID)) {
+        // Only the meaningful sub-identifiers are taken; the rest of the
+        // row's array keeps its old contents.
+        pstRow->stValueID.uiLen = pstReq->stValueID.uiLen;
+        memcpy(pstRow->stValueID.auiOid, pstReq->stValueID.auiOid,
+               pstReq->stValueID.uiLen * sizeof(pstReq->stValueID.auiOid[0]));
+    }
+    if (InMask(uiMask, MTE_TRIGGER_COL_VALUE_ID_WILDCARD)) {
+        pstRow->uiValueIDWildcard = pstReq->uiValueIDWildcard;
+    }
+    if (InMask(uiMask, MTE_TRIGGER_COL_CONTEXT_NAME)) {
+        mte_StrCopy(pstRow->szContextName, pstReq->szContextName, sizeof(pstRow->szContextName));
+    }
+    if (InMask(uiMask, MTE_TRIGGER_COL_CONTEXT_NAME_WILDCARD)) {
+        pstRow->uiContextNameWildcard = pstReq->uiContextNameWildcard;
+    }
+    if (InMask(uiMask, MTE_TRIGGER_COL_FREQUENCY)) {
+        pstRow->uiFrequency = pstReq->uiFrequency;
+    }
+    if (InMask(uiMask, MTE_TRIGGER_COL_OBJECTS_OWNER)) {
+        mte_StrCopy(pstRow->szObjectsOwner, pstReq->szObjectsOwner, sizeof(pstRow->szObjectsOwner));
+    }
+    if (InMask(uiMask, MTE_TRIGGER_COL_OBJECTS)) {
+        mte_StrCopy(pstRow->szObjects, pstReq->szObjects, sizeof(pstRow->szObjects));
+    }
+    if (InMask(uiMask, MTE_TRIGGER_COL_ENTRY_STATUS)) {
+        pstRow->uiEntryStatus = pstReq->uiEntryStatus;
+    }
+}
+
+bool TestBitDiffers(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
+                    const MTE_TRIGGER_ROW_S* pstRow, uint32_t uiColumn, uint8_t ucBit) {
+    return InMask(uiMask, uiColumn) && ((pstReq->ucTest ^ pstRow->ucTest) & ucBit) != 0;
+}
+
+bool RequestChanges(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
+                    const MTE_TRIGGER_ROW_S* pstRow) {
+    auto bStrDiffers = [&](uint32_t uiColumn, const char* pszReq, const char* pszRow) {
+        return InMask(uiMask, uiColumn) && strcmp(pszReq, pszRow) != 0;
+    };
+    auto bNumDiffers = [&](uint32_t uiColumn, uint32_t uiReq, uint32_t uiRow) {
+        return InMask(uiMask, uiColumn) && uiReq != uiRow;
+    };
+    return bStrDiffers(MTE_TRIGGER_COL_COMMENT, pstReq->szComment, pstRow->szComment) ||
+           TestBitDiffers(pstReq, uiMask, pstRow, MTE_TRIGGER_COL_TEST_EXISTENCE,
+                          MTE_TEST_EXISTENCE) ||
+           TestBitDiffers(pstReq, uiMask, pstRow, MTE_TRIGGER_COL_TEST_BOOLEAN, MTE_TEST_BOOLEAN) ||
+           TestBitDiffers(pstReq, uiMask, pstRow, MTE_TRIGGER_COL_TEST_THRESHOLD,
+                          MTE_TEST_THRESHOLD) ||
+           bNumDiffers(MTE_TRIGGER_COL_SAMPLE_TYPE, pstReq->uiSampleType, pstRow->uiSampleType) ||
+           (InMask(uiMask, MTE_TRIGGER_COL_VALUE_ID) &&
+            !MTE_MSG_IsSameOID(&pstReq->stValueID, &pstRow->stValueID)) ||
+           bNumDiffers(MTE_TRIGGER_COL_VALUE_ID_WILDCARD, pstReq->uiValueIDWildcard,
+                       pstRow->uiValueIDWildcard) ||
+           bStrDiffers(MTE_TRIGGER_COL_CONTEXT_NAME, pstReq->szContextName,
+                       pstRow->szContextName) ||
+           bNumDiffers(MTE_TRIGGER_COL_CONTEXT_NAME_WILDCARD, pstReq->uiContextNameWildcard,
+                       pstRow->uiContextNameWildcard) ||
+           bNumDiffers(MTE_TRIGGER_COL_FREQUENCY, pstReq->uiFrequency, pstRow->uiFrequency) ||
+           bStrDiffers(MTE_TRIGGER_COL_OBJECTS_OWNER, pstReq->szObjectsOwner,
+                       pstRow->szObjectsOwner) ||
+           bStrDiffers(MTE_TRIGGER_COL_OBJECTS, pstReq->szObjects, pstRow->szObjects) ||
+           bNumDiffers(MTE_TRIGGER_COL_ENTRY_STATUS, pstReq->uiEntryStatus, pstRow->uiEntryStatus);
+}
+
+// The test rows of one entry, made or to be destroyed together.
+struct TestRows {
+    MTE_BOOL_ENTRY_S* pstBool = nullptr;
+    MTE_EXIST_ENTRY_S* pstExist = nullptr;
+    MTE_THRES_ENTRY_S* pstThres = nullptr;
+};
+
+// Makes the rows of the bits in ucBits, boolean first; every one is tried and
+// the failed column keeps the last failure. True when all were made.
+bool CreateTestRows(uint8_t ucBits, const char* pszOwner, const char* pszName, TestRows* pstRows,
+                    uint32_t* puiFailedColumn) {
+    bool bAllMade = true;
+    if (ucBits & MTE_TEST_BOOLEAN) {
+        pstRows->pstBool = mte_BOOL_Create(pszOwner, pszName);
+        if (pstRows->pstBool == nullptr) {
+            *puiFailedColumn = MTE_TRIGGER_COL_TEST_BOOLEAN;
+            bAllMade = false;
+        }
+    }
+    if (ucBits & MTE_TEST_EXISTENCE) {
+        pstRows->pstExist = mte_EXIST_Create(pszOwner, pszName);
+        if (pstRows->pstExist == nullptr) {
+            *puiFailedColumn = MTE_TRIGGER_COL_TEST_EXISTENCE;
+            bAllMade = false;
+        }
+    }
+    if (ucBits & MTE_TEST_THRESHOLD) {
+        pstRows->pstThres = mte_THRES_Create(pszOwner, pszName);
+        if (pstRows->pstThres == nullptr) {
+            *puiFailedColumn = MTE_TRIGGER_COL_TEST_THRESHOLD;
+            bAllMade = false;
+        }
+    }
+    return bAllMade;
+}
+
+void DestroyTestRows(TestRows* pstRows) {
+    if (pstRows->pstBool != nullptr) {
+        mte_BOOL_Destroy(pstRows->pstBool);
+        pstRows->pstBool = nullptr;
+    }
+    if (pstRows->pstExist != nullptr) {
+        mte_EXIST_Destroy(pstRows->pstExist);
+        pstRows->pstExist = nullptr;
+    }
+    if (pstRows->pstThres != nullptr) {
+        mte_THRES_Destroy(pstRows->pstThres);
+        pstRows->pstThres = nullptr;
+    }
+}
+
+uint32_t Create(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, uint32_t* puiFailedColumn) {
+    uint32_t uiRet = CheckObjOwner(pstReq, uiMask, puiFailedColumn);
+    if (uiRet != MTE_OK) {
+        return uiRet;
+    }
+    switch (pstReq->uiEntryStatus) {
+        case MTE_ROW_NONE:
+            *puiFailedColumn = MTE_TRIGGER_COL_ENTRY_STATUS;
+            return MTE_ERR_NO_SUCH_ROW;
+        case MTE_ROW_ACTIVE:
+        case MTE_ROW_NOT_IN_SERVICE:
+            *puiFailedColumn = MTE_TRIGGER_COL_ENTRY_STATUS;
+            return MTE_ERR_INCONSISTENT;
+        case MTE_ROW_CREATE_AND_GO:
+            // Checked on the request itself, not on the defaults it would get.
+            uiRet = CheckActivation(pstReq, uiMask, puiFailedColumn);
+            if (uiRet != MTE_OK) {
+                return uiRet;
+            }
+            break;
+        default:
+            break;
+    }
+    if (mte_MEMALERT_GetFlag() != 0 && !IsRecovering() && (uiMask & MTE_MASK_FORCE) == 0) {
+        return MTE_ERR_MEMORY_PRESSURE;
+    }
+
+    auto* pstEntry = static_cast<MTE_TRIGGER_ENTRY_S*>(calloc(1, sizeof(MTE_TRIGGER_ENTRY_S)));
+    if (pstEntry == nullptr) {
+        PrintErr("%s entry %s-%s: Insufficient memory.", "Trigger", pstReq->szOwner,
+                 pstReq->szName);
+        return MTE_ERR_GENERAL;
+    }
+    MTE_TRIGGER_ROW_S* pstRow = &pstEntry->stRow;
+    pstRow->uiFrequency = kDefaultFrequency;
+    pstRow->uiSampleType = MTE_SAMPLE_ABSOLUTE;
+    pstRow->uiValueIDWildcard = MTE_FALSE;
+    pstRow->uiContextNameWildcard = MTE_FALSE;
+    pstRow->uiEnabled = MTE_FALSE;
+    pstEntry->llTimerId = -1;
+    pstEntry->uiRunState = MTE_RUN_IDLE;
+    pstEntry->usInstanceReleased = 1;
+    pthread_mutex_init(&pstEntry->stStateLock, nullptr);
+    mte_StrCopy(pstRow->szOwner, pstReq->szOwner, sizeof(pstRow->szOwner));
+    mte_StrCopy(pstRow->szName, pstReq->szName, sizeof(pstRow->szName));
+
+    CopyColumns(pstReq, uiMask, pstRow);
+    if (pstRow->uiEntryStatus == MTE_ROW_CREATE_AND_WAIT) {
+        pstRow->uiEntryStatus = MTE_ROW_NOT_IN_SERVICE;
+        pstRow->uiEnabled = MTE_FALSE;
+    } else if (pstRow->uiEntryStatus == MTE_ROW_CREATE_AND_GO) {
+        pstRow->uiEntryStatus = MTE_ROW_ACTIVE;
+        pstRow->uiEnabled = MTE_TRUE;
+        if (mte_RUN_TriggerEnable(pstEntry) != MTE_OK) {
+            pthread_mutex_destroy(&pstEntry->stStateLock);
+            free(pstEntry);
+            return MTE_ERR_GENERAL;
+        }
+    }
+
+    // The whole test byte of the request decides, whatever the mask says.
+    TestRows stRows;
+    if (!CreateTestRows(pstReq->ucTest, pstRow->szOwner, pstRow->szName, &stRows,
+                        puiFailedColumn)) {
+        DestroyTestRows(&stRows);
+        if (pstEntry->llTimerId != -1) {
+            mte_TIMER_Del(pstEntry->llTimerId);
+            pstEntry->llTimerId = -1;
+        }
+        pthread_mutex_destroy(&pstEntry->stStateLock);
+        free(pstEntry);
+        return MTE_ERR_GENERAL;
+    }
+    pstEntry->pstBool = stRows.pstBool;
+    pstEntry->pstExist = stRows.pstExist;
+    pstEntry->pstThres = stRows.pstThres;
+    pstRow->ucTest = pstReq->ucTest;
+
+    if (!IsRecovering()) {
+        StoreRow(pstRow);
+    }
+    if (pstRow->uiEnabled == MTE_TRUE) {
+        mte_TRIGGER_StateLock(&pstEntry->stStateLock);
+        (void)mte_RUN_Sample4AtOnce(pstEntry);
+        mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
+    }
+    mte_trigger_Insert(pstEntry);
+    return MTE_OK;
+}
+
+// Run state after a stop: a trigger the worker holds is marked cancelled.
+uint32_t StoppedRunState(uint32_t uiRunState) {
+    return uiRunState == MTE_RUN_IDLE ? MTE_RUN_IDLE : MTE_RUN_CANCELLED;
+}
+
+// Status step of a change; MTE_OK to go on, else the result to return.
+// *pbDone set when the request is settled without any further step.
+uint32_t ApplyStatus(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
+                     MTE_TRIGGER_ENTRY_S* pstEntry, MTE_TRIGGER_ENTRY_S* pstCopy, bool bChanges,
+                     uint32_t* puiFailedColumn, bool* pbDone) {
+    uint32_t uiOldStatus = pstEntry->stRow.uiEntryStatus;
+    bool bWasActive = uiOldStatus == MTE_ROW_ACTIVE;
+    switch (pstReq->uiEntryStatus) {
+        case MTE_ROW_NONE:
+            if (bWasActive) {
+                return bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;
+            }
+            CopyColumns(pstReq, uiMask, &pstCopy->stRow);
+            return MTE_OK;
+        case MTE_ROW_ACTIVE:
+            if (bWasActive) {
+                // Re-asserting active alone is the only accepted write.
+                if (bChanges || uiMask != MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS)) {
+                    return MTE_ERR_INCONSISTENT;
+                }
+                *pbDone = true;
+                return MTE_OK;
+            }
+            CopyColumns(pstReq, uiMask, &pstCopy->stRow);
+            if (uint32_t uiRet = CheckActivation(&pstCopy->stRow, uiMask, puiFailedColumn);
+                uiRet != MTE_OK) {
+                return uiRet;
+            }
+            if (pstEntry->uiRunState == MTE_RUN_CANCELLED) {
+                // The worker still holds the cycle from before the stop; it
+                // resumes the timer and samples when it lets go.
+                pstCopy->uiRunState = MTE_RUN_RESTART;
+            } else if (uiOldStatus == MTE_ROW_NOT_IN_SERVICE) {
+                // On the entry itself: the timer module keeps its address.
+                if (mte_RUN_TriggerEnable(pstEntry) != MTE_OK) {
+                    PrintErr("Failed to start a timer.");
+                    return MTE_ERR_GENERAL;
+                }
+                pstCopy->llTimerId = pstEntry->llTimerId;
+                (void)mte_TIMER_Refresh(pstCopy->llTimerId, pstCopy->stRow.uiFrequency);
+            }
+            pstCopy->stRow.uiEnabled = MTE_TRUE;
+            return MTE_OK;
+        case MTE_ROW_NOT_IN_SERVICE:
+            if (bWasActive) {
+                if (pstEntry->uiRunState == MTE_RUN_RESTART) {
+                    pstCopy->uiRunState = MTE_RUN_CANCELLED;
+                } else {
+                    if (uint32_t uiRet = mte_RUN_TriggerDisable(pstCopy); uiRet != MTE_OK) {
+                        return uiRet;
+                    }
+                    pstCopy->uiRunState = StoppedRunState(pstCopy->uiRunState);
+                }
+            } else {
+                pstCopy->uiRunState = StoppedRunState(pstCopy->uiRunState);
+            }
+            pstCopy->stRow.uiEnabled = MTE_FALSE;
+            CopyColumns(pstReq, uiMask, &pstCopy->stRow);
+            return MTE_OK;
+        case MTE_ROW_CREATE_AND_GO:
+        case MTE_ROW_CREATE_AND_WAIT:
+            *puiFailedColumn = MTE_TRIGGER_COL_ENTRY_STATUS;
+            return MTE_ERR_ROW_EXISTS;
+        default:
+            // notReady or a status above destroy: only the test bits may change.
+            return MTE_OK;
+    }
+}
+
+// Puts the trigger's timer back as it was before a refused change.
+void UndoTimer(const MTE_TRIGGER_ENTRY_S* pstEntry, uint32_t uiOldRunState, uint32_t uiOldStatus,
+               uint32_t uiOldFrequency, uint32_t uiRequested) {
+    if (uiOldRunState == MTE_RUN_IDLE && uiRequested == MTE_ROW_ACTIVE) {
+        (void)mte_TIMER_Refresh(pstEntry->llTimerId, uiOldFrequency);
+        (void)mte_TIMER_Suspend(pstEntry->llTimerId);
+    } else if (uiOldRunState != MTE_RUN_RESTART && uiOldStatus == MTE_ROW_ACTIVE) {
+        (void)mte_TIMER_Active(pstEntry->llTimerId);
+    }
+}
+
+// Called with the entry's state lock held.
+uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_ENTRY_S* pstEntry,
+                uint32_t* puiFailedColumn) {
+    uint32_t uiRet = CheckObjOwner(pstReq, uiMask, puiFailedColumn);
+    if (uiRet != MTE_OK) {
+        return uiRet;
+    }
+    MTE_TRIGGER_ENTRY_S stCopy;
+    memcpy(&stCopy, pstEntry, sizeof(stCopy));  // the copy's lock bytes are never used
+    const uint32_t uiOldStatus = pstEntry->stRow.uiEntryStatus;
+    const uint32_t uiOldRunState = pstEntry->uiRunState;
+    const uint32_t uiOldFrequency = pstEntry->stRow.uiFrequency;
+    const uint32_t uiRequested = pstReq->uiEntryStatus;
+
+    bool bChanges = RequestChanges(pstReq, uiMask, &stCopy.stRow);
+    bool bDone = false;
+    uiRet = ApplyStatus(pstReq, uiMask, pstEntry, &stCopy, bChanges, puiFailedColumn, &bDone);
+    if (uiRet != MTE_OK || bDone || !bChanges) {
+        return uiRet;
+    }
+
+    uint8_t ucOldTest = stCopy.stRow.ucTest;
+    uint8_t ucNewTest = ucOldTest;
+    const struct {
+        uint32_t uiColumn;
+        uint8_t ucBit;
+    } astTestColumns[] = {{MTE_TRIGGER_COL_TEST_EXISTENCE, MTE_TEST_EXISTENCE},
+                          {MTE_TRIGGER_COL_TEST_BOOLEAN, MTE_TEST_BOOLEAN},
+                          {MTE_TRIGGER_COL_TEST_THRESHOLD, MTE_TEST_THRESHOLD}};
+    for (const auto& stCol : astTestColumns) {
+        if (InMask(uiMask, stCol.uiColumn)) {
+            ucNewTest =
+                static_cast<uint8_t>((ucNewTest & ~stCol.ucBit) | (pstReq->ucTest & stCol.ucBit));
+        }
+    }
+    const uint8_t ucTestBits = MTE_TEST_EXISTENCE | MTE_TEST_BOOLEAN | MTE_TEST_THRESHOLD;
+    uint8_t ucAdded = static_cast<uint8_t>(ucNewTest & ~ucOldTest & ucTestBits);
+    uint8_t ucRemoved = static_cast<uint8_t>(ucOldTest & ~ucNewTest & ucTestBits);
+
+    TestRows stMade;
+    if (!CreateTestRows(ucAdded, pstReq->szOwner, pstReq->szName, &stMade, puiFailedColumn)) {
+        DestroyTestRows(&stMade);
+        UndoTimer(pstEntry, uiOldRunState, uiOldStatus, uiOldFrequency, uiRequested);
+        return MTE_ERR_GENERAL;
+    }
+
+    stCopy.stRow.ucTest = ucNewTest;
+    if (stMade.pstBool != nullptr) {
+        stCopy.pstBool = stMade.pstBool;
+    }
+    if (stMade.pstExist != nullptr) {
+        stCopy.pstExist = stMade.pstExist;
+    }
+    if (stMade.pstThres != nullptr) {
+        stCopy.pstThres = stMade.pstThres;
+    }
+    TestRows stGone;
+    if (ucRemoved & MTE_TEST_BOOLEAN) {
+        stGone.pstBool = stCopy.pstBool;
+        stCopy.pstBool = nullptr;
+    }
+    if (ucRemoved & MTE_TEST_EXISTENCE) {
+        stGone.pstExist = stCopy.pstExist;
+        stCopy.pstExist = nullptr;
+    }
+    if (ucRemoved & MTE_TEST_THRESHOLD) {
+        stGone.pstThres = stCopy.pstThres;
+        stCopy.pstThres = nullptr;
+    }
+    DestroyTestRows(&stGone);
+    StoreRow(&stCopy.stRow);
+
+    // Everything but the lock goes back into the entry.
+    pstEntry->pstNext = stCopy.pstNext;
+    pstEntry->pstExist = stCopy.pstExist;
+    pstEntry->pstBool = stCopy.pstBool;
+    pstEntry->pstThres = stCopy.pstThres;
+    pstEntry->pstPrevSamples = stCopy.pstPrevSamples;
+    pstEntry->pstPrevSamplesTail = stCopy.pstPrevSamplesTail;
+    pstEntry->pstCurSamples = stCopy.pstCurSamples;
+    pstEntry->pstCurSamplesTail = stCopy.pstCurSamplesTail;
+    pstEntry->llTimerId = stCopy.llTimerId;
+    pstEntry->uiRunState = stCopy.uiRunState;
+    memcpy(&pstEntry->stRow, &stCopy.stRow, sizeof(pstEntry->stRow));
+    pstEntry->usInstanceReleased = stCopy.usInstanceReleased;
+
+    if (uiOldRunState == MTE_RUN_IDLE && uiRequested == MTE_ROW_ACTIVE) {
+        (void)mte_RUN_Sample4AtOnce(pstEntry);
+    } else if (uiOldStatus == MTE_ROW_ACTIVE) {
+        // Samples taken under the old configuration must not meet new ones.
+        mte_RUN_ClearSampleRes(pstEntry);
+    }
+    return MTE_OK;
+}
+
+uint32_t Destroy(MTE_TRIGGER_ENTRY_S* pstEntry) {
+    if (pstEntry == nullptr) {
+        return MTE_OK;
+    }
+    uint32_t uiOldStatus = pstEntry->stRow.uiEntryStatus;
+    mte_TRIGGER_StateLock(&pstEntry->stStateLock);
+    if (pstEntry->llTimerId != -1) {
+        mte_TIMER_Del(pstEntry->llTimerId);
+        pstEntry->llTimerId = -1;
+    }
+    mte_trigger_Unlink(pstEntry);
+    (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_TRIGGER, MTE_LIST_TRIGGER_NAME_SIZE,
+                                  &pstEntry->stRow, sizeof(pstEntry->stRow));
+    if (pstEntry->pstBool != nullptr) {
+        (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_BOOLEAN, MTE_LIST_BOOLEAN_NAME_SIZE,
+                                      pstEntry->pstBool, sizeof(MTE_BOOL_ENTRY_S));
+    }
+    if (pstEntry->pstExist != nullptr) {
+        (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_EXISTENCE, MTE_LIST_EXISTENCE_NAME_SIZE,
+                                      pstEntry->pstExist, MTE_EXIST_ROW_SIZE);
+    }
+    if (pstEntry->pstThres != nullptr) {
+        (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_THRESHOLD, MTE_LIST_THRESHOLD_NAME_SIZE,
+                                      pstEntry->pstThres, sizeof(MTE_THRES_ENTRY_S));
+    }
+    if (pstEntry->uiRunState == MTE_RUN_IDLE) {
+        if (uiOldStatus == MTE_ROW_ACTIVE) {
+            mte_RUN_ClearSampleRes(pstEntry);
+        }
+        mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
+        mte_TRIGGER_FreeNode(pstEntry);
+        return MTE_OK;
+    }
+    // The worker holds the trigger: it frees the record when it next looks.
+    mte_RUN_ClearSampleRes(pstEntry);
+    pstEntry->uiRunState = MTE_RUN_DELETED;
+    mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
+    return MTE_OK;
+}
+
+}  // namespace
+
+uint32_t mte_TRIGGER_Set(const MTE_TRIGGER_ROW_S* pstRequest, uint32_t uiColumnMask,
+                         uint32_t* puiFailedColumn) {
+    MTE_TRIGGER_ROW_S stReq;
+    memcpy(&stReq, pstRequest, sizeof(stReq));
+    TerminateRow(&stReq);
+
+    MTE_TRIGGER_ENTRY_S* pstEntry = mte_TRIGGER_GetTriggerEntry(stReq.szOwner, stReq.szName);
+    if (stReq.uiEntryStatus == MTE_ROW_DESTROY) {
+        return Destroy(pstEntry);
+    }
+    if (pstEntry == nullptr) {
+        return Create(&stReq, uiColumnMask, puiFailedColumn);
+    }
+    mte_TRIGGER_StateLock(&pstEntry->stStateLock);
+    uint32_t uiRet = Modify(&stReq, uiColumnMask, pstEntry, puiFailedColumn);
+    mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
+    return uiRet;
+}
+
+uint32_t mte_TRIGGER_Recover(uint32_t uiLen, const void* pRecord) {
+    // The store hands over whole records only; anything else is not a row.
+    if (uiLen != sizeof(MTE_TRIGGER_ROW_S) || pRecord == nullptr) {
+        PrintErr("Failed to recover information about the %s module from DBM.", "Trigger");
+        return MTE_ERR_GENERAL;
+    }
+    MTE_TRIGGER_ROW_S stRow;
+    memcpy(&stRow, pRecord, sizeof(stRow));
+    TerminateRow(&stRow);
+    if (stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
+        stRow.uiEntryStatus = MTE_ROW_CREATE_AND_GO;
+    } else if (stRow.uiEntryStatus == MTE_ROW_NOT_IN_SERVICE) {
+        stRow.uiEntryStatus = MTE_ROW_CREATE_AND_WAIT;
+    }
+    uint32_t uiFailedColumn = 0;
+    uint32_t uiRet = Create(&stRow, MTE_MASK_ALL_COLUMNS, &uiFailedColumn);
+    if (uiRet != MTE_OK) {
+        PrintErr("Failed to recover information about the %s module from DBM.", "Trigger");
+        return uiRet;
+    }
+    // The target tag has no column; a stored one comes back as it was.
+    MTE_TRIGGER_ENTRY_S* pstEntry = mte_TRIGGER_GetTriggerEntry(stRow.szOwner, stRow.szName);
+    if (pstEntry != nullptr) {
+        mte_TRIGGER_StateLock(&pstEntry->stStateLock);
+        mte_StrCopy(pstEntry->stRow.szTargetTag, stRow.szTargetTag,
+                    sizeof(pstEntry->stRow.szTargetTag));
+        mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
+    }
+    return MTE_OK;
+}
