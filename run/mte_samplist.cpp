@@ -17,6 +17,7 @@
 #include "mte_exist.h"
 #include "mte_run_int.h"
 #include "mte_scalar.h"
+#include "plat_snmp.h"
 
 namespace {
 
@@ -34,13 +35,11 @@ uint32_t mte_run_CountList(const MTE_SAMPLE_S* pstHead) {
 
 }  // namespace
 
-// The platform's value records are plain heap blocks: the bytes, then the
-// record. Freeing them here keeps the sample store free of any tie to the
-// SNMP client, so the tables can release samples without it.
+// The client made the value record (its bytes and the record), so the
+// client releases it.
 void mte_run_FreeValue(SNMP_VALUE_S* pstValue) {
     if (pstValue != nullptr) {
-        free(pstValue->pData);
-        free(pstValue);
+        SNMP_FreeInstanceValue(pstValue);
     }
 }
 
