@@ -306,9 +306,6 @@ uint32_t mte_RUN_Sample4AtOnce(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     return mte_run_Enqueue(pstTrigger);
 }
 
-// A timer id that no longer exists in the set (the set was torn down after a
-// failed restart and made anew) cannot be activated: the trigger then gets a
-// new timer instead of staying without one.
 uint32_t mte_RUN_TriggerEnable(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     if (mte_TIMER_GetPortFlag() != 1) {
         return MTE_OK;
@@ -316,10 +313,7 @@ uint32_t mte_RUN_TriggerEnable(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     if (pstTrigger->llTimerId == -1) {
         return mte_TIMER_Add(pstTrigger);
     }
-    if (mte_TIMER_Active(pstTrigger->llTimerId) == MTE_OK) {
-        return MTE_OK;
-    }
-    return mte_TIMER_Add(pstTrigger);
+    return mte_TIMER_Active(pstTrigger->llTimerId);
 }
 
 // A trigger without a timer has nothing to suspend; that is no failure, so a
