@@ -81,6 +81,24 @@ class EpollSetTest : public ::testing::Test {
         astRecords.resize(iGot > 0 ? iGot : 0);
         return astRecords;
     }
+    // Registers a ready descriptor with pfFirst and a ready victim with
+    // HandlerA, then dispatches one batch of both with pfFirst's record first
+    // (whatever order the kernel reported). Returns pfFirst's descriptor.
+    int DispatchBatchWhereFirstHandlerTouchesVictim(MTE_EPOLL_PROC_PF pfFirst) {
+        int iFirst = NewReadyEventFd();
+        g_iVictimFd = NewReadyEventFd();
+        aiFds.push_back(iFirst);
+        EXPECT_EQ(mte_EPSET_Add(&g_stSet, iFirst, pfFirst), 0);
+        EXPECT_EQ(mte_EPSET_Add(&g_stSet, g_iVictimFd, HandlerA), 0);
+        auto astBatch = Batch(2);
+        if (astBatch.size() == 2 &&
+            static_cast<int>(static_cast<uint32_t>(astBatch[0].data.u64)) != iFirst) {
+            std::swap(astBatch[0], astBatch[1]);
+        }
+        mte_EPSET_Dispatch(&g_stSet, astBatch.data(), static_cast<int>(astBatch.size()));
+        return iFirst;
+    }
+
     std::vector<int> aiFds;
 };
 
@@ -96,32 +114,14 @@ TEST_F(EpollSetTest, EventReachesItsHandlerWithEventBitsAndDescriptor) {
 }
 
 TEST_F(EpollSetTest, EventOfDescriptorRemovedEarlierInTheBatchIsSkipped) {
-    int iFirst = NewReadyEventFd();
-    g_iVictimFd = NewReadyEventFd();
-    aiFds.push_back(iFirst);
-    ASSERT_EQ(mte_EPSET_Add(&g_stSet, iFirst, HandlerRemovesVictim), 0);
-    ASSERT_EQ(mte_EPSET_Add(&g_stSet, g_iVictimFd, HandlerA), 0);
-    auto astBatch = Batch(2);
-    // Put the remover first, whatever order the kernel reported.
-    if (static_cast<int>(static_cast<uint32_t>(astBatch[0].data.u64)) != iFirst) {
-        std::swap(astBatch[0], astBatch[1]);
-    }
-    mte_EPSET_Dispatch(&g_stSet, astBatch.data(), 2);
+    int iFirst = DispatchBatchWhereFirstHandlerTouchesVictim(HandlerRemovesVictim);
     ASSERT_EQ(g_astCalls.size(), 1u);
     EXPECT_EQ(g_astCalls[0].iHandler, 3);
+    EXPECT_EQ(g_astCalls[0].iFd, iFirst);
 }
 
 TEST_F(EpollSetTest, StaleEventDoesNotReachTheHandlerOfAReusedDescriptor) {
-    int iFirst = NewReadyEventFd();
-    g_iVictimFd = NewReadyEventFd();
-    aiFds.push_back(iFirst);
-    ASSERT_EQ(mte_EPSET_Add(&g_stSet, iFirst, HandlerReplacesVictim), 0);
-    ASSERT_EQ(mte_EPSET_Add(&g_stSet, g_iVictimFd, HandlerA), 0);
-    auto astBatch = Batch(2);
-    if (static_cast<int>(static_cast<uint32_t>(astBatch[0].data.u64)) != iFirst) {
-        std::swap(astBatch[0], astBatch[1]);
-    }
-    mte_EPSET_Dispatch(&g_stSet, astBatch.data(), 2);
+    int iFirst = DispatchBatchWhereFirstHandlerTouchesVictim(HandlerReplacesVictim);
     ASSERT_EQ(g_astCalls.size(), 1u);
     EXPECT_EQ(g_astCalls[0].iHandler, 4);
     aiFds.push_back(g_iReplacementFd);
