@@ -50,4 +50,13 @@ void mte_run_ReportFailure(const MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_OID_
 // Runs the collected events in order on the copy of the trigger row, then frees them.
 void mte_run_ExEvent(const MTE_TRIGGER_ROW_S* pstTrigger, MTE_FIRED_EVENT_S* pstEvents);
 
+// Test hooks: the worker's parts without its thread, so that tests can drive
+// the queue and the control descriptor step by step.
+// Sets up the worker epoll set, the queue and the control descriptor.
+uint32_t mte_run_InitWithoutThread(void);
+// Handles up to uiMax queued messages as the worker would; the number handled.
+uint32_t mte_run_PumpQueue(uint32_t uiMax);
+// The control descriptor's handler (drain, exit).
+void mte_run_CtrlProc(uint32_t uiEvents, int iFd);
+
 #endif  // MTE_RUN_H

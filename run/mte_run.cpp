@@ -1,18 +1,391 @@
-// Placeholder definitions: replaced by the module's implementation.
-#include "mte_run.h"
+// Sampling worker and its request queue.
+//
+// The main thread decides when a trigger is due and writes the trigger's
+// address to the queue "mteMsgQue"; the worker thread takes triggers from it
+// one at a time and samples them (mte_sampler.cpp), so the main thread never
+// waits for the SNMP agent. A trigger's run state (uiRunState) tells both
+// threads who holds it and carries the main thread's requests to the worker:
+// drop the cycle (2), free the trigger (3), restart it (5). A control eventfd
+// lets the main thread ask for a drain (answered on the timer module's notify
+// eventfd) or for the thread's exit.
+//
+// Threads: mte_RUN_Init / mte_RUN_Fini / mte_RUN_ProcTimer /
+// mte_RUN_TriggerEnable / mte_RUN_TriggerDisable on the main thread; the two
+// epoll handlers on the worker; mte_RUN_Sample4AtOnce on either.
+// Locks: one trigger's stStateLock at a time, never across an SNMP request;
+// under it only the leaf locks of the debug and trap switches are taken.
+#include <pthread.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
-uint32_t mte_RUN_Init(void) { return {}; }
-void mte_RUN_Fini(void) {}
-int mte_RUN_GetEventFd(void) { return -1; }
-uint32_t mte_RUN_ProcTimer(MTE_TRIGGER_ENTRY_S* pstTrigger) { return {}; }
-uint32_t mte_RUN_Sample4AtOnce(MTE_TRIGGER_ENTRY_S* pstTrigger) { return {}; }
-uint32_t mte_RUN_TriggerEnable(MTE_TRIGGER_ENTRY_S* pstTrigger) { return {}; }
-uint32_t mte_RUN_TriggerDisable(MTE_TRIGGER_ENTRY_S* pstTrigger) { return {}; }
-uint32_t mte_run_EpollInit(void) { return {}; }
-uint32_t mte_run_EPOLLAdd(int iFd, MTE_EPOLL_PROC_PF pfHandler) { return {}; }
-uint32_t mte_run_EPOLLDel(int iFd) { return {}; }
-void mte_RUN_ClearSampleRes(MTE_TRIGGER_ENTRY_S* pstTrigger) {}
-void mte_RUN_FreeResList(MTE_SAMPLE_S** ppstHead, MTE_SAMPLE_S** ppstTail) {}
-void mte_run_FailureDebug(int32_t iReason, const char* pszContext, const MTE_TRIGGER_ROW_S* pstTrigger, const MTE_OID_S* pstOid, uint32_t uiHeaderText, uint32_t uiTagText) {}
-void mte_run_ReportFailure(const MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_OID_S* pstOid, const char* pszContext, int32_t iReason) {}
-void mte_run_ExEvent(const MTE_TRIGGER_ROW_S* pstTrigger, MTE_FIRED_EVENT_S* pstEvents) {}
+#include <atomic>
+#include <cerrno>
+
+#include "mte_conv.h"
+#include "mte_dbg.h"
+#include "mte_run_int.h"
+#include "mte_scalar.h"
+#include "mte_timer.h"
+#include "mte_trigger.h"
+#include "plat_queue.h"
+
+namespace {
+
+constexpr const char* RUN_QUEUE_NAME = "mteMsgQue";
+constexpr uint32_t RUN_EPOLL_EVENTS = EPOLLIN | EPOLLERR | EPOLLHUP;
+constexpr int RUN_EPOLL_MAX_EVENTS = 2;
+constexpr int64_t TRACE_SIGMASK = 3532;
+
+// Registrations of the worker epoll set. They change only while the worker
+// thread is not running (before it starts, after it is joined).
+struct MTE_RUN_EPOLL_REG_S {
+    int iFd;
+    MTE_EPOLL_PROC_PF pfHandler;
+};
+constexpr int RUN_EPOLL_MAX_REG = 4;
+MTE_RUN_EPOLL_REG_S g_astRunEpollReg[RUN_EPOLL_MAX_REG] = {
+    {-1, nullptr}, {-1, nullptr}, {-1, nullptr}, {-1, nullptr}};
+
+int g_iRunEpollFd = -1;
+int g_iRunCtrlFd = -1;
+uint32_t g_uiRunQueue = QUEUE_INVALID;
+pthread_t g_stRunThread{};
+bool g_bRunThreadMade = false;
+// Worker thread only: set by the control handler, read by the loop.
+bool g_bRunExit = false;
+
+MTE_EPOLL_PROC_PF mte_run_FindHandler(int iFd) {
+    for (const auto& stReg : g_astRunEpollReg) {
+        if (stReg.iFd == iFd) {
+            return stReg.pfHandler;
+        }
+    }
+    return nullptr;
+}
+
+// The trigger leaves the worker for good: nothing refers to it any more.
+// Its lists were cleared when it was destroyed; freeing them again costs
+// nothing and keeps a late sample from leaking.
+void mte_run_FreeTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    mte_RUN_FreeResList(&pstTrigger->pstCurSamples, &pstTrigger->pstCurSamplesTail);
+    mte_RUN_FreeResList(&pstTrigger->pstPrevSamples, &pstTrigger->pstPrevSamplesTail);
+    mte_TRIGGER_FreeNode(pstTrigger);
+}
+
+// Queue for sampling; the caller holds the lock and the state is idle.
+uint32_t mte_run_Enqueue(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    if (!mte_run_IsWildcard(pstTrigger) && pstTrigger->usInstanceReleased == 1) {
+        uint32_t uiResult = mte_SCALAR_CurInstanceInc();
+        if (uiResult != MTE_OK) {
+            mte_SCALAR_InstanceLacksInc();
+            mte_run_ReportFailure(pstTrigger, &pstTrigger->stRow.stValueID,
+                                  pstTrigger->stRow.szContextName, MTE_REASON_LOCAL_RESOURCE_LACK);
+            return uiResult;
+        }
+        pstTrigger->usInstanceReleased = 0;
+    }
+    uint32_t uiResult = mte_run_WriteQueue(pstTrigger);
+    if (uiResult != MTE_OK) {
+        return uiResult;
+    }
+    pstTrigger->uiRunState = MTE_RUN_BUSY;
+    return MTE_OK;
+}
+
+// Drain: every queued trigger goes back to idle (or is freed when it was
+// destroyed meanwhile); the cycles under way are dropped.
+void mte_run_Drain(void) {
+    MTE_QUEUE_MSG_S stMsg{};
+    while (QUEUE_Read(g_uiRunQueue, 1, 0, &stMsg) == 0) {
+        MTE_TRIGGER_ENTRY_S* pstTrigger = stMsg.pstTrigger;
+        if (pstTrigger == nullptr) {
+            continue;
+        }
+        mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+        bool bDeleted = pstTrigger->uiRunState == MTE_RUN_DELETED;
+        if (!bDeleted) {
+            mte_run_DropCycle(pstTrigger);
+        }
+        pstTrigger->uiRunState = MTE_RUN_IDLE;
+        mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+        if (bDeleted) {
+            mte_run_FreeTrigger(pstTrigger);
+        }
+    }
+}
+
+// Takes one message; false when the queue is empty.
+bool mte_run_HandleOneMsg(void) {
+    MTE_QUEUE_MSG_S stMsg{};
+    if (g_uiRunQueue == QUEUE_INVALID || QUEUE_Read(g_uiRunQueue, 1, 0, &stMsg) != 0) {
+        return false;
+    }
+    MTE_TRIGGER_ENTRY_S* pstTrigger = stMsg.pstTrigger;
+    if (pstTrigger == nullptr) {
+        return true;
+    }
+    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+    if (pstTrigger->uiRunState == MTE_RUN_BUSY) {
+        mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+        mte_run_SampleStep(pstTrigger);
+        return true;
+    }
+    bool bDeleted = mte_run_TakeOver(pstTrigger);
+    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+    if (bDeleted) {
+        mte_run_FreeTrigger(pstTrigger);
+    }
+    return true;
+}
+
+void mte_run_QueueProc(uint32_t uiEvents, int iFd) {
+    if ((uiEvents & EPOLLIN) != 0) {
+        (void)mte_run_HandleOneMsg();
+    }
+}
+
+void* mte_run_WorkerMain(void*) {
+    sigset_t stSet;
+    sigemptyset(&stSet);
+    sigaddset(&stSet, SIGRTMIN + 1);
+    if (pthread_sigmask(SIG_BLOCK, &stSet, nullptr) != 0) {
+        mte_DBG_PrintTraceInfo(TRACE_SIGMASK, "%s", "pthread_sigmask execute failed.");
+    }
+    g_bRunExit = false;
+    epoll_event astEvents[RUN_EPOLL_MAX_EVENTS];
+    while (!g_bRunExit) {
+        int iReady = epoll_wait(g_iRunEpollFd, astEvents, RUN_EPOLL_MAX_EVENTS, -1);
+        if (iReady < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            break;
+        }
+        for (int i = 0; i < iReady && !g_bRunExit; ++i) {
+            MTE_EPOLL_PROC_PF pfHandler = mte_run_FindHandler(astEvents[i].data.fd);
+            if (pfHandler != nullptr) {
+                pfHandler(astEvents[i].events, astEvents[i].data.fd);
+            }
+        }
+    }
+    return nullptr;
+}
+
+// Sets everything up but the thread; mte_RUN_Init adds the thread.
+uint32_t mte_run_Setup(void) {
+    if (mte_run_EpollInit() != MTE_OK) {
+        return MTE_ERR_GENERAL;
+    }
+    g_uiRunQueue = QUEUE_Create(RUN_QUEUE_NAME, MTE_QUEUE_DEPTH);
+    if (g_uiRunQueue == QUEUE_INVALID) {
+        return MTE_ERR_GENERAL;
+    }
+    if (mte_run_EPOLLAdd(static_cast<int>(g_uiRunQueue), mte_run_QueueProc) != MTE_OK) {
+        QUEUE_Delete(g_uiRunQueue, 0);
+        g_uiRunQueue = QUEUE_INVALID;
+        return MTE_ERR_GENERAL;
+    }
+    g_iRunCtrlFd = eventfd(0, 0);
+    if (g_iRunCtrlFd < 0) {
+        return MTE_ERR_GENERAL;
+    }
+    if (mte_run_EPOLLAdd(g_iRunCtrlFd, mte_run_CtrlProc) != MTE_OK) {
+        close(g_iRunCtrlFd);
+        g_iRunCtrlFd = -1;
+        return MTE_ERR_GENERAL;
+    }
+    return MTE_OK;
+}
+
+}  // namespace
+
+uint32_t mte_run_WriteQueue(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    if (g_uiRunQueue == QUEUE_INVALID) {
+        return MTE_ERR_GENERAL;
+    }
+    MTE_QUEUE_MSG_S stMsg{0, pstTrigger};
+    return QUEUE_Write(g_uiRunQueue, 1, 0, &stMsg);
+}
+
+bool mte_run_TakeOver(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    switch (pstTrigger->uiRunState) {
+        case MTE_RUN_CANCELLED:
+            mte_run_DropCycle(pstTrigger);
+            pstTrigger->uiRunState = MTE_RUN_IDLE;
+            return false;
+        case MTE_RUN_DELETED:
+            return true;
+        case MTE_RUN_RESTART:
+            mte_run_DropCycle(pstTrigger);
+            pstTrigger->uiRunState = MTE_RUN_IDLE;
+            (void)mte_TIMER_Active(pstTrigger->llTimerId);
+            (void)mte_TIMER_Refresh(pstTrigger->llTimerId, pstTrigger->stRow.uiFrequency);
+            (void)mte_RUN_Sample4AtOnce(pstTrigger);
+            return false;
+        default:
+            return false;
+    }
+}
+
+void mte_run_CtrlProc(uint32_t uiEvents, int iFd) {
+    if ((uiEvents & EPOLLIN) == 0) {
+        return;
+    }
+    eventfd_t ulWord = 0;
+    if (eventfd_read(iFd, &ulWord) != 0) {
+        return;
+    }
+    if ((ulWord & MTE_RUN_CTRL_DRAIN) != 0) {
+        mte_run_Drain();
+        (void)eventfd_write(mte_GetNotifyEvtFd(), 1);
+    }
+    if ((ulWord & MTE_RUN_CTRL_EXIT) != 0) {
+        g_bRunExit = true;
+    }
+}
+
+uint32_t mte_run_PumpQueue(uint32_t uiMax) {
+    uint32_t uiCount = 0;
+    while (uiCount < uiMax && mte_run_HandleOneMsg()) {
+        ++uiCount;
+    }
+    return uiCount;
+}
+
+uint32_t mte_run_InitWithoutThread(void) {
+    if (mte_run_Setup() != MTE_OK) {
+        mte_RUN_Fini();
+        return MTE_ERR_GENERAL;
+    }
+    return MTE_OK;
+}
+
+uint32_t mte_RUN_Init(void) {
+    if (mte_run_Setup() != MTE_OK ||
+        pthread_create(&g_stRunThread, nullptr, mte_run_WorkerMain, nullptr) != 0) {
+        mte_RUN_Fini();
+        return MTE_ERR_GENERAL;
+    }
+    g_bRunThreadMade = true;
+    return MTE_OK;
+}
+
+// Messages still queued are dropped as they are: the trigger table, torn
+// down after this, frees every trigger whatever its run state.
+void mte_RUN_Fini(void) {
+    if (g_iRunEpollFd < 0) {
+        return;
+    }
+    if (g_bRunThreadMade) {
+        (void)eventfd_write(g_iRunCtrlFd, MTE_RUN_CTRL_EXIT);
+        pthread_join(g_stRunThread, nullptr);
+        g_bRunThreadMade = false;
+        g_stRunThread = pthread_t{};
+    }
+    if (g_iRunCtrlFd >= 0) {
+        (void)mte_run_EPOLLDel(g_iRunCtrlFd);
+        close(g_iRunCtrlFd);
+        g_iRunCtrlFd = -1;
+    }
+    if (g_uiRunQueue != QUEUE_INVALID) {
+        (void)mte_run_EPOLLDel(static_cast<int>(g_uiRunQueue));
+        QUEUE_Delete(g_uiRunQueue, 0);
+        g_uiRunQueue = QUEUE_INVALID;
+    }
+    close(g_iRunEpollFd);
+    g_iRunEpollFd = -1;
+}
+
+int mte_RUN_GetEventFd(void) {
+    return g_iRunCtrlFd;
+}
+
+uint32_t mte_RUN_ProcTimer(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    uint32_t uiResult = MTE_OK;
+    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+    if (pstTrigger->uiRunState == MTE_RUN_IDLE) {
+        uiResult = mte_run_Enqueue(pstTrigger);
+    } else if (pstTrigger->uiRunState == MTE_RUN_BUSY) {
+        mte_run_ReportFailure(pstTrigger, &pstTrigger->stRow.stValueID,
+                              pstTrigger->stRow.szContextName, MTE_REASON_SAMPLE_OVERRUN);
+    }
+    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+    return uiResult;
+}
+
+uint32_t mte_RUN_Sample4AtOnce(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    if (mte_TIMER_GetPortFlag() != 1 || pstTrigger->uiRunState != MTE_RUN_IDLE) {
+        return MTE_OK;
+    }
+    return mte_run_Enqueue(pstTrigger);
+}
+
+// A timer id that no longer exists in the set (the set was torn down after a
+// failed restart and made anew) cannot be activated: the trigger then gets a
+// new timer instead of staying without one.
+uint32_t mte_RUN_TriggerEnable(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    if (mte_TIMER_GetPortFlag() != 1) {
+        return MTE_OK;
+    }
+    if (pstTrigger->llTimerId == -1) {
+        return mte_TIMER_Add(pstTrigger);
+    }
+    if (mte_TIMER_Active(pstTrigger->llTimerId) == MTE_OK) {
+        return MTE_OK;
+    }
+    return mte_TIMER_Add(pstTrigger);
+}
+
+// A trigger without a timer has nothing to suspend; that is no failure, so a
+// trigger whose timer could never be made can still be taken out of service.
+uint32_t mte_RUN_TriggerDisable(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    if (mte_TIMER_GetPortFlag() != 1 || pstTrigger->llTimerId == -1) {
+        return MTE_OK;
+    }
+    return mte_TIMER_Suspend(pstTrigger->llTimerId);
+}
+
+uint32_t mte_run_EpollInit(void) {
+    if (g_iRunEpollFd >= 0) {
+        return MTE_OK;
+    }
+    g_iRunEpollFd = epoll_create(2);
+    return g_iRunEpollFd >= 0 ? MTE_OK : MTE_ERR_GENERAL;
+}
+
+uint32_t mte_run_EPOLLAdd(int iFd, MTE_EPOLL_PROC_PF pfHandler) {
+    MTE_RUN_EPOLL_REG_S* pstFree = nullptr;
+    for (auto& stReg : g_astRunEpollReg) {
+        if (stReg.iFd < 0) {
+            pstFree = &stReg;
+            break;
+        }
+    }
+    if (g_iRunEpollFd < 0 || iFd < 0 || pstFree == nullptr) {
+        return MTE_ERR_GENERAL;
+    }
+    epoll_event stEvent{};
+    stEvent.events = RUN_EPOLL_EVENTS;
+    stEvent.data.fd = iFd;
+    if (epoll_ctl(g_iRunEpollFd, EPOLL_CTL_ADD, iFd, &stEvent) != 0) {
+        return MTE_ERR_GENERAL;
+    }
+    pstFree->iFd = iFd;
+    pstFree->pfHandler = pfHandler;
+    return MTE_OK;
+}
+
+uint32_t mte_run_EPOLLDel(int iFd) {
+    for (auto& stReg : g_astRunEpollReg) {
+        if (stReg.iFd == iFd) {
+            stReg.iFd = -1;
+            stReg.pfHandler = nullptr;
+        }
+    }
+    if (g_iRunEpollFd < 0 || epoll_ctl(g_iRunEpollFd, EPOLL_CTL_DEL, iFd, nullptr) != 0) {
+        return MTE_ERR_GENERAL;
+    }
+    return MTE_OK;
+}

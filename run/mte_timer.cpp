@@ -1,15 +1,341 @@
-// Placeholder definitions: replaced by the module's implementation.
+// Trigger timers: when each trigger is sampled.
+//
+// One periodic timer per trigger lives in a timer set of the platform, which a
+// one-second tick descriptor on the main epoll set advances; an expiry hands
+// the trigger to the worker queue (mte_RUN_ProcTimer). The module also keeps
+// the port flag that gates all sampling, the notify eventfd on which the
+// worker answers a drain request, and the ten-second statistics descriptor.
+//
+// Thread: main, including the timer callbacks (they run inside
+// Timer_Tick_Announce). The worker calls mte_TIMER_Active / mte_TIMER_Refresh
+// when it restarts a trigger; the platform timer set accepts that. The port
+// flag is written by the main thread and read by both, atomically.
+// Locks: none of its own. mte_TIMER_SuspendAll takes trigger state locks only
+// through the trigger table's whole-table walks, one at a time.
 #include "mte_timer.h"
 
-uint32_t mte_TIMER_Init(void) { return {}; }
-void mte_TIMER_Fini(void) {}
-uint32_t mte_TIMER_StartAll(void) { return {}; }
-uint32_t mte_TIMER_SuspendAll(void) { return {}; }
-uint32_t mte_TIMER_Add(MTE_TRIGGER_ENTRY_S* pstTrigger) { return {}; }
-uint32_t mte_TIMER_Del(int64_t llTimerId) { return {}; }
-uint32_t mte_TIMER_Active(int64_t llTimerId) { return {}; }
-uint32_t mte_TIMER_Suspend(int64_t llTimerId) { return {}; }
-uint32_t mte_TIMER_Refresh(int64_t llTimerId, uint32_t uiFrequency) { return {}; }
-void mte_TIMER_SetPortFlag(uint16_t usFlag) {}
-uint16_t mte_TIMER_GetPortFlag(void) { return {}; }
-int mte_GetNotifyEvtFd(void) { return -1; }
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+
+#include "mte_core.h"
+#include "mte_dbg.h"
+#include "mte_run.h"
+#include "mte_scalar.h"
+#include "mte_trigger.h"
+#include "plat_timer.h"
+
+namespace {
+
+// Arguments of Timer_Initialize and Timer_Create, passed unchanged.
+constexpr uint32_t TIMER_SET_MAX = 5120;
+constexpr uint32_t TIMER_SET_TICK_MS = 1000;
+constexpr uint32_t TIMER_SET_ARG3 = 128;
+constexpr uint32_t TIMER_SET_ARG4 = 16;
+constexpr uint32_t TIMER_TYPE_PERIODIC = 1;
+
+constexpr uint32_t TICK_PERIOD_S = 1;
+constexpr uint32_t STATS_PERIOD_S = 10;
+
+// How long a port-down waits for the worker to drain its queue. The worker
+// answers as soon as the step under way has returned; only a worker stuck in
+// the agent for longer than this lets the port-down go on without its answer.
+constexpr int DRAIN_WAIT_MS = 60000;
+
+// Trace numbers of this module.
+constexpr int64_t TRACE_TIMER_CREATE = 176;    // text 2
+constexpr int64_t TRACE_TIMER_INTERVAL = 541;  // text 41
+constexpr int64_t TRACE_SET_INIT = 579;        // text 43
+constexpr int64_t TRACE_TIMER_FD = 596;        // text 42
+constexpr int64_t TRACE_MODULE_INIT = 715;     // text 51
+
+uint64_t g_ulTimerSet = 0;
+int g_iTickFd = -1;
+int g_iStatsFd = -1;
+int g_iNotifyFd = -1;
+std::atomic<uint16_t> g_usPortFlag{0};
+
+// Timer context handed to Timer_Create: the trigger's address, then zeros.
+struct MTE_TIMER_CTX_S {
+    MTE_TRIGGER_ENTRY_S* pstTrigger;
+    uint8_t aucZero[24];
+};
+static_assert(sizeof(MTE_TIMER_CTX_S) == TIMER_CONTEXT_SIZE);
+
+// A frequency of 0 would make a timer that never or always expires: it runs
+// every second instead. Periods beyond the 32-bit millisecond range saturate.
+uint32_t mte_timer_PeriodMs(uint32_t uiFrequency) {
+    constexpr uint32_t MAX_SECONDS = UINT32_MAX / 1000;
+    if (uiFrequency == 0) {
+        uiFrequency = 1;
+    }
+    return (uiFrequency > MAX_SECONDS ? MAX_SECONDS : uiFrequency) * 1000;
+}
+
+void mte_timer_Expire(void* pContext) {
+    MTE_TRIGGER_ENTRY_S* pstTrigger = static_cast<MTE_TIMER_CTX_S*>(pContext)->pstTrigger;
+    if (pstTrigger != nullptr) {
+        (void)mte_RUN_ProcTimer(pstTrigger);
+    }
+}
+
+// Arms (period in seconds) or disarms (0) a timer descriptor.
+uint32_t mte_timer_ArmFd(int iFd, uint32_t uiPeriod) {
+    itimerspec stSpec{};
+    stSpec.it_value.tv_sec = uiPeriod;
+    stSpec.it_interval.tv_sec = uiPeriod;
+    return timerfd_settime(iFd, 0, &stSpec, nullptr) == 0 ? MTE_OK : MTE_ERR_GENERAL;
+}
+
+// A non-blocking periodic timer descriptor registered with the main epoll set;
+// -1 on failure.
+int mte_timer_CreateFd(uint32_t uiPeriod, MTE_EPOLL_PROC_PF pfHandler) {
+    int iFd = timerfd_create(CLOCK_MONOTONIC, 0);
+    if (iFd < 0) {
+        return -1;
+    }
+    if (fcntl(iFd, F_SETFL, O_NONBLOCK) != 0 || mte_timer_ArmFd(iFd, uiPeriod) != MTE_OK ||
+        mte_EPOLL_Add(iFd, pfHandler) != MTE_OK) {
+        mte_DBG_PrintTraceInfo(TRACE_TIMER_INTERVAL, mte_DBG_Text(41), static_cast<int>(uiPeriod));
+        close(iFd);
+        return -1;
+    }
+    return iFd;
+}
+
+void mte_timer_CloseFd(int* piFd) {
+    if (*piFd >= 0) {
+        (void)mte_EPOLL_Del(*piFd);
+        close(*piFd);
+        *piFd = -1;
+    }
+}
+
+// Several missed seconds are announced as one tick: a trigger that is late is
+// sampled once, not once per missed second.
+void mte_timer_TickProc(uint32_t uiEvents, int iFd) {
+    if ((uiEvents & EPOLLIN) == 0) {
+        return;
+    }
+    uint64_t ulExpirations = 0;
+    ssize_t lRead;
+    do {
+        lRead = read(iFd, &ulExpirations, sizeof(ulExpirations));
+    } while (lRead < 0 && errno == EINTR);
+    if (lRead <= 0 || g_ulTimerSet == 0) {
+        return;
+    }
+    Timer_Tick_Announce(g_ulTimerSet);
+}
+
+// True while a drain request has been written and not yet answered. A second
+// request must not be written on top of an unanswered one: the control
+// word's values add up, and two drains would read as an exit.
+bool g_bDrainPending = false;
+
+// Takes the worker's answer within iWaitMs; true when it came.
+bool mte_timer_TakeAnswer(int iWaitMs) {
+    pollfd stPoll{g_iNotifyFd, POLLIN, 0};
+    int iReady;
+    do {
+        iReady = poll(&stPoll, 1, iWaitMs);
+    } while (iReady < 0 && errno == EINTR);
+    if (iReady != 1) {
+        return false;
+    }
+    eventfd_t ulValue = 0;
+    (void)eventfd_read(g_iNotifyFd, &ulValue);
+    return true;
+}
+
+// Asks the worker to drain its queue and waits for its answer (bounded, see
+// DRAIN_WAIT_MS). Without a worker or a notify descriptor there is nobody to
+// answer, and the port-down goes on at once.
+void mte_timer_DrainWorker(void) {
+    int iCtrlFd = mte_RUN_GetEventFd();
+    if (iCtrlFd < 0 || g_iNotifyFd < 0) {
+        return;
+    }
+    if (g_bDrainPending && mte_timer_TakeAnswer(0)) {
+        g_bDrainPending = false;
+    }
+    if (!g_bDrainPending) {
+        if (eventfd_write(iCtrlFd, MTE_RUN_CTRL_DRAIN) != 0) {
+            return;
+        }
+        g_bDrainPending = true;
+    }
+    if (mte_timer_TakeAnswer(DRAIN_WAIT_MS)) {
+        g_bDrainPending = false;
+    } else if (mte_DBG_IsEnable(MTE_DBG_WARNING) != 0) {
+        mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING, "%s",
+                      "The sampling worker did not answer the drain request in time.");
+    }
+}
+
+}  // namespace
+
+uint32_t mte_TIMER_Init(void) {
+    uint32_t uiResult = MTE_OK;
+    uint64_t ulSet =
+        Timer_Initialize(TIMER_SET_MAX, TIMER_SET_TICK_MS, TIMER_SET_ARG3, TIMER_SET_ARG4);
+    if (ulSet == 0) {
+        mte_DBG_PrintTraceInfo(TRACE_SET_INIT, "%s", mte_DBG_Text(43));
+        uiResult = MTE_ERR_GENERAL;
+    } else {
+        int iTickFd = -1;
+        if (Timer_Config(ulSet, 1) == 0) {
+            iTickFd = mte_timer_CreateFd(TICK_PERIOD_S, mte_timer_TickProc);
+        }
+        if (iTickFd >= 0) {
+            g_ulTimerSet = ulSet;
+            g_iTickFd = iTickFd;
+        } else {
+            mte_DBG_PrintTraceInfo(TRACE_TIMER_FD, "%s", mte_DBG_Text(42));
+            Timer_Finalize(ulSet);
+            uiResult = MTE_ERR_GENERAL;
+        }
+    }
+
+    if (g_iStatsFd < 0) {
+        g_iStatsFd = mte_timer_CreateFd(STATS_PERIOD_S, mte_SCALAR_freshStati2DbmCallBack);
+    }
+    if (g_iStatsFd < 0) {
+        uiResult = MTE_ERR_GENERAL;
+    }
+    if (uiResult != MTE_OK) {
+        mte_DBG_PrintTraceInfo(TRACE_MODULE_INIT, "%s", mte_DBG_Text(51));
+    }
+
+    if (g_iNotifyFd < 0) {
+        int iNotifyFd = eventfd(0, 0);
+        if (iNotifyFd < 0) {
+            return MTE_ERR_GENERAL;
+        }
+        g_iNotifyFd = iNotifyFd;
+    }
+    return uiResult;
+}
+
+void mte_TIMER_Fini(void) {
+    if (g_ulTimerSet != 0) {
+        Timer_Finalize(g_ulTimerSet);
+        g_ulTimerSet = 0;
+    }
+    mte_timer_CloseFd(&g_iTickFd);
+    mte_timer_CloseFd(&g_iStatsFd);
+    if (g_iNotifyFd >= 0) {
+        close(g_iNotifyFd);
+        g_iNotifyFd = -1;
+    }
+    g_bDrainPending = false;
+}
+
+uint32_t mte_TIMER_StartAll(void) {
+    uint32_t uiResult = MTE_OK;
+    if (g_ulTimerSet != 0) {
+        if (Timer_Config(g_ulTimerSet, 1) != 0) {
+            uiResult = MTE_ERR_GENERAL;
+        }
+        if (g_iTickFd >= 0) {
+            uiResult |= mte_timer_ArmFd(g_iTickFd, TICK_PERIOD_S);
+        }
+    } else if (g_iTickFd < 0) {
+        uiResult = mte_TIMER_Init();
+    } else {
+        uiResult = mte_timer_ArmFd(g_iTickFd, TICK_PERIOD_S);
+    }
+
+    if (uiResult != MTE_OK) {
+        mte_TIMER_Fini();
+        return uiResult;
+    }
+    mte_TRIGGER_StartAll();
+    return MTE_OK;
+}
+
+uint32_t mte_TIMER_SuspendAll(void) {
+    if (g_iTickFd >= 0) {
+        (void)mte_timer_ArmFd(g_iTickFd, 0);
+    }
+    if (g_ulTimerSet != 0) {
+        (void)Timer_Config(g_ulTimerSet, 0);
+    }
+    mte_TRIGGER_SuspendTmr();
+
+    mte_timer_DrainWorker();
+
+    mte_TRIGGER_ClearAllSpl();
+    return MTE_OK;
+}
+
+uint32_t mte_TIMER_Add(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    MTE_TIMER_CTX_S stCtx{};
+    stCtx.pstTrigger = pstTrigger;
+    int64_t llId = -1;
+    if (g_ulTimerSet != 0) {
+        llId = Timer_Create(g_ulTimerSet, TIMER_TYPE_PERIODIC,
+                            mte_timer_PeriodMs(pstTrigger->stRow.uiFrequency), mte_timer_Expire,
+                            &stCtx);
+    }
+    if (llId == -1) {
+        mte_DBG_PrintTraceInfo(TRACE_TIMER_CREATE, mte_DBG_Text(2), pstTrigger->stRow.szOwner,
+                               pstTrigger->stRow.szName);
+        return MTE_ERR_GENERAL;
+    }
+    pstTrigger->llTimerId = llId;
+    return MTE_OK;
+}
+
+// The per-trigger operations refuse quietly while no timer set exists (port
+// never up, or torn down after a failed restart): there is no timer to touch.
+uint32_t mte_TIMER_Del(int64_t llTimerId) {
+    if (g_ulTimerSet == 0 || llTimerId == -1) {
+        return MTE_ERR_GENERAL;
+    }
+    return Timer_Delete(g_ulTimerSet, llTimerId);
+}
+
+uint32_t mte_TIMER_Active(int64_t llTimerId) {
+    if (g_ulTimerSet == 0 || llTimerId == -1) {
+        return MTE_ERR_GENERAL;
+    }
+    return Timer_SetStatus(g_ulTimerSet, llTimerId, TIMER_STATUS_ACTIVE, 0);
+}
+
+uint32_t mte_TIMER_Suspend(int64_t llTimerId) {
+    if (g_ulTimerSet == 0 || llTimerId == -1) {
+        return MTE_ERR_GENERAL;
+    }
+    return Timer_SetStatus(g_ulTimerSet, llTimerId, TIMER_STATUS_SUSPEND, 0);
+}
+
+uint32_t mte_TIMER_Refresh(int64_t llTimerId, uint32_t uiFrequency) {
+    if (llTimerId == -1) {
+        return MTE_OK;
+    }
+    if (g_ulTimerSet == 0) {
+        return MTE_ERR_GENERAL;
+    }
+    return Timer_SetStatus(g_ulTimerSet, llTimerId, TIMER_STATUS_RESTART,
+                           mte_timer_PeriodMs(uiFrequency));
+}
+
+void mte_TIMER_SetPortFlag(uint16_t usFlag) {
+    g_usPortFlag.store(usFlag);
+}
+
+uint16_t mte_TIMER_GetPortFlag(void) {
+    return g_usPortFlag.load();
+}
+
+int mte_GetNotifyEvtFd(void) {
+    return g_iNotifyFd;
+}

@@ -85,14 +85,22 @@ namespace {
 
 typedef uint32_t (*MTE_RECOVER_PF)(uint32_t uiLen, const void* pData);
 
-// Replays one setting item: handed on only when exactly its size was read.
+// Reads an item and hands it on only when it has exactly its size: one byte
+// more is asked for, so that a longer (foreign or damaged) item is noticed too.
+template <uint32_t uiSize>
+void mte_dbm_RecoverExact(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
+                          MTE_RECOVER_PF pfRecover) {
+    uint8_t aucBuf[uiSize + 1] = {};
+    int32_t iRead = DBM_GetBinary(llHandle, pszName, uiNameSize, 0, uiSize + 1, aucBuf);
+    if (iRead == static_cast<int32_t>(uiSize)) {
+        pfRecover(uiSize, aucBuf);
+    }
+}
+
+// Replays one setting item.
 template <MTE_RECOVER_PF pfRecover>
 uint32_t mte_dbm_RecoverItem(int64_t llHandle, const char* pszName, uint32_t uiNameSize) {
-    uint8_t aucBuf[MTE_SETTING_SIZE] = {};
-    int32_t iRead = DBM_GetBinary(llHandle, pszName, uiNameSize, 0, MTE_SETTING_SIZE, aucBuf);
-    if (iRead == static_cast<int32_t>(MTE_SETTING_SIZE)) {
-        pfRecover(MTE_SETTING_SIZE, aucBuf);
-    }
+    mte_dbm_RecoverExact<MTE_SETTING_SIZE>(llHandle, pszName, uiNameSize, pfRecover);
     return MTE_OK;
 }
 
@@ -249,12 +257,8 @@ uint16_t mte_BIN_GetRecover(void) {
 
 uint32_t mte_DBM_Recover(void) {
     if (g_llMteRunHandle != -1) {
-        uint8_t aucStat[MTE_STATISTIC_DATA_SIZE] = {};
-        int32_t iRead = DBM_GetBinary(g_llMteRunHandle, "StatisticData", 14, 0,
-                                      MTE_STATISTIC_DATA_SIZE, aucStat);
-        if (iRead == static_cast<int32_t>(MTE_STATISTIC_DATA_SIZE)) {
-            mte_SCALAR_StatisticDataRecover(MTE_STATISTIC_DATA_SIZE, aucStat);
-        }
+        mte_dbm_RecoverExact<MTE_STATISTIC_DATA_SIZE>(g_llMteRunHandle, "StatisticData", 14,
+                                                      mte_SCALAR_StatisticDataRecover);
     }
     if (g_llMteCfgHandle == -1) {
         mte_DBG_PrintTraceInfo(MTE_TRACE_NO_HANDLE, "%s", mte_DBG_Text(MTE_TEXT_NO_HANDLE));

@@ -1,0 +1,70 @@
+// Private interfaces between the sources of the sampling engine (run/): the
+// worker and queue, the sample store, the sampler and the evaluation. Nothing
+// outside run/ includes this file.
+#ifndef MTE_RUN_INT_H
+#define MTE_RUN_INT_H
+
+#include "mte_run.h"
+
+// Platform status codes with a meaning of their own to the sampler.
+constexpr uint32_t MTE_ST_NO_SUCH_INSTANCE = 0x61010054;
+constexpr uint32_t MTE_ST_END_OF_MIB_VIEW = 0x61010059;
+
+// Walks are cut into batches of this many steps; between batches the trigger
+// goes back into the queue.
+constexpr int MTE_WALK_BATCH = 5;
+
+// True when the value identifier or the context name is wildcarded: the
+// trigger is walked and counts one instance per sample.
+inline bool mte_run_IsWildcard(const MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    return pstTrigger->stRow.uiValueIDWildcard == MTE_TRUE ||
+           pstTrigger->stRow.uiContextNameWildcard == MTE_TRUE;
+}
+
+// --- worker and queue (mte_run.cpp) ----------------------------------------
+// Writes the trigger's message to the queue; 0 or the queue's failure.
+uint32_t mte_run_WriteQueue(MTE_TRIGGER_ENTRY_S* pstTrigger);
+// Completes a request the main thread made while the worker held the trigger
+// (run state 2, 3 or 5; caller holds the state lock). Returns true when the
+// trigger is marked deleted: the caller frees it after unlocking.
+bool mte_run_TakeOver(MTE_TRIGGER_ENTRY_S* pstTrigger);
+
+// --- sample store (mte_samplist.cpp); caller holds the state lock -----------
+// A new sample (context cut to 32 characters, state 255, not over-limit);
+// null when memory is exhausted. The value is not taken on failure.
+MTE_SAMPLE_S* mte_run_MakeSample(const char* pszContext, const MTE_OID_S* pstOid,
+                                 SNMP_VALUE_S* pstValue);
+void mte_run_FreeSample(MTE_SAMPLE_S* pstSample);
+void mte_run_FreeValue(SNMP_VALUE_S* pstValue);
+void mte_run_AppendCur(MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_SAMPLE_S* pstSample);
+// Over-limit tail rule: a run of refused instances keeps only its last sample.
+void mte_run_ProcForLimit(MTE_SAMPLE_S* pstSample, MTE_TRIGGER_ENTRY_S* pstTrigger);
+// Drops what is left of the previous list, then the current list (without its
+// over-limit samples and context markers) becomes the previous list.
+void mte_run_Commit(MTE_TRIGGER_ENTRY_S* pstTrigger);
+// Drops the cycle under way: the current list and the instances it counted.
+void mte_run_DropCycle(MTE_TRIGGER_ENTRY_S* pstTrigger);
+// Instance suffix of a sample: its OID beyond the trigger's value identifier.
+void mte_run_Suffix(const MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_SAMPLE_S* pstSample,
+                    MTE_OID_S* pstSuffix);
+void mte_run_SampleOid(const MTE_SAMPLE_S* pstSample, MTE_OID_S* pstOid);
+
+// --- sampler (mte_sampler.cpp) ---------------------------------------------
+// One cycle, or one batch of a walk, of a trigger dequeued in state 4. Lock
+// not held on entry or return; the trigger may have been freed on return.
+void mte_run_SampleStep(MTE_TRIGGER_ENTRY_S* pstTrigger);
+
+// --- evaluation (mte_eval.cpp); caller holds the state lock ------------------
+// A list of event requests in the order collected.
+struct MTE_EVENT_LIST_S {
+    MTE_FIRED_EVENT_S* pstHead;
+    MTE_FIRED_EVENT_S* pstTail;
+};
+// Runs the selected tests on one instance's pair of samples (either may be
+// none), sends the notifications and collects event requests.
+void mte_run_Evaluate(const MTE_OID_S* pstSuffix, MTE_TRIGGER_ENTRY_S* pstTrigger,
+                      MTE_SAMPLE_S* pstPrev, MTE_SAMPLE_S* pstCur, MTE_EVENT_LIST_S* pstEvents);
+// Hot value: the value as a signed 32-bit integer for type codes 0..2, else 0.
+int32_t mte_run_HotValue(const MTE_SAMPLE_S* pstSample);
+
+#endif  // MTE_RUN_INT_H

@@ -1,0 +1,174 @@
+// Value and reason conversions and the OID/owner helpers: the boundaries of
+// the signed 32-bit range, unsigned distances, the status-code table and the
+// OID length limit.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "mte_conv.h"
+#include "mte_oid.h"
+
+namespace {
+
+TEST(ConvVType, KindsOfEveryCode) {
+    const uint32_t auiExpected[] = {2, 2, 2, 1, 1, 1, 1, 1, 3, 1};
+    for (uint32_t i = 0; i < 10; ++i) {
+        EXPECT_EQ(mte_RUN_ConvertVType(i), auiExpected[i]) << "code " << i;
+    }
+    EXPECT_EQ(mte_RUN_ConvertVType(10), MTE_VKIND_NONE);
+    EXPECT_EQ(mte_RUN_ConvertVType(0xffffffffu), MTE_VKIND_NONE);
+}
+
+TEST(ConvAbsolute, FitsOrNot) {
+    int32_t iOut = 12345;
+    uint64_t ulBig = 2147483648ull;
+    EXPECT_EQ(mte_RUN_AbsoluteVal(MTE_VKIND_UNSIGNED64, &ulBig, &iOut), 1u);
+    EXPECT_EQ(iOut, 12345);  // nothing written when it does not fit
+    uint64_t ulMax = 2147483647ull;
+    EXPECT_EQ(mte_RUN_AbsoluteVal(MTE_VKIND_UNSIGNED64, &ulMax, &iOut), 0u);
+    EXPECT_EQ(iOut, 2147483647);
+    uint32_t uiTop = 0x80000000u;
+    EXPECT_EQ(mte_RUN_AbsoluteVal(MTE_VKIND_UNSIGNED32, &uiTop, &iOut), 1u);
+    int32_t iNeg = -7;
+    EXPECT_EQ(mte_RUN_AbsoluteVal(MTE_VKIND_SIGNED32, &iNeg, &iOut), 0u);
+    EXPECT_EQ(iOut, -7);
+}
+
+TEST(ConvAbsolute, ReadsUnalignedValues) {
+    unsigned char aucBuf[16] = {};
+    uint64_t ulValue = 77;
+    memcpy(aucBuf + 1, &ulValue, sizeof(ulValue));
+    int32_t iOut = 0;
+    EXPECT_EQ(mte_RUN_AbsoluteVal(MTE_VKIND_UNSIGNED64, aucBuf + 1, &iOut), 0u);
+    EXPECT_EQ(iOut, 77);
+}
+
+struct DeltaCase {
+    uint32_t uiKind;
+    int64_t llNew;
+    int64_t llOld;
+    uint32_t uiResult;
+    int32_t iOut;  // checked only for result 0
+};
+
+TEST(ConvDelta, Table) {
+    const DeltaCase astCases[] = {
+        {MTE_VKIND_SIGNED32, -2147483648LL, 1, 2, 0},
+        {MTE_VKIND_SIGNED32, 2147483647, -1, 1, 0},
+        {MTE_VKIND_SIGNED32, 2147483647, 0, 0, 2147483647},
+        {MTE_VKIND_SIGNED32, -2147483648LL, 0, 0, INT32_MIN},
+        {MTE_VKIND_SIGNED32, 5, 10, 0, -5},
+        {MTE_VKIND_UNSIGNED32, 3, 10, 0, 7},  // distance, not the wrapped difference
+        {MTE_VKIND_UNSIGNED32, 10, 3, 0, 7},
+        {MTE_VKIND_UNSIGNED32, 5, 0xfffffff0LL, 1, 0},  // a wrapped counter is too far
+        {MTE_VKIND_UNSIGNED64, 1, 0x80000001LL, 1, 0},
+        {MTE_VKIND_UNSIGNED64, 0x100000005LL, 0x100000000LL, 0, 5},
+    };
+    for (const DeltaCase& c : astCases) {
+        int32_t iOut = 999;
+        uint32_t uiRet;
+        if (c.uiKind == MTE_VKIND_UNSIGNED64) {
+            uint64_t ulNew = static_cast<uint64_t>(c.llNew), ulOld = static_cast<uint64_t>(c.llOld);
+            uiRet = mte_RUN_DeltaVal(c.uiKind, &ulNew, &ulOld, &iOut);
+        } else {
+            uint32_t uiNew = static_cast<uint32_t>(c.llNew), uiOld = static_cast<uint32_t>(c.llOld);
+            uiRet = mte_RUN_DeltaVal(c.uiKind, &uiNew, &uiOld, &iOut);
+        }
+        EXPECT_EQ(uiRet, c.uiResult) << c.uiKind << ": " << c.llNew << " - " << c.llOld;
+        if (c.uiResult == 0) {
+            EXPECT_EQ(iOut, c.iOut) << c.uiKind << ": " << c.llNew << " - " << c.llOld;
+        } else {
+            EXPECT_EQ(iOut, 999);
+        }
+    }
+    int32_t iOut = 999;
+    uint32_t a = 1, b = 2;
+    EXPECT_EQ(mte_RUN_DeltaVal(MTE_VKIND_NONE, &a, &b, &iOut), 0u);
+    EXPECT_EQ(iOut, 999);
+}
+
+TEST(ConvReason, PlatformCodes) {
+    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0), 0);
+    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010055), 1);
+    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010050), 18);
+    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010057), 2);
+    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010059), 0);
+    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010054), 0);
+    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010052), 5);
+    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x6101005a), 13);
+    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010099), 5);
+    EXPECT_STREQ(mte_Run_Reason2Str(mte_RUN_convertErrCodeMor2Mte(0x61010099)), "genErr");
+}
+
+TEST(ConvReason, NamesAndOutOfRange) {
+    EXPECT_STREQ(mte_Run_Reason2Str(-6), "sampleOverrun");
+    EXPECT_STREQ(mte_Run_Reason2Str(-5), "badType");
+    EXPECT_STREQ(mte_Run_Reason2Str(-1), "localResourceLack");
+    EXPECT_STREQ(mte_Run_Reason2Str(0), "noError");
+    EXPECT_STREQ(mte_Run_Reason2Str(1), "tooBig");
+    EXPECT_STREQ(mte_Run_Reason2Str(13), "resourceUnavailable");
+    EXPECT_STREQ(mte_Run_Reason2Str(18), "inconsistentName");
+    EXPECT_STREQ(mte_Run_Reason2Str(-7), "unknown");
+    EXPECT_STREQ(mte_Run_Reason2Str(19), "unknown");
+    EXPECT_STREQ(mte_Run_Reason2Str(INT32_MIN), "unknown");
+    EXPECT_STREQ(mte_Run_Reason2Str(INT32_MAX), "unknown");
+}
+
+MTE_OID_S MakeOid(uint32_t uiLen, uint32_t uiFirst) {
+    MTE_OID_S stOid{};
+    stOid.uiLen = uiLen;
+    for (uint32_t i = 0; i < uiLen; ++i) {
+        stOid.auiOid[i] = uiFirst + i;
+    }
+    return stOid;
+}
+
+TEST(OidAppend, LimitIsInclusive) {
+    MTE_OID_S stOid = MakeOid(125, 1);
+    MTE_OID_S stSuffix = MakeOid(3, 1000);
+    EXPECT_EQ(AppendSuffix2OID(&stSuffix, &stOid), 0u);
+    ASSERT_EQ(stOid.uiLen, 128u);
+    EXPECT_EQ(stOid.auiOid[124], 125u);
+    EXPECT_EQ(stOid.auiOid[125], 1000u);
+    EXPECT_EQ(stOid.auiOid[127], 1002u);
+
+    MTE_OID_S stTooLong = MakeOid(126, 1);
+    MTE_OID_S stBefore = stTooLong;
+    EXPECT_EQ(AppendSuffix2OID(&stSuffix, &stTooLong), MTE_ERR_GENERAL);
+    EXPECT_EQ(memcmp(&stTooLong, &stBefore, sizeof(stBefore)), 0);
+
+    MTE_OID_S stEmpty{};
+    MTE_OID_S stSame = MakeOid(4, 1);
+    EXPECT_EQ(AppendSuffix2OID(&stEmpty, &stSame), 0u);
+    EXPECT_EQ(stSame.uiLen, 4u);
+
+    // A damaged count must not wrap around the limit.
+    MTE_OID_S stHuge{};
+    stHuge.uiLen = 0xffffffffu;
+    MTE_OID_S stOne = MakeOid(1, 1);
+    EXPECT_EQ(AppendSuffix2OID(&stHuge, &stOne), MTE_ERR_GENERAL);
+}
+
+TEST(OidOwner, EmptyOrExact) {
+    EXPECT_EQ(mte_checkOwner("", "anyone"), 1u);
+    EXPECT_EQ(mte_checkOwner("ops", "ops"), 1u);
+    EXPECT_EQ(mte_checkOwner("Ops", "ops"), 0u);
+    EXPECT_EQ(mte_checkOwner("ops", "opsx"), 0u);
+}
+
+TEST(OidStrCopy, BoundedAndTerminated) {
+    char szDst[8];
+    memset(szDst, 'z', sizeof(szDst));
+    mte_StrCopy(szDst, "abcdefghijkl", sizeof(szDst));
+    EXPECT_STREQ(szDst, "abcdefg");
+    // A source field without terminator is read only up to the bound.
+    char acSrc[4] = {'w', 'x', 'y', 'z'};
+    char szSmall[4];
+    mte_StrCopy(szSmall, acSrc, sizeof(szSmall));
+    EXPECT_STREQ(szSmall, "wxy");
+    mte_StrCopy(szDst, "", sizeof(szDst));
+    EXPECT_STREQ(szDst, "");
+}
+
+}  // namespace

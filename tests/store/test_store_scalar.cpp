@@ -1,0 +1,205 @@
+// Resource scalars: instance accounting under the maximum and the memory
+// guard, the high-water mark, counter wrap, and when the statistics are saved.
+#include <gtest/gtest.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "fake_dbm.h"
+#include "fake_log.h"
+#include "fake_memalert.h"
+#include "mte_core.h"
+#include "mte_dbm.h"
+#include "mte_memalert.h"
+#include "mte_scalar.h"
+#include "store_test_util.h"
+
+namespace {
+
+constexpr const char* BUCKET_FULL = "Failed to add sample records. Bucket is already full.";
+
+class StoreScalarTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        StoreDiagnosticsUp();
+        FAKE_DBM_Reset();
+        FAKE_LOG_Clear();
+        FAKE_MEMALERT_Reset();
+        mte_EPOLL_Init();
+        ASSERT_EQ(mte_DBM_Init(), 0u);
+        ASSERT_EQ(mte_MEMALERT_Init(), 0u);
+        mte_SCALAR_Init();
+        mte_DBG_EnableSwitch(MTE_DBG_ERR);
+    }
+    void TearDown() override {
+        mte_DBG_DisableSwitch(0xffffffffu);
+        mte_MEMALERT_Fini();
+        mte_DBM_Fini();
+        mte_EPOLL_Fini();
+    }
+    static MTE_SCALAR_S Scalars() {
+        MTE_SCALAR_S stScalars;
+        mte_SCALAR_Get(&stScalars);
+        return stScalars;
+    }
+};
+
+TEST_F(StoreScalarTest, MaximumOfThreeRefusesTheFourth) {
+    mte_SCALAR_SetInstancesMax(3);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(mte_SCALAR_CurInstanceInc(), 0u);
+    }
+    EXPECT_EQ(mte_SCALAR_CurInstanceInc(), MTE_ERR_GENERAL);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", BUCKET_FULL), 1u);
+    EXPECT_EQ(Scalars().uiSampleInstances, 3u);
+    EXPECT_EQ(Scalars().uiSampleInstancesHigh, 3u);
+
+    mte_SCALAR_CurInstanceDec();
+    EXPECT_EQ(mte_SCALAR_CurInstanceInc(), 0u);
+    mte_SCALAR_CurInstanceSub(3);
+    MTE_SCALAR_S stScalars = Scalars();
+    EXPECT_EQ(stScalars.uiSampleInstances, 0u);
+    EXPECT_EQ(stScalars.uiSampleInstancesHigh, 3u);  // the mark stays when the count falls
+
+    // Lowering the maximum below the count refuses further instances only.
+    mte_SCALAR_SetInstancesMax(0);
+    for (int i = 0; i < 5; ++i) {
+        mte_SCALAR_CurInstanceInc();
+    }
+    mte_SCALAR_SetInstancesMax(2);
+    EXPECT_EQ(mte_SCALAR_CurInstanceInc(), MTE_ERR_GENERAL);
+    EXPECT_EQ(Scalars().uiSampleInstances, 5u);
+    EXPECT_EQ(Scalars().uiSampleInstancesHigh, 5u);
+}
+
+TEST_F(StoreScalarTest, RefusalIsQuietWithTheErrorBitOff) {
+    mte_DBG_DisableSwitch(MTE_DBG_ERR);
+    mte_SCALAR_SetInstancesMax(1);
+    mte_SCALAR_CurInstanceInc();
+    EXPECT_EQ(mte_SCALAR_CurInstanceInc(), MTE_ERR_GENERAL);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR"), 0u);
+}
+
+TEST_F(StoreScalarTest, NoMaximumNeverRefusesExceptUnderMemoryAlert) {
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(mte_SCALAR_CurInstanceInc(), 0u);
+    }
+    mte_MEMALERT_Proc(EPOLLIN,
+                      (FAKE_MEMALERT_Announce(MTE_MEM_STATE_EXCEEDED), FAKE_MEMALERT_Fd()));
+    ASSERT_EQ(mte_MEMALERT_GetFlag(), 1u);
+    EXPECT_EQ(mte_SCALAR_CurInstanceInc(), MTE_ERR_GENERAL);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", BUCKET_FULL), 1u);
+    mte_MEMALERT_Proc(EPOLLIN, (FAKE_MEMALERT_Announce(MTE_MEM_STATE_NORMAL), FAKE_MEMALERT_Fd()));
+    EXPECT_EQ(mte_SCALAR_CurInstanceInc(), 0u);
+    EXPECT_EQ(Scalars().uiSampleInstances, 1001u);
+}
+
+TEST_F(StoreScalarTest, ConcurrentReservationsNeverPassTheMaximum) {
+    mte_SCALAR_SetInstancesMax(1000);
+    std::atomic<uint32_t> uiGranted{0};
+    std::vector<std::thread> astThreads;
+    for (int t = 0; t < 4; ++t) {
+        astThreads.emplace_back([&] {
+            for (int i = 0; i < 600; ++i) {
+                if (mte_SCALAR_CurInstanceInc() == 0) {
+                    ++uiGranted;
+                }
+            }
+        });
+    }
+    for (std::thread& stThread : astThreads) {
+        stThread.join();
+    }
+    EXPECT_EQ(uiGranted.load(), 1000u);
+    EXPECT_EQ(Scalars().uiSampleInstances, 1000u);
+    EXPECT_EQ(Scalars().uiSampleInstancesHigh, 1000u);
+}
+
+TEST_F(StoreScalarTest, CountersWrapLikeCounter32) {
+    const uint32_t auiMax[4] = {0xffffffffu, 0xffffffffu, 0xffffffffu, 0xffffffffu};
+    mte_SCALAR_StatisticDataRecover(sizeof(auiMax), auiMax);
+    mte_SCALAR_InstanceLacksInc();
+    mte_SCALAR_TriggerFailuresInc();
+    mte_SCALAR_EventFailuresInc();
+    MTE_SCALAR_S stScalars = Scalars();
+    EXPECT_EQ(stScalars.uiSampleInstanceLacks, 0u);
+    EXPECT_EQ(stScalars.uiTriggerFailures, 0u);
+    EXPECT_EQ(stScalars.uiEventFailures, 0u);
+    EXPECT_EQ(stScalars.uiSampleInstancesHigh, 0xffffffffu);
+}
+
+TEST_F(StoreScalarTest, StatisticsAreSavedOnlyWhenChanged) {
+    uint64_t ulWrites = FAKE_DBM_WriteCount();
+    Scalars();
+    mte_SCALAR_SaveData();
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites);
+
+    mte_SCALAR_EventFailuresInc();
+    mte_SCALAR_InstanceLacksInc();
+    Scalars();
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites + 1);
+    const uint32_t auiExpected[4] = {0, 1, 0, 1};  // high, lacks, trigger, event failures
+    EXPECT_EQ(FAKE_DBM_Item(MTE_DBM_RUN, "StatisticData"),
+              std::string(reinterpret_cast<const char*>(auiExpected), sizeof(auiExpected)));
+    Scalars();
+    mte_SCALAR_SaveData();
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites + 1);
+
+    // A new high-water mark is a change too; releasing instances is not.
+    mte_SCALAR_CurInstanceInc();
+    mte_SCALAR_SaveData();
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites + 2);
+    mte_SCALAR_CurInstanceDec();
+    mte_SCALAR_SaveData();
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites + 2);
+}
+
+TEST_F(StoreScalarTest, FailedSaveWaitsForTheNextChange) {
+    mte_SCALAR_TriggerFailuresInc();
+    FAKE_DBM_FailWrites(true);
+    mte_SCALAR_SaveData();
+    FAKE_DBM_FailWrites(false);
+    uint64_t ulWrites = FAKE_DBM_WriteCount();
+    mte_SCALAR_SaveData();
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites);
+    mte_SCALAR_TriggerFailuresInc();
+    mte_SCALAR_SaveData();
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites + 1);
+}
+
+TEST_F(StoreScalarTest, TimerHandlerSavesAfterReadingTheExpiryCount) {
+    int iFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    ASSERT_GE(iFd, 0);
+    mte_SCALAR_EventFailuresInc();
+    uint64_t ulWrites = FAKE_DBM_WriteCount();
+    mte_SCALAR_freshStati2DbmCallBack(EPOLLIN, iFd);  // nothing to read: no save
+    mte_SCALAR_freshStati2DbmCallBack(EPOLLERR, iFd);
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites);
+    uint64_t ulExpiries = 3;
+    ASSERT_EQ(write(iFd, &ulExpiries, sizeof(ulExpiries)), 8);
+    mte_SCALAR_freshStati2DbmCallBack(EPOLLIN, iFd);
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites + 1);
+    EXPECT_EQ(read(iFd, &ulExpiries, sizeof(ulExpiries)), -1);  // the count was consumed
+    close(iFd);
+}
+
+TEST_F(StoreScalarTest, SettingsAreStoredAsGiven) {
+    EXPECT_EQ(mte_SCALAR_SetSampleMin(0), 0u);
+    EXPECT_EQ(mte_SCALAR_GetSampMin(), 0u);
+    EXPECT_EQ(FAKE_DBM_Item(MTE_DBM_CFG, "SampMini"), std::string(4, '\0'));
+    EXPECT_EQ(mte_SCALAR_SetInstancesMax(0x01020304), 0u);
+    const uint32_t uiMax = 0x01020304;
+    EXPECT_EQ(FAKE_DBM_Item(MTE_DBM_CFG, "SampInstMax"),
+              std::string(reinterpret_cast<const char*>(&uiMax), 4));
+    // A failed write keeps the value in memory.
+    FAKE_DBM_FailWrites(true);
+    EXPECT_EQ(mte_SCALAR_SetSampleMin(9), MTE_ERR_GENERAL);
+    EXPECT_EQ(mte_SCALAR_GetSampMin(), 9u);
+}
+
+}  // namespace
