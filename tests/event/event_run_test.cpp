@@ -7,8 +7,6 @@
 #include <thread>
 
 #include "event_test_util.h"
-#include "mte_conv.h"
-#include "mte_tarn.h"
 #include "plat_snmp.h"
 
 namespace {
@@ -511,7 +509,7 @@ TEST_F(EventRunTest, SetActionWildcardRulesAndFailures) {
         SCOPED_TRACE(stCase.pszName);
         FAKE_SNMP_Reset();
         FAKE_LOG_Clear();
-        mte_DBG_EnableSwitch(MTE_DBG_ERR);
+        mte_DBG_EnableSwitch(MTE_DBG_ERR | MTE_DBG_INFO);
         FAKE_SNMP_SetInteger(stCase.pszTargetContext, stCase.astTargetOid, 0);
         if (stCase.uiAgentFailure != 0) {
             FAKE_SNMP_FailOid(stCase.astTargetOid, stCase.uiAgentFailure);
@@ -521,6 +519,7 @@ TEST_F(EventRunTest, SetActionWildcardRulesAndFailures) {
         MTE_TRIGGER_ROW_S stTrigger = Trigger();
         stTrigger.uiValueIDWildcard = stCase.uiTrigValueWild;
         stTrigger.uiContextNameWildcard = stCase.uiTrigCtxWild;
+        CopyStr(stTrigger.szTargetTag, sizeof(stTrigger.szTargetTag), "tag");
         CopyStr(stTrigger.szContextName, sizeof(stTrigger.szContextName), stCase.pszTrigContext);
         MTE_OID_S stSuffix = FAKE_SNMP_MakeOid(stCase.astSuffix);
         uint32_t uiBefore = EventFailures();
@@ -543,7 +542,39 @@ TEST_F(EventRunTest, SetActionWildcardRulesAndFailures) {
         } else {
             EXPECT_EQ(uiErrLines, 0u);
         }
-        EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(stCase.uiCode), stCase.iReason);
+        // mteEventSetFailure: trigger name, its target tag, the target as built
+        // so far, and the reason.
+        auto astNotifies = FAKE_SNMP_Notifies();
+        size_t uiInfo = FAKE_LOG_Count("EVENTMIB_INFO");
+        if (stCase.uiCode == 0) {
+            EXPECT_TRUE(astNotifies.empty());
+            EXPECT_EQ(uiInfo, 0u);
+            continue;
+        }
+        ASSERT_EQ(astNotifies.size(), 1u);
+        EXPECT_EQ(astNotifies[0].strName, "mteEventSetFailure");
+        ASSERT_EQ(astNotifies[0].astVars.size(), 5u);
+        EXPECT_EQ(astNotifies[0].astVars[0].strBytes, "trig");
+        EXPECT_EQ(astNotifies[0].astVars[1].strBytes, "tag");
+        EXPECT_EQ(astNotifies[0].astVars[2].strBytes, stCase.pszTargetContext);
+        const FAKE_OID& astTarget = stCase.astTargetOid;
+        EXPECT_EQ(astNotifies[0].astVars[3].strBytes,
+                  std::string(reinterpret_cast<const char*>(astTarget.data()),
+                              astTarget.size() * sizeof(uint32_t)));
+        int32_t iReason = -100;
+        memcpy(&iReason, astNotifies[0].astVars[4].strBytes.data(), sizeof(iReason));
+        EXPECT_EQ(iReason, stCase.iReason);
+        EXPECT_EQ(uiInfo, 1u);
+        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO",
+                                 "Condition to generate the mteEventSetFailure notification "
+                                 "occurred."),
+                  1u);
+        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO", "SetTargetTag: tag"), 1u);
+        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO",
+                                 std::string("FailedReason: ") + (iReason == 5   ? "genErr"
+                                                                  : iReason == 7 ? "wrongType"
+                                                                                 : "noCreation")),
+                  1u);
     }
 }
 
