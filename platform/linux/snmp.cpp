@@ -830,6 +830,11 @@ uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext) {
     if (uiSt != SNMP_ST_OK) {
         return uiSt;
     }
+    // Without SNMPv3 no named context can be read: listing them would only
+    // lead a walk into requests that are bound to fail.
+    if (!SessionIsV3()) {
+        return SNMP_ST_NO_MORE_CONTEXTS;
+    }
     uiSt = FreshContexts();
     if (uiSt != SNMP_ST_OK) {
         return uiSt;
