@@ -700,6 +700,9 @@ struct Datagram {
 };
 
 void Put(Datagram* pstOut, const void* pBytes, uint32_t uiLen) {
+    if (uiLen == 0) {
+        return;
+    }
     if (pstOut->bOverflow || uiLen > NOTIFY_MAX_BYTES - pstOut->uiLen) {
         pstOut->bOverflow = true;
         return;

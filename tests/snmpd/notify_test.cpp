@@ -49,6 +49,9 @@ class Reader {
         if (n > m_ulLen - m_ulPos) {
             return false;
         }
+        if (n == 0) {
+            return true;
+        }
         memcpy(p, m_puc + m_ulPos, n);
         m_ulPos += n;
         return true;
