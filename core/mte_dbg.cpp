@@ -1,18 +1,209 @@
-// Placeholder definitions: replaced by the module's implementation.
+// Diagnostics: the run-time debug switch, trace records, debug lines and the
+// daemon's message texts.
+//
+// Called from both the main thread and the sampling worker. The only shared
+// state is the debug switch, guarded by its own statically initialised
+// read-write lock (a leaf lock: nothing else is taken while it is held). The
+// trace buffer lives on the caller's stack, so concurrent traces never meet.
 #include "mte_dbg.h"
 
-uint32_t mte_DBG_Init(void) { return {}; }
-void mte_DBG_Fini(void) {}
-uint32_t MTE_AppRcInit(void) { return {}; }
-uint32_t MTE_AppRcExit(void) { return {}; }
-void mte_DBG_EnableSwitch(uint32_t uiMask) {}
-void mte_DBG_DisableSwitch(uint32_t uiMask) {}
-uint32_t mte_DBG_GetSwitch(void) { return {}; }
-uint16_t mte_DBG_IsEnable(uint32_t uiMask) { return {}; }
-void mte_DBG_PrintTraceInfo(int64_t llTraceNo, const char* pszFormat, ...) {}
-void mte_DBG_Print(const char* pszMnemonic, const char* pszFormat, ...) {}
-void mte_DBG_VPrint(const char* pszMnemonic, const char* pszFormat, va_list args) {}
-const char* mte_DBG_Text(uint32_t uiIndex) { return nullptr; }
-void mte_dbg_DbgSwtRdLock(void) {}
-void mte_dbg_DbgSwtWrLock(void) {}
-void mte_dbg_DbgSwtUnLock(void) {}
+#include <pthread.h>
+#include <syslog.h>
+
+#include <cstdio>
+
+#include "plat_log.h"
+#include "plat_rc.h"
+#include "mte_types.h"
+
+namespace {
+
+constexpr const char* MTE_LOG_IDENT = "EVENTMIB";
+
+// Written only by message handlers on the main thread, read by both threads.
+pthread_rwlock_t g_stDbgSwtLock = PTHREAD_RWLOCK_INITIALIZER;
+uint32_t g_uiDbgSwitch = 0;
+
+// Index i is registered as MTE_TEXT(i); callers cite texts by that index, so
+// an entry must never move. "\r\n" texts are continuation lines of reports.
+constexpr const char* g_apszMteTexts[] = {
+    /* 0 */ "",
+    /* 1 */ "%s entry %s-%s: Insufficient memory.",
+    /* 2 */ "Trigger entry %s-%s: Failed to create a timer.",
+    /* 3 */ "Failed to initialize Event-MIB module.",
+    /* 4 */ "\r\n   SampleType: %s",
+    /* 5 */
+    "Set failed because the set object's context name is wildcarded but the trigger "
+    "context name is fully specified.",
+    /* 6 */ "Sample value is null.",
+    /* 7 */ "Value syntax of %s doesn't match the destination object's syntax.",
+    /* 8 */
+    "Set target object failed because the set object is wildcarded but the trigger "
+    "object is fully specified.",
+    /* 9 */ "Failed to add sample records. Bucket is already full.",
+    /* 10 */ "Failed to start a timer.",
+    /* 11 */ "Objects entry %s-%s: Nonexistent objects.",
+    /* 12 */ "Event entry %s-%s: Event disabled.",
+    /* 13 */ "Sample value is not numeric.",
+    /* 14 */ "Event entry %s-%s: Nonexistent event.",
+    /* 15 */ "\r\n   Condition to generate the mteTriggerFired notification occurred.",
+    /* 16 */ "\r\n   Condition to generate the mteTriggerRising notification occurred.",
+    /* 17 */ "\r\n   Condition to generate the mteTriggerFalling notification occurred.",
+    /* 18 */ "\r\n   Condition to generate the mteTriggerFailure notification occurred.",
+    /* 19 */ "\r\n   Condition to generate the mteEventSetFailure notification occurred.",
+    /* 20 */ "\r\n   TriggerTest: %s",
+    /* 21 */ "\r\n   TriggerOwner: %s\r\n   TriggerName: %s",
+    /* 22 */ "\r\n   ValueID: %s",
+    /* 23 */ "\r\n   Value of mteTriggerValueID: %d",
+    /* 24 */ "\r\n   ContextName: %s",
+    /* 25 */ "\r\n   Type of boolean comparison: %s",
+    /* 26 */ "Object entry %s-%s-%u: Insufficient memory.",
+    /* 27 */ "\r\n   Type of existence test: %s",
+    /* 28 */ "\r\n   Boolean comparison value: %d",
+    /* 29 */ "\r\n   Rising: %d",
+    /* 30 */ "\r\n   Falling: %d",
+    /* 31 */ "\r\n   Deltarising: %d",
+    /* 32 */ "\r\n   Deltafalling: %d",
+    /* 33 */ "\r\n   FailedReason: %s",
+    /* 34 */ "Failed to recover information about the %s module from DBM.",
+    /* 35 */ "Failed to add iFd handler to epoll, iFd = %d.",
+    /* 36 */ "Failed to subscribe to SNMP port service.",
+    /* 37 */ "Failed to send TARN message, errno = [%d].",
+    /* 38 */ "Invalid context name length.",
+    /* 39 */ "Failed to batch-create sortlists, iRet = %d.",
+    /* 40 */ "Invalid OID length.",
+    /* 41 */ "Failed to set timer interval = %d.",
+    /* 42 */ "Failed to create timer FD.",
+    /* 43 */ "Failed to initialize timer instances.",
+    /* 44 */ "Event-MIB module binary recovery: Failed to get DBM handler.",
+    /* 45 */ "Event-MIB module binary recovery: Obtained sortlist num = %lu.",
+    /* 46 */ "Memory threshold was exceeded.",
+    /* 47 */ "Memory usage dropped below the memory threshold.",
+    /* 48 */ "\r\n   SetTargetTag: %s",
+    /* 49 */ "\r\n   TriggerTargetTag: %s",
+    /* 50 */
+    "Variable binding failed because the object %s-%s-%u in the objects table is "
+    "wildcarded but the trigger object is fully specified.",
+    /* 51 */ "Failed to initialize timer submodule.",
+};
+static_assert(sizeof(g_apszMteTexts) / sizeof(g_apszMteTexts[0]) == MTE_TEXT_COUNT);
+
+constexpr RC_DESC_S g_stMteRcDesc = {g_apszMteTexts, 0};
+
+const char* mte_dbg_MnemonicOf(uint32_t uiBit) {
+    if (uiBit & MTE_DBG_ERR) {
+        return MTE_DBG_MNEMONIC_ERR;
+    }
+    if (uiBit & MTE_DBG_WARNING) {
+        return MTE_DBG_MNEMONIC_WARNING;
+    }
+    return MTE_DBG_MNEMONIC_INFO;
+}
+
+}  // namespace
+
+void mte_dbg_DbgSwtRdLock(void) {
+    (void)pthread_rwlock_rdlock(&g_stDbgSwtLock);
+}
+
+void mte_dbg_DbgSwtWrLock(void) {
+    (void)pthread_rwlock_wrlock(&g_stDbgSwtLock);
+}
+
+void mte_dbg_DbgSwtUnLock(void) {
+    (void)pthread_rwlock_unlock(&g_stDbgSwtLock);
+}
+
+uint32_t MTE_AppRcInit(void) {
+    return RC_RegInfo(MTE_RC_MODULE, &g_stMteRcDesc, MTE_TEXT_COUNT);
+}
+
+uint32_t MTE_AppRcExit(void) {
+    return RC_DeregInfo(MTE_RC_MODULE);
+}
+
+uint32_t mte_DBG_Init(void) {
+    mte_dbg_DbgSwtWrLock();
+    g_uiDbgSwitch = 0;
+    mte_dbg_DbgSwtUnLock();
+
+    uint32_t uiRet = MTE_AppRcInit();
+    // Opened even when the texts failed to register, so that the start-up
+    // failure can still be reported.
+    openlog(MTE_LOG_IDENT, LOG_ODELAY, LOG_LOCAL7);
+    return uiRet;
+}
+
+void mte_DBG_Fini(void) {
+    (void)MTE_AppRcExit();
+    closelog();
+}
+
+void mte_DBG_EnableSwitch(uint32_t uiMask) {
+    mte_dbg_DbgSwtWrLock();
+    g_uiDbgSwitch |= uiMask;
+    mte_dbg_DbgSwtUnLock();
+}
+
+void mte_DBG_DisableSwitch(uint32_t uiMask) {
+    mte_dbg_DbgSwtWrLock();
+    g_uiDbgSwitch &= ~uiMask;
+    mte_dbg_DbgSwtUnLock();
+}
+
+uint32_t mte_DBG_GetSwitch(void) {
+    mte_dbg_DbgSwtRdLock();
+    uint32_t uiSwitch = g_uiDbgSwitch;
+    mte_dbg_DbgSwtUnLock();
+    return uiSwitch;
+}
+
+uint16_t mte_DBG_IsEnable(uint32_t uiMask) {
+    return (mte_DBG_GetSwitch() & uiMask) != 0 ? 1 : 0;
+}
+
+void mte_DBG_PrintTraceInfo(int64_t llTraceNo, const char* pszFormat, ...) {
+    char szBuf[MTE_TRACE_BUF_SIZE];
+    szBuf[0] = '\0';
+    int iLen = scnprintf(szBuf, sizeof(szBuf), "Ln:%4ld ", static_cast<long>(llTraceNo));
+    if (iLen < 0) {
+        iLen = 0;
+    }
+
+    va_list args;
+    va_start(args, pszFormat);
+    // vsnprintf cuts an overlong message so that the record and its
+    // terminating zero fit the buffer.
+    (void)vsnprintf(szBuf + iLen, sizeof(szBuf) - static_cast<size_t>(iLen), pszFormat, args);
+    va_end(args);
+
+    syslog2(MTE_PRI_TRACE, MTE_LOG_IDENT, MTE_DBG_MNEMONIC_TRACE, "%s", szBuf);
+}
+
+void mte_DBG_VPrint(const char* pszMnemonic, const char* pszFormat, va_list args) {
+    vsyslog2(MTE_PRI_DEBUG, MTE_LOG_IDENT, pszMnemonic, pszFormat, args);
+}
+
+void mte_DBG_Print(const char* pszMnemonic, const char* pszFormat, ...) {
+    va_list args;
+    va_start(args, pszFormat);
+    mte_DBG_VPrint(pszMnemonic, pszFormat, args);
+    va_end(args);
+}
+
+void mte_DBG_PrintIfOn(uint32_t uiBit, const char* pszFormat, ...) {
+    if (mte_DBG_IsEnable(uiBit) == 0) {
+        return;
+    }
+    va_list args;
+    va_start(args, pszFormat);
+    mte_DBG_VPrint(mte_dbg_MnemonicOf(uiBit), pszFormat, args);
+    va_end(args);
+}
+
+const char* mte_DBG_Text(uint32_t uiIndex) {
+    if (uiIndex >= MTE_TEXT_COUNT) {
+        return "";
+    }
+    return RC_LoadString(MTE_TEXT(uiIndex));
+}

@@ -17,6 +17,9 @@ uint32_t mte_EPOLL_Add(int iFd, MTE_EPOLL_PROC_PF pfHandler);
 // Removes the descriptor; returns the result of epoll_ctl (callers ignore it).
 int mte_EPOLL_Del(int iFd);
 int mte_EPOLL_GetEpollFd(void);
+// One wait (no time-out) for at most iMaxEvents events, each handed to its
+// handler; the result of epoll_wait.
+int mte_EPOLL_WaitAndDispatch(int iMaxEvents);
 
 // Signal descriptor for the stop signal SIGRTMIN+1.
 uint32_t mte_SignalInit(void);

@@ -52,6 +52,10 @@ void mte_DBG_PrintTraceInfo(int64_t llTraceNo, const char* pszFormat, ...)
 void mte_DBG_Print(const char* pszMnemonic, const char* pszFormat, ...)
     __attribute__((format(printf, 2, 3)));
 void mte_DBG_VPrint(const char* pszMnemonic, const char* pszFormat, va_list args);
+// Tests the bit (MTE_DBG_ERR, _WARNING or _INFO) and only when it is on
+// formats and writes the line with that bit's mnemonic.
+void mte_DBG_PrintIfOn(uint32_t uiBit, const char* pszFormat, ...)
+    __attribute__((format(printf, 2, 3)));
 
 // The text registered under MTE_TEXT(uiIndex); never null for 0..51.
 const char* mte_DBG_Text(uint32_t uiIndex);

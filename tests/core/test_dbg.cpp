@@ -1,0 +1,154 @@
+// Diagnostics: trace records, debug lines, the switch and the message texts,
+// observed through the fake system log.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "fake_log.h"
+#include "mte_dbg.h"
+#include "plat_rc.h"
+
+namespace {
+
+class DbgTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(mte_DBG_Init(), 0u);
+        FAKE_LOG_Clear();
+    }
+    void TearDown() override { mte_DBG_Fini(); }
+
+    static FAKE_LOG_LINE_S OnlyLine() {
+        auto astLines = FAKE_LOG_Lines();
+        EXPECT_EQ(astLines.size(), 1u);
+        return astLines.empty() ? FAKE_LOG_LINE_S{} : astLines.front();
+    }
+};
+
+TEST_F(DbgTest, TracePrefixKeepsFourColumnsAndWidensBeyond) {
+    struct {
+        int64_t llTraceNo;
+        const char* pszExpected;
+    } astCases[] = {
+        {84, "Ln:  84 x"},   {107, "Ln: 107 x"},    {1217, "Ln:1217 x"},
+        {3532, "Ln:3532 x"}, {12345, "Ln:12345 x"}, {-5, "Ln:  -5 x"},
+    };
+    for (const auto& stCase : astCases) {
+        FAKE_LOG_Clear();
+        mte_DBG_PrintTraceInfo(stCase.llTraceNo, "%s", "x");
+        FAKE_LOG_LINE_S stLine = OnlyLine();
+        EXPECT_EQ(stLine.strText, stCase.pszExpected);
+        EXPECT_EQ(stLine.strMnemonic, "EVENTMIB_TRACE");
+        EXPECT_EQ(stLine.strIdent, "EVENTMIB");
+        EXPECT_EQ(stLine.uiPriority, 0x100000bfu);
+    }
+}
+
+TEST_F(DbgTest, StartupFailureTraceReadsAsOperatorsExpect) {
+    mte_DBG_PrintTraceInfo(107, "%s", mte_DBG_Text(3));
+    EXPECT_EQ(OnlyLine().strText, "Ln: 107 Failed to initialize Event-MIB module.");
+}
+
+TEST_F(DbgTest, OverlongTraceIsCutToFitTheRecord) {
+    std::string strLong(3000, 'a');
+    mte_DBG_PrintTraceInfo(107, "%s", strLong.c_str());
+    std::string strText = OnlyLine().strText;
+    ASSERT_EQ(strText.size(), MTE_TRACE_BUF_SIZE - 1);
+    EXPECT_EQ(strText.substr(0, 8), "Ln: 107 ");
+    EXPECT_EQ(strText.find_first_not_of('a', 8), std::string::npos);
+
+    // A message that just fits is not cut.
+    FAKE_LOG_Clear();
+    std::string strFits(MTE_TRACE_BUF_SIZE - 1 - 8, 'b');
+    mte_DBG_PrintTraceInfo(107, "%s", strFits.c_str());
+    EXPECT_EQ(OnlyLine().strText, "Ln: 107 " + strFits);
+}
+
+TEST_F(DbgTest, TraceIsWrittenWhateverTheSwitch) {
+    mte_DBG_PrintTraceInfo(84, "%d", 7);
+    mte_DBG_EnableSwitch(0xffffffffu);
+    mte_DBG_PrintTraceInfo(84, "%d", 8);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE"), 2u);
+}
+
+TEST_F(DbgTest, SwitchArithmetic) {
+    EXPECT_EQ(mte_DBG_GetSwitch(), 0u);
+    mte_DBG_EnableSwitch(0x6);
+    mte_DBG_DisableSwitch(0x2);
+    EXPECT_EQ(mte_DBG_GetSwitch(), 0x4u);
+    EXPECT_EQ(mte_DBG_IsEnable(MTE_DBG_WARNING), 1);
+    EXPECT_EQ(mte_DBG_IsEnable(MTE_DBG_ERR), 0);
+    EXPECT_EQ(mte_DBG_IsEnable(MTE_DBG_ERR | MTE_DBG_WARNING), 1);
+    // Bits without a reader can still be set and read back.
+    mte_DBG_EnableSwitch(0x80000001u);
+    EXPECT_EQ(mte_DBG_GetSwitch(), 0x80000005u);
+    mte_DBG_DisableSwitch(0xffffffffu);
+    EXPECT_EQ(mte_DBG_GetSwitch(), 0u);
+}
+
+TEST_F(DbgTest, InitStartsWithTheSwitchOff) {
+    mte_DBG_EnableSwitch(MTE_DBG_INFO);
+    mte_DBG_Fini();
+    ASSERT_EQ(mte_DBG_Init(), 0u);
+    EXPECT_EQ(mte_DBG_GetSwitch(), 0u);
+}
+
+TEST_F(DbgTest, DebugLinesOnlyWhileTheirBitIsOn) {
+    const struct {
+        uint32_t uiBit;
+        const char* pszMnemonic;
+    } astBits[] = {
+        {MTE_DBG_ERR, "EVENTMIB_ERR"},
+        {MTE_DBG_WARNING, "EVENTMIB_WARNING"},
+        {MTE_DBG_INFO, "EVENTMIB_INFO"},
+    };
+    for (const auto& stBit : astBits) {
+        mte_DBG_PrintIfOn(stBit.uiBit, "%s", "off");
+    }
+    EXPECT_TRUE(FAKE_LOG_Lines().empty());
+
+    for (const auto& stBit : astBits) {
+        FAKE_LOG_Clear();
+        mte_DBG_EnableSwitch(stBit.uiBit);
+        mte_DBG_PrintIfOn(stBit.uiBit, mte_DBG_Text(14), "own", "ev");
+        FAKE_LOG_LINE_S stLine = OnlyLine();
+        EXPECT_EQ(stLine.strMnemonic, stBit.pszMnemonic);
+        EXPECT_EQ(stLine.strText, "Event entry own-ev: Nonexistent event.");
+        EXPECT_EQ(stLine.uiPriority, 0x10000bfu);
+        mte_DBG_DisableSwitch(stBit.uiBit);
+    }
+}
+
+TEST_F(DbgTest, DebugLineHasNoPrefix) {
+    mte_DBG_Print(MTE_DBG_MNEMONIC_INFO, "%s", mte_DBG_Text(6));
+    EXPECT_EQ(OnlyLine().strText, "Sample value is null.");
+}
+
+TEST_F(DbgTest, FiftyTwoTextsRegisteredByIndex) {
+    for (uint32_t i = 1; i < MTE_TEXT_COUNT; ++i) {
+        EXPECT_STRNE(RC_LoadString(MTE_TEXT(i)), "") << "text " << i;
+    }
+    EXPECT_STREQ(RC_LoadString(MTE_TEXT(0)), "");
+    EXPECT_STREQ(RC_LoadString(MTE_TEXT(MTE_TEXT_COUNT)), "");
+    EXPECT_STREQ(mte_DBG_Text(MTE_TEXT_COUNT), "");
+
+    EXPECT_STREQ(mte_DBG_Text(3), "Failed to initialize Event-MIB module.");
+    EXPECT_STREQ(mte_DBG_Text(4), "\r\n   SampleType: %s");
+    EXPECT_STREQ(mte_DBG_Text(21), "\r\n   TriggerOwner: %s\r\n   TriggerName: %s");
+    EXPECT_STREQ(mte_DBG_Text(35), "Failed to add iFd handler to epoll, iFd = %d.");
+    EXPECT_STREQ(mte_DBG_Text(45),
+                 "Event-MIB module binary recovery: Obtained sortlist num = %lu.");
+    EXPECT_STREQ(mte_DBG_Text(50),
+                 "Variable binding failed because the object %s-%s-%u in the objects "
+                 "table is wildcarded but the trigger object is fully specified.");
+    EXPECT_STREQ(mte_DBG_Text(51), "Failed to initialize timer submodule.");
+}
+
+TEST_F(DbgTest, TextsAreGoneAfterFini) {
+    mte_DBG_Fini();
+    EXPECT_STREQ(mte_DBG_Text(3), "");
+    ASSERT_EQ(mte_DBG_Init(), 0u);
+    EXPECT_STREQ(mte_DBG_Text(3), "Failed to initialize Event-MIB module.");
+}
+
+}  // namespace

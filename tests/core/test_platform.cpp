@@ -1,0 +1,181 @@
+// Linux platform pieces of the core: state and runtime paths, the readiness
+// report to systemd, and the bounded formatter.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "plat_log.h"
+#include "plat_paths.h"
+#include "plat_service.h"
+
+namespace {
+
+class ScopedEnv {
+  public:
+    ScopedEnv(const char* pszName, const char* pszValue) : strName(pszName) {
+        const char* pszOld = getenv(pszName);
+        bHadOld = pszOld != nullptr;
+        if (bHadOld) {
+            strOld = pszOld;
+        }
+        if (pszValue != nullptr) {
+            setenv(pszName, pszValue, 1);
+        } else {
+            unsetenv(pszName);
+        }
+    }
+    ~ScopedEnv() {
+        if (bHadOld) {
+            setenv(strName.c_str(), strOld.c_str(), 1);
+        } else {
+            unsetenv(strName.c_str());
+        }
+    }
+
+  private:
+    std::string strName;
+    std::string strOld;
+    bool bHadOld = false;
+};
+
+TEST(PathsTest, DirectoriesFromSystemdOrDefaults) {
+    const struct {
+        const char* pszValue;
+        const char* pszState;
+        const char* pszRuntime;
+    } astCases[] = {
+        {nullptr, "/var/lib/eventmibd", "/run/eventmibd"},
+        {"", "/var/lib/eventmibd", "/run/eventmibd"},
+        {"/srv/x", "/srv/x", "/srv/x"},
+        {"/srv/a:/srv/b", "/srv/a", "/srv/a"},
+        {":/srv/b", "/var/lib/eventmibd", "/run/eventmibd"},
+    };
+    for (const auto& stCase : astCases) {
+        ScopedEnv stState("STATE_DIRECTORY", stCase.pszValue);
+        ScopedEnv stRuntime("RUNTIME_DIRECTORY", stCase.pszValue);
+        EXPECT_EQ(PLAT_StateDir(), stCase.pszState);
+        EXPECT_EQ(PLAT_RuntimeDir(), stCase.pszRuntime);
+    }
+}
+
+TEST(PathsTest, SocketsInRuntimeDirTrapSwitchInStateDir) {
+    ScopedEnv stState("STATE_DIRECTORY", "/s/");
+    ScopedEnv stRuntime("RUNTIME_DIRECTORY", "/r");
+    EXPECT_EQ(PLAT_MgmtSocketPath(), "/r/eventmibd.sock");
+    EXPECT_EQ(PLAT_PortSocketPath(), "/r/eventmibd-port.sock");
+    EXPECT_EQ(PLAT_AgentxSocketPath(), "/r/eventmib-agentx.sock");
+    EXPECT_EQ(PLAT_TrapSwitchPath(), "/s/trap-switch");
+}
+
+TEST(ServiceTest, ReadyWithoutServiceManagerIsNoFailure) {
+    ScopedEnv stNotify("NOTIFY_SOCKET", nullptr);
+    EXPECT_EQ(SERVICE_SetStatus(SERVICE_STATUS_READY), 0u);
+}
+
+TEST(ServiceTest, ReadyReachesTheNotifySocket) {
+    char szDir[] = "/tmp/mte-svc-XXXXXX";
+    ASSERT_NE(mkdtemp(szDir), nullptr);
+    std::string strPath = std::string(szDir) + "/notify";
+    int iSock = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ASSERT_GE(iSock, 0);
+    sockaddr_un stAddr{};
+    stAddr.sun_family = AF_UNIX;
+    strncpy(stAddr.sun_path, strPath.c_str(), sizeof(stAddr.sun_path) - 1);
+    ASSERT_EQ(bind(iSock, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)), 0);
+    {
+        ScopedEnv stNotify("NOTIFY_SOCKET", strPath.c_str());
+        EXPECT_EQ(SERVICE_SetStatus(SERVICE_STATUS_READY), 0u);
+        pollfd stPoll{iSock, POLLIN, 0};
+        ASSERT_EQ(poll(&stPoll, 1, 2000), 1);
+        char szMsg[64] = {};
+        ASSERT_GT(recv(iSock, szMsg, sizeof(szMsg) - 1, 0), 0);
+        EXPECT_STREQ(szMsg, "READY=1");
+        // No other status is known to the service manager.
+        EXPECT_NE(SERVICE_SetStatus(1), 0u);
+    }
+    {
+        ScopedEnv stNotify("NOTIFY_SOCKET", (std::string(szDir) + "/absent").c_str());
+        EXPECT_NE(SERVICE_SetStatus(SERVICE_STATUS_READY), 0u);
+    }
+    (void)close(iSock);
+    std::error_code stErr;
+    std::filesystem::remove_all(szDir, stErr);
+}
+
+TEST(LogTest, ScnprintfReturnsWhatItStored) {
+    char szBuf[8];
+    EXPECT_EQ(scnprintf(szBuf, sizeof(szBuf), "%s", "abc"), 3);
+    EXPECT_STREQ(szBuf, "abc");
+    EXPECT_EQ(scnprintf(szBuf, sizeof(szBuf), "%s", "abcdefghij"), 7);
+    EXPECT_STREQ(szBuf, "abcdefg");
+    EXPECT_EQ(scnprintf(szBuf, 1, "%s", "abc"), 0);
+    EXPECT_STREQ(szBuf, "");
+    EXPECT_EQ(scnprintf(szBuf, 0, "%s", "abc"), 0);
+    // Offsets chain without ever passing the end.
+    int iLen = scnprintf(szBuf, sizeof(szBuf), "%s", "12345");
+    iLen += scnprintf(szBuf + iLen, sizeof(szBuf) - iLen, "%s", "6789");
+    EXPECT_EQ(iLen, 7);
+    EXPECT_STREQ(szBuf, "1234567");
+}
+
+}  // namespace
+
+namespace {
+
+// Runs syslog2 in a child whose standard error is a pipe (optionally named as
+// the journal stream) and returns what arrived on the pipe.
+std::string StderrOfChildLogging(bool bPipeIsJournal) {
+    int aiPipe[2];
+    EXPECT_EQ(pipe(aiPipe), 0);
+    pid_t iPid = fork();
+    if (iPid == 0) {
+        (void)dup2(aiPipe[1], STDERR_FILENO);
+        (void)close(aiPipe[0]);
+        (void)close(aiPipe[1]);
+        if (bPipeIsJournal) {
+            struct stat stErr;
+            (void)fstat(STDERR_FILENO, &stErr);
+            std::string strStream =
+                std::to_string(stErr.st_dev) + ":" + std::to_string(stErr.st_ino);
+            setenv("JOURNAL_STREAM", strStream.c_str(), 1);
+        } else {
+            unsetenv("JOURNAL_STREAM");
+        }
+        syslog2(0x100000bf, "EVENTMIB", "EVENTMIB_TRACE", "%s", "Ln: 107 x");
+        _exit(0);
+    }
+    (void)close(aiPipe[1]);
+    std::string strOut;
+    char szBuf[256];
+    ssize_t lGot;
+    pollfd stPoll{aiPipe[0], POLLIN, 0};
+    while (poll(&stPoll, 1, 5000) == 1 && (lGot = read(aiPipe[0], szBuf, sizeof(szBuf))) > 0) {
+        strOut.append(szBuf, static_cast<size_t>(lGot));
+    }
+    (void)close(aiPipe[0]);
+    int iStatus = 0;
+    (void)waitpid(iPid, &iStatus, 0);
+    return strOut.empty() ? strOut : strOut + "@" + std::to_string(iPid);
+}
+
+TEST(LogTest, LinesAreCopiedToStandardErrorWithTheirMnemonic) {
+    std::string strOut = StderrOfChildLogging(false);
+    std::string strPid = strOut.substr(strOut.find('@') + 1);
+    EXPECT_EQ(strOut, "EVENTMIB[" + strPid + "]: EVENTMIB_TRACE: Ln: 107 x\n@" + strPid);
+}
+
+TEST(LogTest, JournalStreamGetsNoCopyOnlyWhenTheLogSocketExists) {
+    bool bHaveLogSocket = access("/dev/log", F_OK) == 0;
+    std::string strOut = StderrOfChildLogging(true);
+    EXPECT_EQ(strOut.empty(), bHaveLogSocket) << strOut;
+}
+
+}  // namespace
