@@ -1,16 +1,511 @@
-// Placeholder definitions: replaced by the module's implementation.
+// Event table (mteEventTable) and the running of an event when a trigger test
+// fires.
+//
+// Threads and locks: one process-wide pthread_rwlock_t guards the event list,
+// the rows and their notification and set rows. The main thread writes under
+// it (set, taken by the dispatch; recover, taken here) and reads under it (get,
+// get-next). The sampling worker takes the read lock in mte_EVENT_Run only
+// long enough to copy the sub-rows it needs; the notification and the set,
+// which talk to the SNMP agent, run with no lock held, so a slow agent never
+// blocks a management write. The event list lock is never held together with
+// the objects list lock (the notification takes that one after this one has
+// been released).
 #include "mte_event.h"
 
-uint32_t mte_EVENT_Init(void) { return {}; }
-void mte_EVENT_Fini(void) {}
-uint32_t mte_EVENT_IsEmpty(void) { return {}; }
-void mte_EVENT_ListRdLock(void) {}
-void mte_EVENT_ListWrLock(void) {}
-void mte_EVENT_ListUnLock(void) {}
-MTE_EVENT_ENTRY_S* mte_EVENT_GetEventEntry(const char* pszOwner, const char* pszName) { return nullptr; }
-MTE_EVENT_ROW_S* mte_EVENT_Get(const char* pszOwner, const char* pszName) { return nullptr; }
-MTE_EVENT_ENTRY_S* mte_EVENT_GetNextEventEntry(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName, uint8_t* pucFlags) { return nullptr; }
-MTE_EVENT_ROW_S* mte_EVENT_GetNext(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName) { return nullptr; }
-uint32_t mte_EVENT_Set(const MTE_EVENT_ROW_S* pstRequest, uint32_t uiColumnMask, uint32_t* puiFailedColumn) { return {}; }
-uint32_t mte_EVENT_Recover(uint32_t uiLen, const void* pRecord) { return {}; }
-void mte_EVENT_Run(const MTE_TRIGGER_ROW_S* pstTrigger, const MTE_FIRED_EVENT_S* pstFired) {}
+#include <pthread.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "mte_dbg.h"
+#include "mte_dbm.h"
+#include "mte_list_guard.h"
+#include "mte_memalert.h"
+#include "mte_notify.h"
+#include "mte_oid.h"
+#include "mte_set.h"
+
+namespace {
+constexpr const char MTE_EVENT_LIST_NAME[] = "mteEvent";
+constexpr uint32_t MTE_EVENT_MASK_COMMENT = MTE_COLUMN_BIT(MTE_EVENT_COL_COMMENT);
+constexpr uint32_t MTE_EVENT_MASK_SET = MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_SET);
+constexpr uint32_t MTE_EVENT_MASK_NOTIFY = MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_NOTIFICATION);
+constexpr uint32_t MTE_EVENT_MASK_STATUS = MTE_COLUMN_BIT(MTE_EVENT_COL_ENTRY_STATUS);
+
+MTE_LIST_LOCK_S g_stEventListLock;
+MTE_EVENT_ENTRY_S* g_pstEventList = nullptr;
+
+typedef MTE_LIST_GUARD<mte_EVENT_ListRdLock, mte_EVENT_ListUnLock> EVENT_READ_GUARD;
+typedef MTE_LIST_GUARD<mte_EVENT_ListWrLock, mte_EVENT_ListUnLock> EVENT_WRITE_GUARD;
+
+int Sign(int i) {
+    return i < 0 ? -1 : (i > 0 ? 1 : 0);
+}
+
+// Orders a row against a key as the table's SNMP index (mteOwner, IMPLIED
+// mteEventName) does: owner length, owner bytes, then the event name by its
+// bytes alone, since an implied name carries no length in the OID.
+int CompareKey(const MTE_EVENT_ROW_S& stRow, uint32_t uiOwnerLen, const char* pszOwner,
+               const char* pszName) {
+    uint32_t uiRowOwnerLen = static_cast<uint32_t>(strlen(stRow.szOwner));
+    if (uiRowOwnerLen != uiOwnerLen) {
+        return uiRowOwnerLen < uiOwnerLen ? -1 : 1;
+    }
+    int iCmp = Sign(strcmp(stRow.szOwner, pszOwner));
+    return iCmp != 0 ? iCmp : Sign(strcmp(stRow.szName, pszName));
+}
+
+MTE_EVENT_ENTRY_S* FindEntry(const char* pszOwner, const char* pszName,
+                             MTE_EVENT_ENTRY_S** ppstPrev) {
+    uint32_t uiOwnerLen = static_cast<uint32_t>(strlen(pszOwner));
+    MTE_EVENT_ENTRY_S* pstPrev = nullptr;
+    MTE_EVENT_ENTRY_S* pstFound = nullptr;
+    for (MTE_EVENT_ENTRY_S* pst = g_pstEventList; pst != nullptr; pst = pst->pstNext) {
+        int iCmp = CompareKey(pst->stRow, uiOwnerLen, pszOwner, pszName);
+        if (iCmp > 0) {
+            break;
+        }
+        if (iCmp == 0) {
+            pstFound = pst;
+            break;
+        }
+        pstPrev = pst;
+    }
+    if (ppstPrev != nullptr) {
+        *ppstPrev = pstPrev;
+    }
+    return pstFound;
+}
+
+// Inserts after every row with an equal or smaller key.
+void InsertEntry(MTE_EVENT_ENTRY_S* pstEntry) {
+    const MTE_EVENT_ROW_S& stRow = pstEntry->stRow;
+    uint32_t uiOwnerLen = static_cast<uint32_t>(strlen(stRow.szOwner));
+    MTE_EVENT_ENTRY_S** ppstLink = &g_pstEventList;
+    while (*ppstLink != nullptr &&
+           CompareKey((*ppstLink)->stRow, uiOwnerLen, stRow.szOwner, stRow.szName) <= 0) {
+        ppstLink = &(*ppstLink)->pstNext;
+    }
+    pstEntry->pstNext = *ppstLink;
+    *ppstLink = pstEntry;
+}
+
+MTE_EVENT_ROW_S TerminatedCopy(const MTE_EVENT_ROW_S& stRequest) {
+    MTE_EVENT_ROW_S stCopy = stRequest;
+    stCopy.szOwner[MTE_NAME_SIZE - 1] = '\0';
+    stCopy.szName[MTE_NAME_SIZE - 1] = '\0';
+    stCopy.szComment[MTE_COMMENT_SIZE - 1] = '\0';
+    return stCopy;
+}
+
+void StoreRow(const MTE_EVENT_ROW_S& stRow) {
+    mte_DBM_InsertSortList(MTE_DBM_CFG, MTE_EVENT_LIST_NAME, sizeof(MTE_EVENT_LIST_NAME), &stRow,
+                           sizeof(stRow), MTE_TBL_EVENT);
+}
+
+// The sub-rows an action octet asks for; on failure whatever was made is
+// destroyed again and the failed column names the sub-row that failed.
+struct SUB_ROWS_S {
+    MTE_SET_ENTRY_S* pstSet = nullptr;
+    MTE_NOTIFY_ENTRY_S* pstNotify = nullptr;
+};
+
+uint32_t CreateSubRows(const MTE_EVENT_ROW_S& stRow, bool bSet, bool bNotify, SUB_ROWS_S* pstSub,
+                       uint32_t* puiFailedColumn) {
+    bool bFailed = false;
+    if (bSet) {
+        pstSub->pstSet = mte_SET_Create(stRow.szOwner, stRow.szName);
+        if (pstSub->pstSet == nullptr) {
+            *puiFailedColumn = MTE_EVENT_COL_ACTION_SET;
+            bFailed = true;
+        }
+    }
+    if (bNotify) {
+        pstSub->pstNotify = mte_NOTIFY_Create(stRow.szOwner, stRow.szName);
+        if (pstSub->pstNotify == nullptr) {
+            *puiFailedColumn = MTE_EVENT_COL_ACTION_NOTIFICATION;
+            bFailed = true;
+        }
+    }
+    if (!bFailed) {
+        return MTE_OK;
+    }
+    mte_SET_Destroy(pstSub->pstSet);
+    mte_NOTIFY_Destroy(pstSub->pstNotify);
+    *pstSub = SUB_ROWS_S{};
+    return MTE_ERR_GENERAL;
+}
+
+uint32_t CreateEntry(const MTE_EVENT_ROW_S& stRequest, uint32_t uiMask, uint32_t* puiFailedColumn) {
+    if ((uiMask & MTE_EVENT_MASK_STATUS) == 0) {
+        *puiFailedColumn = MTE_EVENT_COL_ENTRY_STATUS;
+        return MTE_ERR_NO_SUCH_ROW;
+    }
+    if (stRequest.uiEntryStatus != MTE_ROW_CREATE_AND_GO &&
+        stRequest.uiEntryStatus != MTE_ROW_CREATE_AND_WAIT) {
+        *puiFailedColumn = MTE_EVENT_COL_ENTRY_STATUS;
+        return MTE_ERR_INCONSISTENT;
+    }
+    bool bRecovering = mte_BIN_GetRecover() == 1;
+    if (!bRecovering && (uiMask & MTE_MASK_FORCE) == 0 && mte_MEMALERT_GetFlag() == 1) {
+        return MTE_ERR_MEMORY_PRESSURE;
+    }
+    MTE_EVENT_ENTRY_S* pstEntry =
+        static_cast<MTE_EVENT_ENTRY_S*>(calloc(1, sizeof(MTE_EVENT_ENTRY_S)));
+    if (pstEntry == nullptr) {
+        if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
+            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(1), "Event", stRequest.szOwner,
+                          stRequest.szName);
+        }
+        return MTE_ERR_GENERAL;
+    }
+    MTE_EVENT_ROW_S& stRow = pstEntry->stRow;
+    mte_StrCopy(stRow.szOwner, stRequest.szOwner, MTE_NAME_SIZE);
+    mte_StrCopy(stRow.szName, stRequest.szName, MTE_NAME_SIZE);
+    if (uiMask & MTE_EVENT_MASK_COMMENT) {
+        mte_StrCopy(stRow.szComment, stRequest.szComment, MTE_COMMENT_SIZE);
+    }
+    stRow.ucActions = stRequest.ucActions;
+    bool bGo = stRequest.uiEntryStatus == MTE_ROW_CREATE_AND_GO;
+    stRow.uiEntryStatus = bGo ? MTE_ROW_ACTIVE : MTE_ROW_NOT_IN_SERVICE;
+    stRow.uiEnabled = bGo ? MTE_TRUE : MTE_FALSE;
+
+    SUB_ROWS_S stSub;
+    uint32_t uiRet =
+        CreateSubRows(stRow, (stRow.ucActions & MTE_ACTION_SET) != 0,
+                      (stRow.ucActions & MTE_ACTION_NOTIFICATION) != 0, &stSub, puiFailedColumn);
+    if (uiRet != MTE_OK) {
+        free(pstEntry);
+        return uiRet;
+    }
+    pstEntry->pstSet = stSub.pstSet;
+    pstEntry->pstNotify = stSub.pstNotify;
+    if (!bRecovering) {
+        StoreRow(stRow);
+    }
+    InsertEntry(pstEntry);
+    return MTE_OK;
+}
+
+void FreeEntryMemory(MTE_EVENT_ENTRY_S* pstEntry) {
+    free(pstEntry->pstSet);
+    free(pstEntry->pstNotify);
+    free(pstEntry);
+}
+
+void DestroyEntry(MTE_EVENT_ENTRY_S* pstEntry, MTE_EVENT_ENTRY_S* pstPrev) {
+    mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_EVENT_LIST_NAME, sizeof(MTE_EVENT_LIST_NAME),
+                            &pstEntry->stRow, sizeof(pstEntry->stRow));
+    mte_SET_Destroy(pstEntry->pstSet);
+    mte_NOTIFY_Destroy(pstEntry->pstNotify);
+    if (pstPrev == nullptr) {
+        g_pstEventList = pstEntry->pstNext;
+    } else {
+        pstPrev->pstNext = pstEntry->pstNext;
+    }
+    free(pstEntry);
+}
+
+bool ChangesSomething(const MTE_EVENT_ROW_S& stRow, const MTE_EVENT_ROW_S& stRequest,
+                      uint32_t uiMask) {
+    if ((uiMask & MTE_EVENT_MASK_COMMENT) && strcmp(stRow.szComment, stRequest.szComment) != 0) {
+        return true;
+    }
+    if ((uiMask & MTE_EVENT_MASK_SET) &&
+        ((stRow.ucActions ^ stRequest.ucActions) & MTE_ACTION_SET) != 0) {
+        return true;
+    }
+    if ((uiMask & MTE_EVENT_MASK_NOTIFY) &&
+        ((stRow.ucActions ^ stRequest.ucActions) & MTE_ACTION_NOTIFICATION) != 0) {
+        return true;
+    }
+    return (uiMask & MTE_EVENT_MASK_STATUS) && stRow.uiEntryStatus != stRequest.uiEntryStatus;
+}
+
+// Applies an accepted write to an existing row. The sub-rows that the new
+// actions need are made first, so that a failure leaves the row untouched.
+uint32_t ModifyEntry(MTE_EVENT_ENTRY_S* pstEntry, const MTE_EVENT_ROW_S& stRequest, uint32_t uiMask,
+                     uint32_t* puiFailedColumn) {
+    MTE_EVENT_ROW_S& stRow = pstEntry->stRow;
+    uint8_t ucNew = stRow.ucActions;
+    if (uiMask & MTE_EVENT_MASK_SET) {
+        ucNew = (ucNew & ~MTE_ACTION_SET) | (stRequest.ucActions & MTE_ACTION_SET);
+    }
+    if (uiMask & MTE_EVENT_MASK_NOTIFY) {
+        ucNew =
+            (ucNew & ~MTE_ACTION_NOTIFICATION) | (stRequest.ucActions & MTE_ACTION_NOTIFICATION);
+    }
+    uint8_t ucOn = ucNew & ~stRow.ucActions;
+    uint8_t ucOff = stRow.ucActions & ~ucNew;
+
+    SUB_ROWS_S stSub;
+    uint32_t uiRet = CreateSubRows(stRow, (ucOn & MTE_ACTION_SET) != 0,
+                                   (ucOn & MTE_ACTION_NOTIFICATION) != 0, &stSub, puiFailedColumn);
+    if (uiRet != MTE_OK) {
+        return uiRet;
+    }
+    if (uiMask & MTE_EVENT_MASK_COMMENT) {
+        mte_StrCopy(stRow.szComment, stRequest.szComment, MTE_COMMENT_SIZE);
+    }
+    stRow.ucActions = ucNew;
+    if (ucOff & MTE_ACTION_SET) {
+        mte_SET_Destroy(pstEntry->pstSet);
+        pstEntry->pstSet = nullptr;
+    }
+    if (ucOn & MTE_ACTION_SET) {
+        pstEntry->pstSet = stSub.pstSet;
+    }
+    if (ucOn & MTE_ACTION_NOTIFICATION) {
+        pstEntry->pstNotify = stSub.pstNotify;
+    }
+    if (ucOff & MTE_ACTION_NOTIFICATION) {
+        mte_NOTIFY_Destroy(pstEntry->pstNotify);
+        pstEntry->pstNotify = nullptr;
+    }
+    if (stRequest.uiEntryStatus == MTE_ROW_ACTIVE) {
+        stRow.uiEntryStatus = MTE_ROW_ACTIVE;
+        stRow.uiEnabled = MTE_TRUE;
+    } else if (stRequest.uiEntryStatus == MTE_ROW_NOT_IN_SERVICE) {
+        stRow.uiEntryStatus = MTE_ROW_NOT_IN_SERVICE;
+        stRow.uiEnabled = MTE_FALSE;
+    }
+    return MTE_OK;
+}
+
+// An active row can only be taken out of service or destroyed. Returns
+// MTE_OK when the write may go on.
+uint32_t CheckActiveWrite(const MTE_EVENT_ROW_S& stRequest, uint32_t uiMask, bool bChanges,
+                          uint32_t* puiFailedColumn) {
+    if (stRequest.uiEntryStatus == MTE_ROW_NONE) {
+        return bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;
+    }
+    if (stRequest.uiEntryStatus != MTE_ROW_ACTIVE) {
+        return MTE_OK;
+    }
+    if (bChanges) {
+        *puiFailedColumn = MTE_EVENT_COL_ENTRY_STATUS;
+        return MTE_ERR_INCONSISTENT;
+    }
+    // Re-affirming active is fine as long as nothing else is written; the
+    // force bit does not count as a column.
+    if ((uiMask & ~MTE_MASK_FORCE) == MTE_EVENT_MASK_STATUS) {
+        return MTE_OK;
+    }
+    *puiFailedColumn = MTE_EVENT_COL_ENTRY_STATUS;
+    return MTE_ERR_NO_CHANGE;
+}
+
+void WarnRun(uint32_t uiText, const MTE_FIRED_EVENT_S& stFired) {
+    if (mte_DBG_IsEnable(MTE_DBG_WARNING)) {
+        mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING, mte_DBG_Text(uiText), stFired.szEventOwner,
+                      stFired.szEventName);
+    }
+}
+
+// The pieces of an event that its actions need, copied under the read lock.
+struct RUN_COPY_S {
+    uint8_t ucActions;
+    MTE_NOTIFY_ENTRY_S stNotify;
+    MTE_SET_ENTRY_S stSet;
+};
+
+// Copies what the event's actions need; false when the event cannot run.
+bool CopyForRun(const MTE_FIRED_EVENT_S& stFired, RUN_COPY_S* pstCopy) {
+    EVENT_READ_GUARD stGuard;
+    MTE_EVENT_ENTRY_S* pstEntry = FindEntry(stFired.szEventOwner, stFired.szEventName, nullptr);
+    if (pstEntry == nullptr) {
+        WarnRun(14, stFired);
+        return false;
+    }
+    if (pstEntry->stRow.uiEnabled != MTE_TRUE) {
+        WarnRun(12, stFired);
+        return false;
+    }
+    pstCopy->ucActions = pstEntry->stRow.ucActions;
+    if (pstEntry->pstNotify != nullptr) {
+        pstCopy->stNotify = *pstEntry->pstNotify;
+    }
+    if (pstEntry->pstSet != nullptr) {
+        pstCopy->stSet = *pstEntry->pstSet;
+    }
+    return true;
+}
+
+void CopyPair(char (*paszPair)[MTE_NAME_SIZE], const char* pszOwner, const char* pszName) {
+    mte_StrCopy(paszPair[0], pszOwner, MTE_NAME_SIZE);
+    mte_StrCopy(paszPair[1], pszName, MTE_NAME_SIZE);
+}
+}  // namespace
+
+uint32_t mte_EVENT_Init(void) {
+    g_pstEventList = nullptr;
+    return g_stEventListLock.Ready();
+}
+
+void mte_EVENT_Fini(void) {
+    g_stEventListLock.Destroy();
+    MTE_EVENT_ENTRY_S* pst = g_pstEventList;
+    g_pstEventList = nullptr;
+    while (pst != nullptr) {
+        MTE_EVENT_ENTRY_S* pstNext = pst->pstNext;
+        FreeEntryMemory(pst);  // the store keeps the rows for the next start
+        pst = pstNext;
+    }
+}
+
+uint32_t mte_EVENT_IsEmpty(void) {
+    return g_pstEventList == nullptr ? 1 : 0;
+}
+
+void mte_EVENT_ListRdLock(void) {
+    g_stEventListLock.RdLock();
+}
+
+void mte_EVENT_ListWrLock(void) {
+    g_stEventListLock.WrLock();
+}
+
+void mte_EVENT_ListUnLock(void) {
+    g_stEventListLock.UnLock();
+}
+
+MTE_EVENT_ENTRY_S* mte_EVENT_GetEventEntry(const char* pszOwner, const char* pszName) {
+    if (pszOwner == nullptr || pszName == nullptr) {
+        return nullptr;
+    }
+    return FindEntry(pszOwner, pszName, nullptr);
+}
+
+MTE_EVENT_ROW_S* mte_EVENT_Get(const char* pszOwner, const char* pszName) {
+    MTE_EVENT_ENTRY_S* pstEntry = mte_EVENT_GetEventEntry(pszOwner, pszName);
+    return pstEntry == nullptr ? nullptr : &pstEntry->stRow;
+}
+
+MTE_EVENT_ENTRY_S* mte_EVENT_GetNextEventEntry(uint32_t uiOwnerLen, const char* pszOwner,
+                                               const char* pszName, uint8_t* pucFlags) {
+    if (pszOwner == nullptr || pszName == nullptr) {
+        return nullptr;
+    }
+    for (MTE_EVENT_ENTRY_S* pst = g_pstEventList; pst != nullptr; pst = pst->pstNext) {
+        if (CompareKey(pst->stRow, uiOwnerLen, pszOwner, pszName) > 0) {
+            return pst;
+        }
+        if (pucFlags != nullptr) {
+            *pucFlags |= (pst->pstNotify != nullptr ? MTE_PRESENT_NOTIFY : 0) |
+                         (pst->pstSet != nullptr ? MTE_PRESENT_SET : 0);
+        }
+    }
+    return nullptr;
+}
+
+MTE_EVENT_ROW_S* mte_EVENT_GetNext(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName) {
+    uint8_t ucFlags = 0;
+    MTE_EVENT_ENTRY_S* pstEntry =
+        mte_EVENT_GetNextEventEntry(uiOwnerLen, pszOwner, pszName, &ucFlags);
+    return pstEntry == nullptr ? nullptr : &pstEntry->stRow;
+}
+
+uint32_t mte_EVENT_Set(const MTE_EVENT_ROW_S* pstRequest, uint32_t uiColumnMask,
+                       uint32_t* puiFailedColumn) {
+    uint32_t uiScratch = 0;
+    if (puiFailedColumn == nullptr) {
+        puiFailedColumn = &uiScratch;
+    }
+    if (pstRequest == nullptr) {
+        return MTE_ERR_GENERAL;
+    }
+    MTE_EVENT_ROW_S stRequest = TerminatedCopy(*pstRequest);
+    MTE_EVENT_ENTRY_S* pstPrev = nullptr;
+    MTE_EVENT_ENTRY_S* pstEntry = FindEntry(stRequest.szOwner, stRequest.szName, &pstPrev);
+    if (stRequest.uiEntryStatus == MTE_ROW_DESTROY) {
+        if (pstEntry != nullptr) {
+            DestroyEntry(pstEntry, pstPrev);
+        }
+        return MTE_OK;
+    }
+    if (pstEntry == nullptr) {
+        return CreateEntry(stRequest, uiColumnMask, puiFailedColumn);
+    }
+    if (stRequest.uiEntryStatus == MTE_ROW_CREATE_AND_GO ||
+        stRequest.uiEntryStatus == MTE_ROW_CREATE_AND_WAIT) {
+        *puiFailedColumn = MTE_EVENT_COL_ENTRY_STATUS;
+        return MTE_ERR_ROW_EXISTS;
+    }
+    bool bChanges = ChangesSomething(pstEntry->stRow, stRequest, uiColumnMask);
+    if (pstEntry->stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
+        uint32_t uiRet = CheckActiveWrite(stRequest, uiColumnMask, bChanges, puiFailedColumn);
+        if (uiRet != MTE_OK) {
+            return uiRet;
+        }
+    }
+    if (!bChanges) {
+        return MTE_OK;
+    }
+    uint32_t uiRet = ModifyEntry(pstEntry, stRequest, uiColumnMask, puiFailedColumn);
+    if (uiRet == MTE_OK) {
+        StoreRow(pstEntry->stRow);
+    }
+    return uiRet;
+}
+
+uint32_t mte_EVENT_Recover(uint32_t uiLen, const void* pRecord) {
+    if (pRecord == nullptr || uiLen != sizeof(MTE_EVENT_ROW_S)) {
+        return MTE_ERR_GENERAL;
+    }
+    MTE_EVENT_ROW_S stRecord;
+    memcpy(&stRecord, pRecord, sizeof(stRecord));
+    stRecord = TerminatedCopy(stRecord);
+    stRecord.uiEnabled = MTE_FALSE;
+    if (stRecord.uiEntryStatus == MTE_ROW_ACTIVE) {
+        stRecord.uiEntryStatus = MTE_ROW_CREATE_AND_GO;
+    } else if (stRecord.uiEntryStatus == MTE_ROW_NOT_IN_SERVICE) {
+        stRecord.uiEntryStatus = MTE_ROW_CREATE_AND_WAIT;
+    }
+    uint32_t uiRet;
+    {
+        EVENT_WRITE_GUARD stGuard;
+        uint32_t uiFailedColumn = 0;
+        // One stored record per index; a second would break the uniqueness.
+        if (FindEntry(stRecord.szOwner, stRecord.szName, nullptr) != nullptr) {
+            uiRet = MTE_ERR_ROW_EXISTS;
+        } else {
+            uiRet = CreateEntry(stRecord, MTE_MASK_ALL_COLUMNS, &uiFailedColumn);
+        }
+    }
+    if (uiRet != MTE_OK && mte_DBG_IsEnable(MTE_DBG_ERR)) {
+        mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(34), "Event");
+    }
+    return uiRet;
+}
+
+void mte_EVENT_Run(const MTE_TRIGGER_ROW_S* pstTrigger, const MTE_FIRED_EVENT_S* pstFired) {
+    if (pstTrigger == nullptr || pstFired == nullptr) {
+        return;
+    }
+    RUN_COPY_S stCopy{};
+    if (!CopyForRun(*pstFired, &stCopy)) {
+        return;
+    }
+    // From here on only the copies are used and no lock is held: the agent
+    // may take its time without holding up the management channel.
+    MTE_OID_S stSuffix{};
+    stSuffix.uiLen =
+        pstFired->uiSuffixLen > MTE_OID_MAX_LEN ? MTE_OID_MAX_LEN : pstFired->uiSuffixLen;
+    memcpy(stSuffix.auiOid, pstFired->auiSuffix, stSuffix.uiLen * sizeof(uint32_t));
+    char szContext[MTE_NAME_SIZE];
+    mte_StrCopy(szContext, pstFired->szContextName, sizeof(szContext));
+
+    if (stCopy.ucActions & MTE_ACTION_NOTIFICATION) {
+        char aszTrigger[2][MTE_NAME_SIZE];
+        char aszTest[2][MTE_NAME_SIZE];
+        char aszNotify[2][MTE_NAME_SIZE];
+        CopyPair(aszTrigger, pstTrigger->szObjectsOwner, pstTrigger->szObjects);
+        CopyPair(aszTest, pstFired->szObjectsOwner, pstFired->szObjectsName);
+        CopyPair(aszNotify, stCopy.stNotify.szObjectsOwner, stCopy.stNotify.szObjects);
+        mte_NOTIFY_SendNotify(&stCopy.stNotify, aszTrigger, aszTest, aszNotify, &stSuffix,
+                              szContext);
+    }
+    if (stCopy.ucActions & MTE_ACTION_SET) {
+        mte_SET_SetValueByOID(pstTrigger, &stCopy.stSet, &stSuffix, szContext);
+    }
+}

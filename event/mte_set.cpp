@@ -1,10 +1,279 @@
-// Placeholder definitions: replaced by the module's implementation.
+// Set action (mteEventSetTable): one row per event whose actions have the set
+// bit, made and destroyed by the event table, and the writing of the event's
+// integer object through the agent.
+//
+// Threads and locks: the rows have no lock of their own. Get, get-next and set
+// run on the main thread under the event list lock that the dispatch holds;
+// recover takes the event list write lock itself. mte_SET_SetValueByOID runs
+// on the sampling worker on copies of the trigger and set rows with no lock
+// held.
 #include "mte_set.h"
 
-MTE_SET_ENTRY_S* mte_SET_Create(const char* pszOwner, const char* pszName) { return nullptr; }
-void mte_SET_Destroy(MTE_SET_ENTRY_S* pstRow) {}
-MTE_SET_ENTRY_S* mte_SET_Get(const char* pszOwner, const char* pszName) { return nullptr; }
-MTE_SET_ENTRY_S* mte_SET_GetNext(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName, uint8_t* pucFlags) { return nullptr; }
-uint32_t mte_SET_Set(const MTE_SET_ENTRY_S* pstRequest, uint32_t uiColumnMask) { return {}; }
-uint32_t mte_SET_Recover(uint32_t uiLen, const void* pRecord) { return {}; }
-uint32_t mte_SET_SetValueByOID(const MTE_TRIGGER_ROW_S* pstTrigger, const MTE_SET_ENTRY_S* pstRow, const MTE_OID_S* pstSuffix, const char* pszContextName) { return {}; }
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "mte_conv.h"
+#include "mte_dbg.h"
+#include "mte_dbm.h"
+#include "mte_event.h"
+#include "mte_list_guard.h"
+#include "mte_msg.h"
+#include "mte_oid.h"
+#include "mte_run.h"
+#include "mte_scalar.h"
+#include "mte_trap.h"
+#include "plat_snmp.h"
+
+namespace {
+constexpr const char MTE_SET_LIST_NAME[] = "mteSet";
+constexpr uint32_t MTE_SET_MASK_OBJECT = MTE_COLUMN_BIT(MTE_SET_COL_OBJECT);
+constexpr uint32_t MTE_SET_MASK_OBJECT_WILDCARD = MTE_COLUMN_BIT(MTE_SET_COL_OBJECT_WILDCARD);
+constexpr uint32_t MTE_SET_MASK_VALUE = MTE_COLUMN_BIT(MTE_SET_COL_VALUE);
+constexpr uint32_t MTE_SET_MASK_CONTEXT = MTE_COLUMN_BIT(MTE_SET_COL_CONTEXT_NAME);
+constexpr uint32_t MTE_SET_MASK_CONTEXT_WILDCARD =
+    MTE_COLUMN_BIT(MTE_SET_COL_CONTEXT_NAME_WILDCARD);
+
+// Failure codes of the set itself, as the platform's SNMP client reports them.
+constexpr uint32_t MTE_SET_FAIL_GEN_ERR = SNMP_ST_GEN_ERR;          // 0x61010041
+constexpr uint32_t MTE_SET_FAIL_WRONG_TYPE = SNMP_ST_WRONG_TYPE;    // 0x61010045
+constexpr uint32_t MTE_SET_FAIL_NO_CREATION = SNMP_ST_NO_CREATION;  // 0x61010049
+
+constexpr size_t MTE_SET_OID_TEXT_SIZE = 256;
+
+typedef MTE_LIST_GUARD<mte_EVENT_ListWrLock, mte_EVENT_ListUnLock> EVENT_WRITE_GUARD;
+
+MTE_SET_ENTRY_S TerminatedCopy(const MTE_SET_ENTRY_S& stRequest) {
+    MTE_SET_ENTRY_S stCopy = stRequest;
+    stCopy.szOwner[MTE_NAME_SIZE - 1] = '\0';
+    stCopy.szName[MTE_NAME_SIZE - 1] = '\0';
+    stCopy.szTargetTag[MTE_COMMENT_SIZE - 1] = '\0';
+    stCopy.szContextName[MTE_NAME_SIZE - 1] = '\0';
+    return stCopy;
+}
+
+void StoreRow(const MTE_SET_ENTRY_S& stRow) {
+    mte_DBM_InsertSortList(MTE_DBM_CFG, MTE_SET_LIST_NAME, sizeof(MTE_SET_LIST_NAME), &stRow,
+                           sizeof(stRow), MTE_TBL_SET);
+}
+
+bool ChangesSomething(const MTE_SET_ENTRY_S& stRow, const MTE_SET_ENTRY_S& stRequest,
+                      uint32_t uiMask) {
+    return ((uiMask & MTE_SET_MASK_OBJECT) &&
+            MTE_MSG_IsSameOID(&stRow.stObject, &stRequest.stObject) != 1) ||
+           ((uiMask & MTE_SET_MASK_OBJECT_WILDCARD) &&
+            stRow.uiObjectWildcard != stRequest.uiObjectWildcard) ||
+           ((uiMask & MTE_SET_MASK_VALUE) && stRow.iValue != stRequest.iValue) ||
+           ((uiMask & MTE_SET_MASK_CONTEXT) &&
+            strcmp(stRow.szContextName, stRequest.szContextName) != 0) ||
+           ((uiMask & MTE_SET_MASK_CONTEXT_WILDCARD) &&
+            stRow.uiContextNameWildcard != stRequest.uiContextNameWildcard);
+}
+
+// Copies the five writable columns named by the mask (the target tag never).
+void CopyColumns(MTE_SET_ENTRY_S* pstRow, const MTE_SET_ENTRY_S& stFrom, uint32_t uiMask) {
+    if (uiMask & MTE_SET_MASK_OBJECT) {
+        pstRow->stObject.uiLen = stFrom.stObject.uiLen;
+        memcpy(pstRow->stObject.auiOid, stFrom.stObject.auiOid,
+               stFrom.stObject.uiLen * sizeof(uint32_t));
+    }
+    if (uiMask & MTE_SET_MASK_OBJECT_WILDCARD) {
+        pstRow->uiObjectWildcard = stFrom.uiObjectWildcard;
+    }
+    if (uiMask & MTE_SET_MASK_VALUE) {
+        pstRow->iValue = stFrom.iValue;
+    }
+    if (uiMask & MTE_SET_MASK_CONTEXT) {
+        mte_StrCopy(pstRow->szContextName, stFrom.szContextName, MTE_NAME_SIZE);
+    }
+    if (uiMask & MTE_SET_MASK_CONTEXT_WILDCARD) {
+        pstRow->uiContextNameWildcard = stFrom.uiContextNameWildcard;
+    }
+}
+
+void PrintErr(uint32_t uiText) {
+    if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
+        mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, "%s", mte_DBG_Text(uiText));
+    }
+}
+
+// The target of a set: the row's object and context, completed from the
+// instance that fired when the row asks for it.
+struct SET_TARGET_S {
+    MTE_OID_S stOid;
+    char szContext[MTE_NAME_SIZE];
+};
+
+uint32_t BuildTarget(const MTE_TRIGGER_ROW_S& stTrigger, const MTE_SET_ENTRY_S& stRow,
+                     const MTE_OID_S* pstSuffix, const char* pszContext, SET_TARGET_S* pstTarget) {
+    bool bObjectWild = stRow.uiObjectWildcard == MTE_TRUE;
+    bool bContextWild = stRow.uiContextNameWildcard == MTE_TRUE;
+    if (bObjectWild && stTrigger.uiValueIDWildcard != MTE_TRUE) {
+        PrintErr(8);
+        return MTE_SET_FAIL_GEN_ERR;
+    }
+    if (bContextWild && stTrigger.uiContextNameWildcard != MTE_TRUE) {
+        PrintErr(5);
+        return MTE_SET_FAIL_GEN_ERR;
+    }
+    if (bObjectWild && pstSuffix != nullptr &&
+        AppendSuffix2OID(pstSuffix, &pstTarget->stOid) != 0) {
+        return MTE_SET_FAIL_NO_CREATION;  // the helper has said "Invalid OID length."
+    }
+    if (bContextWild) {
+        // The trigger's context name is the prefix its wildcard matched; what
+        // the instance has beyond it goes behind the row's context name.
+        size_t uiPrefix = strnlen(stTrigger.szContextName, MTE_NAME_SIZE - 1);
+        size_t uiInstance = strlen(pszContext);
+        const char* pszPart = uiInstance > uiPrefix ? pszContext + uiPrefix : "";
+        size_t uiTarget = strlen(pstTarget->szContext);
+        if (uiTarget + strlen(pszPart) > MTE_NAME_SIZE - 1) {
+            PrintErr(38);
+            return MTE_SET_FAIL_NO_CREATION;
+        }
+        memcpy(pstTarget->szContext + uiTarget, pszPart, strlen(pszPart) + 1);
+    }
+    return MTE_OK;
+}
+
+// Counts the failure, sends mteEventSetFailure and writes the failure details.
+void ReportFailure(uint32_t uiCode, const MTE_TRIGGER_ROW_S& stTrigger,
+                   const SET_TARGET_S& stTarget) {
+    int32_t iReason = mte_RUN_convertErrCodeMor2Mte(uiCode);
+    mte_SCALAR_EventFailuresInc();
+    char szName[MTE_NAME_SIZE];
+    char szTag[MTE_COMMENT_SIZE];
+    mte_StrCopy(szName, stTrigger.szName, sizeof(szName));
+    mte_StrCopy(szTag, stTrigger.szTargetTag, sizeof(szTag));
+    TRAP_SendmteEventSetFailure(szName, static_cast<uint32_t>(strlen(szName)), szTag,
+                                static_cast<uint32_t>(strlen(szTag)), stTarget.szContext,
+                                static_cast<uint32_t>(strlen(stTarget.szContext)),
+                                stTarget.stOid.auiOid, stTarget.stOid.uiLen, iReason);
+    if (mte_DBG_IsEnable(MTE_DBG_INFO)) {
+        mte_run_FailureDebug(iReason, stTarget.szContext, &stTrigger, &stTarget.stOid, MTE_TEXT(19),
+                             MTE_TEXT(48));
+    }
+}
+}  // namespace
+
+MTE_SET_ENTRY_S* mte_SET_Create(const char* pszOwner, const char* pszName) {
+    MTE_SET_ENTRY_S* pstRow = static_cast<MTE_SET_ENTRY_S*>(calloc(1, sizeof(MTE_SET_ENTRY_S)));
+    if (pstRow == nullptr) {
+        if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
+            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(1), "Set", pszOwner, pszName);
+        }
+        return nullptr;
+    }
+    mte_StrCopy(pstRow->szOwner, pszOwner, MTE_NAME_SIZE);
+    mte_StrCopy(pstRow->szName, pszName, MTE_NAME_SIZE);
+    pstRow->uiObjectWildcard = MTE_FALSE;
+    pstRow->uiContextNameWildcard = MTE_FALSE;
+    if (mte_BIN_GetRecover() != 1) {
+        StoreRow(*pstRow);
+    }
+    return pstRow;
+}
+
+void mte_SET_Destroy(MTE_SET_ENTRY_S* pstRow) {
+    if (pstRow == nullptr) {
+        return;
+    }
+    mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_SET_LIST_NAME, sizeof(MTE_SET_LIST_NAME), pstRow,
+                            sizeof(*pstRow));
+    free(pstRow);
+}
+
+MTE_SET_ENTRY_S* mte_SET_Get(const char* pszOwner, const char* pszName) {
+    MTE_EVENT_ENTRY_S* pstEvent = mte_EVENT_GetEventEntry(pszOwner, pszName);
+    return pstEvent == nullptr ? nullptr : pstEvent->pstSet;
+}
+
+MTE_SET_ENTRY_S* mte_SET_GetNext(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName,
+                                 uint8_t* pucFlags) {
+    for (MTE_EVENT_ENTRY_S* pst =
+             mte_EVENT_GetNextEventEntry(uiOwnerLen, pszOwner, pszName, pucFlags);
+         pst != nullptr; pst = pst->pstNext) {
+        if (pst->pstSet != nullptr) {
+            return pst->pstSet;
+        }
+    }
+    return nullptr;
+}
+
+uint32_t mte_SET_Set(const MTE_SET_ENTRY_S* pstRequest, uint32_t uiColumnMask) {
+    if (pstRequest == nullptr) {
+        return MTE_ERR_GENERAL;
+    }
+    MTE_SET_ENTRY_S stRequest = TerminatedCopy(*pstRequest);
+    MTE_EVENT_ENTRY_S* pstEvent = mte_EVENT_GetEventEntry(stRequest.szOwner, stRequest.szName);
+    if (pstEvent == nullptr || pstEvent->pstSet == nullptr) {
+        return MTE_ERR_NO_SUCH_ROW;
+    }
+    MTE_SET_ENTRY_S* pstRow = pstEvent->pstSet;
+    bool bChanges = ChangesSomething(*pstRow, stRequest, uiColumnMask);
+    if (pstEvent->stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
+        return bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;
+    }
+    if (!bChanges) {
+        return MTE_OK;
+    }
+    // An OID longer than a record can hold is refused before anything is copied.
+    if ((uiColumnMask & MTE_SET_MASK_OBJECT) && stRequest.stObject.uiLen > MTE_OID_MAX_LEN) {
+        return MTE_ERR_INCONSISTENT;
+    }
+    CopyColumns(pstRow, stRequest, uiColumnMask);
+    StoreRow(*pstRow);
+    return MTE_OK;
+}
+
+uint32_t mte_SET_Recover(uint32_t uiLen, const void* pRecord) {
+    if (pRecord == nullptr || uiLen != sizeof(MTE_SET_ENTRY_S)) {
+        return MTE_ERR_GENERAL;
+    }
+    MTE_SET_ENTRY_S stRecord;
+    memcpy(&stRecord, pRecord, sizeof(stRecord));
+    stRecord = TerminatedCopy(stRecord);
+    EVENT_WRITE_GUARD stGuard;
+    MTE_EVENT_ENTRY_S* pstEvent = mte_EVENT_GetEventEntry(stRecord.szOwner, stRecord.szName);
+    if (pstEvent == nullptr) {
+        return MTE_ERR_GENERAL;
+    }
+    if (pstEvent->pstSet == nullptr) {
+        return MTE_OK;
+    }
+    uint32_t uiMask = MTE_SET_MASK_OBJECT_WILDCARD | MTE_SET_MASK_VALUE | MTE_SET_MASK_CONTEXT |
+                      MTE_SET_MASK_CONTEXT_WILDCARD;
+    // A damaged OID is not laid over the row; the rest of the record is.
+    if (stRecord.stObject.uiLen <= MTE_OID_MAX_LEN) {
+        uiMask |= MTE_SET_MASK_OBJECT;
+    }
+    CopyColumns(pstEvent->pstSet, stRecord, uiMask);
+    return MTE_OK;
+}
+
+uint32_t mte_SET_SetValueByOID(const MTE_TRIGGER_ROW_S* pstTrigger, const MTE_SET_ENTRY_S* pstRow,
+                               const MTE_OID_S* pstSuffix, const char* pszContextName) {
+    if (pstTrigger == nullptr || pstRow == nullptr || pstRow->stObject.uiLen == 0) {
+        return MTE_OK;
+    }
+    SET_TARGET_S stTarget{};
+    stTarget.stOid = pstRow->stObject;
+    stTarget.stOid.uiLen = std::min(stTarget.stOid.uiLen, MTE_OID_MAX_LEN);
+    mte_StrCopy(stTarget.szContext, pstRow->szContextName, sizeof(stTarget.szContext));
+    uint32_t uiCode = BuildTarget(*pstTrigger, *pstRow, pstSuffix,
+                                  pszContextName == nullptr ? "" : pszContextName, &stTarget);
+    if (uiCode == MTE_OK) {
+        uiCode = SNMP_SetIntegerValueByOID(pstRow->szOwner, stTarget.szContext, &stTarget.stOid,
+                                           pstRow->iValue);
+        if (uiCode == MTE_OK) {
+            return MTE_OK;
+        }
+        if (uiCode == MTE_SET_FAIL_WRONG_TYPE && mte_DBG_IsEnable(MTE_DBG_ERR)) {
+            char szOid[MTE_SET_OID_TEXT_SIZE] = "";
+            MTE_MSG_Oid2Str(&pstRow->stObject, sizeof(szOid), szOid);
+            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(7), szOid);
+        }
+    }
+    ReportFailure(uiCode, *pstTrigger, stTarget);
+    return uiCode;
+}

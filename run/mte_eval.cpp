@@ -26,7 +26,6 @@
 #include "mte_event.h"
 #include "mte_exist.h"
 #include "mte_msg.h"
-#include "mte_oid.h"
 #include "mte_run_int.h"
 #include "mte_scalar.h"
 #include "mte_thres.h"
@@ -178,11 +177,11 @@ void mte_run_AddRequest(MTE_EVENT_LIST_S* pstEvents, const MTE_OID_S* pstSuffix,
         pstReq->uiSuffixLen = pstSuffix->uiLen;
         memcpy(pstReq->auiSuffix, pstSuffix->auiOid, pstSuffix->uiLen * sizeof(uint32_t));
     }
-    mte_StrCopy(pstReq->szEventName, pszEvent, MTE_NAME_SIZE);
-    mte_StrCopy(pstReq->szEventOwner, pszEventOwner, MTE_NAME_SIZE);
-    mte_StrCopy(pstReq->szContextName, pszContext, MTE_NAME_SIZE);
-    mte_StrCopy(pstReq->szObjectsOwner, pszObjectsOwner, MTE_NAME_SIZE);
-    mte_StrCopy(pstReq->szObjectsName, pszObjects, MTE_NAME_SIZE);
+    mte_run_StrCopy(pstReq->szEventName, pszEvent, MTE_NAME_SIZE);
+    mte_run_StrCopy(pstReq->szEventOwner, pszEventOwner, MTE_NAME_SIZE);
+    mte_run_StrCopy(pstReq->szContextName, pszContext, MTE_NAME_SIZE);
+    mte_run_StrCopy(pstReq->szObjectsOwner, pszObjectsOwner, MTE_NAME_SIZE);
+    mte_run_StrCopy(pstReq->szObjectsName, pszObjects, MTE_NAME_SIZE);
     if (pstEvents->pstTail == nullptr) {
         pstEvents->pstHead = pstReq;
     } else {

@@ -25,6 +25,7 @@
 
 #include "mte_conv.h"
 #include "mte_dbg.h"
+#include "mte_epoll_set.h"
 #include "mte_run_int.h"
 #include "mte_scalar.h"
 #include "mte_timer.h"
@@ -34,36 +35,19 @@
 namespace {
 
 constexpr const char* RUN_QUEUE_NAME = "mteMsgQue";
-constexpr uint32_t RUN_EPOLL_EVENTS = EPOLLIN | EPOLLERR | EPOLLHUP;
 constexpr int RUN_EPOLL_MAX_EVENTS = 2;
 constexpr int64_t TRACE_SIGMASK = 3532;
 
-// Registrations of the worker epoll set. They change only while the worker
-// thread is not running (before it starts, after it is joined).
-struct MTE_RUN_EPOLL_REG_S {
-    int iFd;
-    MTE_EPOLL_PROC_PF pfHandler;
-};
-constexpr int RUN_EPOLL_MAX_REG = 4;
-MTE_RUN_EPOLL_REG_S g_astRunEpollReg[RUN_EPOLL_MAX_REG] = {
-    {-1, nullptr}, {-1, nullptr}, {-1, nullptr}, {-1, nullptr}};
-
-int g_iRunEpollFd = -1;
+// The worker epoll set: the queue and the control descriptor, each with its
+// handler. Registrations change only while the worker thread is not running
+// (before it starts, after it is joined).
+MTE_EPOLL_SET_S g_stRunEpoll = MTE_EPOLL_SET_INIT;
 int g_iRunCtrlFd = -1;
 uint32_t g_uiRunQueue = QUEUE_INVALID;
 pthread_t g_stRunThread{};
 bool g_bRunThreadMade = false;
 // Worker thread only: set by the control handler, read by the loop.
 bool g_bRunExit = false;
-
-MTE_EPOLL_PROC_PF mte_run_FindHandler(int iFd) {
-    for (const auto& stReg : g_astRunEpollReg) {
-        if (stReg.iFd == iFd) {
-            return stReg.pfHandler;
-        }
-    }
-    return nullptr;
-}
 
 // The trigger leaves the worker for good: nothing refers to it any more.
 // Its lists were cleared when it was destroyed; freeing them again costs
@@ -128,8 +112,10 @@ bool mte_run_HandleOneMsg(void) {
     }
     mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
     if (pstTrigger->uiRunState == MTE_RUN_BUSY) {
+        MTE_RUN_CFG_S stCfg;
+        mte_run_Snapshot(pstTrigger, &stCfg);
         mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
-        mte_run_SampleStep(pstTrigger);
+        mte_run_SampleStep(pstTrigger, &stCfg);
         return true;
     }
     bool bDeleted = mte_run_TakeOver(pstTrigger);
@@ -156,18 +142,17 @@ void* mte_run_WorkerMain(void*) {
     g_bRunExit = false;
     epoll_event astEvents[RUN_EPOLL_MAX_EVENTS];
     while (!g_bRunExit) {
-        int iReady = epoll_wait(g_iRunEpollFd, astEvents, RUN_EPOLL_MAX_EVENTS, -1);
+        int iReady = epoll_wait(g_stRunEpoll.iEpollFd, astEvents, RUN_EPOLL_MAX_EVENTS, -1);
         if (iReady < 0) {
             if (errno == EINTR) {
                 continue;
             }
             break;
         }
+        // One record at a time: an exit request ends the thread before the
+        // next record of the same batch is served.
         for (int i = 0; i < iReady && !g_bRunExit; ++i) {
-            MTE_EPOLL_PROC_PF pfHandler = mte_run_FindHandler(astEvents[i].data.fd);
-            if (pfHandler != nullptr) {
-                pfHandler(astEvents[i].events, astEvents[i].data.fd);
-            }
+            mte_EPSET_Dispatch(&g_stRunEpoll, &astEvents[i], 1);
         }
     }
     return nullptr;
@@ -275,7 +260,7 @@ uint32_t mte_RUN_Init(void) {
 // Messages still queued are dropped as they are: the trigger table, torn
 // down after this, frees every trigger whatever its run state.
 void mte_RUN_Fini(void) {
-    if (g_iRunEpollFd < 0) {
+    if (g_stRunEpoll.iEpollFd < 0) {
         return;
     }
     if (g_bRunThreadMade) {
@@ -294,8 +279,7 @@ void mte_RUN_Fini(void) {
         QUEUE_Delete(g_uiRunQueue, 0);
         g_uiRunQueue = QUEUE_INVALID;
     }
-    close(g_iRunEpollFd);
-    g_iRunEpollFd = -1;
+    mte_EPSET_Destroy(&g_stRunEpoll);
 }
 
 int mte_RUN_GetEventFd(void) {
@@ -322,9 +306,6 @@ uint32_t mte_RUN_Sample4AtOnce(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     return mte_run_Enqueue(pstTrigger);
 }
 
-// A timer id that no longer exists in the set (the set was torn down after a
-// failed restart and made anew) cannot be activated: the trigger then gets a
-// new timer instead of staying without one.
 uint32_t mte_RUN_TriggerEnable(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     if (mte_TIMER_GetPortFlag() != 1) {
         return MTE_OK;
@@ -332,10 +313,7 @@ uint32_t mte_RUN_TriggerEnable(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     if (pstTrigger->llTimerId == -1) {
         return mte_TIMER_Add(pstTrigger);
     }
-    if (mte_TIMER_Active(pstTrigger->llTimerId) == MTE_OK) {
-        return MTE_OK;
-    }
-    return mte_TIMER_Add(pstTrigger);
+    return mte_TIMER_Active(pstTrigger->llTimerId);
 }
 
 // A trigger without a timer has nothing to suspend; that is no failure, so a
@@ -348,43 +326,21 @@ uint32_t mte_RUN_TriggerDisable(MTE_TRIGGER_ENTRY_S* pstTrigger) {
 }
 
 uint32_t mte_run_EpollInit(void) {
-    if (g_iRunEpollFd >= 0) {
+    if (g_stRunEpoll.iEpollFd >= 0) {
         return MTE_OK;
     }
-    g_iRunEpollFd = epoll_create(2);
-    return g_iRunEpollFd >= 0 ? MTE_OK : MTE_ERR_GENERAL;
+    return mte_EPSET_Create(&g_stRunEpoll);
 }
 
 uint32_t mte_run_EPOLLAdd(int iFd, MTE_EPOLL_PROC_PF pfHandler) {
-    MTE_RUN_EPOLL_REG_S* pstFree = nullptr;
-    for (auto& stReg : g_astRunEpollReg) {
-        if (stReg.iFd < 0) {
-            pstFree = &stReg;
-            break;
-        }
-    }
-    if (g_iRunEpollFd < 0 || iFd < 0 || pstFree == nullptr) {
+    if (g_stRunEpoll.iEpollFd < 0 || mte_EPSET_Add(&g_stRunEpoll, iFd, pfHandler) != 0) {
         return MTE_ERR_GENERAL;
     }
-    epoll_event stEvent{};
-    stEvent.events = RUN_EPOLL_EVENTS;
-    stEvent.data.fd = iFd;
-    if (epoll_ctl(g_iRunEpollFd, EPOLL_CTL_ADD, iFd, &stEvent) != 0) {
-        return MTE_ERR_GENERAL;
-    }
-    pstFree->iFd = iFd;
-    pstFree->pfHandler = pfHandler;
     return MTE_OK;
 }
 
 uint32_t mte_run_EPOLLDel(int iFd) {
-    for (auto& stReg : g_astRunEpollReg) {
-        if (stReg.iFd == iFd) {
-            stReg.iFd = -1;
-            stReg.pfHandler = nullptr;
-        }
-    }
-    if (g_iRunEpollFd < 0 || epoll_ctl(g_iRunEpollFd, EPOLL_CTL_DEL, iFd, nullptr) != 0) {
+    if (g_stRunEpoll.iEpollFd < 0 || mte_EPSET_Del(&g_stRunEpoll, iFd) != 0) {
         return MTE_ERR_GENERAL;
     }
     return MTE_OK;

@@ -4,6 +4,8 @@
 #ifndef MTE_RUN_INT_H
 #define MTE_RUN_INT_H
 
+#include <cstring>
+
 #include "mte_run.h"
 
 // Platform status codes with a meaning of their own to the sampler.
@@ -19,6 +21,13 @@ constexpr int MTE_WALK_BATCH = 5;
 inline bool mte_run_IsWildcard(const MTE_TRIGGER_ENTRY_S* pstTrigger) {
     return pstTrigger->stRow.uiValueIDWildcard == MTE_TRUE ||
            pstTrigger->stRow.uiContextNameWildcard == MTE_TRUE;
+}
+
+// Bounded copy into a fixed field of uiSize bytes; always terminated.
+inline void mte_run_StrCopy(char* pszDst, const char* pszSrc, size_t uiSize) {
+    size_t uiLen = strnlen(pszSrc, uiSize - 1);
+    memcpy(pszDst, pszSrc, uiLen);
+    pszDst[uiLen] = '\0';
 }
 
 // --- worker and queue (mte_run.cpp) ----------------------------------------
@@ -50,9 +59,20 @@ void mte_run_Suffix(const MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_SAMPLE_S* p
 void mte_run_SampleOid(const MTE_SAMPLE_S* pstSample, MTE_OID_S* pstOid);
 
 // --- sampler (mte_sampler.cpp) ---------------------------------------------
+// What the sampler needs of the trigger's row, copied under the state lock
+// when the trigger is dequeued: the agent is asked without the lock, and the
+// main thread may change a row that is out of service meanwhile.
+struct MTE_RUN_CFG_S {
+    char szOwner[MTE_NAME_SIZE];
+    char szContext[MTE_NAME_SIZE];  // the context name, or the prefix of a context walk
+    MTE_OID_S stValueID;
+    bool bValueIDWildcard;
+    bool bContextWildcard;
+};
+void mte_run_Snapshot(const MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_RUN_CFG_S* pstCfg);
 // One cycle, or one batch of a walk, of a trigger dequeued in state 4. Lock
 // not held on entry or return; the trigger may have been freed on return.
-void mte_run_SampleStep(MTE_TRIGGER_ENTRY_S* pstTrigger);
+void mte_run_SampleStep(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg);
 
 // --- evaluation (mte_eval.cpp); caller holds the state lock ------------------
 // A list of event requests in the order collected.

@@ -15,9 +15,9 @@
 #include <cstring>
 
 #include "mte_exist.h"
-#include "mte_oid.h"
 #include "mte_run_int.h"
 #include "mte_scalar.h"
+#include "plat_snmp.h"
 
 namespace {
 
@@ -35,13 +35,11 @@ uint32_t mte_run_CountList(const MTE_SAMPLE_S* pstHead) {
 
 }  // namespace
 
-// The platform's value records are plain heap blocks: the bytes, then the
-// record. Freeing them here keeps the sample store free of any tie to the
-// SNMP client, so the tables can release samples without it.
+// The client made the value record (its bytes and the record), so the
+// client releases it.
 void mte_run_FreeValue(SNMP_VALUE_S* pstValue) {
     if (pstValue != nullptr) {
-        free(pstValue->pData);
-        free(pstValue);
+        SNMP_FreeInstanceValue(pstValue);
     }
 }
 
@@ -56,7 +54,8 @@ MTE_SAMPLE_S* mte_run_MakeSample(const char* pszContext, const MTE_OID_S* pstOid
         pstSample->uiOidLen = uiLen;
         memcpy(pstSample->auiOid, pstOid->auiOid, uiLen * sizeof(uint32_t));
     }
-    mte_StrCopy(pstSample->szContextName, pszContext != nullptr ? pszContext : "", MTE_NAME_SIZE);
+    mte_run_StrCopy(pstSample->szContextName, pszContext != nullptr ? pszContext : "",
+                    MTE_NAME_SIZE);
     pstSample->uiTestState = MTE_TSTATE_NEW;
     pstSample->pstValue = pstValue;
     pstSample->usOverLimit = 0;

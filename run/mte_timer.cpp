@@ -238,6 +238,11 @@ void mte_TIMER_Fini(void) {
     g_bDrainPending = false;
 }
 
+// A set that already holds trigger timers is never torn down when it fails
+// to restart: the triggers keep their timer ids, and a new set would hand
+// out the same ids to other triggers. It is stopped instead, and the next
+// port-up tries again. A set made by this very call holds no trigger timer
+// yet and is torn down on failure.
 uint32_t mte_TIMER_StartAll(void) {
     uint32_t uiResult = MTE_OK;
     if (g_ulTimerSet != 0) {
@@ -247,15 +252,19 @@ uint32_t mte_TIMER_StartAll(void) {
         if (g_iTickFd >= 0) {
             uiResult |= mte_timer_ArmFd(g_iTickFd, TICK_PERIOD_S);
         }
-    } else if (g_iTickFd < 0) {
-        uiResult = mte_TIMER_Init();
+        if (uiResult != MTE_OK) {
+            (void)Timer_Config(g_ulTimerSet, 0);
+            if (g_iTickFd >= 0) {
+                (void)mte_timer_ArmFd(g_iTickFd, 0);
+            }
+            return uiResult;
+        }
     } else {
-        uiResult = mte_timer_ArmFd(g_iTickFd, TICK_PERIOD_S);
-    }
-
-    if (uiResult != MTE_OK) {
-        mte_TIMER_Fini();
-        return uiResult;
+        uiResult = g_iTickFd < 0 ? mte_TIMER_Init() : mte_timer_ArmFd(g_iTickFd, TICK_PERIOD_S);
+        if (uiResult != MTE_OK) {
+            mte_TIMER_Fini();
+            return uiResult;
+        }
     }
     mte_TRIGGER_StartAll();
     return MTE_OK;

@@ -1,5 +1,154 @@
-// Placeholder definitions: replaced by the module's implementation.
+// Port-service events on Linux: the AgentX bridge (eventmib-agentx) tells the
+// daemon whether the SNMP agent's port service is up or down by sending one
+// datagram to the daemon's port socket, PLAT_PortSocketPath(), an AF_UNIX
+// SOCK_DGRAM socket. A datagram is either the 12-byte event record
+// (SERVICE_PORT_EVENT_S, status u32 at offset 4: 1 up, 2 down) or the text
+// "up" or "down" (a trailing newline is allowed). Only senders running as
+// root or as the daemon's own user are believed; their credentials come with
+// each datagram (SO_PASSCRED / SCM_CREDENTIALS).
+//
+// On subscription the daemon also sends the text "status" to the bridge's
+// socket, PLAT_AgentxSocketPath(), so that a bridge already running answers
+// at once with the current status; if the bridge is not there, it announces
+// the status when it starts. Main thread only.
 #include "plat_port.h"
 
-int SubscribeServicePortEvent(uint32_t uiType, const SERVICE_PORT_SUB_S* pstSub) { return -1; }
-uint32_t RecvServicePortEvent(int iFd, SERVICE_PORT_EVENT_S* pstEvent) { return {}; }
+#include <errno.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include "plat_paths.h"
+
+namespace {
+
+constexpr uint32_t PORT_ERR = 1;
+constexpr const char* PORT_STATUS_QUERY = "status";
+
+bool FillAddress(const std::string& strPath, sockaddr_un* pstAddr) {
+    memset(pstAddr, 0, sizeof(*pstAddr));
+    pstAddr->sun_family = AF_UNIX;
+    if (strPath.empty() || strPath.size() >= sizeof(pstAddr->sun_path)) {
+        return false;
+    }
+    memcpy(pstAddr->sun_path, strPath.c_str(), strPath.size() + 1);
+    return true;
+}
+
+// A socket file nobody is bound to any more is removed before the bind; one
+// that still has an owner (another daemon) is left, and the bind fails.
+void RemoveStaleSocket(const sockaddr_un* pstAddr) {
+    struct stat stInfo;
+    if (lstat(pstAddr->sun_path, &stInfo) != 0 || !S_ISSOCK(stInfo.st_mode)) {
+        return;
+    }
+    int iProbe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (iProbe < 0) {
+        return;
+    }
+    int iRet = connect(iProbe, reinterpret_cast<const sockaddr*>(pstAddr), sizeof(*pstAddr));
+    int iErr = errno;
+    close(iProbe);
+    if (iRet != 0 && iErr == ECONNREFUSED) {
+        unlink(pstAddr->sun_path);
+    }
+}
+
+void AskForStatus(int iFd) {
+    sockaddr_un stAgentx;
+    if (!FillAddress(PLAT_AgentxSocketPath(), &stAgentx)) {
+        return;
+    }
+    // Best effort: a bridge that is not running announces itself later.
+    (void)sendto(iFd, PORT_STATUS_QUERY, strlen(PORT_STATUS_QUERY), MSG_DONTWAIT | MSG_NOSIGNAL,
+                 reinterpret_cast<const sockaddr*>(&stAgentx), sizeof(stAgentx));
+}
+
+uint32_t ParseStatus(const char* pcData, size_t uiLen) {
+    if (uiLen == sizeof(SERVICE_PORT_EVENT_S)) {
+        SERVICE_PORT_EVENT_S stEvent;
+        memcpy(&stEvent, pcData, sizeof(stEvent));
+        return stEvent.uiPortStatus;
+    }
+    while (uiLen > 0 && (pcData[uiLen - 1] == '\n' || pcData[uiLen - 1] == '\r')) {
+        uiLen--;
+    }
+    if (uiLen == 2 && memcmp(pcData, "up", 2) == 0) {
+        return SERVICE_PORT_UP;
+    }
+    if (uiLen == 4 && memcmp(pcData, "down", 4) == 0) {
+        return SERVICE_PORT_DOWN;
+    }
+    return 0;
+}
+
+bool SenderAllowed(msghdr* pstMsg) {
+    for (cmsghdr* pstCmsg = CMSG_FIRSTHDR(pstMsg); pstCmsg != nullptr;
+         pstCmsg = CMSG_NXTHDR(pstMsg, pstCmsg)) {
+        if (pstCmsg->cmsg_level == SOL_SOCKET && pstCmsg->cmsg_type == SCM_CREDENTIALS &&
+            pstCmsg->cmsg_len >= CMSG_LEN(sizeof(ucred))) {
+            ucred stCred;
+            memcpy(&stCred, CMSG_DATA(pstCmsg), sizeof(stCred));
+            return stCred.uid == 0 || stCred.uid == geteuid();
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+int SubscribeServicePortEvent(uint32_t uiType, const SERVICE_PORT_SUB_S* pstSub) {
+    (void)uiType;
+    (void)pstSub;
+    sockaddr_un stAddr;
+    if (!FillAddress(PLAT_PortSocketPath(), &stAddr)) {
+        return -1;
+    }
+    int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (iFd < 0) {
+        return -1;
+    }
+    int iOn = 1;
+    RemoveStaleSocket(&stAddr);
+    if (setsockopt(iFd, SOL_SOCKET, SO_PASSCRED, &iOn, sizeof(iOn)) != 0 ||
+        bind(iFd, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+        close(iFd);
+        return -1;
+    }
+    if (chmod(stAddr.sun_path, 0660) != 0) {
+        unlink(stAddr.sun_path);
+        close(iFd);
+        return -1;
+    }
+    AskForStatus(iFd);
+    return iFd;
+}
+
+uint32_t RecvServicePortEvent(int iFd, SERVICE_PORT_EVENT_S* pstEvent) {
+    char acData[64];
+    alignas(cmsghdr) char acControl[CMSG_SPACE(sizeof(ucred))];
+    iovec stIov = {acData, sizeof(acData)};
+    msghdr stMsg = {};
+    stMsg.msg_iov = &stIov;
+    stMsg.msg_iovlen = 1;
+    stMsg.msg_control = acControl;
+    stMsg.msg_controllen = sizeof(acControl);
+    ssize_t lRead;
+    do {
+        lRead = recvmsg(iFd, &stMsg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    } while (lRead < 0 && errno == EINTR);
+    if (lRead < 0 || (stMsg.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0 || !SenderAllowed(&stMsg)) {
+        return PORT_ERR;
+    }
+    uint32_t uiStatus = ParseStatus(acData, static_cast<size_t>(lRead));
+    if (uiStatus != SERVICE_PORT_UP && uiStatus != SERVICE_PORT_DOWN) {
+        return PORT_ERR;
+    }
+    memset(pstEvent, 0, sizeof(*pstEvent));
+    pstEvent->uiPortStatus = uiStatus;
+    return 0;
+}

@@ -69,3 +69,119 @@ uint32_t ENG_ListLen(const MTE_SAMPLE_S* pstHead) {
     }
     return uiLen;
 }
+
+#include "mte_run.h"
+#include "mte_scalar.h"
+#include "mte_trigger.h"
+
+namespace {
+void ENG_SetEvent(char* pszOwner, char* pszEvent, const char* pszName) {
+    if (pszName != nullptr && pszName[0] != '\0') {
+        strcpy(pszOwner, "own");
+        strncpy(pszEvent, pszName, MTE_NAME_SIZE - 1);
+    }
+}
+
+std::string ENG_Bytes(const FAKE_SNMP_VAR_S& stVar) {
+    return stVar.strBytes;
+}
+}  // namespace
+
+MTE_EXIST_ENTRY_S* ENG_AddExistence(MTE_TRIGGER_ENTRY_S* pstTrigger, const char* pszEvent,
+                                    uint8_t ucTest, uint8_t ucStartup) {
+    auto* pstRow = static_cast<MTE_EXIST_ENTRY_S*>(calloc(1, sizeof(MTE_EXIST_ENTRY_S)));
+    strcpy(pstRow->szOwner, pstTrigger->stRow.szOwner);
+    strcpy(pstRow->szName, pstTrigger->stRow.szName);
+    ENG_SetEvent(pstRow->szEventOwner, pstRow->szEvent, pszEvent);
+    pstRow->ucTest = ucTest;
+    pstRow->ucStartup = ucStartup;
+    pstRow->usFirstCycle = 1;
+    pstTrigger->pstExist = pstRow;
+    pstTrigger->stRow.ucTest |= MTE_TEST_EXISTENCE;
+    return pstRow;
+}
+
+MTE_BOOL_ENTRY_S* ENG_AddBoolean(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiComparison,
+                                 int32_t iValue, const char* pszEvent) {
+    auto* pstRow = static_cast<MTE_BOOL_ENTRY_S*>(calloc(1, sizeof(MTE_BOOL_ENTRY_S)));
+    strcpy(pstRow->szOwner, pstTrigger->stRow.szOwner);
+    strcpy(pstRow->szName, pstTrigger->stRow.szName);
+    ENG_SetEvent(pstRow->szEventOwner, pstRow->szEvent, pszEvent);
+    pstRow->uiComparison = uiComparison;
+    pstRow->iValue = iValue;
+    pstRow->uiStartup = MTE_TRUE;
+    pstTrigger->pstBool = pstRow;
+    pstTrigger->stRow.ucTest |= MTE_TEST_BOOLEAN;
+    return pstRow;
+}
+
+MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiStartup,
+                                    int32_t iRising, int32_t iFalling, int32_t iDeltaRising,
+                                    int32_t iDeltaFalling) {
+    auto* pstRow = static_cast<MTE_THRES_ENTRY_S*>(calloc(1, sizeof(MTE_THRES_ENTRY_S)));
+    strcpy(pstRow->szOwner, pstTrigger->stRow.szOwner);
+    strcpy(pstRow->szName, pstTrigger->stRow.szName);
+    pstRow->uiStartup = uiStartup;
+    pstRow->iRising = iRising;
+    pstRow->iFalling = iFalling;
+    pstRow->iDeltaRising = iDeltaRising;
+    pstRow->iDeltaFalling = iDeltaFalling;
+    ENG_SetEvent(pstRow->szRisingEventOwner, pstRow->szRisingEvent, "evRising");
+    ENG_SetEvent(pstRow->szFallingEventOwner, pstRow->szFallingEvent, "evFalling");
+    ENG_SetEvent(pstRow->szDeltaRisingEventOwner, pstRow->szDeltaRisingEvent, "evDeltaRising");
+    ENG_SetEvent(pstRow->szDeltaFallingEventOwner, pstRow->szDeltaFallingEvent, "evDeltaFalling");
+    pstTrigger->pstThres = pstRow;
+    pstTrigger->stRow.ucTest |= MTE_TEST_THRESHOLD;
+    return pstRow;
+}
+
+std::vector<ENG_NOTIFY_S> ENG_Notifies(void) {
+    std::vector<ENG_NOTIFY_S> astOut;
+    for (const auto& stNotify : FAKE_SNMP_Notifies()) {
+        ENG_NOTIFY_S stOut{};
+        stOut.strName = stNotify.strName;
+        for (const auto& stVar : stNotify.astVars) {
+            stOut.auiTypes.push_back(stVar.uiType);
+        }
+        if (stNotify.astVars.size() == 5) {
+            stOut.strTrigger = ENG_Bytes(stNotify.astVars[0]);
+            stOut.strTag = ENG_Bytes(stNotify.astVars[1]);
+            stOut.strContext = ENG_Bytes(stNotify.astVars[2]);
+            const std::string& strOid = stNotify.astVars[3].strBytes;
+            stOut.astOid.resize(strOid.size() / 4);
+            memcpy(stOut.astOid.data(), strOid.data(), stOut.astOid.size() * 4);
+            memcpy(&stOut.iLast, stNotify.astVars[4].strBytes.data(), 4);
+        }
+        astOut.push_back(stOut);
+    }
+    return astOut;
+}
+
+std::vector<std::string> ENG_NotifyNames(void) {
+    std::vector<std::string> astNames;
+    for (const auto& stNotify : FAKE_SNMP_Notifies()) {
+        astNames.push_back(stNotify.strName);
+    }
+    return astNames;
+}
+
+uint32_t ENG_Queue(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+    uint32_t uiResult = mte_RUN_Sample4AtOnce(pstTrigger);
+    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+    return uiResult;
+}
+
+uint32_t ENG_PumpAll(void) {
+    return mte_run_PumpQueue(1000);
+}
+
+MTE_SCALAR_S ENG_Scalars(void) {
+    MTE_SCALAR_S stScalars{};
+    mte_SCALAR_Get(&stScalars);
+    return stScalars;
+}
+
+uint32_t ENG_Instances(void) {
+    return ENG_Scalars().uiSampleInstances;
+}

@@ -20,3 +20,43 @@ MTE_SAMPLE_S* ENG_AppendSample(MTE_SAMPLE_S** ppstHead, MTE_SAMPLE_S** ppstTail,
 uint32_t ENG_ListLen(const MTE_SAMPLE_S* pstHead);
 
 #endif  // ENGINE_HELPERS_H
+
+// ---------------------------------------------------------------------------
+// Fixture pieces for tests that sample through the fake agent.
+#include <string>
+#include <vector>
+
+#include "fake_snmp.h"
+
+// The trap switch as the notification senders see it (engine_trapswitch.cpp).
+void ENG_SetTrapSwitch(uint16_t usOn);
+
+// Test rows attached to a trigger (freed with the trigger by mte_TRIGGER_FreeNode).
+MTE_EXIST_ENTRY_S* ENG_AddExistence(MTE_TRIGGER_ENTRY_S* pstTrigger, const char* pszEvent,
+                                    uint8_t ucTest = 0xE0, uint8_t ucStartup = 0xC0);
+MTE_BOOL_ENTRY_S* ENG_AddBoolean(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiComparison,
+                                 int32_t iValue, const char* pszEvent);
+MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiStartup,
+                                    int32_t iRising, int32_t iFalling, int32_t iDeltaRising,
+                                    int32_t iDeltaFalling);
+
+// One captured notification, decoded.
+struct ENG_NOTIFY_S {
+    std::string strName;
+    std::string strTrigger;
+    std::string strTag;
+    std::string strContext;
+    FAKE_OID astOid;
+    int32_t iLast;  // hot value or failure reason
+    std::vector<uint32_t> auiTypes;
+};
+std::vector<ENG_NOTIFY_S> ENG_Notifies(void);
+// Names of the captured notifications in order.
+std::vector<std::string> ENG_NotifyNames(void);
+
+// Queues the trigger at once (as the timer would) under its lock.
+uint32_t ENG_Queue(MTE_TRIGGER_ENTRY_S* pstTrigger);
+// Lets the worker's queue handler run until the queue is empty (bounded).
+uint32_t ENG_PumpAll(void);
+uint32_t ENG_Instances(void);
+MTE_SCALAR_S ENG_Scalars(void);

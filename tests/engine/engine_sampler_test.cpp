@@ -1,0 +1,636 @@
+// Sampler, run states and evaluation, driven step by step: the tests play the
+// main thread and call the worker's queue and control handlers directly.
+#include <gtest/gtest.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "engine_helpers.h"
+#include "fake_log.h"
+#include "mte_conv.h"
+#include "mte_dbg.h"
+#include "mte_event.h"
+#include "mte_run.h"
+#include "mte_scalar.h"
+#include "mte_timer.h"
+#include "mte_trap.h"
+#include "plat_snmp.h"
+#include "mte_trigger.h"
+
+namespace {
+
+const FAKE_OID kIfIn = {1, 3, 6, 1, 2, 1, 2, 2, 1, 10};
+const FAKE_OID kScalar = {1, 3, 6, 1, 4, 1, 99, 1, 0};
+
+FAKE_OID Sub(const FAKE_OID& astBase, std::initializer_list<uint32_t> auiSuffix) {
+    FAKE_OID astOid = astBase;
+    astOid.insert(astOid.end(), auiSuffix);
+    return astOid;
+}
+
+class EngineSampler : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        FAKE_SNMP_Reset();
+        FAKE_LOG_Clear();
+        mte_DBG_Init();
+        mte_SCALAR_Init();
+        mte_EVENT_Init();
+        ENG_SetTrapSwitch(1);
+        mte_TIMER_SetPortFlag(1);
+        ASSERT_EQ(mte_run_InitWithoutThread(), 0u);
+    }
+
+    void TearDown() override {
+        Drain();
+        mte_RUN_Fini();
+        mte_TIMER_SetPortFlag(0);
+        for (MTE_TRIGGER_ENTRY_S* pstTrigger : m_apTriggers) {
+            mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+            mte_RUN_ClearSampleRes(pstTrigger);
+            mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+            mte_TRIGGER_FreeNode(pstTrigger);
+        }
+        EXPECT_EQ(ENG_Instances(), 0u) << "instance counts not given back";
+        EXPECT_EQ(FAKE_SNMP_LiveValues(), 0) << "value records leaked";
+        EXPECT_EQ(FAKE_SNMP_LiveHandles(), 0) << "notify handles leaked";
+        mte_DBG_DisableSwitch(0xffffffffu);
+        mte_EVENT_Fini();
+        mte_DBG_Fini();
+    }
+
+    // A trigger the fixture frees at the end (unless the worker did).
+    MTE_TRIGGER_ENTRY_S* Make(const char* pszName, const FAKE_OID& astValueId,
+                              const char* pszContext = "", bool bOidWild = false,
+                              bool bContextWild = false) {
+        MTE_TRIGGER_ENTRY_S* pstTrigger = ENG_NewTrigger(pszName);
+        pstTrigger->stRow.stValueID = FAKE_SNMP_MakeOid(astValueId);
+        strncpy(pstTrigger->stRow.szContextName, pszContext, MTE_NAME_SIZE - 1);
+        pstTrigger->stRow.uiValueIDWildcard = bOidWild ? MTE_TRUE : MTE_FALSE;
+        pstTrigger->stRow.uiContextNameWildcard = bContextWild ? MTE_TRUE : MTE_FALSE;
+        m_apTriggers.push_back(pstTrigger);
+        return pstTrigger;
+    }
+
+    // The worker freed it: the fixture must not.
+    void Forget(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+        m_apTriggers.erase(std::remove(m_apTriggers.begin(), m_apTriggers.end(), pstTrigger),
+                           m_apTriggers.end());
+    }
+
+    static void Drain() {
+        int iCtrl = mte_RUN_GetEventFd();
+        if (iCtrl >= 0) {
+            eventfd_write(iCtrl, MTE_RUN_CTRL_DRAIN);
+            mte_run_CtrlProc(EPOLLIN, iCtrl);
+        }
+    }
+
+    static void SetState(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiState, bool bClear = false) {
+        mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+        if (bClear) {
+            mte_RUN_ClearSampleRes(pstTrigger);
+        }
+        pstTrigger->uiRunState = uiState;
+        mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+    }
+
+    // One full cycle: queued at once and sampled to its end.
+    static void Cycle(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+        ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+        ENG_PumpAll();
+        ASSERT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+    }
+
+    static std::vector<std::string> PrevContexts(const MTE_TRIGGER_ENTRY_S* pstTrigger) {
+        std::vector<std::string> astOut;
+        for (const MTE_SAMPLE_S* p = pstTrigger->pstPrevSamples; p != nullptr; p = p->pstNext) {
+            astOut.push_back(p->szContextName);
+        }
+        return astOut;
+    }
+
+    static std::vector<FAKE_OID> PrevOids(const MTE_TRIGGER_ENTRY_S* pstTrigger) {
+        std::vector<FAKE_OID> astOut;
+        for (const MTE_SAMPLE_S* p = pstTrigger->pstPrevSamples; p != nullptr; p = p->pstNext) {
+            astOut.emplace_back(p->auiOid, p->auiOid + p->uiOidLen);
+        }
+        return astOut;
+    }
+
+    static std::vector<std::string> GetContexts() {
+        std::vector<std::string> astOut;
+        for (const auto& stReq : FAKE_SNMP_Gets()) {
+            astOut.push_back(stReq.strContext);
+        }
+        return astOut;
+    }
+
+    // Events that ran, in order, as the event table reports them missing.
+    static std::vector<std::string> EventsRun() {
+        std::vector<std::string> astOut;
+        for (const auto& stLine : FAKE_LOG_Lines()) {
+            if (stLine.strMnemonic == MTE_DBG_MNEMONIC_WARNING &&
+                stLine.strText.find("Nonexistent event") != std::string::npos) {
+                astOut.push_back(stLine.strText);
+            }
+        }
+        return astOut;
+    }
+
+    std::vector<MTE_TRIGGER_ENTRY_S*> m_apTriggers;
+};
+
+// --- single requests --------------------------------------------------------
+
+TEST_F(EngineSampler, SingleRequestFiresExistenceWithFiveVariablesInOrder) {
+    FAKE_SNMP_SetInteger("", kScalar, 7);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t1", kScalar);
+    strcpy(pstTrigger->stRow.szTargetTag, "tagA");
+    ENG_AddExistence(pstTrigger, "evExist");
+    mte_DBG_EnableSwitch(MTE_DBG_WARNING | MTE_DBG_INFO);
+
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
+    EXPECT_EQ(pstTrigger->usInstanceReleased, 0);
+    EXPECT_EQ(ENG_Instances(), 1u);
+    EXPECT_EQ(ENG_PumpAll(), 1u);
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(pstTrigger->pstExist->usFirstCycle, 0);
+    EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 1u);
+    EXPECT_EQ(pstTrigger->pstCurSamples, nullptr);
+
+    auto astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 1u);
+    EXPECT_EQ(astNotifies[0].strName, "mteTriggerFired");
+    EXPECT_EQ(astNotifies[0].strTrigger, "t1");
+    EXPECT_EQ(astNotifies[0].strTag, "tagA");
+    EXPECT_EQ(astNotifies[0].strContext, "");
+    EXPECT_EQ(astNotifies[0].astOid, kScalar);
+    EXPECT_EQ(astNotifies[0].iLast, 7);
+    EXPECT_EQ(astNotifies[0].auiTypes, (std::vector<uint32_t>{10, 10, 10, 11, 1}));
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "Type of existence test: present"), 1u);
+    EXPECT_EQ(EventsRun().size(), 1u);
+
+    // Changed value, then the instance goes away: reported with what was last seen.
+    FAKE_SNMP_SetInteger("", kScalar, 9);
+    Cycle(pstTrigger);
+    FAKE_SNMP_Remove("", kScalar);
+    Cycle(pstTrigger);
+    astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 3u);
+    EXPECT_EQ(astNotifies[1].iLast, 9);
+    EXPECT_EQ(astNotifies[2].strName, "mteTriggerFired");
+    EXPECT_EQ(astNotifies[2].astOid, kScalar);
+    EXPECT_EQ(astNotifies[2].iLast, 9);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "Type of existence test: changed"), 1u);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "Type of existence test: absent"), 1u);
+    EXPECT_EQ(EventsRun().size(), 3u);
+}
+
+TEST_F(EngineSampler, FailedRequestReportsItsReasonAndKeepsNoPreviousSample) {
+    struct {
+        uint32_t uiStatus;
+        int32_t iReason;
+    } astCases[] = {{SNMP_ST_NO_ACCESS, 6}, {SNMP_ST_TIMEOUT, 5}, {SNMP_ST_NO_SUCH_NAME, 2}};
+    FAKE_SNMP_SetInteger("", kScalar, 7);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t1", kScalar);
+    uint32_t uiFailures = 0;
+    for (const auto& stCase : astCases) {
+        FAKE_SNMP_FailOid(kScalar, 0);
+        Cycle(pstTrigger);
+        EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 1u);
+        FAKE_SNMP_FailOid(kScalar, stCase.uiStatus);
+        Cycle(pstTrigger);
+        EXPECT_EQ(pstTrigger->pstPrevSamples, nullptr);
+        auto astNotifies = ENG_Notifies();
+        ASSERT_FALSE(astNotifies.empty());
+        EXPECT_EQ(astNotifies.back().strName, "mteTriggerFailure");
+        EXPECT_EQ(astNotifies.back().iLast, stCase.iReason);
+        EXPECT_EQ(astNotifies.back().astOid, kScalar);
+        EXPECT_EQ(astNotifies.back().auiTypes.back(), 2u);
+        EXPECT_EQ(ENG_Scalars().uiTriggerFailures, ++uiFailures);
+    }
+}
+
+// --- walks --------------------------------------------------------------------
+
+TEST_F(EngineSampler, WalkOfTwelveInstancesTakesThreeBatches) {
+    for (uint32_t i = 1; i <= 12; ++i) {
+        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), static_cast<int32_t>(i));
+    }
+    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 2, 1, 2, 2, 1, 11, 1}, 0);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
+
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    EXPECT_EQ(mte_run_PumpQueue(1), 1u);
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
+    EXPECT_EQ(ENG_ListLen(pstTrigger->pstCurSamples), 5u);
+    EXPECT_EQ(FAKE_SNMP_GetNexts().size(), 5u);
+    EXPECT_EQ(mte_run_PumpQueue(1), 1u);
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
+    EXPECT_EQ(ENG_ListLen(pstTrigger->pstCurSamples), 10u);
+    EXPECT_EQ(mte_run_PumpQueue(1), 1u);
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(mte_run_PumpQueue(1), 0u);
+    EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 12u);
+    EXPECT_EQ(pstTrigger->pstCurSamples, nullptr);
+    EXPECT_EQ(FAKE_SNMP_GetNexts().size(), 13u);
+    EXPECT_EQ(ENG_Instances(), 12u);
+    EXPECT_EQ(PrevOids(pstTrigger).front(), Sub(kIfIn, {1}));
+    EXPECT_EQ(PrevOids(pstTrigger).back(), Sub(kIfIn, {12}));
+}
+
+TEST_F(EngineSampler, NextCycleReportsGoneAndNewInstancesAndPairsTheRest) {
+    for (uint32_t i = 1; i <= 3; ++i) {
+        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), static_cast<int32_t>(10 * i));
+    }
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
+    ENG_AddExistence(pstTrigger, "", MTE_EXIST_PRESENT | MTE_EXIST_ABSENT | MTE_EXIST_CHANGED, 0);
+    Cycle(pstTrigger);
+    EXPECT_TRUE(ENG_Notifies().empty());
+    EXPECT_EQ(ENG_Instances(), 3u);
+
+    FAKE_SNMP_Remove("", Sub(kIfIn, {2}));
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {4}), 40);
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {3}), 31);
+    Cycle(pstTrigger);
+    auto astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 3u);
+    EXPECT_EQ(astNotifies[0].astOid, Sub(kIfIn, {2}));  // gone, with its last value
+    EXPECT_EQ(astNotifies[0].iLast, 20);
+    EXPECT_EQ(astNotifies[1].astOid, Sub(kIfIn, {3}));  // changed
+    EXPECT_EQ(astNotifies[1].iLast, 31);
+    EXPECT_EQ(astNotifies[2].astOid, Sub(kIfIn, {4}));  // new
+    EXPECT_EQ(ENG_Instances(), 3u);
+    EXPECT_EQ(PrevOids(pstTrigger),
+              (std::vector<FAKE_OID>{Sub(kIfIn, {1}), Sub(kIfIn, {3}), Sub(kIfIn, {4})}));
+}
+
+TEST_F(EngineSampler, InstanceMaximumReachedMidWalkKeepsOnlyTheLastRefusedSample) {
+    mte_SCALAR_SetInstancesMax(3);
+    for (uint32_t i = 1; i <= 6; ++i) {
+        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1);
+    }
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    ASSERT_EQ(mte_run_PumpQueue(1), 1u);
+    EXPECT_EQ(ENG_ListLen(pstTrigger->pstCurSamples), 4u);
+    ASSERT_NE(pstTrigger->pstCurSamplesTail, nullptr);
+    EXPECT_EQ(pstTrigger->pstCurSamplesTail->usOverLimit, 1);
+    ENG_PumpAll();
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 3u);
+    EXPECT_EQ(ENG_Instances(), 3u);
+    MTE_SCALAR_S stScalars = ENG_Scalars();
+    EXPECT_EQ(stScalars.uiSampleInstanceLacks, 3u);
+    EXPECT_EQ(stScalars.uiTriggerFailures, 3u);
+    auto astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 3u);
+    for (uint32_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(astNotifies[i].strName, "mteTriggerFailure");
+        EXPECT_EQ(astNotifies[i].iLast, MTE_REASON_LOCAL_RESOURCE_LACK);
+        EXPECT_EQ(astNotifies[i].astOid, Sub(kIfIn, {4 + i}));
+    }
+    mte_SCALAR_SetInstancesMax(0);
+}
+
+TEST_F(EngineSampler, ContextWalkVisitsThePrefixFirstThenLongerNamesAndStops) {
+    for (const char* pszContext : {"b", "c1", "c1a", "c1b", "c2"}) {
+        FAKE_SNMP_SetInteger(pszContext, kScalar, 1);
+    }
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("ctx", kScalar, "c1", false, true);
+    Cycle(pstTrigger);
+    EXPECT_EQ(GetContexts(), (std::vector<std::string>{"c1", "c1a", "c1b"}));
+    EXPECT_EQ(PrevContexts(pstTrigger), (std::vector<std::string>{"c1", "c1a", "c1b"}));
+    EXPECT_EQ(ENG_Instances(), 3u);
+}
+
+// Contexts without the instance leave a marker: a batch made only of them
+// resumes after the last one instead of starting over from the prefix.
+TEST_F(EngineSampler, ContextWalkMovesPastContextsWithoutTheInstance) {
+    for (const char* pszContext : {"c", "c1", "c2", "c3", "c4", "c5", "c6", "d"}) {
+        FAKE_SNMP_AddContext(pszContext);
+    }
+    FAKE_SNMP_SetInteger("c6", kScalar, 6);
+    FAKE_SNMP_SetInteger("d", kScalar, 1);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("ctx", kScalar, "c", false, true);
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    ASSERT_EQ(mte_run_PumpQueue(1), 1u);
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
+    ENG_PumpAll();
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(GetContexts(), (std::vector<std::string>{"c", "c1", "c2", "c3", "c4", "c5", "c6"}));
+    EXPECT_EQ(PrevContexts(pstTrigger), (std::vector<std::string>{"c6"}));
+    EXPECT_EQ(ENG_Instances(), 1u);
+}
+
+TEST_F(EngineSampler, WalkOverInstancesAndContextsKeepsContextThenOidOrder) {
+    FAKE_SNMP_SetInteger("v", Sub(kIfIn, {1}), 1);
+    FAKE_SNMP_SetInteger("v", Sub(kIfIn, {2}), 2);
+    FAKE_SNMP_AddContext("v1");
+    for (uint32_t i = 1; i <= 3; ++i) {
+        FAKE_SNMP_SetInteger("v2", Sub(kIfIn, {i}), 1);
+    }
+    FAKE_SNMP_SetInteger("v2", {1, 3, 6, 1, 2, 1, 2, 2, 1, 11, 1}, 1);
+    FAKE_SNMP_SetInteger("w", Sub(kIfIn, {1}), 1);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("both", kIfIn, "v", true, true);
+    ENG_AddExistence(pstTrigger, "", MTE_EXIST_PRESENT, MTE_EXIST_PRESENT);
+    Cycle(pstTrigger);
+    EXPECT_EQ(PrevContexts(pstTrigger), (std::vector<std::string>{"v", "v", "v2", "v2", "v2"}));
+    EXPECT_EQ(PrevOids(pstTrigger)[2], Sub(kIfIn, {1}));
+    EXPECT_EQ(ENG_Instances(), 5u);
+    auto astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 5u);
+    EXPECT_EQ(astNotifies[2].strContext, "v2");
+    EXPECT_EQ(astNotifies[2].astOid, Sub(kIfIn, {1}));
+
+    // The second cycle pairs every instance again: nothing new, nothing gone.
+    Cycle(pstTrigger);
+    EXPECT_EQ(ENG_Notifies().size(), 5u);
+    EXPECT_EQ(ENG_Instances(), 5u);
+}
+
+TEST_F(EngineSampler, FailedWalkStepReportsAndFlushesThePreviousCycle) {
+    for (uint32_t i = 1; i <= 4; ++i) {
+        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1);
+    }
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
+    ENG_AddExistence(pstTrigger, "", MTE_EXIST_ABSENT, 0);
+    Cycle(pstTrigger);
+    FAKE_SNMP_FailOid(Sub(kIfIn, {2}), SNMP_ST_GEN_ERR);
+    Cycle(pstTrigger);
+    auto astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 3u);
+    EXPECT_EQ(astNotifies[0].strName, "mteTriggerFailure");
+    EXPECT_EQ(astNotifies[0].iLast, 5);
+    // Instances 3 and 4 were not reached: the flush reports them absent.
+    EXPECT_EQ(astNotifies[1].astOid, Sub(kIfIn, {3}));
+    EXPECT_EQ(astNotifies[2].astOid, Sub(kIfIn, {4}));
+    EXPECT_EQ(PrevOids(pstTrigger), (std::vector<FAKE_OID>{Sub(kIfIn, {1}), Sub(kIfIn, {2})}));
+    EXPECT_EQ(ENG_Instances(), 2u);
+}
+
+// --- run states ---------------------------------------------------------------
+
+TEST_F(EngineSampler, RequestsMadeWhileQueuedAreCompletedAtDequeue) {
+    FAKE_SNMP_SetInteger("", kScalar, 7);
+    for (uint32_t uiState : {MTE_RUN_CANCELLED, MTE_RUN_DELETED, MTE_RUN_RESTART}) {
+        SCOPED_TRACE(uiState);
+        FAKE_SNMP_Reset();
+        FAKE_SNMP_SetInteger("", kScalar, 7);
+        MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar);
+        ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+        SetState(pstTrigger, uiState, uiState == MTE_RUN_DELETED);
+        EXPECT_EQ(mte_run_PumpQueue(1), 1u);
+        if (uiState == MTE_RUN_DELETED) {
+            Forget(pstTrigger);
+            EXPECT_EQ(mte_run_PumpQueue(1), 0u);
+            EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
+            continue;
+        }
+        EXPECT_TRUE(FAKE_SNMP_Gets().empty());
+        if (uiState == MTE_RUN_CANCELLED) {
+            EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+            EXPECT_EQ(mte_run_PumpQueue(1), 0u);
+        } else {
+            // Restarted: queued again at once and sampled.
+            EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
+            EXPECT_EQ(mte_run_PumpQueue(1), 1u);
+            EXPECT_EQ(FAKE_SNMP_Gets().size(), 1u);
+            EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+            EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 1u);
+        }
+    }
+}
+
+TEST_F(EngineSampler, StopDestroyAndRestartBetweenBatchesOfAWalk) {
+    for (uint32_t i = 1; i <= 12; ++i) {
+        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1);
+    }
+    for (uint32_t uiState : {MTE_RUN_CANCELLED, MTE_RUN_DELETED, MTE_RUN_RESTART}) {
+        SCOPED_TRACE(uiState);
+        MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
+        ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+        ASSERT_EQ(mte_run_PumpQueue(1), 1u);
+        EXPECT_EQ(ENG_Instances(), 5u);
+        // Deactivation and destruction drop the samples before they mark the trigger.
+        SetState(pstTrigger, uiState == MTE_RUN_RESTART ? MTE_RUN_CANCELLED : uiState, true);
+        if (uiState == MTE_RUN_RESTART) {
+            SetState(pstTrigger, MTE_RUN_RESTART);
+        }
+        EXPECT_EQ(ENG_Instances(), 0u);
+        size_t uiGetNexts = FAKE_SNMP_GetNexts().size();
+        ENG_PumpAll();
+        if (uiState == MTE_RUN_DELETED) {
+            Forget(pstTrigger);
+            EXPECT_EQ(FAKE_SNMP_GetNexts().size(), uiGetNexts);
+            continue;
+        }
+        EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+        EXPECT_EQ(pstTrigger->pstCurSamples, nullptr);
+        if (uiState == MTE_RUN_CANCELLED) {
+            EXPECT_EQ(FAKE_SNMP_GetNexts().size(), uiGetNexts);
+            EXPECT_EQ(pstTrigger->pstPrevSamples, nullptr);
+        } else {
+            // A whole new cycle from the first instance.
+            EXPECT_EQ(FAKE_SNMP_GetNexts().size(), uiGetNexts + 13);
+            EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 12u);
+            EXPECT_EQ(ENG_Instances(), 12u);
+        }
+        SetState(pstTrigger, MTE_RUN_IDLE, true);
+    }
+}
+
+TEST_F(EngineSampler, StopOrDestroyDuringTheAgentRequestDropsTheResult) {
+    FAKE_SNMP_SetInteger("", kScalar, 7);
+    for (uint32_t uiState : {MTE_RUN_CANCELLED, MTE_RUN_DELETED}) {
+        SCOPED_TRACE(uiState);
+        MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar);
+        ENG_AddExistence(pstTrigger, "");
+        ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+        FAKE_SNMP_SetStallMs(200);
+        std::thread stWorker([] { ENG_PumpAll(); });
+        ASSERT_TRUE(FAKE_SNMP_WaitForStall(5000));
+        SetState(pstTrigger, uiState, true);
+        stWorker.join();
+        FAKE_SNMP_SetStallMs(0);
+        EXPECT_TRUE(ENG_Notifies().empty());
+        if (uiState == MTE_RUN_DELETED) {
+            Forget(pstTrigger);
+        } else {
+            EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+            EXPECT_EQ(pstTrigger->pstPrevSamples, nullptr);
+            EXPECT_EQ(pstTrigger->pstCurSamples, nullptr);
+        }
+    }
+}
+
+TEST_F(EngineSampler, TimerExpiryWhileBusyReportsAnOverrun) {
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar, "ctxA");
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    EXPECT_EQ(mte_RUN_ProcTimer(pstTrigger), 0u);
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
+    auto astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 1u);
+    EXPECT_EQ(astNotifies[0].strName, "mteTriggerFailure");
+    EXPECT_EQ(astNotifies[0].iLast, MTE_REASON_SAMPLE_OVERRUN);
+    EXPECT_EQ(astNotifies[0].astOid, kScalar);
+    EXPECT_EQ(astNotifies[0].strContext, "ctxA");
+    EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 1u);
+    // The pending cycle is not disturbed: one message, one sample.
+    EXPECT_EQ(ENG_PumpAll(), 1u);
+}
+
+TEST_F(EngineSampler, SingleTriggerRefusedAtTheInstanceMaximumIsNotQueued) {
+    mte_SCALAR_SetInstancesMax(1);
+    MTE_TRIGGER_ENTRY_S* pstFirst = Make("a", kScalar);
+    MTE_TRIGGER_ENTRY_S* pstSecond = Make("b", kIfIn);
+    EXPECT_EQ(mte_RUN_ProcTimer(pstFirst), 0u);
+    EXPECT_NE(mte_RUN_ProcTimer(pstSecond), 0u);
+    EXPECT_EQ(pstSecond->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(pstSecond->usInstanceReleased, 1);
+    EXPECT_EQ(ENG_Scalars().uiSampleInstanceLacks, 1u);
+    auto astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 1u);
+    EXPECT_EQ(astNotifies[0].iLast, MTE_REASON_LOCAL_RESOURCE_LACK);
+    EXPECT_EQ(astNotifies[0].astOid, kIfIn);
+    EXPECT_EQ(ENG_PumpAll(), 1u);
+    mte_SCALAR_SetInstancesMax(0);
+}
+
+TEST_F(EngineSampler, TrapSwitchOffSendsNothingButStillCounts) {
+    ENG_SetTrapSwitch(0);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar);
+    ENG_AddExistence(pstTrigger, "");
+    FAKE_SNMP_SetInteger("", kScalar, 1);
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    mte_RUN_ProcTimer(pstTrigger);
+    uint64_t ulCalls = FAKE_SNMP_CallCount();
+    ENG_PumpAll();
+    EXPECT_EQ(FAKE_SNMP_CallCount(), ulCalls + 1);  // the get alone
+    EXPECT_TRUE(FAKE_SNMP_Notifies().empty());
+    EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 1u);
+    EXPECT_EQ(TRAP_SendmteEventSetFailure("t", 1, "", 0, "", 0, nullptr, 0, 5), 0u);
+    EXPECT_EQ(FAKE_SNMP_CallCount(), ulCalls + 1);
+}
+
+// --- evaluation ---------------------------------------------------------------
+
+TEST_F(EngineSampler, BooleanFiresOnTheInstancesThatMatchWithTheirFullOids) {
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {1}), 5);
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {2}), 20);
+    FAKE_SNMP_SetString("", Sub(kIfIn, {3}), "text");
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("b", kIfIn, "", true);
+    ENG_AddBoolean(pstTrigger, MTE_BOOL_GREATER, 10, "evBool");
+    mte_DBG_EnableSwitch(MTE_DBG_WARNING | MTE_DBG_INFO);
+    Cycle(pstTrigger);
+    auto astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 2u);
+    EXPECT_EQ(astNotifies[0].strName, "mteTriggerFired");
+    EXPECT_EQ(astNotifies[0].astOid, Sub(kIfIn, {2}));
+    EXPECT_EQ(astNotifies[0].iLast, 20);
+    EXPECT_EQ(astNotifies[1].strName, "mteTriggerFailure");
+    EXPECT_EQ(astNotifies[1].iLast, MTE_REASON_BAD_TYPE);
+    EXPECT_EQ(astNotifies[1].astOid, Sub(kIfIn, {3}));
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "Type of boolean comparison: greater"), 1u);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "FailedReason: badType"), 1u);
+    EXPECT_EQ(EventsRun().size(), 1u);
+}
+
+TEST_F(EngineSampler, AbsoluteRisingAndDeltaFallingInOnePairRunInThatOrder) {
+    FAKE_SNMP_SetInteger("", kScalar, 50);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("th", kScalar);
+    ENG_AddThreshold(pstTrigger, MTE_THRES_STARTUP_FALLING, 10, 0, 100, -10);
+    mte_DBG_EnableSwitch(MTE_DBG_WARNING);
+    Cycle(pstTrigger);
+    EXPECT_TRUE(ENG_Notifies().empty());
+    FAKE_SNMP_SetInteger("", kScalar, 20);
+    Cycle(pstTrigger);
+    EXPECT_EQ(ENG_NotifyNames(),
+              (std::vector<std::string>{"mteTriggerRising", "mteTriggerFalling"}));
+    auto astEvents = EventsRun();
+    ASSERT_EQ(astEvents.size(), 2u);
+    EXPECT_NE(astEvents[0].find("own-evRising"), std::string::npos);
+    EXPECT_NE(astEvents[1].find("own-evDeltaFalling"), std::string::npos);
+}
+
+TEST_F(EngineSampler, UnsignedValuesAreSentWithHotValueZero) {
+    FAKE_SNMP_SetUnsigned("", kScalar, 77, SNMP_VTYPE_GAUGE32);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar);
+    ENG_AddExistence(pstTrigger, "");
+    Cycle(pstTrigger);
+    auto astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 1u);
+    EXPECT_EQ(astNotifies[0].iLast, 0);
+    EXPECT_EQ(astNotifies[0].strTag, "");
+}
+
+TEST_F(EngineSampler, DebugTextsListTheirPiecesInOrder) {
+    mte_DBG_EnableSwitch(MTE_DBG_INFO);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar, "ctxA");
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    mte_RUN_ProcTimer(pstTrigger);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                             "\r\n   Condition to generate the mteTriggerFailure notification "
+                             "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: t\r\n   "
+                             "TriggerTargetTag: N/A\r\n   ContextName: ctxA\r\n   ValueID: "
+                             "1.3.6.1.4.1.99.1.0\r\n   FailedReason: sampleOverrun"),
+              1u);
+    ENG_PumpAll();
+
+    FAKE_SNMP_SetInteger("", kScalar, 12);
+    MTE_TRIGGER_ENTRY_S* pstRising = Make("r", kScalar);
+    strcpy(pstRising->stRow.szTargetTag, "tag");
+    ENG_AddThreshold(pstRising, MTE_THRES_STARTUP_RISING, 10, 0, 100, -100);
+    Cycle(pstRising);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                             "\r\n   Condition to generate the mteTriggerRising notification "
+                             "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: r\r\n   "
+                             "TriggerTest: Threshold\r\n   Rising: 10\r\n   ValueID: "
+                             "1.3.6.1.4.1.99.1.0\r\n   Value of mteTriggerValueID: 12\r\n   "
+                             "ContextName: N/A"),
+              1u);
+    // The set action hands its texts by index or by identifier alike.
+    FAKE_LOG_Clear();
+    MTE_OID_S stOid = FAKE_SNMP_MakeOid({1, 3, 6});
+    mte_run_FailureDebug(11, "c", &pstRising->stRow, &stOid, MTE_TEXT(19), 48);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                             "mteEventSetFailure notification occurred.\r\n   TriggerOwner: "
+                             "own\r\n   TriggerName: r\r\n   SetTargetTag: tag\r\n   "
+                             "ContextName: c\r\n   ValueID: 1.3.6\r\n   FailedReason: noCreation"),
+              1u);
+}
+
+// --- drain and exit -------------------------------------------------------------
+
+TEST_F(EngineSampler, DrainReturnsQueuedTriggersToIdleAndFreesDestroyedOnes) {
+    FAKE_SNMP_SetInteger("", kScalar, 1);
+    MTE_TRIGGER_ENTRY_S* pstA = Make("a", kScalar);
+    MTE_TRIGGER_ENTRY_S* pstB = Make("b", kIfIn, "", true);
+    MTE_TRIGGER_ENTRY_S* pstC = Make("c", kScalar);
+    for (auto* p : {pstA, pstB, pstC}) {
+        ASSERT_EQ(ENG_Queue(p), 0u);
+    }
+    SetState(pstC, MTE_RUN_DELETED, true);
+    Forget(pstC);
+    Drain();
+    EXPECT_EQ(pstA->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(pstB->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(mte_run_PumpQueue(10), 0u);
+    EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
+}
+
+TEST_F(EngineSampler, ExitAloneLeavesTheQueueAsItIs) {
+    MTE_TRIGGER_ENTRY_S* pstA = Make("a", kScalar);
+    ASSERT_EQ(ENG_Queue(pstA), 0u);
+    int iCtrl = mte_RUN_GetEventFd();
+    eventfd_write(iCtrl, MTE_RUN_CTRL_EXIT);
+    mte_run_CtrlProc(EPOLLIN, iCtrl);
+    EXPECT_EQ(pstA->uiRunState, MTE_RUN_BUSY);
+    EXPECT_EQ(mte_run_PumpQueue(10), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,234 @@
+// The engine with its real worker thread, timer set and trigger table: port up
+// and down, timer-driven sampling, overruns and destruction while the worker
+// holds a trigger. Every wait is bounded.
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "engine_helpers.h"
+#include "fake_dbm.h"
+#include "fake_log.h"
+#include "mte_core.h"
+#include "mte_dbg.h"
+#include "mte_dbm.h"
+#include "mte_event.h"
+#include "mte_run.h"
+#include "mte_scalar.h"
+#include "mte_timer.h"
+#include "mte_trigger.h"
+
+namespace {
+
+const FAKE_OID kScalar = {1, 3, 6, 1, 4, 1, 99, 1, 0};
+const FAKE_OID kTable = {1, 3, 6, 1, 4, 1, 99, 2};
+
+constexpr uint32_t kCreateMask =
+    MTE_COLUMN_BIT(MTE_TRIGGER_COL_VALUE_ID) | MTE_COLUMN_BIT(MTE_TRIGGER_COL_VALUE_ID_WILDCARD) |
+    MTE_COLUMN_BIT(MTE_TRIGGER_COL_FREQUENCY) | MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_EXISTENCE) |
+    MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS) | MTE_MASK_FORCE;
+
+// Polls until the condition holds; false after the time-out.
+bool WaitFor(const std::function<bool()>& fnCond, int iTimeoutMs = 3000) {
+    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(iTimeoutMs);
+    while (std::chrono::steady_clock::now() < tEnd) {
+        if (fnCond()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return fnCond();
+}
+
+class EngineThread : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        FAKE_SNMP_Reset();
+        FAKE_DBM_Reset();
+        FAKE_LOG_Clear();
+        ENG_SetTrapSwitch(1);
+        mte_TIMER_SetPortFlag(0);
+        ASSERT_EQ(mte_DBG_Init(), 0u);
+        ASSERT_EQ(mte_EPOLL_Init(), 0u);
+        ASSERT_EQ(mte_DBM_Init(), 0u);
+        ASSERT_EQ(mte_RUN_Init(), 0u);
+        ASSERT_EQ(mte_TRIGGER_Init(), 0u);
+        ASSERT_EQ(mte_EVENT_Init(), 0u);
+        ASSERT_EQ(mte_SCALAR_Init(), 0u);
+    }
+
+    void TearDown() override {
+        FAKE_SNMP_SetStallMs(0);
+        mte_RUN_Fini();
+        mte_EVENT_Fini();
+        mte_TRIGGER_Fini();
+        mte_DBM_Fini();
+        mte_TIMER_Fini();
+        mte_TIMER_SetPortFlag(0);
+        mte_EPOLL_Fini();
+        mte_DBG_Fini();
+        EXPECT_EQ(FAKE_SNMP_LiveValues(), 0);
+    }
+
+    static uint32_t Create(const char* pszName, const FAKE_OID& astOid, uint32_t uiFrequency,
+                           uint32_t uiStatus = MTE_ROW_CREATE_AND_GO, bool bWildcard = false) {
+        MTE_TRIGGER_ROW_S stRow{};
+        strcpy(stRow.szOwner, "own");
+        strncpy(stRow.szName, pszName, MTE_NAME_SIZE - 1);
+        stRow.stValueID = FAKE_SNMP_MakeOid(astOid);
+        stRow.uiValueIDWildcard = bWildcard ? MTE_TRUE : MTE_FALSE;
+        stRow.uiFrequency = uiFrequency;
+        stRow.ucTest = MTE_TEST_EXISTENCE;
+        stRow.uiEntryStatus = uiStatus;
+        uint32_t uiFailed = 0;
+        return mte_TRIGGER_Set(&stRow, kCreateMask, &uiFailed);
+    }
+
+    static uint32_t Destroy(const char* pszName) {
+        MTE_TRIGGER_ROW_S stRow{};
+        strcpy(stRow.szOwner, "own");
+        strncpy(stRow.szName, pszName, MTE_NAME_SIZE - 1);
+        stRow.uiEntryStatus = MTE_ROW_DESTROY;
+        uint32_t uiFailed = 0;
+        return mte_TRIGGER_Set(&stRow, MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS), &uiFailed);
+    }
+
+    static MTE_TRIGGER_ENTRY_S* Entry(const char* pszName) {
+        return mte_TRIGGER_GetTriggerEntry("own", pszName);
+    }
+
+    static uint32_t StateOf(const char* pszName) {
+        MTE_TRIGGER_ENTRY_S* pstEntry = Entry(pszName);
+        mte_TRIGGER_StateLock(&pstEntry->stStateLock);
+        uint32_t uiState = pstEntry->uiRunState;
+        mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
+        return uiState;
+    }
+
+    static void PortUp() {
+        mte_TIMER_SetPortFlag(1);
+        ASSERT_EQ(mte_TIMER_StartAll(), 0u);
+    }
+
+    static void PortDown() {
+        ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
+        mte_TIMER_SetPortFlag(0);
+    }
+
+    // Serves the main epoll set (tick and statistics) for a while.
+    static void RunMainLoop(int iMs) {
+        auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(iMs);
+        while (std::chrono::steady_clock::now() < tEnd) {
+            pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
+            if (poll(&stPoll, 1, 50) == 1) {
+                mte_EPOLL_WaitAndDispatch(8);
+            }
+        }
+    }
+
+    static size_t FiredCount() {
+        size_t uiCount = 0;
+        for (const auto& stNotify : FAKE_SNMP_Notifies()) {
+            uiCount += stNotify.strName == "mteTriggerFired" ? 1 : 0;
+        }
+        return uiCount;
+    }
+};
+
+TEST_F(EngineThread, NothingIsSampledBeforeThePortComesUp) {
+    FAKE_SNMP_SetInteger("", kScalar, 1);
+    ASSERT_EQ(Create("a", kScalar, 60), 0u);
+    EXPECT_EQ(Entry("a")->llTimerId, -1);
+    EXPECT_EQ(StateOf("a"), MTE_RUN_IDLE);
+    RunMainLoop(100);
+    EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
+    // A port-down before any port-up has nothing to stop and does not block.
+    PortDown();
+}
+
+TEST_F(EngineThread, PortUpSamplesEveryActiveTriggerAtOnce) {
+    FAKE_SNMP_SetInteger("", kScalar, 1);
+    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 4, 1, 99, 2, 1}, 1);
+    ASSERT_EQ(Create("a", kScalar, 60), 0u);
+    ASSERT_EQ(Create("b", kTable, 60, MTE_ROW_CREATE_AND_GO, true), 0u);
+    ASSERT_EQ(Create("w", kScalar, 60, MTE_ROW_CREATE_AND_WAIT), 0u);
+    PortUp();
+    EXPECT_NE(Entry("a")->llTimerId, -1);
+    EXPECT_NE(Entry("b")->llTimerId, -1);
+    EXPECT_EQ(Entry("w")->llTimerId, -1);
+    ASSERT_TRUE(WaitFor([] { return FiredCount() == 2; }));
+    ASSERT_TRUE(
+        WaitFor([] { return StateOf("a") == MTE_RUN_IDLE && StateOf("b") == MTE_RUN_IDLE; }));
+    EXPECT_EQ(FAKE_SNMP_Gets().size(), 1u);
+    EXPECT_EQ(ENG_Instances(), 2u);
+}
+
+TEST_F(EngineThread, PortDownDrainsTheQueueAndPortUpStartsFromAFirstCycle) {
+    for (uint32_t i = 1; i <= 20; ++i) {
+        FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 4, 1, 99, 2, i}, 1);
+    }
+    ASSERT_EQ(Create("a", kTable, 60, MTE_ROW_CREATE_AND_GO, true), 0u);
+    ASSERT_EQ(Create("b", kTable, 60, MTE_ROW_CREATE_AND_GO, true), 0u);
+    FAKE_SNMP_SetStallMs(20);
+    PortUp();
+    ASSERT_TRUE(FAKE_SNMP_WaitForStall(3000));
+    PortDown();
+    // The walks were cut short: both triggers are idle and hold nothing.
+    EXPECT_EQ(StateOf("a"), MTE_RUN_IDLE);
+    EXPECT_EQ(StateOf("b"), MTE_RUN_IDLE);
+    EXPECT_EQ(Entry("a")->pstCurSamples, nullptr);
+    EXPECT_EQ(Entry("a")->pstPrevSamples, nullptr);
+    EXPECT_EQ(ENG_Instances(), 0u);
+    size_t uiFired = FiredCount();
+    EXPECT_LT(uiFired, 40u);
+    size_t uiGetNexts = FAKE_SNMP_GetNexts().size();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(FAKE_SNMP_GetNexts().size(), uiGetNexts);
+
+    FAKE_SNMP_SetStallMs(0);
+    PortUp();
+    ASSERT_TRUE(WaitFor([] {
+        return StateOf("a") == MTE_RUN_IDLE && StateOf("b") == MTE_RUN_IDLE &&
+               ENG_Instances() == 40;
+    }));
+    // Every instance is new again after the port came back.
+    EXPECT_EQ(FiredCount(), uiFired + 40);
+}
+
+TEST_F(EngineThread, TimerExpiriesSampleAndAnOverrunIsReported) {
+    FAKE_SNMP_SetInteger("", kScalar, 1);
+    ASSERT_EQ(Create("a", kScalar, 1), 0u);
+    PortUp();
+    ASSERT_TRUE(WaitFor([] { return FAKE_SNMP_Gets().size() == 1; }));
+    RunMainLoop(2300);
+    EXPECT_GE(FAKE_SNMP_Gets().size(), 3u);
+
+    // A request slower than the period: the next expiry finds the cycle under way.
+    FAKE_SNMP_SetStallMs(1800);
+    RunMainLoop(2500);
+    bool bOverrun = false;
+    for (const auto& stNotify : FAKE_SNMP_Notifies()) {
+        bOverrun |= stNotify.strName == "mteTriggerFailure";
+    }
+    EXPECT_TRUE(bOverrun);
+    EXPECT_GE(ENG_Scalars().uiTriggerFailures, 1u);
+}
+
+TEST_F(EngineThread, DestroyWhileTheWorkerAsksTheAgentLeavesTheFreeToTheWorker) {
+    FAKE_SNMP_SetInteger("", kScalar, 1);
+    ASSERT_EQ(Create("a", kScalar, 60), 0u);
+    FAKE_SNMP_SetStallMs(300);
+    PortUp();
+    ASSERT_TRUE(FAKE_SNMP_WaitForStall(3000));
+    EXPECT_EQ(Destroy("a"), 0u);
+    EXPECT_EQ(Entry("a"), nullptr);
+    // The worker lets go of it; a new trigger of the same name samples normally.
+    FAKE_SNMP_SetStallMs(0);
+    ASSERT_EQ(Create("a", kScalar, 60), 0u);
+    ASSERT_TRUE(WaitFor([] { return FiredCount() == 1 && StateOf("a") == MTE_RUN_IDLE; }));
+    EXPECT_EQ(ENG_Instances(), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,452 @@
+// Fake SNMP agent: an in-memory MIB per context behind the platform SNMP
+// client interface. One mutex guards everything; the stall sleeps outside it
+// so that a test can run management operations while a request hangs.
+#include "fake_snmp.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "plat_snmp.h"
+
+namespace {
+struct VALUE_S {
+    uint32_t uiType;
+    std::string strBytes;
+};
+typedef std::map<FAKE_OID, VALUE_S> MIB_MAP;
+
+std::mutex g_stLock;
+std::condition_variable g_stStallCv;
+std::map<std::string, MIB_MAP> g_mapMib{{"", {}}};  // context -> MIB; "" always present
+std::map<FAKE_OID, uint32_t> g_mapFailures;
+uint32_t g_uiStallMs = 0;
+uint32_t g_uiStalled = 0;  // requests sleeping in their stall right now
+uint32_t g_uiTrapResult = 0, g_uiNotifyResult = 0, g_uiAddVarResult = 0;
+std::vector<FAKE_SNMP_REQ_S> g_astGets, g_astGetNexts;
+std::vector<FAKE_SNMP_TRAP_S> g_astTraps;
+std::vector<FAKE_SNMP_NOTIFY_S> g_astNotifies;
+std::vector<FAKE_SNMP_SET_S> g_astSets;
+std::vector<std::string> g_astJournal;
+uint64_t g_ulCalls = 0;
+int64_t g_llLiveValues = 0, g_llLiveHandles = 0;
+
+struct NOTIFY_HANDLE_S {
+    std::vector<FAKE_SNMP_VAR_S> astVars;
+};
+
+std::string Str(const char* psz) {
+    return psz == nullptr ? std::string{} : std::string(psz);
+}
+
+// Counts the call and sleeps the configured stall, outside the lock.
+void EnterRequest(void) {
+    uint32_t uiMs;
+    {
+        std::lock_guard guard(g_stLock);
+        ++g_ulCalls;
+        uiMs = g_uiStallMs;
+        if (uiMs == 0) {
+            return;
+        }
+        ++g_uiStalled;
+    }
+    g_stStallCv.notify_all();
+    std::this_thread::sleep_for(std::chrono::milliseconds(uiMs));
+    std::lock_guard guard(g_stLock);
+    --g_uiStalled;
+}
+
+void CountCall(void) {
+    std::lock_guard guard(g_stLock);
+    ++g_ulCalls;
+}
+
+SNMP_VALUE_S* NewValue(const VALUE_S& stValue) {
+    SNMP_VALUE_S* pstValue = static_cast<SNMP_VALUE_S*>(calloc(1, sizeof(SNMP_VALUE_S)));
+    if (pstValue == nullptr) {
+        return nullptr;
+    }
+    pstValue->pData = calloc(1, stValue.strBytes.size() + 1);
+    if (pstValue->pData == nullptr) {
+        free(pstValue);
+        return nullptr;
+    }
+    memcpy(pstValue->pData, stValue.strBytes.data(), stValue.strBytes.size());
+    pstValue->uiLen = static_cast<uint32_t>(stValue.strBytes.size());
+    pstValue->uiType = stValue.uiType;
+    ++g_llLiveValues;
+    return pstValue;
+}
+
+uint32_t FailureOf(const FAKE_OID& astOid) {
+    auto it = g_mapFailures.find(astOid);
+    return it == g_mapFailures.end() ? 0 : it->second;
+}
+
+template <typename T>
+std::string Bytes(const T& value) {
+    return std::string(reinterpret_cast<const char*>(&value), sizeof(value));
+}
+}  // namespace
+
+MTE_OID_S FAKE_SNMP_MakeOid(const FAKE_OID& astOid) {
+    MTE_OID_S stOid{};
+    stOid.uiLen = static_cast<uint32_t>(std::min<size_t>(astOid.size(), MTE_OID_MAX_LEN));
+    for (uint32_t i = 0; i < stOid.uiLen; ++i) {
+        stOid.auiOid[i] = astOid[i];
+    }
+    return stOid;
+}
+
+FAKE_OID FAKE_SNMP_ToVector(const MTE_OID_S& stOid) {
+    uint32_t uiLen = std::min(stOid.uiLen, MTE_OID_MAX_LEN);
+    return FAKE_OID(stOid.auiOid, stOid.auiOid + uiLen);
+}
+
+std::string FAKE_SNMP_OidStr(const FAKE_OID& astOid) {
+    std::string strOut;
+    for (size_t i = 0; i < astOid.size(); ++i) {
+        strOut += (i ? "." : "") + std::to_string(astOid[i]);
+    }
+    return strOut;
+}
+
+void FAKE_SNMP_Reset(void) {
+    std::lock_guard guard(g_stLock);
+    g_mapMib.clear();
+    g_mapMib[""];
+    g_mapFailures.clear();
+    g_uiStallMs = 0;
+    g_uiTrapResult = g_uiNotifyResult = g_uiAddVarResult = 0;
+    g_astGets.clear();
+    g_astGetNexts.clear();
+    g_astTraps.clear();
+    g_astNotifies.clear();
+    g_astSets.clear();
+    g_astJournal.clear();
+    g_ulCalls = 0;
+    g_llLiveValues = 0;
+    g_llLiveHandles = 0;
+}
+
+void FAKE_SNMP_AddContext(const std::string& strContext) {
+    std::lock_guard guard(g_stLock);
+    g_mapMib[strContext];
+}
+
+void FAKE_SNMP_SetValue(const std::string& strContext, const FAKE_OID& astOid, uint32_t uiType,
+                        const std::string& strBytes) {
+    std::lock_guard guard(g_stLock);
+    g_mapMib[""];
+    g_mapMib[strContext][astOid] = VALUE_S{uiType, strBytes};
+}
+
+void FAKE_SNMP_SetInteger(const std::string& strContext, const FAKE_OID& astOid, int32_t iValue,
+                          uint32_t uiType) {
+    FAKE_SNMP_SetValue(strContext, astOid, uiType, Bytes(iValue));
+}
+
+void FAKE_SNMP_SetUnsigned(const std::string& strContext, const FAKE_OID& astOid, uint32_t uiValue,
+                           uint32_t uiType) {
+    FAKE_SNMP_SetValue(strContext, astOid, uiType, Bytes(uiValue));
+}
+
+void FAKE_SNMP_SetCounter64(const std::string& strContext, const FAKE_OID& astOid,
+                            uint64_t ulValue) {
+    FAKE_SNMP_SetValue(strContext, astOid, SNMP_VTYPE_COUNTER64, Bytes(ulValue));
+}
+
+void FAKE_SNMP_SetString(const std::string& strContext, const FAKE_OID& astOid,
+                         const std::string& strValue) {
+    FAKE_SNMP_SetValue(strContext, astOid, SNMP_VTYPE_OCTET_STRING, strValue);
+}
+
+void FAKE_SNMP_Remove(const std::string& strContext, const FAKE_OID& astOid) {
+    std::lock_guard guard(g_stLock);
+    auto it = g_mapMib.find(strContext);
+    if (it != g_mapMib.end()) {
+        it->second.erase(astOid);
+    }
+}
+
+bool FAKE_SNMP_GetInteger(const std::string& strContext, const FAKE_OID& astOid, int32_t* piOut) {
+    std::lock_guard guard(g_stLock);
+    auto itCtx = g_mapMib.find(strContext);
+    if (itCtx == g_mapMib.end()) {
+        return false;
+    }
+    auto it = itCtx->second.find(astOid);
+    if (it == itCtx->second.end() || it->second.strBytes.size() != sizeof(int32_t)) {
+        return false;
+    }
+    memcpy(piOut, it->second.strBytes.data(), sizeof(int32_t));
+    return true;
+}
+
+void FAKE_SNMP_FailOid(const FAKE_OID& astOid, uint32_t uiStatus) {
+    std::lock_guard guard(g_stLock);
+    if (uiStatus == 0) {
+        g_mapFailures.erase(astOid);
+    } else {
+        g_mapFailures[astOid] = uiStatus;
+    }
+}
+
+void FAKE_SNMP_SetStallMs(uint32_t uiMs) {
+    std::lock_guard guard(g_stLock);
+    g_uiStallMs = uiMs;
+}
+
+bool FAKE_SNMP_WaitForStall(uint32_t uiTimeoutMs) {
+    std::unique_lock lock(g_stLock);
+    return g_stStallCv.wait_for(lock, std::chrono::milliseconds(uiTimeoutMs),
+                                [] { return g_uiStalled > 0; });
+}
+
+void FAKE_SNMP_SetTrapResult(uint32_t uiStatus) {
+    std::lock_guard guard(g_stLock);
+    g_uiTrapResult = uiStatus;
+}
+
+void FAKE_SNMP_SetNotifyResult(uint32_t uiStatus) {
+    std::lock_guard guard(g_stLock);
+    g_uiNotifyResult = uiStatus;
+}
+
+void FAKE_SNMP_SetAddVarResult(uint32_t uiStatus) {
+    std::lock_guard guard(g_stLock);
+    g_uiAddVarResult = uiStatus;
+}
+
+std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_Gets(void) {
+    std::lock_guard guard(g_stLock);
+    return g_astGets;
+}
+
+std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_GetNexts(void) {
+    std::lock_guard guard(g_stLock);
+    return g_astGetNexts;
+}
+
+std::vector<FAKE_SNMP_TRAP_S> FAKE_SNMP_Traps(void) {
+    std::lock_guard guard(g_stLock);
+    return g_astTraps;
+}
+
+std::vector<FAKE_SNMP_NOTIFY_S> FAKE_SNMP_Notifies(void) {
+    std::lock_guard guard(g_stLock);
+    return g_astNotifies;
+}
+
+std::vector<FAKE_SNMP_SET_S> FAKE_SNMP_Sets(void) {
+    std::lock_guard guard(g_stLock);
+    return g_astSets;
+}
+
+std::vector<std::string> FAKE_SNMP_Journal(void) {
+    std::lock_guard guard(g_stLock);
+    return g_astJournal;
+}
+
+uint64_t FAKE_SNMP_CallCount(void) {
+    std::lock_guard guard(g_stLock);
+    return g_ulCalls;
+}
+
+int64_t FAKE_SNMP_LiveValues(void) {
+    std::lock_guard guard(g_stLock);
+    return g_llLiveValues;
+}
+
+int64_t FAKE_SNMP_LiveHandles(void) {
+    std::lock_guard guard(g_stLock);
+    return g_llLiveHandles;
+}
+
+// ---------------------------------------------------------------------------
+// The platform SNMP client.
+// ---------------------------------------------------------------------------
+SNMP_VALUE_S* SNMP_GetInstanceValue(const char* pszOwner, const char* pszContext,
+                                    const MTE_OID_S* pstOid, uint32_t* puiStatus) {
+    EnterRequest();
+    FAKE_OID astOid = FAKE_SNMP_ToVector(*pstOid);
+    std::lock_guard guard(g_stLock);
+    g_astGets.push_back({Str(pszOwner), Str(pszContext), astOid});
+    g_astJournal.push_back("get " + FAKE_SNMP_OidStr(astOid));
+    uint32_t uiStatus = FailureOf(astOid);
+    SNMP_VALUE_S* pstValue = nullptr;
+    if (uiStatus == 0) {
+        auto itCtx = g_mapMib.find(Str(pszContext));
+        if (itCtx == g_mapMib.end()) {
+            uiStatus = SNMP_ST_UNKNOWN_CONTEXT;
+        } else {
+            auto it = itCtx->second.find(astOid);
+            if (it == itCtx->second.end()) {
+                uiStatus = SNMP_ST_NO_SUCH_INSTANCE;
+            } else {
+                pstValue = NewValue(it->second);
+                uiStatus = pstValue == nullptr ? static_cast<uint32_t>(SNMP_ST_LOCAL_RESOURCE) : 0u;
+            }
+        }
+    }
+    if (puiStatus != nullptr) {
+        *puiStatus = uiStatus;
+    }
+    return pstValue;
+}
+
+SNMP_VALUE_S* SNMP_GetNextInstanceValue(const char* pszOwner, const char* pszContext,
+                                        MTE_OID_S* pstOid, uint32_t* puiStatus) {
+    EnterRequest();
+    FAKE_OID astOid = FAKE_SNMP_ToVector(*pstOid);
+    std::lock_guard guard(g_stLock);
+    g_astGetNexts.push_back({Str(pszOwner), Str(pszContext), astOid});
+    g_astJournal.push_back("getnext " + FAKE_SNMP_OidStr(astOid));
+    uint32_t uiStatus = FailureOf(astOid);
+    SNMP_VALUE_S* pstValue = nullptr;
+    if (uiStatus == 0) {
+        auto itCtx = g_mapMib.find(Str(pszContext));
+        if (itCtx == g_mapMib.end()) {
+            uiStatus = SNMP_ST_UNKNOWN_CONTEXT;
+        } else {
+            auto it = itCtx->second.upper_bound(astOid);
+            if (it == itCtx->second.end()) {
+                uiStatus = SNMP_ST_END_OF_MIB_VIEW;
+            } else {
+                *pstOid = FAKE_SNMP_MakeOid(it->first);
+                pstValue = NewValue(it->second);
+                uiStatus = pstValue == nullptr ? static_cast<uint32_t>(SNMP_ST_LOCAL_RESOURCE) : 0u;
+            }
+        }
+    }
+    if (puiStatus != nullptr) {
+        *puiStatus = uiStatus;
+    }
+    return pstValue;
+}
+
+uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext) {
+    EnterRequest();
+    std::lock_guard guard(g_stLock);
+    g_astJournal.push_back("context");
+    std::string strCur(pszContext, strnlen(pszContext, uiSize));
+    auto it = g_mapMib.upper_bound(strCur);
+    if (it == g_mapMib.end()) {
+        if (uiSize > 0) {
+            pszContext[0] = '\0';
+        }
+        return SNMP_ST_NO_MORE_CONTEXTS;
+    }
+    snprintf(pszContext, uiSize, "%s", it->first.c_str());
+    return 0;
+}
+
+void SNMP_FreeInstanceValue(SNMP_VALUE_S* pstValue) {
+    std::lock_guard guard(g_stLock);
+    ++g_ulCalls;
+    if (pstValue == nullptr) {
+        return;
+    }
+    --g_llLiveValues;
+    free(pstValue->pData);
+    free(pstValue);
+}
+
+SNMP_NOTIFY_HANDLE SNMP_CreateNotifyHandle(void) {
+    std::lock_guard guard(g_stLock);
+    ++g_ulCalls;
+    ++g_llLiveHandles;
+    return new NOTIFY_HANDLE_S;
+}
+
+uint32_t SNMP_AddNotifyVar(SNMP_NOTIFY_HANDLE hNotify, const SNMP_NOTIFY_VAR_S* pstVar,
+                           uint32_t uiFlags) {
+    std::lock_guard guard(g_stLock);
+    ++g_ulCalls;
+    if (hNotify == nullptr || pstVar == nullptr) {
+        return SNMP_ST_CLIENT_ERROR;
+    }
+    if (g_uiAddVarResult != 0) {
+        return g_uiAddVarResult;
+    }
+    const char* pc = static_cast<const char*>(pstVar->pValue);
+    static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars.push_back(
+        {pstVar->uiType, pc == nullptr ? std::string{} : std::string(pc, pstVar->uiLen)});
+    return 0;
+}
+
+uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
+    std::lock_guard guard(g_stLock);
+    ++g_ulCalls;
+    if (hNotify == nullptr) {
+        return SNMP_ST_CLIENT_ERROR;
+    }
+    g_astNotifies.push_back({Str(pszName), static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars});
+    g_astJournal.push_back("notify " + Str(pszName));
+    return g_uiNotifyResult;
+}
+
+uint32_t SNMP_DestroyNotifyHandle(SNMP_NOTIFY_HANDLE hNotify) {
+    std::lock_guard guard(g_stLock);
+    ++g_ulCalls;
+    if (hNotify == nullptr) {
+        return SNMP_ST_CLIENT_ERROR;
+    }
+    --g_llLiveHandles;
+    delete static_cast<NOTIFY_HANDLE_S*>(hNotify);
+    return 0;
+}
+
+uint32_t SNMP_SendTrapByVBList(const MTE_OID_S* pstNotification, const char* pszContext,
+                               const MTE_VB_LIST_S* pstList) {
+    CountCall();
+    FAKE_SNMP_TRAP_S stTrap;
+    stTrap.astNotification = FAKE_SNMP_ToVector(*pstNotification);
+    stTrap.strContext = Str(pszContext);
+    for (const MTE_VB_S* pstVb = pstList ? pstList->pstHead : nullptr; pstVb != nullptr;
+         pstVb = pstVb->pstNext) {
+        FAKE_SNMP_VB_S stVb{FAKE_SNMP_ToVector(pstVb->stOID), pstVb->pValue != nullptr, 0, {}};
+        if (pstVb->pValue != nullptr) {
+            stVb.uiType = pstVb->pValue->uiType;
+            stVb.strBytes.assign(static_cast<const char*>(pstVb->pValue->pData),
+                                 pstVb->pValue->uiLen);
+        }
+        stTrap.astBindings.push_back(stVb);
+    }
+    std::lock_guard guard(g_stLock);
+    g_astTraps.push_back(stTrap);
+    g_astJournal.push_back("trap " + FAKE_SNMP_OidStr(stTrap.astNotification));
+    return g_uiTrapResult;
+}
+
+uint32_t SNMP_SetIntegerValueByOID(const char* pszOwner, const char* pszContext,
+                                   const MTE_OID_S* pstOid, int32_t iValue) {
+    EnterRequest();
+    FAKE_OID astOid = FAKE_SNMP_ToVector(*pstOid);
+    std::lock_guard guard(g_stLock);
+    uint32_t uiStatus = FailureOf(astOid);
+    if (uiStatus == 0) {
+        auto itCtx = g_mapMib.find(Str(pszContext));
+        if (itCtx == g_mapMib.end()) {
+            uiStatus = SNMP_ST_UNKNOWN_CONTEXT;
+        } else {
+            auto it = itCtx->second.find(astOid);
+            if (it == itCtx->second.end()) {
+                uiStatus = SNMP_ST_NO_CREATION;
+            } else if (it->second.uiType > SNMP_VTYPE_ENUM) {
+                uiStatus = SNMP_ST_WRONG_TYPE;
+            } else {
+                it->second.strBytes = Bytes(iValue);
+            }
+        }
+    }
+    g_astSets.push_back({Str(pszOwner), Str(pszContext), astOid, iValue, uiStatus});
+    g_astJournal.push_back("set " + Str(pszContext) + " " + FAKE_SNMP_OidStr(astOid));
+    return uiStatus;
+}
