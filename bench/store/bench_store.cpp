@@ -339,13 +339,13 @@ std::string BuildRecoveryStore() {
 
 // (b) Start-up recovery in a fresh process, against a plain read of the rows.
 void BM_Recover10kTriggers(benchmark::State& state) {
-    static std::string s_strDir = BuildRecoveryStore();
-    CHILD_RESULT_S stBase = InChild(NothingBody, s_strDir);
+    const std::string strDir = BuildRecoveryStore();
+    CHILD_RESULT_S stBase = InChild(NothingBody, strDir);
     CHILD_RESULT_S stOurs = {}, stPlain = {}, stStore = {};
     for (auto _ : state) {
-        stOurs = InChild(RecoverBody, s_strDir);
-        stStore = InChild(StoreOnlyBody, s_strDir);
-        stPlain = InChild(PlainReadBody, s_strDir);
+        stOurs = InChild(RecoverBody, strDir);
+        stStore = InChild(StoreOnlyBody, strDir);
+        stPlain = InChild(PlainReadBody, strDir);
         state.SetIterationTime(stOurs.dSeconds);
     }
     state.counters["store_only_s"] = stStore.dSeconds;
@@ -360,6 +360,7 @@ void BM_Recover10kTriggers(benchmark::State& state) {
     state.counters["maxrss_kb"] = static_cast<double>(stOurs.lMaxRssKb);
     state.counters["maxrss_plain_kb"] = static_cast<double>(stPlain.lMaxRssKb);
     state.counters["maxrss_empty_kb"] = static_cast<double>(stBase.lMaxRssKb);
+    RemoveDir(strDir);
 }
 BENCHMARK(BM_Recover10kTriggers)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
 
