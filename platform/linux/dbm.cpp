@@ -103,6 +103,8 @@ struct DBM_ITER_S {
 };
 
 std::mutex g_stDbmLock;
+// The reason of a failed open, kept past the close of the connection it came from.
+thread_local char g_szDbmWhy[256];
 std::map<int64_t, DBM_DB_S*> g_mapDbmHandles;
 int64_t g_llDbmNextHandle = 1;
 
@@ -120,6 +122,12 @@ class DBM_STMT_GUARD {
   private:
     sqlite3_stmt* m_pstStmt;
 };
+
+const char* dbm_KeepReason(sqlite3* pstDb) {
+    snprintf(g_szDbmWhy, sizeof(g_szDbmWhy), "%s",
+             pstDb != nullptr ? sqlite3_errmsg(pstDb) : "out of memory");
+    return g_szDbmWhy;
+}
 
 void dbm_Trace(const char* pszFormat, const std::string& strPath, const char* pszWhy) {
     syslog2(DBM_PRI_TRACE, "EVENTMIB", "EVENTMIB_TRACE", pszFormat, strPath.c_str(), pszWhy);
@@ -264,7 +272,7 @@ bool dbm_CreateFile(const std::string& strPath, const char** ppszWhy) {
           dbm_Exec(pstDb, szPragma) && dbm_Exec(pstDb, DBM_SCHEMA_SQL) &&
           dbm_Exec(pstDb, "COMMIT") && dbm_Exec(pstDb, "PRAGMA journal_mode=WAL");
     if (!bOk) {
-        *ppszWhy = pstDb != nullptr ? sqlite3_errmsg(pstDb) : "out of memory";
+        *ppszWhy = dbm_KeepReason(pstDb);
     }
     // Closing checkpoints the WAL, so the header carries the id and version.
     if (sqlite3_close(pstDb) != SQLITE_OK) {
@@ -337,7 +345,7 @@ DBM_DB_S* dbm_OpenChecked(const std::string& strPath, const char** ppszWhy) {
     bool bIntact =
         sqlite3_prepare_v2(pstDb->pstDb, "PRAGMA quick_check(1)", -1, &pstCheck, nullptr) ==
             SQLITE_OK &&
-        sqlite3_step(pstCheck) == SQLITE_ROW &&
+        sqlite3_step(pstCheck) == SQLITE_ROW && sqlite3_column_text(pstCheck, 0) != nullptr &&
         strcmp(reinterpret_cast<const char*>(sqlite3_column_text(pstCheck, 0)), "ok") == 0;
     sqlite3_finalize(pstCheck);
     if (!bIntact) {
@@ -362,7 +370,7 @@ DBM_DB_S* dbm_OpenChecked(const std::string& strPath, const char** ppszWhy) {
                                  &pstDb->apstStmt[i], nullptr) == SQLITE_OK;
     }
     if (!bOk) {
-        *ppszWhy = sqlite3_errmsg(pstDb->pstDb);
+        *ppszWhy = dbm_KeepReason(pstDb->pstDb);
         dbm_CloseDb(pstDb);
         return nullptr;
     }
