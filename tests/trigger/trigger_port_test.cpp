@@ -80,6 +80,18 @@ TEST_F(TriggerPortUpTest, StartAndStopReachTheEngine) {
     mte_TRIGGER_FreeNode(pstGo);  // as the worker would
 }
 
+TEST_F(TriggerPortUpTest, ActivationWithoutItsStatusColumnChangesNothing) {
+    ASSERT_EQ(mte_TIMER_Init(), 0u);
+    CreateWaiting("o", "w");
+    Snapshot stBefore = TakeSnapshot();
+    ASSERT_EQ(Set(TriggerReq("o", "w", MTE_ROW_ACTIVE), COL(MTE_TRIGGER_COL_FREQUENCY)), 0u);
+    MTE_TRIGGER_ENTRY_S* pstEntry = Entry("o", "w");
+    EXPECT_EQ(pstEntry->stRow.uiEntryStatus, MTE_ROW_NOT_IN_SERVICE);
+    EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(TakeSnapshot().astrStored[0], stBefore.astrStored[0]);
+    EXPECT_EQ(pstEntry->stRow.uiEnabled, MTE_FALSE);
+}
+
 TEST_F(TriggerPortUpTest, StartAllStartsOnlyActiveTriggers) {
     mte_TIMER_SetPortFlag(0);
     CreateActive("o", "a");
