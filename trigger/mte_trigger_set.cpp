@@ -556,6 +556,12 @@ uint32_t mte_TRIGGER_Recover(uint32_t uiLen, const void* pRecord) {
     } else if (stRow.uiEntryStatus == MTE_ROW_NOT_IN_SERVICE) {
         stRow.uiEntryStatus = MTE_ROW_CREATE_AND_WAIT;
     }
+    // Owner and name are the store's keys, so a second record of a trigger
+    // can only come from a replay run twice; it must not make a twin entry.
+    if (mte_TRIGGER_GetTriggerEntry(stRow.szOwner, stRow.szName) != nullptr) {
+        PrintErr("Failed to recover information about the %s module from DBM.", "Trigger");
+        return MTE_ERR_ROW_EXISTS;
+    }
     uint32_t uiFailedColumn = 0;
     uint32_t uiRet = Create(&stRow, MTE_MASK_ALL_COLUMNS, &uiFailedColumn);
     if (uiRet != MTE_OK) {
