@@ -338,7 +338,9 @@ uint32_t ApplyStatus(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
                 // The worker still holds the cycle from before the stop; it
                 // resumes the timer and samples when it lets go.
                 pstCopy->uiRunState = MTE_RUN_RESTART;
-            } else if (uiOldStatus == MTE_ROW_NOT_IN_SERVICE) {
+            } else {
+                // Also from notReady or another odd status that a create
+                // stored as given: an active trigger must be sampled.
                 // On the entry itself: the timer module keeps its address.
                 if (mte_RUN_TriggerEnable(pstEntry) != MTE_OK) {
                     PrintErr("Failed to start a timer.");
@@ -370,8 +372,10 @@ uint32_t ApplyStatus(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
             *puiFailedColumn = MTE_TRIGGER_COL_ENTRY_STATUS;
             return MTE_ERR_ROW_EXISTS;
         default:
-            // notReady or a status above destroy: only the test bits may change.
-            return MTE_OK;
+            // notReady or a status above destroy: no status step and no
+            // column copy; only the test bits may change, and not those of
+            // an active trigger, whose tests the worker is evaluating.
+            return bWasActive && bChanges ? MTE_ERR_INCONSISTENT : MTE_OK;
     }
 }
 

@@ -568,6 +568,42 @@ TEST_F(EngineSampler, UnsignedValuesAreSentWithHotValueZero) {
     EXPECT_EQ(astNotifies[0].strTag, "");
 }
 
+TEST_F(EngineSampler, DebugTextsListTheirPiecesInOrder) {
+    mte_DBG_EnableSwitch(MTE_DBG_INFO);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar, "ctxA");
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    mte_RUN_ProcTimer(pstTrigger);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                             "\r\n   Condition to generate the mteTriggerFailure notification "
+                             "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: t\r\n   "
+                             "TriggerTargetTag: N/A\r\n   ContextName: ctxA\r\n   ValueID: "
+                             "1.3.6.1.4.1.99.1.0\r\n   FailedReason: sampleOverrun"),
+              1u);
+    ENG_PumpAll();
+
+    FAKE_SNMP_SetInteger("", kScalar, 12);
+    MTE_TRIGGER_ENTRY_S* pstRising = Make("r", kScalar);
+    strcpy(pstRising->stRow.szTargetTag, "tag");
+    ENG_AddThreshold(pstRising, MTE_THRES_STARTUP_RISING, 10, 0, 100, -100);
+    Cycle(pstRising);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                             "\r\n   Condition to generate the mteTriggerRising notification "
+                             "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: r\r\n   "
+                             "TriggerTest: Threshold\r\n   Rising: 10\r\n   ValueID: "
+                             "1.3.6.1.4.1.99.1.0\r\n   Value of mteTriggerValueID: 12\r\n   "
+                             "ContextName: N/A"),
+              1u);
+    // The set action hands its texts by index or by identifier alike.
+    FAKE_LOG_Clear();
+    MTE_OID_S stOid = FAKE_SNMP_MakeOid({1, 3, 6});
+    mte_run_FailureDebug(11, "c", &pstRising->stRow, &stOid, MTE_TEXT(19), 48);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                             "mteEventSetFailure notification occurred.\r\n   TriggerOwner: "
+                             "own\r\n   TriggerName: r\r\n   SetTargetTag: tag\r\n   "
+                             "ContextName: c\r\n   ValueID: 1.3.6\r\n   FailedReason: noCreation"),
+              1u);
+}
+
 // --- drain and exit -------------------------------------------------------------
 
 TEST_F(EngineSampler, DrainReturnsQueuedTriggersToIdleAndFreesDestroyedOnes) {

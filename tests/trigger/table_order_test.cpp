@@ -87,6 +87,22 @@ TEST_F(TriggerTableTest, FreeNodeOfNoneAndFiniKeepTheStore) {
     mte_TRIGGER_Fini();  // twice is harmless
 }
 
+TEST_F(TriggerTableTest, ClearAllSamplesTouchesActiveTriggersOnly) {
+    CreateActive("o", "act", MTE_TEST_EXISTENCE);
+    CreateWaiting("o", "wait", MTE_TEST_EXISTENCE);
+    mte_EXIST_Get("o", "act")->usFirstCycle = 0;
+    mte_EXIST_Get("o", "wait")->usFirstCycle = 0;
+    mte_TRIGGER_ClearAllSpl();
+    // The next cycle of an active trigger is its first again.
+    EXPECT_EQ(mte_EXIST_Get("o", "act")->usFirstCycle, 1);
+    EXPECT_EQ(mte_EXIST_Get("o", "wait")->usFirstCycle, 0);
+    // With the port service down, starting and suspending change nothing.
+    Snapshot stBefore = TakeSnapshot();
+    mte_TRIGGER_StartAll();
+    mte_TRIGGER_SuspendTmr();
+    EXPECT_EQ(TakeSnapshot(), stBefore);
+}
+
 // ---- test tables ---------------------------------------------------------
 
 template <typename Row>

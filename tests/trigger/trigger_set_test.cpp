@@ -317,6 +317,33 @@ TEST_F(TriggerTableTest, TestBitsMakeAndDestroyRowsWithTheirRecords) {
     EXPECT_EQ(pstEntry->stRow.ucTest, 0);
 }
 
+TEST_F(TriggerTableTest, OddStatusesChangeOnlyTestBits) {
+    const uint32_t kTestAndComment =
+        COL(MTE_TRIGGER_COL_TEST_BOOLEAN) | COL(MTE_TRIGGER_COL_COMMENT);
+    // notReady on a waiting trigger: the test bit is taken, the comment is not.
+    CreateWaiting("own", "w");
+    MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "w", MTE_ROW_NOT_READY);
+    stReq.ucTest = MTE_TEST_BOOLEAN;
+    strcpy(stReq.szComment, "ignored");
+    ASSERT_EQ(Set(stReq, kTestAndComment), 0u);
+    MTE_TRIGGER_ENTRY_S* pstEntry = Entry("own", "w");
+    EXPECT_NE(pstEntry->pstBool, nullptr);
+    EXPECT_STREQ(pstEntry->stRow.szComment, "");
+    EXPECT_EQ(pstEntry->stRow.uiEntryStatus, MTE_ROW_NOT_IN_SERVICE);
+    // On an active trigger the same request is a refused change.
+    CreateActive("own", "a");
+    Snapshot stBefore = TakeSnapshot();
+    stReq = TriggerReq("own", "a", 9);
+    stReq.ucTest = MTE_TEST_BOOLEAN;
+    EXPECT_EQ(Set(stReq, kTestAndComment), MTE_ERR_INCONSISTENT);
+    EXPECT_EQ(TakeSnapshot(), stBefore);
+    // A trigger created notReady can be activated like a waiting one.
+    ASSERT_EQ(Set(TriggerReq("own", "nr", MTE_ROW_NOT_READY), kGoMask), 0u);
+    ASSERT_EQ(Set(TriggerReq("own", "nr", MTE_ROW_ACTIVE), kGoMask), 0u);
+    EXPECT_EQ(Entry("own", "nr")->stRow.uiEntryStatus, MTE_ROW_ACTIVE);
+    EXPECT_EQ(Entry("own", "nr")->stRow.uiEnabled, MTE_TRUE);
+}
+
 TEST_F(TriggerTableTest, RunStateHandOverToTheWorker) {
     CreateActive("own", "t1");
     MTE_TRIGGER_ENTRY_S* pstEntry = Entry("own", "t1");
@@ -360,6 +387,24 @@ TEST_F(TriggerTableTest, DestroyIdleFreesBusyMarksDeleted) {
     // The worker frees what it held.
     mte_TRIGGER_FreeNode(pstBusy);
     EXPECT_EQ(Set(TriggerReq("own", "busy", MTE_ROW_DESTROY), 0), 0u);
+}
+
+TEST_F(TriggerTableTest, DestroyInEveryRunStateTheWorkerHolds) {
+    for (uint32_t uiState : {MTE_RUN_CANCELLED, MTE_RUN_BUSY, MTE_RUN_RESTART}) {
+        SCOPED_TRACE(uiState);
+        CreateWaiting("own", "t", MTE_TEST_EXISTENCE);
+        MTE_TRIGGER_ENTRY_S* pstEntry = Entry("own", "t");
+        pstEntry->uiRunState = uiState;
+        pstEntry->pstExist->usFirstCycle = 0;
+        EXPECT_EQ(Set(TriggerReq("own", "t", MTE_ROW_DESTROY), 0), 0u);
+        EXPECT_EQ(Entry("own", "t"), nullptr);
+        EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_DELETED);
+        // Its samples were dropped even though the row was not active.
+        EXPECT_EQ(pstEntry->pstExist->usFirstCycle, 1);
+        EXPECT_TRUE(FAKE_DBM_Records("mteTrigger").empty());
+        EXPECT_TRUE(FAKE_DBM_Records("mteExistence").empty());
+        mte_TRIGGER_FreeNode(pstEntry);
+    }
 }
 
 TEST_F(TriggerTableTest, UnterminatedRequestStringsAreBounded) {
