@@ -11,6 +11,8 @@
 // Platform status codes with a meaning of their own to the sampler.
 constexpr uint32_t MTE_ST_NO_SUCH_INSTANCE = 0x61010054;
 constexpr uint32_t MTE_ST_END_OF_MIB_VIEW = 0x61010059;
+// A context the agent does not know: a context prefix need not be one.
+constexpr uint32_t MTE_ST_UNKNOWN_CONTEXT = 0x61010057;
 
 // Walks are cut into batches of this many steps; between batches the trigger
 // goes back into the queue.

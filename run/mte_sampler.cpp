@@ -362,7 +362,9 @@ void mte_run_WalkContexts(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* 
             uint32_t uiStatus = 0;
             stStep.pstValue =
                 SNMP_GetInstanceValue(pstCfg->szOwner, szContext, &pstCfg->stValueID, &uiStatus);
-            if (uiStatus == MTE_ST_NO_SUCH_INSTANCE) {
+            bool bPrefixItself = strcmp(szContext, pstCfg->szContext) == 0;
+            if (uiStatus == MTE_ST_NO_SUCH_INSTANCE ||
+                (bPrefixItself && uiStatus == MTE_ST_UNKNOWN_CONTEXT)) {
                 // Nothing to sample here; the marker keeps the walk's place.
                 mte_run_FreeValue(stStep.pstValue);
                 stStep.pstValue = nullptr;
@@ -438,12 +440,16 @@ void mte_run_WalkBoth(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstC
             SNMP_GetNextInstanceValue(pstCfg->szOwner, szContext, &stOid, &uiStatus);
         MTE_STEP_S stStep{
             iStep, mte_RUN_convertErrCodeMor2Mte(uiStatus), szContext, &stOid, pstValue, true};
+        // The prefix need not be a context of its own: then the walk goes
+        // straight on to the contexts under it.
         bool bContextDone =
             uiStatus == MTE_ST_END_OF_MIB_VIEW ||
+            (uiStatus == MTE_ST_UNKNOWN_CONTEXT && strcmp(szContext, pstCfg->szContext) == 0) ||
             (uiStatus == 0 &&
              (!mte_run_OidUnder(&stOid, &pstCfg->stValueID) ||
               mte_run_CompareOid(stOid.auiOid, stOid.uiLen, stLast.auiOid, stLast.uiLen) <= 0));
         if (bContextDone) {
+            stStep.iReason = MTE_REASON_NO_ERROR;
             mte_run_AdvanceContext(szContext);
             if (mte_run_ContextUnder(szContext, pstCfg->szContext)) {
                 stOid.uiLen = 0;

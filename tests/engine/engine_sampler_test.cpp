@@ -327,6 +327,23 @@ TEST_F(EngineSampler, ContextWalkMovesPastContextsWithoutTheInstance) {
     EXPECT_EQ(ENG_Instances(), 1u);
 }
 
+// A prefix that is no context of its own is passed over without a failure.
+TEST_F(EngineSampler, ContextWalksGoOnWhenThePrefixIsNoContext) {
+    FAKE_SNMP_SetInteger("vrf1", kScalar, 1);
+    FAKE_SNMP_SetInteger("vrf2", kScalar, 2);
+    MTE_TRIGGER_ENTRY_S* pstContexts = Make("ctx", kScalar, "vrf", false, true);
+    Cycle(pstContexts);
+    EXPECT_EQ(PrevContexts(pstContexts), (std::vector<std::string>{"vrf1", "vrf2"}));
+
+    FAKE_SNMP_SetInteger("vrf1", Sub(kIfIn, {1}), 1);
+    FAKE_SNMP_SetInteger("vrf2", Sub(kIfIn, {1}), 1);
+    MTE_TRIGGER_ENTRY_S* pstBoth = Make("both", kIfIn, "vrf", true, true);
+    Cycle(pstBoth);
+    EXPECT_EQ(PrevContexts(pstBoth), (std::vector<std::string>{"vrf1", "vrf2"}));
+    EXPECT_TRUE(ENG_Notifies().empty());
+    EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 0u);
+}
+
 TEST_F(EngineSampler, WalkOverInstancesAndContextsKeepsContextThenOidOrder) {
     FAKE_SNMP_SetInteger("v", Sub(kIfIn, {1}), 1);
     FAKE_SNMP_SetInteger("v", Sub(kIfIn, {2}), 2);
