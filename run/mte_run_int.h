@@ -48,6 +48,8 @@ MTE_SAMPLE_S* mte_run_MakeSample(const char* pszContext, const MTE_OID_S* pstOid
 void mte_run_FreeSample(MTE_SAMPLE_S* pstSample);
 void mte_run_FreeValue(SNMP_VALUE_S* pstValue);
 void mte_run_AppendCur(MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_SAMPLE_S* pstSample);
+// Unlinks and frees the tail of the current list.
+void mte_run_FreeCurTail(MTE_TRIGGER_ENTRY_S* pstTrigger);
 // Over-limit tail rule: a run of refused instances keeps only its last sample.
 void mte_run_ProcForLimit(MTE_SAMPLE_S* pstSample, MTE_TRIGGER_ENTRY_S* pstTrigger);
 // Drops what is left of the previous list, then the current list (without its
