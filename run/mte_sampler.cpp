@@ -267,7 +267,9 @@ bool mte_run_StepHandler(MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_STEP_S* pstStep) {
         }
         if (pstStep->bContinue && pstStep->iStep == MTE_WALK_BATCH - 1) {
             pstStep->bContinue = false;
+            // The queue is full: the walk ends here as if it had run out.
             if (mte_run_WriteQueue(pstTrigger) != MTE_OK) {
+                mte_run_Flush(pstTrigger, &stEvents);
                 mte_run_EndCycle(pstTrigger, true);
             }
         }

@@ -18,6 +18,7 @@
 #include "mte_trap.h"
 #include "plat_snmp.h"
 #include "mte_trigger.h"
+#include "../run/mte_run_int.h"
 
 namespace {
 
@@ -388,6 +389,35 @@ TEST_F(EngineSampler, FailedWalkStepReportsAndFlushesThePreviousCycle) {
     EXPECT_EQ(astNotifies[2].astOid, Sub(kIfIn, {4}));
     EXPECT_EQ(PrevOids(pstTrigger), (std::vector<FAKE_OID>{Sub(kIfIn, {1}), Sub(kIfIn, {2})}));
     EXPECT_EQ(ENG_Instances(), 2u);
+}
+
+TEST_F(EngineSampler, FullQueueEndsTheWalkAtTheEndOfTheBatch) {
+    for (uint32_t i = 1; i <= 12; ++i) {
+        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1);
+    }
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
+    ENG_AddExistence(pstTrigger, "", MTE_EXIST_ABSENT, 0);
+    Cycle(pstTrigger);
+    ASSERT_EQ(ENG_Instances(), 12u);
+
+    // An idle trigger's messages are stale and skipped by the worker.
+    MTE_TRIGGER_ENTRY_S* pstFiller = Make("filler", kScalar);
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    for (uint32_t i = 1; i < MTE_QUEUE_DEPTH; ++i) {
+        ASSERT_EQ(mte_run_WriteQueue(pstFiller), 0u);
+    }
+    FAKE_SNMP_SetStallMs(20);
+    std::thread stWorker([] { mte_run_PumpQueue(1); });
+    ASSERT_TRUE(FAKE_SNMP_WaitForStall(5000));
+    ASSERT_EQ(mte_run_WriteQueue(pstFiller), 0u);  // the queue is full again
+    stWorker.join();
+    FAKE_SNMP_SetStallMs(0);
+
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 5u);
+    EXPECT_EQ(ENG_Instances(), 5u);
+    EXPECT_EQ(ENG_Notifies().size(), 7u);  // the instances not reached, as absent
+    EXPECT_EQ(ENG_PumpAll(), MTE_QUEUE_DEPTH);
 }
 
 // --- run states ---------------------------------------------------------------
