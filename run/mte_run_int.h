@@ -35,6 +35,9 @@ inline void mte_run_StrCopy(char* pszDst, const char* pszSrc, size_t uiSize) {
 // --- worker and queue (mte_run.cpp) ----------------------------------------
 // Writes the trigger's message to the queue; 0 or the queue's failure.
 uint32_t mte_run_WriteQueue(MTE_TRIGGER_ENTRY_S* pstTrigger);
+// Frees a trigger that nothing refers to any more (destroyed while the worker
+// held it), samples included.
+void mte_run_FreeTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger);
 // Completes a request the main thread made while the worker held the trigger
 // (run state 2, 3 or 5; caller holds the state lock). Returns true when the
 // trigger is marked deleted: the caller frees it after unlocking.

@@ -182,9 +182,7 @@ void mte_run_Leave(MTE_TRIGGER_ENTRY_S* pstTrigger, bool bDeleted, SNMP_VALUE_S*
     mte_run_Unlock(pstTrigger);
     mte_run_FreeValue(pstValue);
     if (bDeleted) {
-        mte_RUN_FreeResList(&pstTrigger->pstCurSamples, &pstTrigger->pstCurSamplesTail);
-        mte_RUN_FreeResList(&pstTrigger->pstPrevSamples, &pstTrigger->pstPrevSamplesTail);
-        mte_TRIGGER_FreeNode(pstTrigger);
+        mte_run_FreeTrigger(pstTrigger);
     }
     if (bEvents) {
         mte_run_ExEvent(&stRowCopy, pstEvents->pstHead);
