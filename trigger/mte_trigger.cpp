@@ -16,6 +16,10 @@
 namespace {
 
 MTE_TRIGGER_ENTRY_S* g_pstTriggerHead = nullptr;
+// The entry last found or inserted. Recovery and bulk configuration visit
+// keys in ascending order, so starting a walk here instead of at the head
+// keeps them linear; any key before the hint still walks from the head.
+MTE_TRIGGER_ENTRY_S* g_pstTriggerHint = nullptr;
 
 uint32_t OwnerLen(const MTE_TRIGGER_ENTRY_S* pstEntry) {
     return static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner));
@@ -26,6 +30,16 @@ int CompareWithEntry(uint32_t uiOwnerLen, const char* pszOwner, const char* pszN
                      const MTE_TRIGGER_ENTRY_S* pstEntry) {
     return mte_TRIGGER_CompareKey(uiOwnerLen, pszOwner, pszName, OwnerLen(pstEntry),
                                   pstEntry->stRow.szOwner, pstEntry->stRow.szName);
+}
+
+// The first entry of a walk for the key: the hint when the key is at or after
+// it, else the head. Everything before the returned entry is before the key.
+MTE_TRIGGER_ENTRY_S* WalkStart(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName) {
+    if (g_pstTriggerHint != nullptr &&
+        CompareWithEntry(uiOwnerLen, pszOwner, pszName, g_pstTriggerHint) >= 0) {
+        return g_pstTriggerHint;
+    }
+    return g_pstTriggerHead;
 }
 
 void FreeTestRows(MTE_TRIGGER_ENTRY_S* pstEntry) {
@@ -53,6 +67,7 @@ int mte_TRIGGER_CompareKey(uint32_t uiOwnerLenA, const char* pszOwnerA, const ch
 
 uint32_t mte_TRIGGER_Init(void) {
     g_pstTriggerHead = nullptr;
+    g_pstTriggerHint = nullptr;
     return MTE_OK;
 }
 
@@ -72,6 +87,7 @@ void mte_TRIGGER_Fini(void) {
         pstEntry = pstNext;
     }
     g_pstTriggerHead = nullptr;
+    g_pstTriggerHint = nullptr;
 }
 
 uint32_t mte_TRIGGER_IsEmpty(void) {
@@ -88,10 +104,11 @@ int mte_TRIGGER_StateUnLock(pthread_mutex_t* pstLock) {
 
 MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetTriggerEntry(const char* pszOwner, const char* pszName) {
     uint32_t uiOwnerLen = static_cast<uint32_t>(strlen(pszOwner));
-    for (MTE_TRIGGER_ENTRY_S* pstEntry = g_pstTriggerHead; pstEntry != nullptr;
-         pstEntry = pstEntry->pstNext) {
+    for (MTE_TRIGGER_ENTRY_S* pstEntry = WalkStart(uiOwnerLen, pszOwner, pszName);
+         pstEntry != nullptr; pstEntry = pstEntry->pstNext) {
         int iCmp = CompareWithEntry(uiOwnerLen, pszOwner, pszName, pstEntry);
         if (iCmp == 0) {
+            g_pstTriggerHint = pstEntry;
             return pstEntry;
         }
         if (iCmp < 0) {
@@ -150,7 +167,13 @@ void mte_TRIGGER_FreeNode(MTE_TRIGGER_ENTRY_S* pstEntry) {
 void mte_trigger_Insert(MTE_TRIGGER_ENTRY_S* pstEntry) {
     uint32_t uiOwnerLen = OwnerLen(pstEntry);
     MTE_TRIGGER_ENTRY_S* pstPrev = nullptr;
-    MTE_TRIGGER_ENTRY_S* pstCur = g_pstTriggerHead;
+    MTE_TRIGGER_ENTRY_S* pstCur = WalkStart(uiOwnerLen, pstEntry->stRow.szOwner,
+                                            pstEntry->stRow.szName);
+    if (pstCur != g_pstTriggerHead) {
+        // The hint is at or before the new key: the new entry goes after it.
+        pstPrev = pstCur;
+        pstCur = pstCur->pstNext;
+    }
     while (pstCur != nullptr && CompareWithEntry(uiOwnerLen, pstEntry->stRow.szOwner,
                                                  pstEntry->stRow.szName, pstCur) >= 0) {
         pstPrev = pstCur;
@@ -162,9 +185,13 @@ void mte_trigger_Insert(MTE_TRIGGER_ENTRY_S* pstEntry) {
     } else {
         pstPrev->pstNext = pstEntry;
     }
+    g_pstTriggerHint = pstEntry;
 }
 
 void mte_trigger_Unlink(MTE_TRIGGER_ENTRY_S* pstEntry) {
+    if (g_pstTriggerHint == pstEntry) {
+        g_pstTriggerHint = nullptr;
+    }
     MTE_TRIGGER_ENTRY_S** ppstLink = &g_pstTriggerHead;
     while (*ppstLink != nullptr && *ppstLink != pstEntry) {
         ppstLink = &(*ppstLink)->pstNext;
