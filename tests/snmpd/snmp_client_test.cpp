@@ -1,0 +1,272 @@
+// SNMP client against a private snmpd over SNMPv3 (authPriv), the daemon's
+// usual setting: reads, walks, contexts, the exception and error-status
+// mapping, and a stopped agent.
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <string>
+#include <vector>
+
+#include "client_test_util.h"
+#include "snmpd_harness.h"
+
+namespace {
+
+using mte_test::Oid;
+using mte_test::OidText;
+
+mte_test::SnmpdHarness* g_pstAgent = nullptr;
+
+class AgentEnvironment : public ::testing::Environment {
+  public:
+    void SetUp() override {
+        g_pstAgent = new mte_test::SnmpdHarness();
+        std::string strError;
+        m_bUp = g_pstAgent->Start(&strError) &&
+                g_pstAgent->UseClientConfig(mte_test::ClientSecurity::V3_AUTH_PRIV);
+        if (!m_bUp) {
+            fprintf(stderr, "private snmpd not available: %s\n", strError.c_str());
+        }
+    }
+    void TearDown() override {
+        delete g_pstAgent;
+        g_pstAgent = nullptr;
+    }
+    static bool m_bUp;
+};
+bool AgentEnvironment::m_bUp = false;
+const auto* g_pstEnv = ::testing::AddGlobalTestEnvironment(new AgentEnvironment);
+
+double NowSeconds() {
+    timespec stNow{};
+    clock_gettime(CLOCK_MONOTONIC, &stNow);
+    return stNow.tv_sec + stNow.tv_nsec / 1e9;
+}
+
+class SnmpClientTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (!AgentEnvironment::m_bUp) {
+            GTEST_SKIP() << "no private snmpd";
+        }
+    }
+};
+
+TEST_F(SnmpClientTest, GetMapsTypesOfScalars) {
+    struct {
+        const char* pszOid;
+        uint32_t uiType;
+        uint32_t uiLen;  // 0: any non-zero length
+    } astCases[] = {
+        {"1.3.6.1.2.1.1.1.0", SNMP_VTYPE_OCTET_STRING, 0},      // sysDescr
+        {"1.3.6.1.2.1.1.2.0", SNMP_VTYPE_OID, 0},               // sysObjectID
+        {"1.3.6.1.2.1.1.3.0", SNMP_VTYPE_TIMETICKS, 4},         // sysUpTime
+        {"1.3.6.1.2.1.2.1.0", SNMP_VTYPE_INTEGER, 4},           // ifNumber
+        {"1.3.6.1.2.1.11.1.0", SNMP_VTYPE_COUNTER32, 4},        // snmpInPkts
+        {"1.3.6.1.2.1.31.1.1.1.6.1", SNMP_VTYPE_COUNTER64, 8},  // ifHCInOctets.1
+    };
+    for (const auto& stCase : astCases) {
+        MTE_OID_S stOid = Oid(stCase.pszOid);
+        uint32_t uiStatus = 1;
+        SNMP_VALUE_S* pstValue = SNMP_GetInstanceValue("owner", "", &stOid, &uiStatus);
+        ASSERT_EQ(SNMP_ST_OK, uiStatus) << stCase.pszOid;
+        ASSERT_NE(nullptr, pstValue);
+        EXPECT_EQ(stCase.uiType, pstValue->uiType) << stCase.pszOid;
+        EXPECT_NE(nullptr, pstValue->pData);
+        if (stCase.uiLen != 0) {
+            EXPECT_EQ(stCase.uiLen, pstValue->uiLen) << stCase.pszOid;
+        } else {
+            EXPECT_GT(pstValue->uiLen, 0u) << stCase.pszOid;
+        }
+        SNMP_FreeInstanceValue(pstValue);
+    }
+    // Numbers arrive in host order: ifNumber counts at least the loopback.
+    MTE_OID_S stIfNumber = Oid("1.3.6.1.2.1.2.1.0");
+    uint32_t uiStatus = 1;
+    SNMP_VALUE_S* pstValue = SNMP_GetInstanceValue("owner", "", &stIfNumber, &uiStatus);
+    ASSERT_NE(nullptr, pstValue);
+    int32_t iIfNumber = 0;
+    memcpy(&iIfNumber, pstValue->pData, 4);
+    EXPECT_GE(iIfNumber, 1);
+    EXPECT_LT(iIfNumber, 10000);
+    SNMP_FreeInstanceValue(pstValue);
+}
+
+TEST_F(SnmpClientTest, ExceptionsAndErrorsAreMapped) {
+    struct {
+        const char* pszContext;
+        const char* pszOid;
+        bool bNext;
+        uint32_t uiStatus;
+    } astCases[] = {
+        {"", "1.3.6.1.2.1.1.5.1", false, SNMP_ST_NO_SUCH_INSTANCE},  // sysName.1
+        {"", "1.3.6.1.4.1.99999.1.0", false, SNMP_ST_NO_SUCH_OBJECT},
+        {"ctxB", "1.3.6.1.2.1.1.5.0", false, SNMP_ST_NO_SUCH_OBJECT},  // not shown in ctxB
+        {"", "2.99", true, SNMP_ST_END_OF_MIB_VIEW},
+        {"ctxA", "1.3.6.1.2.1.1.9.1.4.9999", true, SNMP_ST_END_OF_MIB_VIEW},
+        {"noSuchContext", "1.3.6.1.2.1.1.5.0", false, SNMP_ST_UNKNOWN_CONTEXT},
+        {"noSuchContext", "1.3.6.1.2.1.1", true, SNMP_ST_UNKNOWN_CONTEXT},
+    };
+    for (const auto& stCase : astCases) {
+        MTE_OID_S stOid = Oid(stCase.pszOid);
+        uint32_t uiStatus = 0;
+        double dStart = NowSeconds();
+        SNMP_VALUE_S* pstValue =
+            stCase.bNext ? SNMP_GetNextInstanceValue("owner", stCase.pszContext, &stOid, &uiStatus)
+                         : SNMP_GetInstanceValue("owner", stCase.pszContext, &stOid, &uiStatus);
+        EXPECT_EQ(stCase.uiStatus, uiStatus) << stCase.pszContext << " " << stCase.pszOid;
+        EXPECT_EQ(nullptr, pstValue);
+        SNMP_FreeInstanceValue(pstValue);
+        // Nothing here waits for a time-out, an unknown context least of all.
+        EXPECT_LT(NowSeconds() - dStart, 0.9) << stCase.pszContext << " " << stCase.pszOid;
+    }
+    MTE_OID_S stEmpty{};
+    uint32_t uiStatus = 0;
+    EXPECT_EQ(nullptr, SNMP_GetInstanceValue("owner", "", &stEmpty, &uiStatus));
+    EXPECT_EQ(SNMP_ST_CLIENT_ERROR, uiStatus);
+    EXPECT_EQ(nullptr, SNMP_GetInstanceValue("owner", "", nullptr, &uiStatus));
+}
+
+// Walks a subtree with get-next until it leaves it; returns the OIDs seen.
+std::vector<MTE_OID_S> Walk(const char* pszContext, const char* pszRoot, uint32_t* puiEnd) {
+    MTE_OID_S stRoot = Oid(pszRoot);
+    MTE_OID_S stCursor = stRoot;
+    std::vector<MTE_OID_S> astSeen;
+    for (int i = 0; i < 1000; i++) {
+        uint32_t uiStatus = 0;
+        SNMP_VALUE_S* pstValue =
+            SNMP_GetNextInstanceValue("owner", pszContext, &stCursor, &uiStatus);
+        SNMP_FreeInstanceValue(pstValue);
+        if (uiStatus != SNMP_ST_OK || !mte_test::IsUnder(stCursor, stRoot)) {
+            *puiEnd = uiStatus;
+            return astSeen;
+        }
+        EXPECT_NE(nullptr, pstValue);
+        astSeen.push_back(stCursor);
+    }
+    ADD_FAILURE() << "walk of " << pszRoot << " does not end";
+    return astSeen;
+}
+
+TEST_F(SnmpClientTest, WalksInAndOutOfSubtrees) {
+    uint32_t uiEnd = 1;
+    std::vector<MTE_OID_S> astSystem = Walk("", "1.3.6.1.2.1.1", &uiEnd);
+    EXPECT_EQ(SNMP_ST_OK, uiEnd);  // left the subtree with a value of the next one
+    ASSERT_GE(astSystem.size(), 7u);
+    EXPECT_EQ("1.3.6.1.2.1.1.1.0", OidText(astSystem[0]));
+    for (size_t i = 1; i < astSystem.size(); i++) {
+        EXPECT_TRUE(mte_test::OidLess(astSystem[i - 1], astSystem[i])) << OidText(astSystem[i]);
+    }
+
+    std::vector<MTE_OID_S> astIfIndex = Walk("", "1.3.6.1.2.1.2.2.1.1", &uiEnd);
+    ASSERT_GE(astIfIndex.size(), 1u);
+    EXPECT_EQ(astIfIndex.size() + 0, astIfIndex.size());
+    for (const auto& stOid : astIfIndex) {
+        EXPECT_EQ(11u, stOid.uiLen) << OidText(stOid);
+    }
+
+    // The same subtree through a named context ends at the end of its view.
+    std::vector<MTE_OID_S> astInCtx = Walk("ctxA", "1.3.6.1.2.1.1", &uiEnd);
+    EXPECT_EQ(SNMP_ST_END_OF_MIB_VIEW, uiEnd);
+    EXPECT_EQ(astSystem.size(), astInCtx.size());
+}
+
+TEST_F(SnmpClientTest, ContextNamesInStrcmpOrder) {
+    std::vector<std::string> astrSeen;
+    char szContext[MTE_NAME_SIZE] = "";
+    uint32_t uiStatus = SNMP_ST_OK;
+    for (int i = 0; i < 100; i++) {
+        uiStatus = SNMP_GetNextContextName(sizeof(szContext), szContext);
+        if (uiStatus != SNMP_ST_OK) {
+            break;
+        }
+        astrSeen.emplace_back(szContext);
+    }
+    EXPECT_EQ(SNMP_ST_NO_MORE_CONTEXTS, uiStatus);
+    EXPECT_STREQ("", szContext);
+    EXPECT_EQ((std::vector<std::string>{"ctxA", "ctxAB", "ctxB"}), astrSeen);
+
+    struct {
+        const char* pszFrom;
+        const char* pszNext;
+        uint32_t uiStatus;
+    } astCases[] = {
+        {"ctxA", "ctxAB", SNMP_ST_OK},         {"ctx", "ctxA", SNMP_ST_OK},
+        {"ctxAA", "ctxAB", SNMP_ST_OK},        {"ctxB", "", SNMP_ST_NO_MORE_CONTEXTS},
+        {"zzz", "", SNMP_ST_NO_MORE_CONTEXTS},
+    };
+    for (const auto& stCase : astCases) {
+        snprintf(szContext, sizeof(szContext), "%s", stCase.pszFrom);
+        EXPECT_EQ(stCase.uiStatus, SNMP_GetNextContextName(sizeof(szContext), szContext));
+        EXPECT_STREQ(stCase.pszNext, szContext) << "after " << stCase.pszFrom;
+    }
+    // A buffer too small for the next name skips it.
+    char szSmall[5] = "ctxA";
+    EXPECT_EQ(SNMP_ST_OK, SNMP_GetNextContextName(sizeof(szSmall), szSmall));
+    EXPECT_STREQ("ctxB", szSmall);
+
+    // Reads in a named context see what the context shows.
+    MTE_OID_S stSysName = Oid("1.3.6.1.2.1.1.5.0");
+    SNMP_VALUE_S* pstDefault = SNMP_GetInstanceValue("owner", "", &stSysName, &uiStatus);
+    SNMP_VALUE_S* pstCtx = SNMP_GetInstanceValue("owner", "ctxAB", &stSysName, &uiStatus);
+    ASSERT_NE(nullptr, pstDefault);
+    ASSERT_NE(nullptr, pstCtx);
+    EXPECT_EQ(std::string(static_cast<char*>(pstDefault->pData), pstDefault->uiLen),
+              std::string(static_cast<char*>(pstCtx->pData), pstCtx->uiLen));
+    SNMP_FreeInstanceValue(pstDefault);
+    SNMP_FreeInstanceValue(pstCtx);
+}
+
+TEST_F(SnmpClientTest, IntegerSetsAndTheirErrors) {
+    MTE_OID_S stWritable = Oid(MTE_TEST_WRITABLE_INTEGER);
+    EXPECT_EQ(SNMP_ST_OK, SNMP_SetIntegerValueByOID("owner", "", &stWritable, -42));
+    uint32_t uiStatus = 1;
+    SNMP_VALUE_S* pstValue = SNMP_GetInstanceValue("owner", "", &stWritable, &uiStatus);
+    ASSERT_NE(nullptr, pstValue);
+    int32_t iRead = 0;
+    memcpy(&iRead, pstValue->pData, 4);
+    EXPECT_EQ(-42, iRead);
+    SNMP_FreeInstanceValue(pstValue);
+
+    struct {
+        const char* pszContext;
+        const char* pszOid;
+        uint32_t uiStatus;
+    } astCases[] = {
+        {"", "1.3.6.1.2.1.1.1.0", SNMP_ST_NOT_WRITABLE},  // sysDescr is read-only
+        {"", "1.3.6.1.2.1.1.4.0", SNMP_ST_WRONG_TYPE},    // sysContact is a string
+        {"", "1.3.6.1.4.1.99999.1.0", SNMP_ST_NOT_WRITABLE},
+        {"noSuchContext", "1.3.6.1.2.1.1.4.0", SNMP_ST_UNKNOWN_CONTEXT},
+    };
+    for (const auto& stCase : astCases) {
+        MTE_OID_S stOid = Oid(stCase.pszOid);
+        EXPECT_EQ(stCase.uiStatus, SNMP_SetIntegerValueByOID("owner", stCase.pszContext, &stOid, 1))
+            << stCase.pszContext << " " << stCase.pszOid;
+    }
+}
+
+// Last in this file: it stops the agent.
+TEST_F(SnmpClientTest, StoppedAgentTimesOutWithinBound) {
+    g_pstAgent->Stop();
+    MTE_OID_S stOid = Oid("1.3.6.1.2.1.1.5.0");
+    uint32_t uiStatus = 0;
+    double dStart = NowSeconds();
+    SNMP_VALUE_S* pstValue = SNMP_GetInstanceValue("owner", "", &stOid, &uiStatus);
+    double dElapsed = NowSeconds() - dStart;
+    EXPECT_EQ(nullptr, pstValue);
+    EXPECT_EQ(SNMP_ST_TIMEOUT, uiStatus);
+    EXPECT_LT(dElapsed, 5.0);
+
+    // Back on the same port, the client recovers by itself.
+    std::string strError;
+    ASSERT_TRUE(g_pstAgent->Start(&strError)) << strError;
+    bool bRecovered = false;
+    for (int i = 0; i < 3 && !bRecovered; i++) {
+        pstValue = SNMP_GetInstanceValue("owner", "", &stOid, &uiStatus);
+        bRecovered = (uiStatus == SNMP_ST_OK);
+        SNMP_FreeInstanceValue(pstValue);
+    }
+    EXPECT_TRUE(bRecovered) << std::hex << uiStatus;
+}
+
+}  // namespace
