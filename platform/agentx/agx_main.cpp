@@ -35,11 +35,11 @@ namespace {
 
 constexpr const char* AGX_APP_NAME = "eventmib-agentx";
 constexpr int AGX_DEFAULT_PING_SECONDS = 1;
-constexpr int AGX_LOOP_WAKE_MS = 1000;       // upper bound of one select
-constexpr int AGX_SOCKET_CHECK_MS = 2000;    // how often the socket file is checked
+constexpr int AGX_LOOP_WAKE_MS = 1000;           // upper bound of one select
+constexpr int AGX_SOCKET_CHECK_MS = 2000;        // how often the socket file is checked
 constexpr int AGX_MAX_DATAGRAMS_PER_ROUND = 64;  // then net-snmp gets its turn
-constexpr int AGX_LOG_WINDOW_MS = 10000;     // drop messages: at most ...
-constexpr int AGX_LOG_WINDOW_LINES = 10;     // ... this many lines per window
+constexpr int AGX_LOG_WINDOW_MS = 10000;         // drop messages: at most ...
+constexpr int AGX_LOG_WINDOW_LINES = 10;         // ... this many lines per window
 
 struct Options {
     const char* pszMasterSocket;  // null: net-snmp's default or the configuration
@@ -298,10 +298,10 @@ void agx_InitNetsnmp(void) {
                               strPersist.c_str());
     }
     agx_ApplyCommandLine(0, 0, nullptr, nullptr);
-    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
-                           agx_OnIndexStart, nullptr);
-    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP,
-                           agx_OnIndexStop, nullptr);
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, agx_OnIndexStart,
+                           nullptr);
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, agx_OnIndexStop,
+                           nullptr);
     netsnmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG,
                               agx_ApplyCommandLine, nullptr, NETSNMP_CALLBACK_HIGHEST_PRIORITY);
     init_agent(AGX_APP_NAME);

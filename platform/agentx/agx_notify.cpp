@@ -71,13 +71,13 @@ struct TypeRule {
 // type of the same range: receivers of SNMPv2 notifications need not know the
 // obsolete tags.
 constexpr TypeRule g_astTypeRules[] = {
-    {SNMP_VTYPE_INTEGER, ASN_INTEGER, 4},      {SNMP_VTYPE_INTEGER32, ASN_INTEGER, 4},
-    {SNMP_VTYPE_ENUM, ASN_INTEGER, 4},         {SNMP_VTYPE_COUNTER32, ASN_COUNTER, 4},
-    {SNMP_VTYPE_GAUGE32, ASN_GAUGE, 4},        {SNMP_VTYPE_TIMETICKS, ASN_TIMETICKS, 4},
-    {SNMP_VTYPE_UINTEGER32, ASN_GAUGE, 4},     {SNMP_VTYPE_OPAQUE_U32, ASN_GAUGE, 4},
-    {SNMP_VTYPE_COUNTER64, ASN_COUNTER64, 8},  {SNMP_VTYPE_OCTET_STRING, ASN_OCTET_STR, -1},
-    {SNMP_VTYPE_OID, ASN_OBJECT_ID, -1},       {SNMP_VTYPE_IPADDRESS, ASN_IPADDRESS, 4},
-    {SNMP_VTYPE_OPAQUE, ASN_OPAQUE, -1},       {SNMP_VTYPE_NULL, ASN_NULL, 0},
+    {SNMP_VTYPE_INTEGER, ASN_INTEGER, 4},     {SNMP_VTYPE_INTEGER32, ASN_INTEGER, 4},
+    {SNMP_VTYPE_ENUM, ASN_INTEGER, 4},        {SNMP_VTYPE_COUNTER32, ASN_COUNTER, 4},
+    {SNMP_VTYPE_GAUGE32, ASN_GAUGE, 4},       {SNMP_VTYPE_TIMETICKS, ASN_TIMETICKS, 4},
+    {SNMP_VTYPE_UINTEGER32, ASN_GAUGE, 4},    {SNMP_VTYPE_OPAQUE_U32, ASN_GAUGE, 4},
+    {SNMP_VTYPE_COUNTER64, ASN_COUNTER64, 8}, {SNMP_VTYPE_OCTET_STRING, ASN_OCTET_STR, -1},
+    {SNMP_VTYPE_OID, ASN_OBJECT_ID, -1},      {SNMP_VTYPE_IPADDRESS, ASN_IPADDRESS, 4},
+    {SNMP_VTYPE_OPAQUE, ASN_OPAQUE, -1},      {SNMP_VTYPE_NULL, ASN_NULL, 0},
 };
 
 const TypeRule* FindTypeRule(uint32_t uiCode) {
@@ -98,8 +98,8 @@ uint32_t AddValue(netsnmp_variable_list** ppstVars, const oid* pulName, size_t u
             int32_t iValue = 0;
             memcpy(&iValue, pucValue, 4);
             long lValue = iValue;
-            pstAdded = snmp_varlist_add_variable(ppstVars, pulName, uiNameLen, ASN_INTEGER,
-                                                 &lValue, sizeof(lValue));
+            pstAdded = snmp_varlist_add_variable(ppstVars, pulName, uiNameLen, ASN_INTEGER, &lValue,
+                                                 sizeof(lValue));
             break;
         }
         case ASN_COUNTER:
@@ -224,8 +224,11 @@ uint32_t TakeHeader(Reader* pstIn, AGX_NOTIFY_S* pstOut, oid* pulTrapOid, size_t
 
 uint32_t AGX_DecodeNotify(const unsigned char* pucData, size_t uiLen, AGX_NOTIFY_S* pstOut) {
     memset(pstOut, 0, sizeof(*pstOut));
-    if (pucData == nullptr || uiLen > AGX_NOTIFY_MAX_BYTES) {
+    if (uiLen > AGX_NOTIFY_MAX_BYTES) {
         return AGX_DECODE_LONG;
+    }
+    if (pucData == nullptr) {
+        uiLen = 0;  // nothing to read: refused as truncated
     }
     Reader stIn = {pucData, uiLen, 0};
     oid aulTrapOid[AGX_OID_MAX];

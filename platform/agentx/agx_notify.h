@@ -18,14 +18,14 @@ constexpr size_t AGX_CONTEXT_SIZE = 33;  // at most 32 characters and the NUL
 // Result of AGX_DecodeNotify: 0 or the reason a datagram is dropped.
 enum : uint32_t {
     AGX_DECODE_OK = 0,
-    AGX_DECODE_SHORT,        // ends inside a field
-    AGX_DECODE_LONG,         // bytes left after the last variable
-    AGX_DECODE_MAGIC,        // not a notification datagram
-    AGX_DECODE_VERSION,      // a version this bridge does not know
-    AGX_DECODE_OID_LENGTH,   // an OID of 0 or more than 128 sub-identifiers
-    AGX_DECODE_CONTEXT,      // context longer than 32 bytes or holding a NUL
-    AGX_DECODE_TYPE,         // unknown value type code
-    AGX_DECODE_VALUE_LENGTH, // value length wrong for its type
+    AGX_DECODE_SHORT,         // ends inside a field
+    AGX_DECODE_LONG,          // bytes left after the last variable
+    AGX_DECODE_MAGIC,         // not a notification datagram
+    AGX_DECODE_VERSION,       // a version this bridge does not know
+    AGX_DECODE_OID_LENGTH,    // an OID of 0 or more than 128 sub-identifiers
+    AGX_DECODE_CONTEXT,       // context longer than 32 bytes or holding a NUL
+    AGX_DECODE_TYPE,          // unknown value type code
+    AGX_DECODE_VALUE_LENGTH,  // value length wrong for its type
     AGX_DECODE_NO_MEMORY,
 };
 

@@ -52,8 +52,7 @@ void MakeParentDir(const std::string& strPath) {
 
 }  // namespace
 
-int AGX_BindSocket(const std::string& strPath, AGX_SOCKET_FILE_S* pstFile,
-                   std::string* pstrError) {
+int AGX_BindSocket(const std::string& strPath, AGX_SOCKET_FILE_S* pstFile, std::string* pstrError) {
     sockaddr_un stAddr;
     if (!FillAddress(strPath, &stAddr)) {
         *pstrError = "socket path empty or too long: " + strPath;

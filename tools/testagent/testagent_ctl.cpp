@@ -32,8 +32,8 @@ bool TESTAGENT_Command(const std::string& strSocket, const std::string& strComma
     if (!bOk) {
         *pstrReply = std::string("bind: ") + strerror(errno);
     } else if (sendto(iFd, strCommand.data(), strCommand.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                      reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) !=
-               static_cast<ssize_t>(strCommand.size())) {
+                      reinterpret_cast<sockaddr*>(&stAddr),
+                      sizeof(stAddr)) != static_cast<ssize_t>(strCommand.size())) {
         *pstrReply = std::string("send: ") + strerror(errno);
         bOk = false;
     } else {

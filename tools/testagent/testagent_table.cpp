@@ -68,8 +68,7 @@ void SetValue(netsnmp_variable_list* pstVar, uint32_t uiCol, const Row& stRow) {
         u_long ulValue = stRow.uiGauge;
         snmp_set_var_typed_value(pstVar, ASN_GAUGE, &ulValue, sizeof(ulValue));
     } else {
-        snmp_set_var_typed_value(pstVar, ASN_OCTET_STR, stRow.strText.data(),
-                                 stRow.strText.size());
+        snmp_set_var_typed_value(pstVar, ASN_OCTET_STR, stRow.strText.data(), stRow.strText.size());
     }
 }
 
@@ -102,8 +101,8 @@ void HandleGetNext(Context* pstCtx, netsnmp_request_info* pstRequest) {
         aulCandidate[TA_ENTRY_LEN] = uiCol;
         for (const auto& [uiIndex, stRow] : pstCtx->mapRows) {
             aulCandidate[TA_ENTRY_LEN + 1] = uiIndex;
-            int iCmp = snmp_oid_compare(aulCandidate, TA_ENTRY_LEN + 2, pstVar->name,
-                                        pstVar->name_length);
+            int iCmp =
+                snmp_oid_compare(aulCandidate, TA_ENTRY_LEN + 2, pstVar->name, pstVar->name_length);
             if (iCmp > 0 || (iCmp == 0 && pstRequest->inclusive)) {
                 snmp_set_var_objid(pstVar, aulCandidate, TA_ENTRY_LEN + 2);
                 SetValue(pstVar, uiCol, stRow);
@@ -171,8 +170,8 @@ void HandleSet(Context* pstCtx, netsnmp_agent_request_info* pstReqInfo,
             break;
         }
         case MODE_SET_UNDO: {
-            auto* piOld = static_cast<int32_t*>(netsnmp_request_get_list_data(pstRequest,
-                                                                              TA_OLD_VALUE));
+            auto* piOld =
+                static_cast<int32_t*>(netsnmp_request_get_list_data(pstRequest, TA_OLD_VALUE));
             Row* pstRow = RowOfInstance(pstCtx, pstVar);
             if (piOld != nullptr && pstRow != nullptr) {
                 pstRow->iInteger = *piOld;
@@ -258,8 +257,8 @@ std::string ContextName(const std::string& strWord) {
 
 bool ParseColumn(const std::string& strWord, uint32_t* puiCol) {
     static const std::pair<const char*, uint32_t> s_astNames[] = {
-        {"int", TA_COL_INTEGER},   {"1", TA_COL_INTEGER}, {"gauge", TA_COL_GAUGE},
-        {"2", TA_COL_GAUGE},       {"string", TA_COL_STRING}, {"3", TA_COL_STRING},
+        {"int", TA_COL_INTEGER}, {"1", TA_COL_INTEGER},     {"gauge", TA_COL_GAUGE},
+        {"2", TA_COL_GAUGE},     {"string", TA_COL_STRING}, {"3", TA_COL_STRING},
     };
     for (const auto& [pszName, uiCol] : s_astNames) {
         if (strWord == pszName) {
@@ -402,8 +401,8 @@ void TA_RunCommand(const std::string& strCommand, std::string* pstrReply) {
         strReply = g_bConnected ? "ok connected" : "ok disconnected";
     } else if (strVerb == "context" && astrArgs.size() == 2) {
         std::string strError;
-        strReply = TA_RegisterContext(ContextName(astrArgs[1]), &strError) ? "ok"
-                                                                           : "error " + strError;
+        strReply =
+            TA_RegisterContext(ContextName(astrArgs[1]), &strError) ? "ok" : "error " + strError;
     } else if (strVerb == "clear" && astrArgs.size() == 2) {
         Context* pstCtx = FindContext(ContextName(astrArgs[1]).c_str());
         if (pstCtx != nullptr) {
