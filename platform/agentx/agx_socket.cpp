@@ -72,7 +72,8 @@ int AGX_BindSocket(const std::string& strPath, AGX_SOCKET_FILE_S* pstFile, std::
     MakeParentDir(strPath);
     RemoveStaleSocket(&stAddr);
     if (bind(iFd, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
-        *pstrError = "bind " + strPath + ": " + strerror(errno);
+        *pstrError = errno == EADDRINUSE ? strPath + " is served by another process"
+                                         : "bind " + strPath + ": " + strerror(errno);
         close(iFd);
         return -1;
     }

@@ -82,10 +82,12 @@ class AgentxEndToEnd : public ::testing::Test {
     std::string BridgeLog() const { return m_stSnmpd.Dir() + "/agentx.log"; }
 
     // Starts the bridge and waits until its socket exists.
-    bool StartBridge() {
-        m_iBridgePid = mte_test::SpawnProcess(
-            {MTE_AGENTX_PATH, "-f", "-v", "-x", m_stSnmpd.AgentxSocketPath()}, ChildEnv(),
-            BridgeLog());
+    bool StartBridge(bool bWithMasterOption = true) {
+        std::vector<std::string> astrArgs = {MTE_AGENTX_PATH, "-f", "-v"};
+        if (bWithMasterOption) {
+            astrArgs.insert(astrArgs.end(), {"-x", m_stSnmpd.AgentxSocketPath()});
+        }
+        m_iBridgePid = mte_test::SpawnProcess(astrArgs, ChildEnv(), BridgeLog());
         std::string strSocket = PLAT_AgentxSocketPath();
         return m_iBridgePid > 0 &&
                WaitUntil([&] { return access(strSocket.c_str(), F_OK) == 0; }, START_WAIT_MS);
@@ -196,6 +198,45 @@ TEST_F(AgentxEndToEnd, PortStatusFollowsTheMasterSession) {
     EXPECT_EQ(WaitStatus(SERVICE_PORT_DOWN, 5000), SERVICE_PORT_DOWN);
     mte_test::StopProcess(&m_iBridgePid, 3000);
     EXPECT_NE(access(PLAT_AgentxSocketPath().c_str(), F_OK), 0) << "socket file left behind";
+}
+
+// The master's socket comes from the bridge's configuration file unless -x
+// names it: the command line wins.
+TEST_F(AgentxEndToEnd, MasterSocketFromConfigurationOrCommandLine) {
+    std::string strEtc = m_stSnmpd.Dir() + "/agentx-etc";
+    mkdir(strEtc.c_str(), 0700);
+    auto fnConfigure = [&](const std::string& strSocket) {
+        std::ofstream stOut(strEtc + "/eventmib-agentx.conf", std::ios::trunc);
+        stOut << "agentXSocket " << strSocket << "\n";
+    };
+    Subscribe();
+    fnConfigure(m_stSnmpd.AgentxSocketPath());
+    ASSERT_TRUE(StartBridge(false));
+    EXPECT_EQ(WaitStatus(SERVICE_PORT_UP, START_WAIT_MS), SERVICE_PORT_UP) << ReadFile(BridgeLog());
+    mte_test::StopProcess(&m_iBridgePid, 3000);
+    ASSERT_EQ(WaitStatus(SERVICE_PORT_DOWN, 3000), SERVICE_PORT_DOWN);
+
+    fnConfigure(m_stSnmpd.Dir() + "/no-master.sock");
+    ASSERT_TRUE(StartBridge(true));
+    EXPECT_EQ(WaitStatus(SERVICE_PORT_UP, START_WAIT_MS), SERVICE_PORT_UP) << ReadFile(BridgeLog());
+}
+
+// The runtime directory is shared with eventmibd and may be emptied under the
+// bridge: it binds its socket again and tells the daemon the status.
+TEST_F(AgentxEndToEnd, SocketBoundAgainWhenItsFileIsRemoved) {
+    Subscribe();
+    ASSERT_TRUE(StartBridge());
+    ASSERT_EQ(WaitStatus(SERVICE_PORT_UP, START_WAIT_MS), SERVICE_PORT_UP);
+    std::string strSocket = PLAT_AgentxSocketPath();
+    ASSERT_EQ(unlink(strSocket.c_str()), 0);
+    EXPECT_EQ(WaitStatus(SERVICE_PORT_UP, 6000), SERVICE_PORT_UP);
+    ASSERT_EQ(access(strSocket.c_str(), F_OK), 0);
+    MTE_OID_S stTrap{};
+    stTrap.uiLen = 2;
+    stTrap.auiOid[0] = 1;
+    stTrap.auiOid[1] = 3;
+    EXPECT_EQ(SNMP_SendTrapByVBList(&stTrap, "", nullptr), 0u);
+    EXPECT_NE(ReadFile(BridgeLog()).find("bound again"), std::string::npos);
 }
 
 TEST_F(AgentxEndToEnd, DownUntilTheMasterAppears) {
