@@ -71,6 +71,12 @@ class AgentxEndToEnd : public ::testing::Test {
             close(m_iPortFd);
         }
         unsetenv("RUNTIME_DIRECTORY");
+        // In a sanitizer build the children report there.
+        for (const std::string& strLog : {BridgeLog(), m_stSnmpd.Dir() + "/testagent.log"}) {
+            std::string strText = ReadFile(strLog);
+            EXPECT_EQ(strText.find("Sanitizer"), std::string::npos) << strText;
+            EXPECT_EQ(strText.find("runtime error:"), std::string::npos) << strText;
+        }
     }
 
     std::vector<std::string> ChildEnv() const {
