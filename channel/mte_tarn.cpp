@@ -6,8 +6,7 @@
 // Every handler runs on the main thread, one at a time, so the descriptors
 // and the open-connection count are plain globals. The only state read by
 // another thread is the trap flag (the notification senders on the worker),
-// guarded by the trap-switch mutex, a leaf lock: nothing else is taken while
-// it is held.
+// kept in mte_tarn_flag.cpp under the trap-switch mutex, a leaf lock.
 //
 // The management socket is an AF_UNIX SOCK_SEQPACKET socket: it keeps message
 // boundaries like the platform's own IPC family. Its file has mode 0660 and
@@ -17,7 +16,6 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -31,6 +29,7 @@
 #include "mte_cfg.h"
 #include "mte_core.h"
 #include "mte_dbg.h"
+#include "mte_tarn_priv.h"
 #include "mte_timer.h"
 #include "plat_paths.h"
 #include "plat_port.h"
@@ -55,9 +54,6 @@ int g_iTarnTrapSwtHandle = -1;
 int g_iTarnPortFd = -1;
 uint32_t g_uiTarnSocketNum = 0;   // accepted connections still registered
 std::string g_strTarnSocketPath;  // the path bound, unlinked when the socket closes
-
-pthread_mutex_t g_stTarnTrapSwtMutex = PTHREAD_MUTEX_INITIALIZER;
-uint16_t g_usTarnTrapFlag = 1;  // guarded by g_stTarnTrapSwtMutex
 
 time_t g_tTarnLastRefusalTrace = 0;
 
@@ -255,9 +251,7 @@ void mte_tarn_ApplyTrapSwitch(const SNMP_TRAPSWITCH_S* pstRecord) {
     if (pstRecord->szText[0] != '\0') {
         return;
     }
-    mte_tarn_TrapSwtLock();
-    g_usTarnTrapFlag = pstRecord->ulState == SNMP_TRAPSWITCH_OFF ? 0 : 1;
-    mte_tarn_TrapSwtUnLock();
+    mte_tarn_SetTrapFlag(pstRecord->ulState == SNMP_TRAPSWITCH_OFF ? 0 : 1);
 }
 
 uint32_t mte_tarn_TrapSwitchCallback(const char* pszModule, SNMP_TRAPSWITCH_S* pstRecord) {
@@ -381,19 +375,4 @@ uint32_t mte_SNMP_RegService(void) {
 
 uint32_t mte_GetTarnSocketNum(void) {
     return g_uiTarnSocketNum;
-}
-
-uint16_t mte_TARN_TrapSwt(void) {
-    mte_tarn_TrapSwtLock();
-    uint16_t usFlag = g_usTarnTrapFlag;
-    mte_tarn_TrapSwtUnLock();
-    return usFlag;
-}
-
-void mte_tarn_TrapSwtLock(void) {
-    pthread_mutex_lock(&g_stTarnTrapSwtMutex);
-}
-
-void mte_tarn_TrapSwtUnLock(void) {
-    pthread_mutex_unlock(&g_stTarnTrapSwtMutex);
 }

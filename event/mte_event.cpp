@@ -32,10 +32,7 @@ constexpr uint32_t MTE_EVENT_MASK_SET = MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_SET)
 constexpr uint32_t MTE_EVENT_MASK_NOTIFY = MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_NOTIFICATION);
 constexpr uint32_t MTE_EVENT_MASK_STATUS = MTE_COLUMN_BIT(MTE_EVENT_COL_ENTRY_STATUS);
 
-// Initialised statically so that the lock is usable before mte_EVENT_Init;
-// Fini destroys it and Init makes it again.
-pthread_rwlock_t g_stEventListLock = PTHREAD_RWLOCK_INITIALIZER;
-bool g_bEventLockReady = true;
+MTE_LIST_LOCK_S g_stEventListLock;
 MTE_EVENT_ENTRY_S* g_pstEventList = nullptr;
 
 typedef MTE_LIST_GUARD<mte_EVENT_ListRdLock, mte_EVENT_ListUnLock> EVENT_READ_GUARD;
@@ -341,21 +338,12 @@ void CopyPair(char (*paszPair)[MTE_NAME_SIZE], const char* pszOwner, const char*
 }  // namespace
 
 uint32_t mte_EVENT_Init(void) {
-    if (!g_bEventLockReady) {
-        if (pthread_rwlock_init(&g_stEventListLock, nullptr) != 0) {
-            return MTE_ERR_GENERAL;
-        }
-        g_bEventLockReady = true;
-    }
     g_pstEventList = nullptr;
-    return MTE_OK;
+    return g_stEventListLock.Ready();
 }
 
 void mte_EVENT_Fini(void) {
-    if (g_bEventLockReady) {
-        pthread_rwlock_destroy(&g_stEventListLock);
-        g_bEventLockReady = false;
-    }
+    g_stEventListLock.Destroy();
     MTE_EVENT_ENTRY_S* pst = g_pstEventList;
     g_pstEventList = nullptr;
     while (pst != nullptr) {
@@ -370,15 +358,15 @@ uint32_t mte_EVENT_IsEmpty(void) {
 }
 
 void mte_EVENT_ListRdLock(void) {
-    pthread_rwlock_rdlock(&g_stEventListLock);
+    g_stEventListLock.RdLock();
 }
 
 void mte_EVENT_ListWrLock(void) {
-    pthread_rwlock_wrlock(&g_stEventListLock);
+    g_stEventListLock.WrLock();
 }
 
 void mte_EVENT_ListUnLock(void) {
-    pthread_rwlock_unlock(&g_stEventListLock);
+    g_stEventListLock.UnLock();
 }
 
 MTE_EVENT_ENTRY_S* mte_EVENT_GetEventEntry(const char* pszOwner, const char* pszName) {

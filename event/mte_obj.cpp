@@ -29,10 +29,7 @@ constexpr uint32_t MTE_OBJ_MASK_ID = MTE_COLUMN_BIT(MTE_OBJ_COL_ID);
 constexpr uint32_t MTE_OBJ_MASK_WILDCARD = MTE_COLUMN_BIT(MTE_OBJ_COL_ID_WILDCARD);
 constexpr uint32_t MTE_OBJ_MASK_STATUS = MTE_COLUMN_BIT(MTE_OBJ_COL_ENTRY_STATUS);
 
-// Initialised statically so that the lock is usable before mte_OBJ_Init; Fini
-// destroys it and Init makes it again.
-pthread_rwlock_t g_stObjListLock = PTHREAD_RWLOCK_INITIALIZER;
-bool g_bObjLockReady = true;
+MTE_LIST_LOCK_S g_stObjListLock;
 MTE_OBJ_ENTRY_S* g_pstObjList = nullptr;
 
 typedef MTE_LIST_GUARD<mte_OBJ_ListRdLock, mte_OBJ_ListUnLock> OBJ_READ_GUARD;
@@ -283,21 +280,12 @@ void FetchValues(const char* pszOwner, const char* pszContext, MTE_VB_S* pstLast
 }  // namespace
 
 uint32_t mte_OBJ_Init(void) {
-    if (!g_bObjLockReady) {
-        if (pthread_rwlock_init(&g_stObjListLock, nullptr) != 0) {
-            return MTE_ERR_GENERAL;
-        }
-        g_bObjLockReady = true;
-    }
     g_pstObjList = nullptr;
-    return MTE_OK;
+    return g_stObjListLock.Ready();
 }
 
 void mte_OBJ_Fini(void) {
-    if (g_bObjLockReady) {
-        pthread_rwlock_destroy(&g_stObjListLock);
-        g_bObjLockReady = false;
-    }
+    g_stObjListLock.Destroy();
     MTE_OBJ_ENTRY_S* pst = g_pstObjList;
     g_pstObjList = nullptr;
     while (pst != nullptr) {
@@ -312,15 +300,15 @@ uint32_t mte_OBJ_IsEmpty(void) {
 }
 
 void mte_OBJ_ListRdLock(void) {
-    pthread_rwlock_rdlock(&g_stObjListLock);
+    g_stObjListLock.RdLock();
 }
 
 void mte_OBJ_ListWrLock(void) {
-    pthread_rwlock_wrlock(&g_stObjListLock);
+    g_stObjListLock.WrLock();
 }
 
 void mte_OBJ_ListUnLock(void) {
-    pthread_rwlock_unlock(&g_stObjListLock);
+    g_stObjListLock.UnLock();
 }
 
 MTE_OBJ_ROW_S* mte_OBJ_Get(const char* pszOwner, const char* pszName, uint32_t uiIndex) {

@@ -17,7 +17,7 @@ int mte_TRIGGER_StateUnLock(pthread_mutex_t* pstLock);
 MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetTriggerEntry(const char* pszOwner, const char* pszName);
 MTE_TRIGGER_ROW_S* mte_TRIGGER_Get(const char* pszOwner, const char* pszName);
 // First entry after the key in index order; ORs the presence flags of the
-// entries at or before the key into *pucFlags.
+// entries at or before the key into *pucFlags (none when it is null).
 MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetNextTriggerEntry(uint32_t uiOwnerLen, const char* pszOwner,
                                                      const char* pszName, uint8_t* pucFlags);
 MTE_TRIGGER_ROW_S* mte_TRIGGER_GetNext(uint32_t uiOwnerLen, const char* pszOwner,

@@ -49,15 +49,6 @@ bool g_bRunThreadMade = false;
 // Worker thread only: set by the control handler, read by the loop.
 bool g_bRunExit = false;
 
-// The trigger leaves the worker for good: nothing refers to it any more.
-// Its lists were cleared when it was destroyed; freeing them again costs
-// nothing and keeps a late sample from leaking.
-void mte_run_FreeTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger) {
-    mte_RUN_FreeResList(&pstTrigger->pstCurSamples, &pstTrigger->pstCurSamplesTail);
-    mte_RUN_FreeResList(&pstTrigger->pstPrevSamples, &pstTrigger->pstPrevSamplesTail);
-    mte_TRIGGER_FreeNode(pstTrigger);
-}
-
 // Queue for sampling; the caller holds the lock and the state is idle.
 uint32_t mte_run_Enqueue(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     if (!mte_run_IsWildcard(pstTrigger) && pstTrigger->usInstanceReleased == 1) {
@@ -186,6 +177,15 @@ uint32_t mte_run_Setup(void) {
 
 }  // namespace
 
+// The trigger leaves the worker for good: nothing refers to it any more.
+// Its lists were cleared when it was destroyed; freeing them again costs
+// nothing and keeps a late sample from leaking.
+void mte_run_FreeTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    mte_RUN_FreeResList(&pstTrigger->pstCurSamples, &pstTrigger->pstCurSamplesTail);
+    mte_RUN_FreeResList(&pstTrigger->pstPrevSamples, &pstTrigger->pstPrevSamplesTail);
+    mte_TRIGGER_FreeNode(pstTrigger);
+}
+
 uint32_t mte_run_WriteQueue(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     if (g_uiRunQueue == QUEUE_INVALID) {
         return MTE_ERR_GENERAL;
@@ -257,8 +257,19 @@ uint32_t mte_RUN_Init(void) {
     return MTE_OK;
 }
 
-// Messages still queued are dropped as they are: the trigger table, torn
-// down after this, frees every trigger whatever its run state.
+// Messages still queued are dropped without touching their triggers: the
+// trigger table, torn down after this, frees every trigger it holds. Only a
+// destroyed trigger is no longer in the table; the worker owes it its free.
+static void mte_run_DropQueued(void) {
+    MTE_QUEUE_MSG_S stMsg{};
+    while (QUEUE_Read(g_uiRunQueue, 1, 0, &stMsg) == 0) {
+        MTE_TRIGGER_ENTRY_S* pstTrigger = stMsg.pstTrigger;
+        if (pstTrigger != nullptr && pstTrigger->uiRunState == MTE_RUN_DELETED) {
+            mte_run_FreeTrigger(pstTrigger);
+        }
+    }
+}
+
 void mte_RUN_Fini(void) {
     if (g_stRunEpoll.iEpollFd < 0) {
         return;
@@ -275,6 +286,7 @@ void mte_RUN_Fini(void) {
         g_iRunCtrlFd = -1;
     }
     if (g_uiRunQueue != QUEUE_INVALID) {
+        mte_run_DropQueued();
         (void)mte_run_EPOLLDel(static_cast<int>(g_uiRunQueue));
         QUEUE_Delete(g_uiRunQueue, 0);
         g_uiRunQueue = QUEUE_INVALID;

@@ -11,6 +11,8 @@
 // Platform status codes with a meaning of their own to the sampler.
 constexpr uint32_t MTE_ST_NO_SUCH_INSTANCE = 0x61010054;
 constexpr uint32_t MTE_ST_END_OF_MIB_VIEW = 0x61010059;
+// A context the agent does not know: a context prefix need not be one.
+constexpr uint32_t MTE_ST_UNKNOWN_CONTEXT = 0x61010057;
 
 // Walks are cut into batches of this many steps; between batches the trigger
 // goes back into the queue.
@@ -33,6 +35,9 @@ inline void mte_run_StrCopy(char* pszDst, const char* pszSrc, size_t uiSize) {
 // --- worker and queue (mte_run.cpp) ----------------------------------------
 // Writes the trigger's message to the queue; 0 or the queue's failure.
 uint32_t mte_run_WriteQueue(MTE_TRIGGER_ENTRY_S* pstTrigger);
+// Frees a trigger that nothing refers to any more (destroyed while the worker
+// held it), samples included.
+void mte_run_FreeTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger);
 // Completes a request the main thread made while the worker held the trigger
 // (run state 2, 3 or 5; caller holds the state lock). Returns true when the
 // trigger is marked deleted: the caller frees it after unlocking.
@@ -46,6 +51,8 @@ MTE_SAMPLE_S* mte_run_MakeSample(const char* pszContext, const MTE_OID_S* pstOid
 void mte_run_FreeSample(MTE_SAMPLE_S* pstSample);
 void mte_run_FreeValue(SNMP_VALUE_S* pstValue);
 void mte_run_AppendCur(MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_SAMPLE_S* pstSample);
+// Unlinks and frees the tail of the current list.
+void mte_run_FreeCurTail(MTE_TRIGGER_ENTRY_S* pstTrigger);
 // Over-limit tail rule: a run of refused instances keeps only its last sample.
 void mte_run_ProcForLimit(MTE_SAMPLE_S* pstSample, MTE_TRIGGER_ENTRY_S* pstTrigger);
 // Drops what is left of the previous list, then the current list (without its

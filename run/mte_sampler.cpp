@@ -168,17 +168,24 @@ void mte_run_EndCycle(MTE_TRIGGER_ENTRY_S* pstTrigger, bool bCycleEvaluated) {
     pstTrigger->uiRunState = MTE_RUN_IDLE;
 }
 
-// After the lock is gone: free a trigger the main thread destroyed, or run
-// the events collected while it was held.
-void mte_run_AfterUnlock(MTE_TRIGGER_ENTRY_S* pstTrigger, bool bDeleted,
-                         const MTE_TRIGGER_ROW_S* pstRowCopy, MTE_EVENT_LIST_S* pstEvents) {
-    if (bDeleted) {
-        mte_RUN_FreeResList(&pstTrigger->pstCurSamples, &pstTrigger->pstCurSamplesTail);
-        mte_RUN_FreeResList(&pstTrigger->pstPrevSamples, &pstTrigger->pstPrevSamplesTail);
-        mte_TRIGGER_FreeNode(pstTrigger);
+// Ends the worker's turn with the trigger, which is locked: copies the row
+// for the collected events while the lock is still held, releases the lock
+// and the value that no sample took, frees a trigger the main thread
+// destroyed, and runs the events.
+void mte_run_Leave(MTE_TRIGGER_ENTRY_S* pstTrigger, bool bDeleted, SNMP_VALUE_S* pstValue,
+                   MTE_EVENT_LIST_S* pstEvents) {
+    MTE_TRIGGER_ROW_S stRowCopy;
+    bool bEvents = pstEvents != nullptr && pstEvents->pstHead != nullptr;
+    if (bEvents) {
+        stRowCopy = pstTrigger->stRow;
     }
-    if (pstEvents->pstHead != nullptr) {
-        mte_run_ExEvent(pstRowCopy, pstEvents->pstHead);
+    mte_run_Unlock(pstTrigger);
+    mte_run_FreeValue(pstValue);
+    if (bDeleted) {
+        mte_run_FreeTrigger(pstTrigger);
+    }
+    if (bEvents) {
+        mte_run_ExEvent(&stRowCopy, pstEvents->pstHead);
         pstEvents->pstHead = nullptr;
         pstEvents->pstTail = nullptr;
     }
@@ -191,7 +198,6 @@ void mte_run_SingleRequest(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S*
     int32_t iReason = mte_RUN_convertErrCodeMor2Mte(uiStatus);
 
     MTE_EVENT_LIST_S stEvents{};
-    MTE_TRIGGER_ROW_S stRowCopy;
     bool bDeleted = false;
     mte_run_Lock(pstTrigger);
     if (pstTrigger->uiRunState != MTE_RUN_BUSY) {
@@ -216,13 +222,8 @@ void mte_run_SingleRequest(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S*
         // A failed request commits too: the next good cycle has nothing to
         // compare with rather than a stale sample.
         mte_run_EndCycle(pstTrigger, true);
-        if (stEvents.pstHead != nullptr) {
-            stRowCopy = pstTrigger->stRow;
-        }
     }
-    mte_run_Unlock(pstTrigger);
-    mte_run_FreeValue(pstValue);
-    mte_run_AfterUnlock(pstTrigger, bDeleted, &stRowCopy, &stEvents);
+    mte_run_Leave(pstTrigger, bDeleted, pstValue, &stEvents);
 }
 
 // Hands one step's result to the trigger, under its lock. False when the walk
@@ -230,7 +231,6 @@ void mte_run_SingleRequest(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S*
 // ended or failed, or the batch is over.
 bool mte_run_StepHandler(MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_STEP_S* pstStep) {
     MTE_EVENT_LIST_S stEvents{};
-    MTE_TRIGGER_ROW_S stRowCopy;
     bool bDeleted = false;
     SNMP_VALUE_S* pstValue = pstStep->pstValue;
 
@@ -265,17 +265,14 @@ bool mte_run_StepHandler(MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_STEP_S* pstStep) {
         }
         if (pstStep->bContinue && pstStep->iStep == MTE_WALK_BATCH - 1) {
             pstStep->bContinue = false;
+            // The queue is full: the walk ends here as if it had run out.
             if (mte_run_WriteQueue(pstTrigger) != MTE_OK) {
+                mte_run_Flush(pstTrigger, &stEvents);
                 mte_run_EndCycle(pstTrigger, true);
             }
         }
-        if (stEvents.pstHead != nullptr) {
-            stRowCopy = pstTrigger->stRow;
-        }
     }
-    mte_run_Unlock(pstTrigger);
-    mte_run_FreeValue(pstValue);
-    mte_run_AfterUnlock(pstTrigger, bDeleted, &stRowCopy, &stEvents);
+    mte_run_Leave(pstTrigger, bDeleted, pstValue, &stEvents);
     return pstStep->bContinue;
 }
 
@@ -295,10 +292,7 @@ bool mte_run_ReadResume(MTE_TRIGGER_ENTRY_S* pstTrigger, bool bTakeMarker,
     pstResume->bMarker = false;
     mte_run_Lock(pstTrigger);
     if (pstTrigger->uiRunState != MTE_RUN_BUSY) {
-        bool bDeleted = mte_run_TakeOver(pstTrigger);
-        mte_run_Unlock(pstTrigger);
-        MTE_EVENT_LIST_S stNone{};
-        mte_run_AfterUnlock(pstTrigger, bDeleted, nullptr, &stNone);
+        mte_run_Leave(pstTrigger, mte_run_TakeOver(pstTrigger), nullptr, nullptr);
         return false;
     }
     MTE_SAMPLE_S* pstTail = pstTrigger->pstCurSamplesTail;
@@ -308,17 +302,7 @@ bool mte_run_ReadResume(MTE_TRIGGER_ENTRY_S* pstTrigger, bool bTakeMarker,
         mte_run_CopyContext(pstResume->szContext, pstTail->szContextName);
         mte_run_SampleOid(pstTail, &pstResume->stOid);
         if (pstResume->bMarker && bTakeMarker) {
-            MTE_SAMPLE_S* pstBefore = nullptr;
-            for (MTE_SAMPLE_S* p = pstTrigger->pstCurSamples; p != pstTail; p = p->pstNext) {
-                pstBefore = p;
-            }
-            if (pstBefore == nullptr) {
-                pstTrigger->pstCurSamples = nullptr;
-            } else {
-                pstBefore->pstNext = nullptr;
-            }
-            pstTrigger->pstCurSamplesTail = pstBefore;
-            mte_run_FreeSample(pstTail);
+            mte_run_FreeCurTail(pstTrigger);
         }
     }
     mte_run_Unlock(pstTrigger);
@@ -362,7 +346,9 @@ void mte_run_WalkContexts(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* 
             uint32_t uiStatus = 0;
             stStep.pstValue =
                 SNMP_GetInstanceValue(pstCfg->szOwner, szContext, &pstCfg->stValueID, &uiStatus);
-            if (uiStatus == MTE_ST_NO_SUCH_INSTANCE) {
+            bool bPrefixItself = strcmp(szContext, pstCfg->szContext) == 0;
+            if (uiStatus == MTE_ST_NO_SUCH_INSTANCE ||
+                (bPrefixItself && uiStatus == MTE_ST_UNKNOWN_CONTEXT)) {
                 // Nothing to sample here; the marker keeps the walk's place.
                 mte_run_FreeValue(stStep.pstValue);
                 stStep.pstValue = nullptr;
@@ -438,12 +424,16 @@ void mte_run_WalkBoth(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstC
             SNMP_GetNextInstanceValue(pstCfg->szOwner, szContext, &stOid, &uiStatus);
         MTE_STEP_S stStep{
             iStep, mte_RUN_convertErrCodeMor2Mte(uiStatus), szContext, &stOid, pstValue, true};
+        // The prefix need not be a context of its own: then the walk goes
+        // straight on to the contexts under it.
         bool bContextDone =
             uiStatus == MTE_ST_END_OF_MIB_VIEW ||
+            (uiStatus == MTE_ST_UNKNOWN_CONTEXT && strcmp(szContext, pstCfg->szContext) == 0) ||
             (uiStatus == 0 &&
              (!mte_run_OidUnder(&stOid, &pstCfg->stValueID) ||
               mte_run_CompareOid(stOid.auiOid, stOid.uiLen, stLast.auiOid, stLast.uiLen) <= 0));
         if (bContextDone) {
+            stStep.iReason = MTE_REASON_NO_ERROR;
             mte_run_AdvanceContext(szContext);
             if (mte_run_ContextUnder(szContext, pstCfg->szContext)) {
                 stOid.uiLen = 0;

@@ -25,6 +25,16 @@ bool mte_run_IsCounted(const MTE_SAMPLE_S* pstSample) {
     return pstSample->usOverLimit == 0 && pstSample->uiOidLen != 0;
 }
 
+void mte_run_ListAppend(MTE_SAMPLE_S** ppstHead, MTE_SAMPLE_S** ppstTail, MTE_SAMPLE_S* pstSample) {
+    pstSample->pstNext = nullptr;
+    if (*ppstTail == nullptr) {
+        *ppstHead = pstSample;
+    } else {
+        (*ppstTail)->pstNext = pstSample;
+    }
+    *ppstTail = pstSample;
+}
+
 uint32_t mte_run_CountList(const MTE_SAMPLE_S* pstHead) {
     uint32_t uiCount = 0;
     for (; pstHead != nullptr; pstHead = pstHead->pstNext) {
@@ -70,18 +80,19 @@ void mte_run_FreeSample(MTE_SAMPLE_S* pstSample) {
 }
 
 void mte_run_AppendCur(MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_SAMPLE_S* pstSample) {
-    pstSample->pstNext = nullptr;
-    if (pstTrigger->pstCurSamplesTail == nullptr) {
-        pstTrigger->pstCurSamples = pstSample;
-    } else {
-        pstTrigger->pstCurSamplesTail->pstNext = pstSample;
-    }
-    pstTrigger->pstCurSamplesTail = pstSample;
+    mte_run_ListAppend(&pstTrigger->pstCurSamples, &pstTrigger->pstCurSamplesTail, pstSample);
 }
 
 void mte_run_ProcForLimit(MTE_SAMPLE_S* pstSample, MTE_TRIGGER_ENTRY_S* pstTrigger) {
     MTE_SAMPLE_S* pstTail = pstTrigger->pstCurSamplesTail;
-    if (pstSample->usOverLimit == 0 || pstTail == nullptr || pstTail->usOverLimit == 0) {
+    if (pstSample->usOverLimit != 0 && pstTail != nullptr && pstTail->usOverLimit != 0) {
+        mte_run_FreeCurTail(pstTrigger);
+    }
+}
+
+void mte_run_FreeCurTail(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    MTE_SAMPLE_S* pstTail = pstTrigger->pstCurSamplesTail;
+    if (pstTail == nullptr) {
         return;
     }
     MTE_SAMPLE_S* pstBefore = nullptr;
@@ -106,13 +117,7 @@ void mte_run_Commit(MTE_TRIGGER_ENTRY_S* pstTrigger) {
             mte_run_FreeSample(p);
             continue;
         }
-        p->pstNext = nullptr;
-        if (pstTrigger->pstPrevSamplesTail == nullptr) {
-            pstTrigger->pstPrevSamples = p;
-        } else {
-            pstTrigger->pstPrevSamplesTail->pstNext = p;
-        }
-        pstTrigger->pstPrevSamplesTail = p;
+        mte_run_ListAppend(&pstTrigger->pstPrevSamples, &pstTrigger->pstPrevSamplesTail, p);
     }
     pstTrigger->pstCurSamples = nullptr;
     pstTrigger->pstCurSamplesTail = nullptr;

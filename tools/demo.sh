@@ -38,7 +38,7 @@ start_daemon() {
 # the start-up on; sending it before would kill the process. Waits at most
 # five seconds for that, or for the process to end.
 wait_stop_signal_blocked() {
-    local rtmin1_bit=$((1 << (34)))  # SIGRTMIN+1 is signal 35: bit 34 of SigBlk
+    local rtmin1_bit=$((1 << 34)) # SIGRTMIN+1 is signal 35: bit 34 of SigBlk
     local deadline=$((SECONDS + 5)) blocked
     while ((SECONDS < deadline)) && kill -0 "$DAEMON_PID" 2>/dev/null; do
         blocked=$(awk '/^SigBlk:/ {print $2}' "/proc/$DAEMON_PID/status" 2>/dev/null || true)

@@ -6,46 +6,13 @@
 // current sample's state bits.
 #include "mte_thres.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <type_traits>
-
-#include "mte_dbg.h"
-#include "mte_dbm.h"
-#include "mte_oid.h"
+#include "mte_test_table.h"
 #include "mte_test_value.h"
-#include "mte_trigger.h"
 #include "mte_trigger_priv.h"
 
 namespace {
 
-bool InMask(uint32_t uiMask, uint32_t uiColumn) {
-    return (uiMask & MTE_COLUMN_BIT(uiColumn)) != 0;
-}
-
-void StoreRow(const MTE_THRES_ENTRY_S* pstRow) {
-    (void)mte_DBM_InsertSortList(MTE_DBM_CFG, MTE_LIST_THRESHOLD, MTE_LIST_THRESHOLD_NAME_SIZE,
-                                 pstRow, sizeof(*pstRow), MTE_TBL_THRESHOLD);
-}
-
-struct NumColumn {
-    uint32_t uiColumn;
-    size_t uiOffset;
-};
-constexpr NumColumn kNumColumns[] = {
-    {MTE_THRES_COL_STARTUP, offsetof(MTE_THRES_ENTRY_S, uiStartup)},
-    {MTE_THRES_COL_RISING, offsetof(MTE_THRES_ENTRY_S, iRising)},
-    {MTE_THRES_COL_FALLING, offsetof(MTE_THRES_ENTRY_S, iFalling)},
-    {MTE_THRES_COL_DELTA_RISING, offsetof(MTE_THRES_ENTRY_S, iDeltaRising)},
-    {MTE_THRES_COL_DELTA_FALLING, offsetof(MTE_THRES_ENTRY_S, iDeltaFalling)},
-};
-
-struct StrColumn {
-    uint32_t uiColumn;
-    size_t uiOffset;
-    bool bOwner;  // must be empty or the row's owner
-};
-constexpr StrColumn kStrColumns[] = {
+constexpr MTE_STR_COLUMN_S kStrColumns[] = {
     {MTE_THRES_COL_OBJECTS_OWNER, offsetof(MTE_THRES_ENTRY_S, szObjectsOwner), true},
     {MTE_THRES_COL_OBJECTS, offsetof(MTE_THRES_ENTRY_S, szObjects), false},
     {MTE_THRES_COL_RISING_EVENT_OWNER, offsetof(MTE_THRES_ENTRY_S, szRisingEventOwner), true},
@@ -60,93 +27,105 @@ constexpr StrColumn kStrColumns[] = {
     {MTE_THRES_COL_DELTA_FALLING_EVENT, offsetof(MTE_THRES_ENTRY_S, szDeltaFallingEvent), false},
 };
 
-template <typename Row>
-auto Field(Row* pstRow, size_t uiOffset) {
-    using Byte = std::conditional_t<std::is_const_v<Row>, const char, char>;
-    return reinterpret_cast<Byte*>(pstRow) + uiOffset;
+// The five numbers: startup, then the four thresholds, all 32-bit.
+struct NumColumn {
+    uint32_t uiColumn;
+    size_t uiOffset;
+};
+constexpr NumColumn kNumColumns[] = {
+    {MTE_THRES_COL_STARTUP, offsetof(MTE_THRES_ENTRY_S, uiStartup)},
+    {MTE_THRES_COL_RISING, offsetof(MTE_THRES_ENTRY_S, iRising)},
+    {MTE_THRES_COL_FALLING, offsetof(MTE_THRES_ENTRY_S, iFalling)},
+    {MTE_THRES_COL_DELTA_RISING, offsetof(MTE_THRES_ENTRY_S, iDeltaRising)},
+    {MTE_THRES_COL_DELTA_FALLING, offsetof(MTE_THRES_ENTRY_S, iDeltaFalling)},
+};
+
+uint32_t* Number(MTE_THRES_ENTRY_S* pstRow, size_t uiOffset) {
+    return reinterpret_cast<uint32_t*>(reinterpret_cast<char*>(pstRow) + uiOffset);
+}
+const uint32_t* Number(const MTE_THRES_ENTRY_S* pstRow, size_t uiOffset) {
+    return reinterpret_cast<const uint32_t*>(reinterpret_cast<const char*>(pstRow) + uiOffset);
 }
 
-uint32_t Number(const MTE_THRES_ENTRY_S* pstRow, size_t uiOffset) {
-    uint32_t uiValue;
-    memcpy(&uiValue, Field(pstRow, uiOffset), sizeof(uiValue));
-    return uiValue;
+void Defaults(MTE_THRES_ENTRY_S* pstRow) {
+    pstRow->uiStartup = MTE_THRES_STARTUP_RISING_OR_FALLING;
 }
 
-void TerminateRow(MTE_THRES_ENTRY_S* pstRow) {
-    mte_trigger_Terminate(pstRow->szOwner);
-    mte_trigger_Terminate(pstRow->szName);
-    for (const StrColumn& stCol : kStrColumns) {
-        Field(pstRow, stCol.uiOffset)[MTE_NAME_SIZE - 1] = '\0';
-    }
-}
-
-bool RequestChanges(const MTE_THRES_ENTRY_S* pstReq, uint32_t uiMask,
-                    const MTE_THRES_ENTRY_S* pstRow) {
+bool Changes(const MTE_THRES_ENTRY_S* pstReq, uint32_t uiMask, const MTE_THRES_ENTRY_S* pstRow) {
     for (const NumColumn& stCol : kNumColumns) {
-        if (InMask(uiMask, stCol.uiColumn) &&
-            Number(pstReq, stCol.uiOffset) != Number(pstRow, stCol.uiOffset)) {
+        if (mte_test_InMask(uiMask, stCol.uiColumn) &&
+            *Number(pstReq, stCol.uiOffset) != *Number(pstRow, stCol.uiOffset)) {
             return true;
         }
     }
-    for (const StrColumn& stCol : kStrColumns) {
-        if (InMask(uiMask, stCol.uiColumn) &&
-            strcmp(Field(pstReq, stCol.uiOffset), Field(pstRow, stCol.uiOffset)) != 0) {
-            return true;
-        }
-    }
-    return false;
+    return mte_test_StrColumnsDiffer(kStrColumns, pstReq, uiMask, pstRow);
 }
 
 // Rising must not be below falling, delta rising not below delta falling;
 // a threshold not in the request is taken from the row. 0 or the column.
 uint32_t CheckOrdering(const MTE_THRES_ENTRY_S* pstReq, uint32_t uiMask,
                        const MTE_THRES_ENTRY_S* pstRow) {
-    int32_t iFalling = InMask(uiMask, MTE_THRES_COL_FALLING) ? pstReq->iFalling : pstRow->iFalling;
-    if (InMask(uiMask, MTE_THRES_COL_RISING)) {
-        if (pstReq->iRising < iFalling) {
+    bool bRising = mte_test_InMask(uiMask, MTE_THRES_COL_RISING);
+    bool bFalling = mte_test_InMask(uiMask, MTE_THRES_COL_FALLING);
+    if (bRising) {
+        if (pstReq->iRising < (bFalling ? pstReq->iFalling : pstRow->iFalling)) {
             return MTE_THRES_COL_RISING;
         }
-    } else if (InMask(uiMask, MTE_THRES_COL_FALLING) && pstReq->iFalling > pstRow->iRising) {
+    } else if (bFalling && pstReq->iFalling > pstRow->iRising) {
         return MTE_THRES_COL_FALLING;
     }
-    int32_t iDeltaFalling =
-        InMask(uiMask, MTE_THRES_COL_DELTA_FALLING) ? pstReq->iDeltaFalling : pstRow->iDeltaFalling;
-    if (InMask(uiMask, MTE_THRES_COL_DELTA_RISING)) {
-        if (pstReq->iDeltaRising < iDeltaFalling) {
+    bool bDeltaRising = mte_test_InMask(uiMask, MTE_THRES_COL_DELTA_RISING);
+    bool bDeltaFalling = mte_test_InMask(uiMask, MTE_THRES_COL_DELTA_FALLING);
+    if (bDeltaRising) {
+        if (pstReq->iDeltaRising <
+            (bDeltaFalling ? pstReq->iDeltaFalling : pstRow->iDeltaFalling)) {
             return MTE_THRES_COL_DELTA_RISING;
         }
-    } else if (InMask(uiMask, MTE_THRES_COL_DELTA_FALLING) &&
-               pstReq->iDeltaFalling > pstRow->iDeltaRising) {
+    } else if (bDeltaFalling && pstReq->iDeltaFalling > pstRow->iDeltaRising) {
         return MTE_THRES_COL_DELTA_FALLING;
     }
     return 0;
 }
 
-// 0 or the first owner column naming another owner.
-uint32_t CheckOwners(const MTE_THRES_ENTRY_S* pstReq, uint32_t uiMask,
-                     const MTE_THRES_ENTRY_S* pstRow) {
-    for (const StrColumn& stCol : kStrColumns) {
-        if (stCol.bOwner && InMask(uiMask, stCol.uiColumn) &&
-            !mte_checkOwner(Field(pstReq, stCol.uiOffset), pstRow->szOwner)) {
-            return stCol.uiColumn;
+// Bit 31 waives the ordering rules, never the owner rule.
+uint32_t Validate(const MTE_THRES_ENTRY_S* pstReq, uint32_t uiMask,
+                  const MTE_THRES_ENTRY_S* pstRow) {
+    if ((uiMask & MTE_MASK_FORCE) == 0) {
+        if (uint32_t uiColumn = CheckOrdering(pstReq, uiMask, pstRow); uiColumn != 0) {
+            return uiColumn;
         }
     }
-    return 0;
+    return mte_test_CheckOwnerColumns(kStrColumns, pstReq, uiMask);
 }
 
-void CopyValues(const MTE_THRES_ENTRY_S* pstFrom, uint32_t uiMask, MTE_THRES_ENTRY_S* pstRow) {
+// Startup is stored as given; values other than 1 to 3 raise no startup alarm.
+void Copy(const MTE_THRES_ENTRY_S* pstFrom, uint32_t uiMask, MTE_THRES_ENTRY_S* pstRow) {
     for (const NumColumn& stCol : kNumColumns) {
-        if (InMask(uiMask, stCol.uiColumn)) {
-            memcpy(Field(pstRow, stCol.uiOffset), Field(pstFrom, stCol.uiOffset), sizeof(uint32_t));
+        if (mte_test_InMask(uiMask, stCol.uiColumn)) {
+            *Number(pstRow, stCol.uiOffset) = *Number(pstFrom, stCol.uiOffset);
         }
     }
-    for (const StrColumn& stCol : kStrColumns) {
-        if (InMask(uiMask, stCol.uiColumn)) {
-            mte_StrCopy(Field(pstRow, stCol.uiOffset), Field(pstFrom, stCol.uiOffset),
-                        MTE_NAME_SIZE);
-        }
-    }
+    mte_test_CopyStrColumns(kStrColumns, pstFrom, uiMask, pstRow);
 }
+
+void Terminate(MTE_THRES_ENTRY_S* pstRow) {
+    mte_test_TerminateRow(kStrColumns, pstRow);
+}
+
+constexpr MTE_TEST_TABLE_S<MTE_THRES_ENTRY_S> kTable = {
+    &MTE_TRIGGER_ENTRY_S::pstThres,
+    "Threshold",
+    MTE_LIST_THRESHOLD,
+    MTE_LIST_THRESHOLD_NAME_SIZE,
+    sizeof(MTE_THRES_ENTRY_S),
+    MTE_TBL_THRESHOLD,
+    Defaults,
+    Changes,
+    Validate,
+    Copy,
+    Terminate,
+    false,
+};
 
 // One alarm pair's hysteresis on the current sample: raising one alarm
 // re-arms the other. Returns the result raised, or MTE_CHECK_NONE.
@@ -186,97 +165,29 @@ constexpr AlarmPair kDeltaPair = {MTE_TSTATE_DELTA_RISING, MTE_TSTATE_DELTA_FALL
 }  // namespace
 
 MTE_THRES_ENTRY_S* mte_THRES_Create(const char* pszOwner, const char* pszName) {
-    auto* pstRow = static_cast<MTE_THRES_ENTRY_S*>(calloc(1, sizeof(MTE_THRES_ENTRY_S)));
-    if (pstRow == nullptr) {
-        if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
-            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, "%s entry %s-%s: Insufficient memory.", "Threshold",
-                          pszOwner, pszName);
-        }
-        return nullptr;
-    }
-    mte_StrCopy(pstRow->szOwner, pszOwner, sizeof(pstRow->szOwner));
-    mte_StrCopy(pstRow->szName, pszName, sizeof(pstRow->szName));
-    pstRow->uiStartup = MTE_THRES_STARTUP_RISING_OR_FALLING;
-    if (mte_BIN_GetRecover() != 1) {
-        StoreRow(pstRow);
-    }
-    return pstRow;
+    return mte_test_Create(kTable, pszOwner, pszName);
 }
 
 void mte_THRES_Destroy(MTE_THRES_ENTRY_S* pstRow) {
-    if (pstRow == nullptr) {
-        return;
-    }
-    (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_THRESHOLD, MTE_LIST_THRESHOLD_NAME_SIZE,
-                                  pstRow, sizeof(*pstRow));
-    free(pstRow);
+    mte_test_Destroy(kTable, pstRow);
 }
 
 MTE_THRES_ENTRY_S* mte_THRES_Get(const char* pszOwner, const char* pszName) {
-    MTE_TRIGGER_ENTRY_S* pstTrigger = mte_TRIGGER_GetTriggerEntry(pszOwner, pszName);
-    return pstTrigger != nullptr ? pstTrigger->pstThres : nullptr;
+    return mte_test_Get(kTable, pszOwner, pszName);
 }
 
 MTE_THRES_ENTRY_S* mte_THRES_GetNext(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName,
                                      uint8_t* pucFlags) {
-    MTE_TRIGGER_ENTRY_S* pstTrigger =
-        mte_TRIGGER_GetNextTriggerEntry(uiOwnerLen, pszOwner, pszName, pucFlags);
-    while (pstTrigger != nullptr && pstTrigger->pstThres == nullptr) {
-        pstTrigger = pstTrigger->pstNext;
-    }
-    return pstTrigger != nullptr ? pstTrigger->pstThres : nullptr;
+    return mte_test_GetNext(kTable, uiOwnerLen, pszOwner, pszName, pucFlags);
 }
 
 uint32_t mte_THRES_Set(const MTE_THRES_ENTRY_S* pstRequest, uint32_t uiColumnMask,
                        uint32_t* puiFailedColumn) {
-    MTE_THRES_ENTRY_S stReq;
-    memcpy(&stReq, pstRequest, sizeof(stReq));
-    TerminateRow(&stReq);
-    MTE_TRIGGER_ENTRY_S* pstTrigger = mte_TRIGGER_GetTriggerEntry(stReq.szOwner, stReq.szName);
-    if (pstTrigger == nullptr || pstTrigger->pstThres == nullptr) {
-        return MTE_ERR_NO_SUCH_ROW;
-    }
-    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
-    MTE_THRES_ENTRY_S* pstRow = pstTrigger->pstThres;
-    uint32_t uiRet = MTE_OK;
-    uint32_t uiColumn = 0;
-    bool bChanges = RequestChanges(&stReq, uiColumnMask, pstRow);
-    if (pstTrigger->stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
-        uiRet = bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;
-    } else if (!bChanges) {
-        uiRet = MTE_OK;
-    } else if ((uiColumnMask & MTE_MASK_FORCE) == 0 &&
-               (uiColumn = CheckOrdering(&stReq, uiColumnMask, pstRow)) != 0) {
-        *puiFailedColumn = uiColumn;
-        uiRet = MTE_ERR_INCONSISTENT;
-    } else if ((uiColumn = CheckOwners(&stReq, uiColumnMask, pstRow)) != 0) {
-        *puiFailedColumn = uiColumn;
-        uiRet = MTE_ERR_INCONSISTENT;
-    } else {
-        CopyValues(&stReq, uiColumnMask, pstRow);
-        StoreRow(pstRow);
-    }
-    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
-    return uiRet;
+    return mte_test_Set(kTable, pstRequest, uiColumnMask, puiFailedColumn);
 }
 
 uint32_t mte_THRES_Recover(uint32_t uiLen, const void* pRecord) {
-    if (uiLen != sizeof(MTE_THRES_ENTRY_S) || pRecord == nullptr) {
-        return MTE_ERR_GENERAL;
-    }
-    MTE_THRES_ENTRY_S stRec;
-    memcpy(&stRec, pRecord, sizeof(stRec));
-    TerminateRow(&stRec);
-    MTE_TRIGGER_ENTRY_S* pstTrigger = mte_TRIGGER_GetTriggerEntry(stRec.szOwner, stRec.szName);
-    if (pstTrigger == nullptr) {
-        return MTE_ERR_GENERAL;
-    }
-    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
-    if (pstTrigger->pstThres != nullptr) {
-        CopyValues(&stRec, MTE_MASK_ALL_COLUMNS, pstTrigger->pstThres);
-    }
-    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
-    return MTE_OK;
+    return mte_test_Recover(kTable, uiLen, pRecord);
 }
 
 int32_t mte_THRES_CheckByAbsolute(const MTE_THRES_ENTRY_S* pstRow, const MTE_SAMPLE_S* pstPrev,

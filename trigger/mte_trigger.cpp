@@ -115,6 +115,9 @@ MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetNextTriggerEntry(uint32_t uiOwnerLen, const 
         }
         // Tells the test tables that a row of their kind exists before the
         // key, so that running out of rows means the end, not an empty table.
+        if (pucFlags == nullptr) {
+            continue;
+        }
         if (pstEntry->pstBool != nullptr) {
             *pucFlags |= MTE_PRESENT_BOOLEAN;
         }
@@ -130,9 +133,8 @@ MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetNextTriggerEntry(uint32_t uiOwnerLen, const 
 
 MTE_TRIGGER_ROW_S* mte_TRIGGER_GetNext(uint32_t uiOwnerLen, const char* pszOwner,
                                        const char* pszName) {
-    uint8_t ucFlags = 0;
     MTE_TRIGGER_ENTRY_S* pstEntry =
-        mte_TRIGGER_GetNextTriggerEntry(uiOwnerLen, pszOwner, pszName, &ucFlags);
+        mte_TRIGGER_GetNextTriggerEntry(uiOwnerLen, pszOwner, pszName, nullptr);
     return pstEntry != nullptr ? &pstEntry->stRow : nullptr;
 }
 

@@ -338,7 +338,9 @@ uint32_t ApplyStatus(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
                 // The worker still holds the cycle from before the stop; it
                 // resumes the timer and samples when it lets go.
                 pstCopy->uiRunState = MTE_RUN_RESTART;
-            } else if (uiOldStatus == MTE_ROW_NOT_IN_SERVICE) {
+            } else {
+                // Also from notReady or another odd status that a create
+                // stored as given: an active trigger must be sampled.
                 // On the entry itself: the timer module keeps its address.
                 if (mte_RUN_TriggerEnable(pstEntry) != MTE_OK) {
                     PrintErr("Failed to start a timer.");
@@ -370,8 +372,10 @@ uint32_t ApplyStatus(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
             *puiFailedColumn = MTE_TRIGGER_COL_ENTRY_STATUS;
             return MTE_ERR_ROW_EXISTS;
         default:
-            // notReady or a status above destroy: only the test bits may change.
-            return MTE_OK;
+            // notReady or a status above destroy: no status step and no
+            // column copy; only the test bits may change, and not those of
+            // an active trigger, whose tests the worker is evaluating.
+            return bWasActive && bChanges ? MTE_ERR_INCONSISTENT : MTE_OK;
     }
 }
 
@@ -403,8 +407,17 @@ uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_EN
     bool bChanges = RequestChanges(pstReq, uiMask, &stCopy.stRow);
     bool bDone = false;
     uiRet = ApplyStatus(pstReq, uiMask, pstEntry, &stCopy, bChanges, puiFailedColumn, &bDone);
-    if (uiRet != MTE_OK || bDone || !bChanges) {
+    if (uiRet != MTE_OK || bDone) {
         return uiRet;
+    }
+    if (!bChanges) {
+        // Only an activation whose status column is not in the mask gets
+        // here after starting the timer: the row stays as it was, so must
+        // the timer.
+        if (uiRequested == MTE_ROW_ACTIVE) {
+            UndoTimer(pstEntry, uiOldRunState, uiOldStatus, uiOldFrequency, uiRequested);
+        }
+        return MTE_OK;
     }
 
     uint8_t ucOldTest = stCopy.stRow.ucTest;
@@ -555,6 +568,12 @@ uint32_t mte_TRIGGER_Recover(uint32_t uiLen, const void* pRecord) {
         stRow.uiEntryStatus = MTE_ROW_CREATE_AND_GO;
     } else if (stRow.uiEntryStatus == MTE_ROW_NOT_IN_SERVICE) {
         stRow.uiEntryStatus = MTE_ROW_CREATE_AND_WAIT;
+    }
+    // Owner and name are the store's keys, so a second record of a trigger
+    // can only come from a replay run twice; it must not make a twin entry.
+    if (mte_TRIGGER_GetTriggerEntry(stRow.szOwner, stRow.szName) != nullptr) {
+        PrintErr("Failed to recover information about the %s module from DBM.", "Trigger");
+        return MTE_ERR_ROW_EXISTS;
     }
     uint32_t uiFailedColumn = 0;
     uint32_t uiRet = Create(&stRow, MTE_MASK_ALL_COLUMNS, &uiFailedColumn);

@@ -11,6 +11,23 @@ void Count(void* pContext) {
     ++*static_cast<int*>(*static_cast<void**>(pContext));
 }
 
+// Nothing due: a tick looks at the top of the heap only.
+void BM_TickOnlyIdleTimers(benchmark::State& state) {
+    uint64_t ulSet = Timer_Initialize(5120, 1000, 128, 16);
+    Timer_Config(ulSet, 1);
+    int iFired = 0;
+    void* apContext[4] = {&iFired, nullptr, nullptr, nullptr};
+    for (int64_t i = 0; i < state.range(0); i++) {
+        Timer_Create(ulSet, 1, 1000000000u, Count, apContext);
+    }
+    for (auto _ : state) {
+        Timer_Tick_Announce(ulSet);
+    }
+    benchmark::DoNotOptimize(iFired);
+    Timer_Finalize(ulSet);
+}
+BENCHMARK(BM_TickOnlyIdleTimers)->Arg(100)->Arg(1000)->Arg(10000)->Arg(100000);
+
 void BM_TickWithIdleTimers(benchmark::State& state) {
     uint64_t ulSet = Timer_Initialize(5120, 1000, 128, 16);
     Timer_Config(ulSet, 1);

@@ -647,6 +647,12 @@ SNMP_VALUE_S* ReadOne(int iCommand, const char* pszContext, MTE_OID_S* pstOid,
         uiSt = SNMP_ST_TOO_BIG;  // an instance OID longer than a record can hold
     } else {
         uiSt = VarException(pstVar);
+        // An agent that answers a get-next with an OID not after the one asked
+        // would keep a walk going forever: report it as the agent's error.
+        if (uiSt == SNMP_ST_OK && iCommand == SNMP_MSG_GETNEXT &&
+            snmp_oid_compare(pstVar->name, pstVar->name_length, aulOid, ulLen) <= 0) {
+            uiSt = SNMP_ST_GEN_ERR;
+        }
         if (uiSt == SNMP_ST_OK) {
             pstValue = ValueFromVar(pstVar, &uiSt);
         }

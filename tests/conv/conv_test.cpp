@@ -115,60 +115,26 @@ TEST(ConvReason, NamesAndOutOfRange) {
     EXPECT_STREQ(mte_Run_Reason2Str(INT32_MAX), "unknown");
 }
 
-MTE_OID_S MakeOid(uint32_t uiLen, uint32_t uiFirst) {
-    MTE_OID_S stOid{};
-    stOid.uiLen = uiLen;
-    for (uint32_t i = 0; i < uiLen; ++i) {
-        stOid.auiOid[i] = uiFirst + i;
-    }
-    return stOid;
-}
-
-TEST(OidAppend, LimitIsInclusive) {
-    MTE_OID_S stOid = MakeOid(125, 1);
-    MTE_OID_S stSuffix = MakeOid(3, 1000);
-    EXPECT_EQ(AppendSuffix2OID(&stSuffix, &stOid), 0u);
-    ASSERT_EQ(stOid.uiLen, 128u);
-    EXPECT_EQ(stOid.auiOid[124], 125u);
-    EXPECT_EQ(stOid.auiOid[125], 1000u);
-    EXPECT_EQ(stOid.auiOid[127], 1002u);
-
-    MTE_OID_S stTooLong = MakeOid(126, 1);
-    MTE_OID_S stBefore = stTooLong;
-    EXPECT_EQ(AppendSuffix2OID(&stSuffix, &stTooLong), MTE_ERR_GENERAL);
-    EXPECT_EQ(memcmp(&stTooLong, &stBefore, sizeof(stBefore)), 0);
-
-    MTE_OID_S stEmpty{};
-    MTE_OID_S stSame = MakeOid(4, 1);
-    EXPECT_EQ(AppendSuffix2OID(&stEmpty, &stSame), 0u);
-    EXPECT_EQ(stSame.uiLen, 4u);
-
-    // A damaged count must not wrap around the limit.
+// The basic append, owner and copy cases are covered with the message
+// library's tests; these are the damaged-input cases.
+TEST(OidAppend, DamagedCountDoesNotWrap) {
     MTE_OID_S stHuge{};
     stHuge.uiLen = 0xffffffffu;
-    MTE_OID_S stOne = MakeOid(1, 1);
+    MTE_OID_S stOne{};
+    stOne.uiLen = 1;
+    MTE_OID_S stBefore = stOne;
     EXPECT_EQ(AppendSuffix2OID(&stHuge, &stOne), MTE_ERR_GENERAL);
+    EXPECT_EQ(memcmp(&stOne, &stBefore, sizeof(stBefore)), 0);
 }
 
-TEST(OidOwner, EmptyOrExact) {
-    EXPECT_EQ(mte_checkOwner("", "anyone"), 1u);
-    EXPECT_EQ(mte_checkOwner("ops", "ops"), 1u);
-    EXPECT_EQ(mte_checkOwner("Ops", "ops"), 0u);
-    EXPECT_EQ(mte_checkOwner("ops", "opsx"), 0u);
-}
-
-TEST(OidStrCopy, BoundedAndTerminated) {
-    char szDst[8];
-    memset(szDst, 'z', sizeof(szDst));
-    mte_StrCopy(szDst, "abcdefghijkl", sizeof(szDst));
-    EXPECT_STREQ(szDst, "abcdefg");
-    // A source field without terminator is read only up to the bound.
+TEST(OidStrCopy, UnterminatedSourceIsReadUpToTheBound) {
     char acSrc[4] = {'w', 'x', 'y', 'z'};
     char szSmall[4];
     mte_StrCopy(szSmall, acSrc, sizeof(szSmall));
     EXPECT_STREQ(szSmall, "wxy");
-    mte_StrCopy(szDst, "", sizeof(szDst));
-    EXPECT_STREQ(szDst, "");
+    char szUntouched[2] = {'a', 'b'};
+    mte_StrCopy(szUntouched, "long", 0);  // no room at all: nothing written
+    EXPECT_EQ(szUntouched[0], 'a');
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // report to systemd, and the bounded formatter.
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -161,8 +162,15 @@ std::string StderrOfChildLogging(bool bPipeIsJournal) {
         strOut.append(szBuf, static_cast<size_t>(lGot));
     }
     (void)close(aiPipe[0]);
+    // The child exits right after its one line; never wait for it unbounded.
     int iStatus = 0;
-    (void)waitpid(iPid, &iStatus, 0);
+    for (int i = 0; i < 500 && waitpid(iPid, &iStatus, WNOHANG) == 0; ++i) {
+        usleep(10 * 1000);
+    }
+    if (waitpid(iPid, &iStatus, WNOHANG) == 0) {
+        (void)kill(iPid, SIGKILL);
+        (void)waitpid(iPid, &iStatus, 0);
+    }
     return strOut.empty() ? strOut : strOut + "@" + std::to_string(iPid);
 }
 

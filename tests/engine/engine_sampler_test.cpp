@@ -18,6 +18,7 @@
 #include "mte_trap.h"
 #include "plat_snmp.h"
 #include "mte_trigger.h"
+#include "../run/mte_run_int.h"
 
 namespace {
 
@@ -327,6 +328,23 @@ TEST_F(EngineSampler, ContextWalkMovesPastContextsWithoutTheInstance) {
     EXPECT_EQ(ENG_Instances(), 1u);
 }
 
+// A prefix that is no context of its own is passed over without a failure.
+TEST_F(EngineSampler, ContextWalksGoOnWhenThePrefixIsNoContext) {
+    FAKE_SNMP_SetInteger("vrf1", kScalar, 1);
+    FAKE_SNMP_SetInteger("vrf2", kScalar, 2);
+    MTE_TRIGGER_ENTRY_S* pstContexts = Make("ctx", kScalar, "vrf", false, true);
+    Cycle(pstContexts);
+    EXPECT_EQ(PrevContexts(pstContexts), (std::vector<std::string>{"vrf1", "vrf2"}));
+
+    FAKE_SNMP_SetInteger("vrf1", Sub(kIfIn, {1}), 1);
+    FAKE_SNMP_SetInteger("vrf2", Sub(kIfIn, {1}), 1);
+    MTE_TRIGGER_ENTRY_S* pstBoth = Make("both", kIfIn, "vrf", true, true);
+    Cycle(pstBoth);
+    EXPECT_EQ(PrevContexts(pstBoth), (std::vector<std::string>{"vrf1", "vrf2"}));
+    EXPECT_TRUE(ENG_Notifies().empty());
+    EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 0u);
+}
+
 TEST_F(EngineSampler, WalkOverInstancesAndContextsKeepsContextThenOidOrder) {
     FAKE_SNMP_SetInteger("v", Sub(kIfIn, {1}), 1);
     FAKE_SNMP_SetInteger("v", Sub(kIfIn, {2}), 2);
@@ -371,6 +389,35 @@ TEST_F(EngineSampler, FailedWalkStepReportsAndFlushesThePreviousCycle) {
     EXPECT_EQ(astNotifies[2].astOid, Sub(kIfIn, {4}));
     EXPECT_EQ(PrevOids(pstTrigger), (std::vector<FAKE_OID>{Sub(kIfIn, {1}), Sub(kIfIn, {2})}));
     EXPECT_EQ(ENG_Instances(), 2u);
+}
+
+TEST_F(EngineSampler, FullQueueEndsTheWalkAtTheEndOfTheBatch) {
+    for (uint32_t i = 1; i <= 12; ++i) {
+        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1);
+    }
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
+    ENG_AddExistence(pstTrigger, "", MTE_EXIST_ABSENT, 0);
+    Cycle(pstTrigger);
+    ASSERT_EQ(ENG_Instances(), 12u);
+
+    // An idle trigger's messages are stale and skipped by the worker.
+    MTE_TRIGGER_ENTRY_S* pstFiller = Make("filler", kScalar);
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    for (uint32_t i = 1; i < MTE_QUEUE_DEPTH; ++i) {
+        ASSERT_EQ(mte_run_WriteQueue(pstFiller), 0u);
+    }
+    FAKE_SNMP_SetStallMs(20);
+    std::thread stWorker([] { mte_run_PumpQueue(1); });
+    ASSERT_TRUE(FAKE_SNMP_WaitForStall(5000));
+    ASSERT_EQ(mte_run_WriteQueue(pstFiller), 0u);  // the queue is full again
+    stWorker.join();
+    FAKE_SNMP_SetStallMs(0);
+
+    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 5u);
+    EXPECT_EQ(ENG_Instances(), 5u);
+    EXPECT_EQ(ENG_Notifies().size(), 7u);  // the instances not reached, as absent
+    EXPECT_EQ(ENG_PumpAll(), MTE_QUEUE_DEPTH);
 }
 
 // --- run states ---------------------------------------------------------------
@@ -568,6 +615,42 @@ TEST_F(EngineSampler, UnsignedValuesAreSentWithHotValueZero) {
     EXPECT_EQ(astNotifies[0].strTag, "");
 }
 
+TEST_F(EngineSampler, DebugTextsListTheirPiecesInOrder) {
+    mte_DBG_EnableSwitch(MTE_DBG_INFO);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar, "ctxA");
+    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
+    mte_RUN_ProcTimer(pstTrigger);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                             "\r\n   Condition to generate the mteTriggerFailure notification "
+                             "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: t\r\n   "
+                             "TriggerTargetTag: N/A\r\n   ContextName: ctxA\r\n   ValueID: "
+                             "1.3.6.1.4.1.99.1.0\r\n   FailedReason: sampleOverrun"),
+              1u);
+    ENG_PumpAll();
+
+    FAKE_SNMP_SetInteger("", kScalar, 12);
+    MTE_TRIGGER_ENTRY_S* pstRising = Make("r", kScalar);
+    strcpy(pstRising->stRow.szTargetTag, "tag");
+    ENG_AddThreshold(pstRising, MTE_THRES_STARTUP_RISING, 10, 0, 100, -100);
+    Cycle(pstRising);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                             "\r\n   Condition to generate the mteTriggerRising notification "
+                             "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: r\r\n   "
+                             "TriggerTest: Threshold\r\n   Rising: 10\r\n   ValueID: "
+                             "1.3.6.1.4.1.99.1.0\r\n   Value of mteTriggerValueID: 12\r\n   "
+                             "ContextName: N/A"),
+              1u);
+    // The set action hands its texts by index or by identifier alike.
+    FAKE_LOG_Clear();
+    MTE_OID_S stOid = FAKE_SNMP_MakeOid({1, 3, 6});
+    mte_run_FailureDebug(11, "c", &pstRising->stRow, &stOid, MTE_TEXT(19), 48);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                             "mteEventSetFailure notification occurred.\r\n   TriggerOwner: "
+                             "own\r\n   TriggerName: r\r\n   SetTargetTag: tag\r\n   "
+                             "ContextName: c\r\n   ValueID: 1.3.6\r\n   FailedReason: noCreation"),
+              1u);
+}
+
 // --- drain and exit -------------------------------------------------------------
 
 TEST_F(EngineSampler, DrainReturnsQueuedTriggersToIdleAndFreesDestroyedOnes) {
@@ -585,6 +668,19 @@ TEST_F(EngineSampler, DrainReturnsQueuedTriggersToIdleAndFreesDestroyedOnes) {
     EXPECT_EQ(pstB->uiRunState, MTE_RUN_IDLE);
     EXPECT_EQ(mte_run_PumpQueue(10), 0u);
     EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
+}
+
+TEST_F(EngineSampler, FiniFreesDestroyedTriggersStillQueuedAndLeavesTheOthers) {
+    MTE_TRIGGER_ENTRY_S* pstGone = Make("gone", kScalar);
+    MTE_TRIGGER_ENTRY_S* pstKept = Make("kept", kScalar);
+    ASSERT_EQ(ENG_Queue(pstGone), 0u);
+    ASSERT_EQ(ENG_Queue(pstKept), 0u);
+    SetState(pstGone, MTE_RUN_DELETED, true);
+    Forget(pstGone);
+    mte_RUN_Fini();
+    EXPECT_EQ(mte_RUN_GetEventFd(), -1);
+    EXPECT_EQ(pstKept->uiRunState, MTE_RUN_BUSY);
+    mte_RUN_Fini();
 }
 
 TEST_F(EngineSampler, ExitAloneLeavesTheQueueAsItIs) {

@@ -1,17 +1,12 @@
-// The trap switch as the notification senders see it, settable by the tests.
-#include <atomic>
+// The trap switch as the notification senders see it, set by the tests
+// through the channel's own writer of the trap flag.
+#include <cstdint>
 
 #include "engine_helpers.h"
-#include "mte_tarn.h"
 
-namespace {
-std::atomic<uint16_t> g_usEngTrapSwitch{1};
-}
+// Channel-private writer (channel/mte_tarn_priv.h).
+void mte_tarn_SetTrapFlag(uint16_t usFlag);
 
 void ENG_SetTrapSwitch(uint16_t usOn) {
-    g_usEngTrapSwitch.store(usOn);
-}
-
-uint16_t mte_TARN_TrapSwt(void) {
-    return g_usEngTrapSwitch.load();
+    mte_tarn_SetTrapFlag(usOn);
 }

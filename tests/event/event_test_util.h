@@ -133,12 +133,12 @@ class EventFixture : public ::testing::Test {
         FAKE_LOG_Clear();
         FAKE_SNMP_Reset();
         FAKE_MEMALERT_Reset();
-        mte_EPOLL_Init();
+        ASSERT_EQ(mte_DBG_Init(), 0u);
+        ASSERT_EQ(mte_EPOLL_Init(), 0u);
         ASSERT_EQ(mte_MEMALERT_Init(), 0u);
         ASSERT_EQ(mte_DBM_Init(), 0u);
         ASSERT_EQ(mte_OBJ_Init(), 0u);
         ASSERT_EQ(mte_EVENT_Init(), 0u);
-        mte_DBG_DisableSwitch(0xffffffffu);
     }
     void TearDown() override {
         mte_DBG_DisableSwitch(0xffffffffu);
@@ -147,6 +147,7 @@ class EventFixture : public ::testing::Test {
         mte_DBM_Fini();
         mte_MEMALERT_Fini();
         mte_EPOLL_Fini();
+        mte_DBG_Fini();
     }
     // Finalises the tables and replays the store into fresh ones, as a restart does.
     void Restart() {

@@ -32,6 +32,7 @@ std::vector<FAKE_SNMP_REQ_S> g_astGets, g_astGetNexts;
 std::vector<FAKE_SNMP_TRAP_S> g_astTraps;
 std::vector<FAKE_SNMP_NOTIFY_S> g_astNotifies;
 std::vector<FAKE_SNMP_SET_S> g_astSets;
+std::vector<std::string> g_astJournal;
 uint64_t g_ulCalls = 0;
 int64_t g_llLiveValues = 0, g_llLiveHandles = 0;
 
@@ -128,6 +129,7 @@ void FAKE_SNMP_Reset(void) {
     g_astTraps.clear();
     g_astNotifies.clear();
     g_astSets.clear();
+    g_astJournal.clear();
     g_ulCalls = 0;
     g_llLiveValues = 0;
     g_llLiveHandles = 0;
@@ -247,6 +249,11 @@ std::vector<FAKE_SNMP_SET_S> FAKE_SNMP_Sets(void) {
     return g_astSets;
 }
 
+std::vector<std::string> FAKE_SNMP_Journal(void) {
+    std::lock_guard guard(g_stLock);
+    return g_astJournal;
+}
+
 uint64_t FAKE_SNMP_CallCount(void) {
     std::lock_guard guard(g_stLock);
     return g_ulCalls;
@@ -271,6 +278,7 @@ SNMP_VALUE_S* SNMP_GetInstanceValue(const char* pszOwner, const char* pszContext
     FAKE_OID astOid = FAKE_SNMP_ToVector(*pstOid);
     std::lock_guard guard(g_stLock);
     g_astGets.push_back({Str(pszOwner), Str(pszContext), astOid});
+    g_astJournal.push_back("get " + FAKE_SNMP_OidStr(astOid));
     uint32_t uiStatus = FailureOf(astOid);
     SNMP_VALUE_S* pstValue = nullptr;
     if (uiStatus == 0) {
@@ -299,6 +307,7 @@ SNMP_VALUE_S* SNMP_GetNextInstanceValue(const char* pszOwner, const char* pszCon
     FAKE_OID astOid = FAKE_SNMP_ToVector(*pstOid);
     std::lock_guard guard(g_stLock);
     g_astGetNexts.push_back({Str(pszOwner), Str(pszContext), astOid});
+    g_astJournal.push_back("getnext " + FAKE_SNMP_OidStr(astOid));
     uint32_t uiStatus = FailureOf(astOid);
     SNMP_VALUE_S* pstValue = nullptr;
     if (uiStatus == 0) {
@@ -325,6 +334,7 @@ SNMP_VALUE_S* SNMP_GetNextInstanceValue(const char* pszOwner, const char* pszCon
 uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext) {
     EnterRequest();
     std::lock_guard guard(g_stLock);
+    g_astJournal.push_back("context");
     std::string strCur(pszContext, strnlen(pszContext, uiSize));
     auto it = g_mapMib.upper_bound(strCur);
     if (it == g_mapMib.end()) {
@@ -378,6 +388,7 @@ uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
         return SNMP_ST_CLIENT_ERROR;
     }
     g_astNotifies.push_back({Str(pszName), static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars});
+    g_astJournal.push_back("notify " + Str(pszName));
     return g_uiNotifyResult;
 }
 
@@ -410,6 +421,7 @@ uint32_t SNMP_SendTrapByVBList(const MTE_OID_S* pstNotification, const char* psz
     }
     std::lock_guard guard(g_stLock);
     g_astTraps.push_back(stTrap);
+    g_astJournal.push_back("trap " + FAKE_SNMP_OidStr(stTrap.astNotification));
     return g_uiTrapResult;
 }
 
@@ -435,5 +447,6 @@ uint32_t SNMP_SetIntegerValueByOID(const char* pszOwner, const char* pszContext,
         }
     }
     g_astSets.push_back({Str(pszOwner), Str(pszContext), astOid, iValue, uiStatus});
+    g_astJournal.push_back("set " + Str(pszContext) + " " + FAKE_SNMP_OidStr(astOid));
     return uiStatus;
 }

@@ -110,6 +110,10 @@ std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_GetNexts(void);  // SNMP_GetNextInstanceV
 std::vector<FAKE_SNMP_TRAP_S> FAKE_SNMP_Traps(void);
 std::vector<FAKE_SNMP_NOTIFY_S> FAKE_SNMP_Notifies(void);
 std::vector<FAKE_SNMP_SET_S> FAKE_SNMP_Sets(void);
+// The requests and sends in the order they were made, one line each:
+// "get <oid>", "getnext <oid>", "context", "set <context> <oid>",
+// "trap <oid>", "notify <name>" (OIDs dotted).
+std::vector<std::string> FAKE_SNMP_Journal(void);
 // Number of SNMP_* calls of any kind since the last reset.
 uint64_t FAKE_SNMP_CallCount(void);
 // Value records handed out and not yet freed; notify handles not destroyed.

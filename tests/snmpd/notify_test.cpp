@@ -17,17 +17,6 @@
 
 namespace {
 
-std::string g_strRelayPath;
-
-}  // namespace
-
-// The relay's socket, as the platform would name it.
-std::string PLAT_AgentxSocketPath(void) {
-    return g_strRelayPath;
-}
-
-namespace {
-
 struct Var {
     std::string strOid;
     uint32_t uiType;
@@ -105,17 +94,19 @@ bool Parse(const unsigned char* puc, size_t ulLen, Parsed* pstOut) {
     return stIn.AtEnd();
 }
 
+// Plays the AgentX relay on its socket in a private runtime directory.
 class NotifyTest : public ::testing::Test {
   protected:
     void SetUp() override {
         char szDir[] = "/tmp/mte-notify.XXXXXX";
         ASSERT_NE(nullptr, mkdtemp(szDir));
         m_strDir = szDir;
-        g_strRelayPath = m_strDir + "/relay.sock";
+        setenv("RUNTIME_DIRECTORY", m_strDir.c_str(), 1);
+        m_strRelayPath = PLAT_AgentxSocketPath();
         m_iRelay = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         sockaddr_un stAddr{};
         stAddr.sun_family = AF_UNIX;
-        strcpy(stAddr.sun_path, g_strRelayPath.c_str());
+        strcpy(stAddr.sun_path, m_strRelayPath.c_str());
         ASSERT_EQ(0, bind(m_iRelay, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)));
         timeval stTimeout{2, 0};
         setsockopt(m_iRelay, SOL_SOCKET, SO_RCVTIMEO, &stTimeout, sizeof(stTimeout));
@@ -124,7 +115,7 @@ class NotifyTest : public ::testing::Test {
         if (m_iRelay >= 0) {
             close(m_iRelay);
         }
-        unlink(g_strRelayPath.c_str());
+        unlink(m_strRelayPath.c_str());
         rmdir(m_strDir.c_str());
     }
     bool Receive(Parsed* pstOut) {
@@ -133,6 +124,7 @@ class NotifyTest : public ::testing::Test {
         return lLen > 0 && Parse(aucBuf, static_cast<size_t>(lLen), pstOut);
     }
     std::string m_strDir;
+    std::string m_strRelayPath;
     int m_iRelay = -1;
 };
 
@@ -249,12 +241,12 @@ TEST_F(NotifyTest, VbListKeepsOrderContextAndTypes) {
 TEST_F(NotifyTest, NoRelayListeningFailsAtOnce) {
     close(m_iRelay);
     m_iRelay = -1;
-    unlink(g_strRelayPath.c_str());
+    unlink(m_strRelayPath.c_str());
     SNMP_NOTIFY_HANDLE hNotify = SNMP_CreateNotifyHandle();
     ASSERT_EQ(0u, AddFive(hNotify, SNMP_VTYPE_ENUM, -4));
     EXPECT_NE(0u, SNMP_SendNotify("mteTriggerFailure", hNotify));
     EXPECT_NE(0u, SNMP_DestroyNotifyHandle(hNotify));
-    g_strRelayPath.clear();
+    setenv("RUNTIME_DIRECTORY", (m_strDir + "/missing").c_str(), 1);
     MTE_OID_S stTrap = mte_test::Oid("1.3.6.1.4.1.99999.0.1");
     EXPECT_NE(0u, SNMP_SendTrapByVBList(&stTrap, "", nullptr));
 }

@@ -1,5 +1,5 @@
-// Helpers shared by the store tests: synthetic row records and a check for
-// whether the diagnostics module is linked in its real form.
+// Helpers shared by the store tests: synthetic row records, and the message
+// texts registered once so that trace lines can be compared.
 #ifndef STORE_TEST_UTIL_H
 #define STORE_TEST_UTIL_H
 
@@ -9,9 +9,9 @@
 #include "mte_dbg.h"
 #include "mte_types.h"
 
-// Trace lines can only be looked at once the diagnostics module formats them.
-inline bool StoreDiagnosticsReady() {
-    return mte_DBG_Text(0) != nullptr;
+inline void StoreDiagnosticsUp() {
+    static const uint32_t s_uiInit = mte_DBG_Init();
+    (void)s_uiInit;
 }
 
 inline MTE_EVENT_ROW_S StoreEventRow(const std::string& strOwner, const std::string& strName,

@@ -14,6 +14,7 @@ namespace {
 class StoreMemAlertTest : public ::testing::Test {
   protected:
     void SetUp() override {
+        StoreDiagnosticsUp();
         FAKE_MEMALERT_Reset();
         FAKE_LOG_Clear();
         mte_EPOLL_Init();
@@ -59,11 +60,9 @@ TEST_F(StoreMemAlertTest, AnnouncementsMoveTheFlagAndAreTracedEachTime) {
         Announce(uiState);
         EXPECT_EQ(mte_MEMALERT_GetFlag(), 1u);
     }
-    if (StoreDiagnosticsReady()) {
-        EXPECT_EQ(Traces("Ln: 206 Memory threshold was exceeded."), 2u);
-        EXPECT_EQ(Traces("Ln: 213 Memory usage dropped below the memory threshold."), 1u);
-        EXPECT_EQ(FAKE_LOG_Lines().size(), 3u);
-    }
+    EXPECT_EQ(Traces("Ln: 206 Memory threshold was exceeded."), 2u);
+    EXPECT_EQ(Traces("Ln: 213 Memory usage dropped below the memory threshold."), 1u);
+    EXPECT_EQ(FAKE_LOG_Lines().size(), 3u);
 }
 
 TEST_F(StoreMemAlertTest, FailedReadIsIgnored) {

@@ -18,6 +18,7 @@ namespace {
 class StoreRecoverTest : public ::testing::Test {
   protected:
     void SetUp() override {
+        StoreDiagnosticsUp();
         FAKE_DBM_Reset();
         FAKE_LOG_Clear();
         mte_SCALAR_Init();
@@ -93,12 +94,10 @@ TEST_F(StoreRecoverTest, WritesToAnUnknownOrClosedDatabaseFail) {
     EXPECT_EQ(mte_DBM_DelFromSortList(MTE_DBM_RUN, "mteEvent", 9, &stRow, sizeof(stRow)),
               0xffffffffu);
     EXPECT_EQ(mte_DBM_Recover(), MTE_ERR_GENERAL);
-    if (StoreDiagnosticsReady()) {
-        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE",
-                                 "Ln:1217 Event-MIB module binary recovery: "
-                                 "Failed to get DBM handler."),
-                  1u);
-    }
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE",
+                             "Ln:1217 Event-MIB module binary recovery: "
+                             "Failed to get DBM handler."),
+              1u);
 }
 
 TEST_F(StoreRecoverTest, InitFailsWhenEitherDatabaseCannotBeOpened) {
@@ -124,12 +123,10 @@ TEST_F(StoreRecoverTest, EmptyStoreKeepsTheDefaults) {
     EXPECT_EQ(stScalars.uiSampleInstanceMaximum, 0u);
     EXPECT_EQ(stScalars.uiEventFailures, 0u);
     EXPECT_EQ(mte_BIN_GetRecover(), 0u);
-    if (StoreDiagnosticsReady()) {
-        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE",
-                                 "Ln:1224 Event-MIB module binary recovery: "
-                                 "Obtained sortlist num = 10."),
-                  1u);
-    }
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE",
+                             "Ln:1224 Event-MIB module binary recovery: "
+                             "Obtained sortlist num = 10."),
+              1u);
 }
 
 TEST_F(StoreRecoverTest, ListsAreReadInBatchesOfFive) {

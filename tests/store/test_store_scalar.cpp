@@ -26,6 +26,7 @@ constexpr const char* BUCKET_FULL = "Failed to add sample records. Bucket is alr
 class StoreScalarTest : public ::testing::Test {
   protected:
     void SetUp() override {
+        StoreDiagnosticsUp();
         FAKE_DBM_Reset();
         FAKE_LOG_Clear();
         FAKE_MEMALERT_Reset();
@@ -54,9 +55,7 @@ TEST_F(StoreScalarTest, MaximumOfThreeRefusesTheFourth) {
         EXPECT_EQ(mte_SCALAR_CurInstanceInc(), 0u);
     }
     EXPECT_EQ(mte_SCALAR_CurInstanceInc(), MTE_ERR_GENERAL);
-    if (StoreDiagnosticsReady()) {
-        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", BUCKET_FULL), 1u);
-    }
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", BUCKET_FULL), 1u);
     EXPECT_EQ(Scalars().uiSampleInstances, 3u);
     EXPECT_EQ(Scalars().uiSampleInstancesHigh, 3u);
 
@@ -94,9 +93,7 @@ TEST_F(StoreScalarTest, NoMaximumNeverRefusesExceptUnderMemoryAlert) {
                       (FAKE_MEMALERT_Announce(MTE_MEM_STATE_EXCEEDED), FAKE_MEMALERT_Fd()));
     ASSERT_EQ(mte_MEMALERT_GetFlag(), 1u);
     EXPECT_EQ(mte_SCALAR_CurInstanceInc(), MTE_ERR_GENERAL);
-    if (StoreDiagnosticsReady()) {
-        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", BUCKET_FULL), 1u);
-    }
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", BUCKET_FULL), 1u);
     mte_MEMALERT_Proc(EPOLLIN, (FAKE_MEMALERT_Announce(MTE_MEM_STATE_NORMAL), FAKE_MEMALERT_Fd()));
     EXPECT_EQ(mte_SCALAR_CurInstanceInc(), 0u);
     EXPECT_EQ(Scalars().uiSampleInstances, 1001u);

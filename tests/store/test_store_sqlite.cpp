@@ -20,7 +20,11 @@
 #include <thread>
 #include <vector>
 
+#include "core/daemon_process.h"
 #include "fake_log.h"
+#include "mte_core.h"
+#include "mte_memalert.h"
+#include "mte_trigger.h"
 #include "mte_dbm.h"
 #include "mte_scalar.h"
 #include "plat_dbm.h"
@@ -243,6 +247,38 @@ TEST_F(StoreSqliteTest, BatchesOfFiveSkipRecordsOfTheWrongLength) {
     }
 }
 
+TEST_F(StoreSqliteTest, WritesBetweenBatchesAreSeenWithoutRepeatsOrGaps) {
+    EXPECT_EQ(RunChild([] {
+                  if (mte_DBM_Init() != 0) {
+                      return std::string("init failed");
+                  }
+                  for (int i = 0; i < 7; ++i) {
+                      InsertEvent(StoreEventRow("w", "r" + std::to_string(i)));
+                  }
+                  int64_t llHandle = MTE_DBM_OpenCfg(7);
+                  DBM_ITERATOR pIter = nullptr;
+                  MTE_EVENT_ROW_S astBuf[5];
+                  std::string strOut;
+                  int32_t iRead = DBM_BatchGetNextSortList(llHandle, "mteEvent", 9, &pIter, 0, 0,
+                                                           sizeof(MTE_EVENT_ROW_S), 5, astBuf);
+                  strOut += std::to_string(iRead) + ":";
+                  // Changes through the same handle while the iterator is half-way.
+                  MTE_EVENT_ROW_S stGone = StoreEventRow("w", "r5");
+                  DBM_RemoveSortList(llHandle, "mteEvent", 9, sizeof(stGone), &stGone);
+                  MTE_EVENT_ROW_S stNew = StoreEventRow("w", "r99");
+                  DBM_InsertSortList(llHandle, "mteEvent", 9, sizeof(stNew), &stNew, MTE_TBL_EVENT);
+                  iRead = DBM_BatchGetNextSortList(llHandle, "mteEvent", 9, &pIter, 0, 0,
+                                                   sizeof(MTE_EVENT_ROW_S), 5, astBuf);
+                  for (int32_t i = 0; i < iRead; ++i) {
+                      strOut += std::string(astBuf[i].szName) + ",";
+                  }
+                  DBM_FreeIterator(&pIter);
+                  MTE_DBM_Close(llHandle);
+                  return strOut;
+              }),
+              "5:r6,r99,");
+}
+
 TEST_F(StoreSqliteTest, DamagedOrForeignFilesAreLeftAlone) {
     // A good store to damage.
     ASSERT_EQ(RunChild([] {
@@ -332,6 +368,83 @@ TEST_F(StoreSqliteTest, BadArgumentsAreRefused) {
                   return strOut;
               }),
               "1,1,1,1,-1,1");
+}
+
+void StartTriggerModules() {
+    mte_EPOLL_Init();
+    mte_MEMALERT_Init();
+    if (mte_DBM_Init() != 0) {
+        _exit(3);
+    }
+    mte_TRIGGER_Init();
+    mte_SCALAR_Init();
+}
+
+MTE_TRIGGER_ROW_S TriggerRequest(const char* pszName, uint32_t uiStatus) {
+    MTE_TRIGGER_ROW_S stRow = StoreTriggerRow("ops", pszName);
+    const uint32_t auiOid[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
+    stRow.stValueID.uiLen = 9;
+    memcpy(stRow.stValueID.auiOid, auiOid, sizeof(auiOid));
+    stRow.uiFrequency = 30;
+    stRow.uiEntryStatus = uiStatus;
+    return stRow;
+}
+
+TEST_F(StoreSqliteTest, TriggerRowsComeBackInANewProcess) {
+    constexpr uint32_t uiCreate =
+        MTE_COLUMN_BIT(MTE_TRIGGER_COL_VALUE_ID) | MTE_COLUMN_BIT(MTE_TRIGGER_COL_FREQUENCY) |
+        MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_BOOLEAN) | MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS);
+    EXPECT_EQ(RunChild([&] {
+                  StartTriggerModules();
+                  uint32_t uiFailed = 0;
+                  std::string strOut;
+                  for (const char* pszName : {"cpu", "disk", "temp"}) {
+                      MTE_TRIGGER_ROW_S stRow = TriggerRequest(pszName, MTE_ROW_CREATE_AND_WAIT);
+                      stRow.ucTest = MTE_TEST_BOOLEAN;
+                      strOut += std::to_string(mte_TRIGGER_Set(&stRow, uiCreate, &uiFailed));
+                  }
+                  MTE_TRIGGER_ROW_S stChange = TriggerRequest("disk", MTE_ROW_NONE);
+                  strcpy(stChange.szComment, "watch the disks");
+                  strOut += std::to_string(mte_TRIGGER_Set(
+                      &stChange, MTE_COLUMN_BIT(MTE_TRIGGER_COL_COMMENT), &uiFailed));
+                  MTE_TRIGGER_ROW_S stDestroy = TriggerRequest("temp", MTE_ROW_DESTROY);
+                  strOut += std::to_string(mte_TRIGGER_Set(
+                      &stDestroy, MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS), &uiFailed));
+                  return strOut;
+              }),
+              "00000");
+    EXPECT_EQ(
+        RunChild([] {
+            StartTriggerModules();
+            if (mte_DBM_Recover() != 0) {
+                return std::string("recover failed");
+            }
+            std::string strOut;
+            uint8_t ucFlags = 0;
+            for (MTE_TRIGGER_ENTRY_S* pst = mte_TRIGGER_GetNextTriggerEntry(0, "", "", &ucFlags);
+                 pst != nullptr; pst = pst->pstNext) {
+                strOut += std::string(pst->stRow.szName) + ":" + pst->stRow.szComment + ":" +
+                          std::to_string(pst->stRow.uiEntryStatus) + ":" +
+                          (pst->pstBool != nullptr ? "bool" : "-") + ";";
+            }
+            return strOut;
+        }),
+        "cpu::2:bool;disk:watch the disks:2:bool;");
+}
+
+// The daemon itself stops with 255 on a damaged store and leaves it alone.
+TEST(StoreDaemonTest, DamagedStoreStopsTheDaemonUntouched) {
+    MteDaemonProcess stDaemon;
+    std::string strCfg = stDaemon.StateDir() + "/eventmib-config.db";
+    const std::string strGarbage(3000, '\x17');
+    WriteFile(strCfg, strGarbage);
+    ASSERT_TRUE(stDaemon.Start());
+    int iStatus = 0;
+    ASSERT_TRUE(stDaemon.WaitExit(10000, &iStatus)) << "still running with a damaged store";
+    ASSERT_TRUE(WIFEXITED(iStatus));
+    EXPECT_EQ(WEXITSTATUS(iStatus), 255);
+    EXPECT_TRUE(ReadFile(strCfg) == strGarbage);
+    EXPECT_EQ(stDaemon.CountStderr(strCfg), 1u) << stDaemon.Stderr();
 }
 
 }  // namespace

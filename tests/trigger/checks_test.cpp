@@ -5,7 +5,9 @@
 
 #include <cstring>
 
+#include "fake_log.h"
 #include "mte_bool.h"
+#include "mte_dbg.h"
 #include "mte_exist.h"
 #include "mte_thres.h"
 #include "sample_helpers.h"
@@ -354,6 +356,18 @@ TEST(ThresCheck, BothPairsShareOneStateWord) {
     EXPECT_EQ(mte_THRES_CheckByDelta(&stRow, &p1->st, &p2->st), MTE_CHECK_DELTA_RISING);
     EXPECT_EQ(p2->st.uiTestState & 0x0f, MTE_TSTATE_FALLING | MTE_TSTATE_DELTA_FALLING);
     EXPECT_EQ(p2->st.uiTestState & MTE_TSTATE_BOOLEAN, MTE_TSTATE_BOOLEAN);
+}
+
+TEST(ThresCheck, NonNumericWarnsOnlyWhileItsBitIsOn) {
+    MTE_THRES_ENTRY_S stRow = ThresRow(3, 80, 20);
+    auto pText = TestSample::Text("85");
+    FAKE_LOG_Clear();
+    EXPECT_EQ(mte_THRES_CheckByAbsolute(&stRow, nullptr, &pText->st), MTE_CHECK_BADTYPE);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING"), 0u);
+    mte_DBG_EnableSwitch(MTE_DBG_WARNING);
+    EXPECT_EQ(mte_THRES_CheckByAbsolute(&stRow, nullptr, &pText->st), MTE_CHECK_BADTYPE);
+    mte_DBG_DisableSwitch(MTE_DBG_WARNING);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Sample value is not numeric."), 1u);
 }
 
 TEST(ThresCheck, NonNumericIsBadType) {

@@ -1,0 +1,212 @@
+// The trap-switch and port-service links in process, on the real Linux
+// pieces: the switch file watched through the main epoll set, port events as
+// datagrams with sender credentials, and the platform functions' refusals.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+
+#include "mte_core.h"
+#include "mte_tarn.h"
+#include "mte_timer.h"
+#include "plat_paths.h"
+#include "plat_port.h"
+#include "plat_trapswitch.h"
+
+namespace {
+
+class ChannelLinksTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        char szRoot[] = "/tmp/mte-links-XXXXXX";
+        ASSERT_NE(mkdtemp(szRoot), nullptr);
+        strRoot = szRoot;
+        std::filesystem::create_directory(strRoot + "/run");
+        std::filesystem::create_directory(strRoot + "/state");
+        setenv("RUNTIME_DIRECTORY", (strRoot + "/run").c_str(), 1);
+        setenv("STATE_DIRECTORY", (strRoot + "/state").c_str(), 1);
+        ASSERT_EQ(mte_EPOLL_Init(), 0u);
+    }
+
+    void TearDown() override {
+        mte_TARN_Fini();
+        mte_TARN_Fini();  // the second call finds nothing to close
+        mte_TIMER_SetPortFlag(0);
+        mte_EPOLL_Fini();
+        std::error_code stErr;
+        std::filesystem::remove_all(strRoot, stErr);
+    }
+
+    // Serves the main epoll set until the condition holds (at most 3 s).
+    bool PumpUntil(const std::function<bool()>& pfDone) {
+        for (int i = 0; i < 300 && !pfDone(); i++) {
+            pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
+            if (poll(&stPoll, 1, 10) == 1) {
+                (void)mte_EPOLL_WaitAndDispatch(4);
+            }
+        }
+        return pfDone();
+    }
+
+    // Serves whatever is pending for a short while.
+    void Pump(int iMs) {
+        for (int i = 0; i < iMs / 10; i++) {
+            pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
+            if (poll(&stPoll, 1, 10) == 1) {
+                (void)mte_EPOLL_WaitAndDispatch(4);
+            }
+        }
+    }
+
+    static bool SendDatagram(const std::string& strPath, const void* pData, size_t uiLen) {
+        int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_un stAddr{};
+        stAddr.sun_family = AF_UNIX;
+        strcpy(stAddr.sun_path, strPath.c_str());
+        bool bOk = sendto(iFd, pData, uiLen, 0, reinterpret_cast<sockaddr*>(&stAddr),
+                          sizeof(stAddr)) == static_cast<ssize_t>(uiLen);
+        close(iFd);
+        return bOk;
+    }
+
+    std::string strRoot;
+};
+
+TEST_F(ChannelLinksTest, TrapFlagFollowsTheSwitchFile) {
+    ASSERT_EQ(mte_TARN_Init(), 0u);
+    EXPECT_EQ(mte_TARN_TrapSwt(), 1u) << "no file: notifications on";
+
+    ASSERT_EQ(SNMP_TrapSwitch_Write("event-mib", SNMP_TRAPSWITCH_OFF), 0u);
+    EXPECT_TRUE(PumpUntil([] { return mte_TARN_TrapSwt() == 0; }));
+    ASSERT_EQ(SNMP_TrapSwitch_Write("event-mib", SNMP_TRAPSWITCH_ON), 0u);
+    EXPECT_TRUE(PumpUntil([] { return mte_TARN_TrapSwt() == 1; }));
+
+    // Written in place by hand, then removed (absent = on).
+    ASSERT_EQ(SNMP_TrapSwitch_Write("event-mib", SNMP_TRAPSWITCH_OFF), 0u);
+    ASSERT_TRUE(PumpUntil([] { return mte_TARN_TrapSwt() == 0; }));
+    std::ofstream(PLAT_TrapSwitchPath()) << "garbage\n";
+    Pump(200);
+    EXPECT_EQ(mte_TARN_TrapSwt(), 0u) << "unreadable text keeps the switch";
+    std::filesystem::remove(PLAT_TrapSwitchPath());
+    EXPECT_TRUE(PumpUntil([] { return mte_TARN_TrapSwt() == 1; }));
+
+    // Other files of the state directory do not count.
+    std::ofstream(strRoot + "/state/other") << "off\n";
+    Pump(100);
+    EXPECT_EQ(mte_TARN_TrapSwt(), 1u);
+}
+
+TEST_F(ChannelLinksTest, StoredSwitchAppliesAtStart) {
+    ASSERT_EQ(SNMP_TrapSwitch_Write("event-mib", SNMP_TRAPSWITCH_OFF), 0u);
+    ASSERT_EQ(mte_TARN_Init(), 0u);
+    EXPECT_EQ(mte_TARN_TrapSwt(), 0u);
+    mte_TARN_Fini();
+    ASSERT_EQ(SNMP_TrapSwitch_Write("event-mib", SNMP_TRAPSWITCH_ON), 0u);
+    ASSERT_EQ(mte_TARN_Init(), 0u);
+    EXPECT_EQ(mte_TARN_TrapSwt(), 1u);
+}
+
+TEST_F(ChannelLinksTest, TrapSwitchPlatformRefusals) {
+    SNMP_TRAPSWITCH_S stRecord{};
+    stRecord.ulState = 77;
+    EXPECT_NE(SNMP_TrapSwitch_Get("other-mib", &stRecord), 0u);
+    EXPECT_NE(SNMP_TrapSwitch_Write("other-mib", SNMP_TRAPSWITCH_OFF), 0u);
+    std::ofstream(PLAT_TrapSwitchPath()) << "maybe\n";
+    EXPECT_NE(SNMP_TrapSwitch_Get("event-mib", &stRecord), 0u);
+    EXPECT_EQ(stRecord.ulState, 77u) << "a failed read leaves the record alone";
+    std::ofstream(PLAT_TrapSwitchPath()) << "off";
+    ASSERT_EQ(SNMP_TrapSwitch_Get("event-mib", &stRecord), 0u);
+    EXPECT_EQ(stRecord.ulState, SNMP_TRAPSWITCH_OFF);
+    EXPECT_EQ(stRecord.szText[0], '\0');
+    // No temporary file is left behind by a write.
+    ASSERT_EQ(SNMP_TrapSwitch_Write("event-mib", SNMP_TRAPSWITCH_ON), 0u);
+    size_t uiFiles = 0;
+    for (const auto& stEntry : std::filesystem::directory_iterator(strRoot + "/state")) {
+        (void)stEntry;
+        uiFiles++;
+    }
+    EXPECT_EQ(uiFiles, 1u);
+}
+
+TEST_F(ChannelLinksTest, ManagementSocketFailureStillRegistersTheTrapSwitch) {
+    setenv("RUNTIME_DIRECTORY", (strRoot + "/" + std::string(120, 'x')).c_str(), 1);
+    EXPECT_EQ(mte_TARN_Init(), MTE_ERR_GENERAL);
+    ASSERT_EQ(SNMP_TrapSwitch_Write("event-mib", SNMP_TRAPSWITCH_OFF), 0u);
+    EXPECT_TRUE(PumpUntil([] { return mte_TARN_TrapSwt() == 0; }));
+    EXPECT_EQ(mte_GetTarnSocketNum(), 0u);
+}
+
+TEST_F(ChannelLinksTest, PortEventsStartAndSuspendSampling) {
+    // A bridge already running is asked for the status on subscription.
+    int iAgentx = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un stAddr{};
+    stAddr.sun_family = AF_UNIX;
+    strcpy(stAddr.sun_path, PLAT_AgentxSocketPath().c_str());
+    ASSERT_EQ(bind(iAgentx, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)), 0);
+
+    ASSERT_EQ(mte_SNMP_RegService(), 0u);
+    char acQuery[32] = {};
+    pollfd stPoll{iAgentx, POLLIN, 0};
+    ASSERT_EQ(poll(&stPoll, 1, 2000), 1);
+    EXPECT_EQ(recv(iAgentx, acQuery, sizeof(acQuery), 0), 6);
+    EXPECT_STREQ(acQuery, "status");
+    close(iAgentx);
+
+    struct stat stInfo;
+    ASSERT_EQ(stat(PLAT_PortSocketPath().c_str(), &stInfo), 0);
+    EXPECT_EQ(stInfo.st_mode & 0777, 0660u);
+
+    const std::string strPort = PLAT_PortSocketPath();
+    ASSERT_TRUE(SendDatagram(strPort, "up\n", 3));
+    EXPECT_TRUE(PumpUntil([] { return mte_TIMER_GetPortFlag() == 1; }));
+    SERVICE_PORT_EVENT_S stDown{0, SERVICE_PORT_DOWN, 0};
+    ASSERT_TRUE(SendDatagram(strPort, &stDown, sizeof(stDown)));
+    EXPECT_TRUE(PumpUntil([] { return mte_TIMER_GetPortFlag() == 0; }));
+    // Neither text nor record: ignored.
+    ASSERT_TRUE(SendDatagram(strPort, "sideways", 8));
+    SERVICE_PORT_EVENT_S stOdd{0, 9, 0};
+    ASSERT_TRUE(SendDatagram(strPort, &stOdd, sizeof(stOdd)));
+    Pump(100);
+    EXPECT_EQ(mte_TIMER_GetPortFlag(), 0u);
+    ASSERT_TRUE(SendDatagram(strPort, "up", 2));
+    EXPECT_TRUE(PumpUntil([] { return mte_TIMER_GetPortFlag() == 1; }));
+    ASSERT_TRUE(SendDatagram(strPort, "down", 4));
+    EXPECT_TRUE(PumpUntil([] { return mte_TIMER_GetPortFlag() == 0; }));
+    mte_TIMER_Fini();
+}
+
+TEST_F(ChannelLinksTest, PortEventFromAnotherUserIsIgnored) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "switching to another user needs root";
+    }
+    ASSERT_EQ(mte_SNMP_RegService(), 0u);
+    const std::string strPort = PLAT_PortSocketPath();
+    ASSERT_EQ(chmod(strRoot.c_str(), 0755), 0);
+    ASSERT_EQ(chmod((strRoot + "/run").c_str(), 0755), 0);
+    ASSERT_EQ(chmod(strPort.c_str(), 0666), 0);
+    pid_t iChild = fork();
+    ASSERT_GE(iChild, 0);
+    if (iChild == 0) {
+        if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) {
+            _exit(1);
+        }
+        _exit(SendDatagram(strPort, "up", 2) ? 0 : 2);
+    }
+    int iStatus = 0;
+    ASSERT_EQ(waitpid(iChild, &iStatus, 0), iChild);
+    ASSERT_EQ(WEXITSTATUS(iStatus), 0);
+    Pump(200);
+    EXPECT_EQ(mte_TIMER_GetPortFlag(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,631 @@
+// Running events against the fake agent: the bindings of a configured
+// notification (order, wildcard suffix, the 128 limit, missing groups, failed
+// fetches), disabled and missing events, the set action's wildcard rules and
+// failure paths, and the lock discipline while the agent is slow.
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "event_test_util.h"
+#include "plat_snmp.h"
+
+namespace {
+const FAKE_OID kNotifyOid = {1, 3, 6, 1, 4, 1, 99, 0, 1};
+
+MTE_TRIGGER_ROW_S Trigger(const std::string& strObjOwner = "", const std::string& strObjects = "") {
+    MTE_TRIGGER_ROW_S stTrigger{};
+    CopyStr(stTrigger.szOwner, sizeof(stTrigger.szOwner), "own");
+    CopyStr(stTrigger.szName, sizeof(stTrigger.szName), "trig");
+    CopyStr(stTrigger.szTargetTag, sizeof(stTrigger.szTargetTag), "");
+    CopyStr(stTrigger.szObjectsOwner, sizeof(stTrigger.szObjectsOwner), strObjOwner);
+    CopyStr(stTrigger.szObjects, sizeof(stTrigger.szObjects), strObjects);
+    stTrigger.uiValueIDWildcard = MTE_FALSE;
+    stTrigger.uiContextNameWildcard = MTE_FALSE;
+    return stTrigger;
+}
+
+MTE_FIRED_EVENT_S Fired(const std::string& strEvent, const FAKE_OID& astSuffix = {},
+                        const std::string& strContext = "", const std::string& strObjOwner = "",
+                        const std::string& strObjects = "") {
+    MTE_FIRED_EVENT_S stFired{};
+    stFired.uiSuffixLen = static_cast<uint32_t>(astSuffix.size());
+    std::copy(astSuffix.begin(), astSuffix.end(), stFired.auiSuffix);
+    CopyStr(stFired.szEventOwner, sizeof(stFired.szEventOwner), "own");
+    CopyStr(stFired.szEventName, sizeof(stFired.szEventName), strEvent);
+    CopyStr(stFired.szContextName, sizeof(stFired.szContextName), strContext);
+    CopyStr(stFired.szObjectsOwner, sizeof(stFired.szObjectsOwner), strObjOwner);
+    CopyStr(stFired.szObjectsName, sizeof(stFired.szObjectsName), strObjects);
+    return stFired;
+}
+
+uint32_t EventFailures() {
+    MTE_SCALAR_S stScalars{};
+    mte_SCALAR_Get(&stScalars);
+    return stScalars.uiEventFailures;
+}
+
+class EventRunTest : public EventFixture {
+  protected:
+    // An object row own/<group>/<index> naming the OID, with a value in the
+    // fake agent's MIB (the index as an integer) unless told otherwise.
+    void AddObject(const std::string& strGroup, uint32_t uiIndex, const FAKE_OID& astOid,
+                   bool bWildcard = false, bool bValue = true) {
+        ASSERT_EQ(
+            SetObj(ObjReq("own", strGroup, uiIndex, 4, astOid, bWildcard ? MTE_TRUE : MTE_FALSE),
+                   kObjMaskCreate),
+            0u);
+        if (bValue) {
+            FAKE_SNMP_SetInteger("", astOid, static_cast<int32_t>(uiIndex));
+        }
+    }
+    // An active event with the actions; the notification row names kNotifyOid
+    // and the group, the set row is written with the request given.
+    void AddEvent(const std::string& strName, uint8_t ucActions, const std::string& strGroup = "",
+                  const MTE_SET_ENTRY_S* pstSet = nullptr, uint32_t uiSetMask = 0x6e) {
+        ASSERT_EQ(SetEvent(EventReq("own", strName, 5, ucActions), kEventMaskAll), 0u);
+        if (ucActions & MTE_ACTION_NOTIFICATION) {
+            ASSERT_EQ(SetNotify(NotifyReq("own", strName, kNotifyOid, strGroup.empty() ? "" : "own",
+                                          strGroup),
+                                0x0e),
+                      0u);
+        }
+        if (pstSet != nullptr) {
+            ASSERT_EQ(SetSet(*pstSet, uiSetMask), 0u);
+        }
+        ASSERT_EQ(SetEvent(EventReq("own", strName, 1), 0x40), 0u);
+    }
+};
+
+FAKE_OID Oid(std::initializer_list<uint32_t> aui) {
+    return FAKE_OID(aui);
+}
+
+// ---------------------------------------------------------------------------
+// Notification and its bindings.
+// ---------------------------------------------------------------------------
+TEST_F(EventRunTest, BindingsComeTriggerThenTestThenNotificationObjectsInIndexOrder) {
+    AddObject("tg", 2, {1, 3, 6, 1, 2});
+    AddObject("tg", 1, {1, 3, 6, 1, 1});
+    AddObject("ts", 3, {1, 3, 6, 1, 3});
+    AddObject("nt", 5, {1, 3, 6, 1, 5});
+    AddObject("nt", 4, {1, 3, 6, 1, 4});
+    AddObject("other", 1, {1, 3, 6, 1, 9});
+    AddEvent("ev", 0x80, "nt");
+    MTE_TRIGGER_ROW_S stTrigger = Trigger("own", "tg");
+    MTE_FIRED_EVENT_S stFired = Fired("ev", {}, "", "own", "ts");
+    mte_EVENT_Run(&stTrigger, &stFired);
+
+    auto astTraps = FAKE_SNMP_Traps();
+    ASSERT_EQ(astTraps.size(), 1u);
+    EXPECT_EQ(astTraps[0].astNotification, kNotifyOid);
+    std::vector<FAKE_OID> astOids;
+    for (const FAKE_SNMP_VB_S& stVb : astTraps[0].astBindings) {
+        astOids.push_back(stVb.astOid);
+        EXPECT_TRUE(stVb.bHasValue);
+        int32_t iValue = 0;
+        memcpy(&iValue, stVb.strBytes.data(), sizeof(iValue));
+        EXPECT_EQ(static_cast<uint32_t>(iValue), stVb.astOid.back());
+    }
+    EXPECT_EQ(astOids, (std::vector<FAKE_OID>{Oid({1, 3, 6, 1, 1}), Oid({1, 3, 6, 1, 2}),
+                                              Oid({1, 3, 6, 1, 3}), Oid({1, 3, 6, 1, 4}),
+                                              Oid({1, 3, 6, 1, 5})}));
+    for (const FAKE_SNMP_REQ_S& stGet : FAKE_SNMP_Gets()) {
+        EXPECT_EQ(stGet.strOwner, "own");  // the group's owner asks the agent
+    }
+    EXPECT_EQ(FAKE_SNMP_LiveValues(), 0);  // every fetched value was released
+}
+
+TEST_F(EventRunTest, WildcardedObjectsTakeTheSuffixUpTo128SubIdentifiers) {
+    FAKE_OID ast120(120, 7);
+    AddObject("w", 1, ast120, true, false);
+    AddObject("w", 2, {1, 3, 6, 1, 2}, false);
+    FAKE_OID ast128 = ast120;
+    ast128.insert(ast128.end(), {1, 2, 3, 4, 5, 6, 7, 8});
+    FAKE_SNMP_SetInteger("ctx", ast128, 11);
+    FAKE_SNMP_SetInteger("ctx", {1, 3, 6, 1, 2}, 12);
+    const char aszGroup[2][MTE_NAME_SIZE] = {"own", "w"};
+
+    mte_DBG_EnableSwitch(MTE_DBG_ERR);
+    MTE_OID_S stSuffix = FAKE_SNMP_MakeOid({1, 2, 3, 4, 5, 6, 7, 8, 9});
+    MTE_VB_LIST_S stList{};
+    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "ctx", &stList);
+    ASSERT_NE(stList.pstHead, nullptr);
+    EXPECT_EQ(stList.pstHead, stList.pstTail);  // 129 sub-identifiers: left out
+    EXPECT_EQ(FAKE_SNMP_ToVector(stList.pstHead->stOID), Oid({1, 3, 6, 1, 2}));
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", "Invalid OID length."), 1u);
+    mte_OBJ_FreeVBlist(&stList);
+
+    stSuffix = FAKE_SNMP_MakeOid({1, 2, 3, 4, 5, 6, 7, 8});
+    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "ctx", &stList);
+    ASSERT_NE(stList.pstHead, nullptr);
+    EXPECT_EQ(FAKE_SNMP_ToVector(stList.pstHead->stOID), ast128);
+    ASSERT_NE(stList.pstHead->pValue, nullptr);
+    EXPECT_EQ(stList.pstHead->pstNext, stList.pstTail);
+    mte_OBJ_FreeVBlist(&stList);
+
+    // A fully specified trigger (empty suffix) cannot complete a wildcarded row.
+    stSuffix = FAKE_SNMP_MakeOid({});
+    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "ctx", &stList);
+    ASSERT_NE(stList.pstHead, nullptr);
+    EXPECT_EQ(stList.pstHead, stList.pstTail);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR",
+                             "Variable binding failed because the object own-w-1 in the objects "
+                             "table is wildcarded but the trigger object is fully specified."),
+              1u);
+    mte_OBJ_FreeVBlist(&stList);
+    EXPECT_EQ(FAKE_SNMP_LiveValues(), 0);
+}
+
+TEST_F(EventRunTest, FailedFetchesAreUnlinkedAndTheListKeepsItsEnds) {
+    AddObject("g", 1, {1, 1}, false, false);
+    AddObject("g", 2, {1, 2});
+    AddObject("g", 3, {1, 3}, false, false);
+    const char aszGroup[2][MTE_NAME_SIZE] = {"own", "g"};
+    MTE_OID_S stSuffix{};
+
+    // Every fetch fails: the list comes back as it was, an element already in it untouched.
+    MTE_VB_S* pstOld = static_cast<MTE_VB_S*>(calloc(1, sizeof(MTE_VB_S)));
+    MTE_VB_LIST_S stList{pstOld, pstOld};
+    FAKE_SNMP_FailOid({1, 2}, SNMP_ST_TIMEOUT);
+    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "", &stList);
+    EXPECT_EQ(stList.pstHead, pstOld);
+    EXPECT_EQ(stList.pstTail, pstOld);
+    EXPECT_EQ(pstOld->pstNext, nullptr);
+    EXPECT_EQ(FAKE_SNMP_Gets().size(), 3u);
+
+    // Only the middle one answers: it is the new tail.
+    FAKE_SNMP_FailOid({1, 2}, 0);
+    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "", &stList);
+    ASSERT_NE(pstOld->pstNext, nullptr);
+    EXPECT_EQ(FAKE_SNMP_ToVector(pstOld->pstNext->stOID), Oid({1, 2}));
+    EXPECT_EQ(stList.pstTail, pstOld->pstNext);
+    EXPECT_EQ(stList.pstTail->pstNext, nullptr);
+    mte_OBJ_FreeVBlist(&stList);
+    EXPECT_EQ(stList.pstHead, nullptr);
+
+    // Starting from an empty list, with only the last value missing.
+    FAKE_SNMP_SetInteger("", {1, 1}, 1);
+    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "", &stList);
+    ASSERT_NE(stList.pstHead, nullptr);
+    EXPECT_EQ(stList.pstHead->pstNext, stList.pstTail);
+    EXPECT_EQ(FAKE_SNMP_ToVector(stList.pstTail->stOID), Oid({1, 2}));
+    mte_OBJ_FreeVBlist(&stList);
+    EXPECT_EQ(FAKE_SNMP_LiveValues(), 0);
+}
+
+TEST_F(EventRunTest, MissingGroupsWarnAndTheNotificationStillGoesOut) {
+    AddObject("nt", 1, {1, 3, 6, 1, 1});
+    AddEvent("ev", 0x80, "nt");
+    mte_DBG_EnableSwitch(MTE_DBG_WARNING);
+    MTE_TRIGGER_ROW_S stTrigger = Trigger("own", "absent");
+    // The test's pair has an owner but no name: skipped without a word.
+    MTE_FIRED_EVENT_S stFired = Fired("ev", {}, "", "own", "");
+    mte_EVENT_Run(&stTrigger, &stFired);
+    auto astTraps = FAKE_SNMP_Traps();
+    ASSERT_EQ(astTraps.size(), 1u);
+    ASSERT_EQ(astTraps[0].astBindings.size(), 1u);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Objects entry own-absent: Nonexistent objects."),
+              1u);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Objects entry"), 1u);
+}
+
+TEST_F(EventRunTest, NotificationWithoutOidSendsNothingAndRefusedSendIsCounted) {
+    ASSERT_EQ(SetEvent(EventReq("own", "blank", 4, 0x80), kEventMaskAll), 0u);
+    AddEvent("ev", 0x80);
+    MTE_TRIGGER_ROW_S stTrigger = Trigger();
+    uint32_t uiBefore = EventFailures();
+    MTE_FIRED_EVENT_S stBlank = Fired("blank");
+    mte_EVENT_Run(&stTrigger, &stBlank);
+    EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
+    EXPECT_EQ(EventFailures(), uiBefore);
+
+    FAKE_SNMP_SetTrapResult(SNMP_ST_CLIENT_ERROR);
+    MTE_FIRED_EVENT_S stFired = Fired("ev", {}, "c1");
+    mte_EVENT_Run(&stTrigger, &stFired);
+    auto astTraps = FAKE_SNMP_Traps();
+    ASSERT_EQ(astTraps.size(), 1u);
+    EXPECT_EQ(astTraps[0].strContext, "c1");
+    EXPECT_EQ(EventFailures(), uiBefore + 1);
+}
+
+TEST_F(EventRunTest, DisabledAndMissingEventsOnlyWarn) {
+    MTE_SET_ENTRY_S stSet = SetReq("own", "ev", {1, 3, 6, 1, 7}, 5);
+    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 7}, 0);
+    AddEvent("ev", 0xC0, "", &stSet);
+    ASSERT_EQ(SetEvent(EventReq("own", "ev", 2), 0x40), 0u);  // notInService, disabled
+    mte_DBG_EnableSwitch(MTE_DBG_WARNING);
+    uint32_t uiBefore = EventFailures();
+    MTE_TRIGGER_ROW_S stTrigger = Trigger();
+    MTE_FIRED_EVENT_S stDisabled = Fired("ev");
+    MTE_FIRED_EVENT_S stMissing = Fired("nope");
+    mte_EVENT_Run(&stTrigger, &stDisabled);
+    mte_EVENT_Run(&stTrigger, &stMissing);
+    EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
+    EXPECT_EQ(EventFailures(), uiBefore);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Event entry own-ev: Event disabled."), 1u);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Event entry own-nope: Nonexistent event."), 1u);
+
+    mte_DBG_DisableSwitch(MTE_DBG_WARNING);
+    mte_EVENT_Run(&stTrigger, &stMissing);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING"), 2u);
+}
+
+TEST_F(EventRunTest, NotificationGoesOutBeforeTheSet) {
+    MTE_SET_ENTRY_S stSet = SetReq("own", "ev", {1, 3, 6, 1, 7}, 5);
+    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 7}, 0);
+    AddEvent("ev", 0xC0, "", &stSet);
+    MTE_TRIGGER_ROW_S stTrigger = Trigger();
+    MTE_FIRED_EVENT_S stFired = Fired("ev");
+    mte_EVENT_Run(&stTrigger, &stFired);
+    EXPECT_EQ(FAKE_SNMP_Journal(),
+              (std::vector<std::string>{"trap 1.3.6.1.4.1.99.0.1", "set  1.3.6.1.7"}));
+    int32_t iValue = 0;
+    EXPECT_TRUE(FAKE_SNMP_GetInteger("", {1, 3, 6, 1, 7}, &iValue));
+    EXPECT_EQ(iValue, 5);
+    ASSERT_EQ(FAKE_SNMP_Sets().size(), 1u);
+    EXPECT_EQ(FAKE_SNMP_Sets()[0].strOwner, "own");
+}
+
+// ---------------------------------------------------------------------------
+// Set action.
+// ---------------------------------------------------------------------------
+struct SET_CASE_S {
+    const char* pszName;
+    FAKE_OID astObject;
+    uint32_t uiObjWild;
+    const char* pszSetContext;
+    uint32_t uiCtxWild;
+    uint32_t uiTrigValueWild;
+    const char* pszTrigContext;
+    uint32_t uiTrigCtxWild;
+    FAKE_OID astSuffix;
+    const char* pszInstanceContext;
+    uint32_t uiAgentFailure;  // made to fail by the fake agent, 0: none
+    // Expected outcome.
+    uint32_t uiCode;
+    int32_t iReason;
+    const char* pszMessage;  // EVENTMIB_ERR line, or "" for none
+    bool bSetAttempted;
+    FAKE_OID astTargetOid;
+    const char* pszTargetContext;
+};
+
+const FAKE_OID kObj10 = {1, 3, 6, 1, 4, 1, 5, 1, 2, 3};
+const FAKE_OID kObj12 = {1, 3, 6, 1, 4, 1, 5, 1, 2, 3, 7, 8};
+const std::string kLong32(32, 'p');
+
+const SET_CASE_S kSetCases[] = {
+    {"plain set", kObj10, 2, "c", 2, 2, "", 2, {7, 8}, "", 0, 0, 0, "", true, kObj10, "c"},
+    {"wildcarded object, fully specified trigger",
+     kObj10,
+     1,
+     "",
+     2,
+     2,
+     "",
+     2,
+     {7, 8},
+     "",
+     0,
+     0x61010041,
+     5,
+     "Set target object failed because the set object is wildcarded but the trigger object is "
+     "fully specified.",
+     false,
+     kObj10,
+     ""},
+    {"wildcarded context, fully specified trigger context",
+     kObj10,
+     2,
+     "pre",
+     1,
+     2,
+     "ctx",
+     2,
+     {},
+     "ctxA1",
+     0,
+     0x61010041,
+     5,
+     "Set failed because the set object's context name is wildcarded but the trigger context "
+     "name is fully specified.",
+     false,
+     kObj10,
+     "pre"},
+    {"object check comes first",
+     kObj10,
+     1,
+     "pre",
+     1,
+     2,
+     "ctx",
+     2,
+     {},
+     "ctxA1",
+     0,
+     0x61010041,
+     5,
+     "Set target object failed",
+     false,
+     kObj10,
+     "pre"},
+    {"wildcarded object takes the suffix",
+     kObj10,
+     1,
+     "",
+     2,
+     1,
+     "",
+     2,
+     {7, 8},
+     "",
+     0,
+     0,
+     0,
+     "",
+     true,
+     kObj12,
+     ""},
+    {"wildcarded context takes the instance's rest",
+     kObj10,
+     2,
+     "pre",
+     1,
+     2,
+     "ctx",
+     1,
+     {},
+     "ctxA1",
+     0,
+     0,
+     0,
+     "",
+     true,
+     kObj10,
+     "preA1"},
+    {"instance context shorter than the prefix",
+     kObj10,
+     2,
+     "pre",
+     1,
+     2,
+     "ctx",
+     1,
+     {},
+     "c",
+     0,
+     0,
+     0,
+     "",
+     true,
+     kObj10,
+     "pre"},
+    {"context too long",
+     kObj10,
+     2,
+     kLong32.c_str(),
+     1,
+     2,
+     "ctx",
+     1,
+     {},
+     "ctxA1",
+     0,
+     0x61010049,
+     11,
+     "Invalid context name length.",
+     false,
+     kObj10,
+     kLong32.c_str()},
+    {"OID too long",
+     FAKE_OID(127, 1),
+     1,
+     "",
+     2,
+     1,
+     "",
+     2,
+     {7, 8},
+     "",
+     0,
+     0x61010049,
+     11,
+     "Invalid OID length.",
+     false,
+     FAKE_OID(127, 1),
+     ""},
+    {"wrong type at the agent",
+     kObj10,
+     2,
+     "",
+     2,
+     2,
+     "",
+     2,
+     {},
+     "",
+     0x61010045,
+     0x61010045,
+     7,
+     "Value syntax of 1.3.6.1.4.1.5.1.2.3 doesn't match the destination object's syntax.",
+     true,
+     kObj10,
+     ""},
+    {"agent time-out",
+     kObj10,
+     2,
+     "",
+     2,
+     2,
+     "",
+     2,
+     {},
+     "",
+     0x61010052,
+     0x61010052,
+     5,
+     "",
+     true,
+     kObj10,
+     ""},
+    {"agent code unknown to the mapping",
+     kObj10,
+     2,
+     "",
+     2,
+     2,
+     "",
+     2,
+     {},
+     "",
+     0x61010099,
+     0x61010099,
+     5,
+     "",
+     true,
+     kObj10,
+     ""},
+    {"agent noCreation",
+     kObj10,
+     2,
+     "",
+     2,
+     2,
+     "",
+     2,
+     {},
+     "",
+     0x61010049,
+     0x61010049,
+     11,
+     "",
+     true,
+     kObj10,
+     ""},
+};
+
+TEST_F(EventRunTest, SetActionWildcardRulesAndFailures) {
+    for (const SET_CASE_S& stCase : kSetCases) {
+        SCOPED_TRACE(stCase.pszName);
+        FAKE_SNMP_Reset();
+        FAKE_LOG_Clear();
+        mte_DBG_EnableSwitch(MTE_DBG_ERR | MTE_DBG_INFO);
+        FAKE_SNMP_SetInteger(stCase.pszTargetContext, stCase.astTargetOid, 0);
+        if (stCase.uiAgentFailure != 0) {
+            FAKE_SNMP_FailOid(stCase.astTargetOid, stCase.uiAgentFailure);
+        }
+        MTE_SET_ENTRY_S stRow = SetReq("own", "ev", stCase.astObject, 9, stCase.uiObjWild,
+                                       stCase.pszSetContext, stCase.uiCtxWild);
+        MTE_TRIGGER_ROW_S stTrigger = Trigger();
+        stTrigger.uiValueIDWildcard = stCase.uiTrigValueWild;
+        stTrigger.uiContextNameWildcard = stCase.uiTrigCtxWild;
+        CopyStr(stTrigger.szTargetTag, sizeof(stTrigger.szTargetTag), "tag");
+        CopyStr(stTrigger.szContextName, sizeof(stTrigger.szContextName), stCase.pszTrigContext);
+        MTE_OID_S stSuffix = FAKE_SNMP_MakeOid(stCase.astSuffix);
+        uint32_t uiBefore = EventFailures();
+
+        EXPECT_EQ(mte_SET_SetValueByOID(&stTrigger, &stRow, &stSuffix, stCase.pszInstanceContext),
+                  stCase.uiCode);
+
+        auto astSets = FAKE_SNMP_Sets();
+        ASSERT_EQ(astSets.size(), stCase.bSetAttempted ? 1u : 0u);
+        if (stCase.bSetAttempted) {
+            EXPECT_EQ(astSets[0].astOid, stCase.astTargetOid);
+            EXPECT_EQ(astSets[0].strContext, stCase.pszTargetContext);
+            EXPECT_EQ(astSets[0].iValue, 9);
+        }
+        EXPECT_EQ(EventFailures(), uiBefore + (stCase.uiCode != 0 ? 1 : 0));
+        size_t uiErrLines = FAKE_LOG_Count("EVENTMIB_ERR");
+        if (stCase.pszMessage[0] != '\0') {
+            EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", stCase.pszMessage), 1u);
+            EXPECT_EQ(uiErrLines, 1u);  // one message only
+        } else {
+            EXPECT_EQ(uiErrLines, 0u);
+        }
+        // mteEventSetFailure: trigger name, its target tag, the target as built
+        // so far, and the reason.
+        auto astNotifies = FAKE_SNMP_Notifies();
+        size_t uiInfo = FAKE_LOG_Count("EVENTMIB_INFO");
+        if (stCase.uiCode == 0) {
+            EXPECT_TRUE(astNotifies.empty());
+            EXPECT_EQ(uiInfo, 0u);
+            continue;
+        }
+        ASSERT_EQ(astNotifies.size(), 1u);
+        EXPECT_EQ(astNotifies[0].strName, "mteEventSetFailure");
+        ASSERT_EQ(astNotifies[0].astVars.size(), 5u);
+        EXPECT_EQ(astNotifies[0].astVars[0].strBytes, "trig");
+        EXPECT_EQ(astNotifies[0].astVars[1].strBytes, "tag");
+        EXPECT_EQ(astNotifies[0].astVars[2].strBytes, stCase.pszTargetContext);
+        const FAKE_OID& astTarget = stCase.astTargetOid;
+        EXPECT_EQ(astNotifies[0].astVars[3].strBytes,
+                  std::string(reinterpret_cast<const char*>(astTarget.data()),
+                              astTarget.size() * sizeof(uint32_t)));
+        int32_t iReason = -100;
+        memcpy(&iReason, astNotifies[0].astVars[4].strBytes.data(), sizeof(iReason));
+        EXPECT_EQ(iReason, stCase.iReason);
+        EXPECT_EQ(uiInfo, 1u);
+        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO",
+                                 "Condition to generate the mteEventSetFailure notification "
+                                 "occurred."),
+                  1u);
+        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO", "SetTargetTag: tag"), 1u);
+        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO",
+                                 std::string("FailedReason: ") + (iReason == 5   ? "genErr"
+                                                                  : iReason == 7 ? "wrongType"
+                                                                                 : "noCreation")),
+                  1u);
+    }
+}
+
+TEST_F(EventRunTest, SetWithoutObjectDoesNothing) {
+    MTE_SET_ENTRY_S stRow = SetReq("own", "ev", {}, 9, 1, "", 1);
+    MTE_TRIGGER_ROW_S stTrigger = Trigger();
+    uint32_t uiBefore = EventFailures();
+    EXPECT_EQ(mte_SET_SetValueByOID(&stTrigger, &stRow, nullptr, ""), 0u);
+    EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
+    EXPECT_EQ(EventFailures(), uiBefore);
+}
+
+// ---------------------------------------------------------------------------
+// Lock discipline: the agent is asked with no table lock held.
+// ---------------------------------------------------------------------------
+TEST_F(EventRunTest, ManagementWritesAreNotBlockedWhileTheAgentStalls) {
+    AddObject("nt", 1, {1, 3, 6, 1, 1});
+    MTE_SET_ENTRY_S stSet = SetReq("own", "ev", {1, 3, 6, 1, 7}, 5);
+    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 7}, 0);
+    AddEvent("ev", 0xC0, "nt", &stSet);
+    FAKE_SNMP_SetStallMs(1000);
+    std::atomic<bool> bDone{false};
+    std::thread stWorker([&] {
+        MTE_TRIGGER_ROW_S stTrigger = Trigger();
+        MTE_FIRED_EVENT_S stFired = Fired("ev");
+        mte_EVENT_Run(&stTrigger, &stFired);
+        bDone = true;
+    });
+    auto WriteTakes = [](auto&& fnWrite) {
+        auto tStart = std::chrono::steady_clock::now();
+        fnWrite();
+        return std::chrono::steady_clock::now() - tStart;
+    };
+    // The value fetch of the notification's bindings is under way. A write
+    // that had to wait for the lock would take most of the stall.
+    bool bStalled = FAKE_SNMP_WaitForStall(5000);
+    EXPECT_TRUE(bStalled);
+    if (!bStalled) {
+        stWorker.join();
+        return;
+    }
+    constexpr auto kQuick = std::chrono::milliseconds(400);
+    EXPECT_LT(WriteTakes([] { EXPECT_EQ(SetEvent(EventReq("own", "other", 4), 0x40), 0u); }),
+              kQuick);
+    EXPECT_LT(WriteTakes([] { EXPECT_EQ(SetObj(ObjReq("own", "nt", 2, 4), 0x28), 0u); }), kQuick);
+    // Taking the event out of service while the run is in flight: the run
+    // goes on with the copies it made.
+    EXPECT_LT(WriteTakes([] { EXPECT_EQ(SetEvent(EventReq("own", "ev", 2), 0x40), 0u); }), kQuick);
+    EXPECT_FALSE(bDone);
+    stWorker.join();
+    EXPECT_EQ(FAKE_SNMP_Traps().size(), 1u);
+    EXPECT_EQ(FAKE_SNMP_Sets().size(), 1u);
+}
+}  // namespace

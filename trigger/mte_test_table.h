@@ -1,0 +1,206 @@
+// Module-private skeleton shared by the existence, boolean and threshold
+// tables: each row is owned by its trigger through one pointer member, stored
+// in its own sort list, and written by a set that follows the same steps
+// (find, lock, detect a change, refuse on an active trigger, validate, copy,
+// store). The tables supply their columns and their rules. Main thread for
+// everything here; set and recover take the trigger's state lock.
+#ifndef MTE_TEST_TABLE_H
+#define MTE_TEST_TABLE_H
+
+#include <cstdlib>
+#include <cstring>
+
+#include "mte_dbg.h"
+#include "mte_dbm.h"
+#include "mte_oid.h"
+#include "mte_trigger.h"
+
+// A string column of a test row: its number, its offset, and whether it names
+// an owner that must be empty or the row's own owner.
+struct MTE_STR_COLUMN_S {
+    uint32_t uiColumn;
+    size_t uiOffset;
+    bool bOwner;
+};
+
+inline bool mte_test_InMask(uint32_t uiMask, uint32_t uiColumn) {
+    return (uiMask & MTE_COLUMN_BIT(uiColumn)) != 0;
+}
+
+template <typename Row, size_t N>
+bool mte_test_StrColumnsDiffer(const MTE_STR_COLUMN_S (&astCols)[N], const Row* pstReq,
+                               uint32_t uiMask, const Row* pstRow) {
+    for (const MTE_STR_COLUMN_S& stCol : astCols) {
+        if (mte_test_InMask(uiMask, stCol.uiColumn) &&
+            strcmp(reinterpret_cast<const char*>(pstReq) + stCol.uiOffset,
+                   reinterpret_cast<const char*>(pstRow) + stCol.uiOffset) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// 0, or the first owner column in the mask that names another owner.
+template <typename Row, size_t N>
+uint32_t mte_test_CheckOwnerColumns(const MTE_STR_COLUMN_S (&astCols)[N], const Row* pstReq,
+                                    uint32_t uiMask) {
+    for (const MTE_STR_COLUMN_S& stCol : astCols) {
+        if (stCol.bOwner && mte_test_InMask(uiMask, stCol.uiColumn) &&
+            !mte_checkOwner(reinterpret_cast<const char*>(pstReq) + stCol.uiOffset,
+                            pstReq->szOwner)) {
+            return stCol.uiColumn;
+        }
+    }
+    return 0;
+}
+
+template <typename Row, size_t N>
+void mte_test_CopyStrColumns(const MTE_STR_COLUMN_S (&astCols)[N], const Row* pstFrom,
+                             uint32_t uiMask, Row* pstRow) {
+    for (const MTE_STR_COLUMN_S& stCol : astCols) {
+        if (mte_test_InMask(uiMask, stCol.uiColumn)) {
+            mte_StrCopy(reinterpret_cast<char*>(pstRow) + stCol.uiOffset,
+                        reinterpret_cast<const char*>(pstFrom) + stCol.uiOffset, MTE_NAME_SIZE);
+        }
+    }
+}
+
+// Terminates every string column and the index of a row read from outside.
+template <typename Row, size_t N>
+void mte_test_TerminateRow(const MTE_STR_COLUMN_S (&astCols)[N], Row* pstRow) {
+    pstRow->szOwner[MTE_NAME_SIZE - 1] = '\0';
+    pstRow->szName[MTE_NAME_SIZE - 1] = '\0';
+    for (const MTE_STR_COLUMN_S& stCol : astCols) {
+        reinterpret_cast<char*>(pstRow)[stCol.uiOffset + MTE_NAME_SIZE - 1] = '\0';
+    }
+}
+
+// What one test table tells the skeleton.
+template <typename Row>
+struct MTE_TEST_TABLE_S {
+    Row* MTE_TRIGGER_ENTRY_S::*pstMember;  // the trigger's pointer to its row
+    const char* pszKind;                   // "Existence", "Boolean", "Threshold"
+    const char* pszList;
+    uint32_t uiListNameSize;
+    uint32_t uiRecordSize;  // the stored and exchanged part of the row
+    uint32_t uiTableId;
+    void (*pfDefaults)(Row* pstRow);
+    bool (*pfChanges)(const Row* pstReq, uint32_t uiMask, const Row* pstRow);
+    // 0, or the failed column of a request that breaks the table's rules.
+    uint32_t (*pfValidate)(const Row* pstReq, uint32_t uiMask, const Row* pstRow);
+    void (*pfCopy)(const Row* pstFrom, uint32_t uiMask, Row* pstRow);
+    void (*pfTerminate)(Row* pstRow);
+    bool bRecoverNeedsRow;  // recovery of a trigger without this row fails
+};
+
+template <typename Row>
+void mte_test_Store(const MTE_TEST_TABLE_S<Row>& stTable, const Row* pstRow) {
+    // A failed write is reported by the store; the accepted change stands.
+    (void)mte_DBM_InsertSortList(MTE_DBM_CFG, stTable.pszList, stTable.uiListNameSize, pstRow,
+                                 stTable.uiRecordSize, stTable.uiTableId);
+}
+
+template <typename Row>
+Row* mte_test_Create(const MTE_TEST_TABLE_S<Row>& stTable, const char* pszOwner,
+                     const char* pszName) {
+    auto* pstRow = static_cast<Row*>(calloc(1, sizeof(Row)));
+    if (pstRow == nullptr) {
+        if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
+            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, "%s entry %s-%s: Insufficient memory.",
+                          stTable.pszKind, pszOwner, pszName);
+        }
+        return nullptr;
+    }
+    mte_StrCopy(pstRow->szOwner, pszOwner, sizeof(pstRow->szOwner));
+    mte_StrCopy(pstRow->szName, pszName, sizeof(pstRow->szName));
+    stTable.pfDefaults(pstRow);
+    // During recovery the record is already in the store.
+    if (mte_BIN_GetRecover() != 1) {
+        mte_test_Store(stTable, pstRow);
+    }
+    return pstRow;
+}
+
+template <typename Row>
+void mte_test_Destroy(const MTE_TEST_TABLE_S<Row>& stTable, Row* pstRow) {
+    if (pstRow == nullptr) {
+        return;
+    }
+    (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, stTable.pszList, stTable.uiListNameSize, pstRow,
+                                  stTable.uiRecordSize);
+    free(pstRow);
+}
+
+template <typename Row>
+Row* mte_test_Get(const MTE_TEST_TABLE_S<Row>& stTable, const char* pszOwner, const char* pszName) {
+    MTE_TRIGGER_ENTRY_S* pstTrigger = mte_TRIGGER_GetTriggerEntry(pszOwner, pszName);
+    return pstTrigger != nullptr ? pstTrigger->*stTable.pstMember : nullptr;
+}
+
+template <typename Row>
+Row* mte_test_GetNext(const MTE_TEST_TABLE_S<Row>& stTable, uint32_t uiOwnerLen,
+                      const char* pszOwner, const char* pszName, uint8_t* pucFlags) {
+    MTE_TRIGGER_ENTRY_S* pstTrigger =
+        mte_TRIGGER_GetNextTriggerEntry(uiOwnerLen, pszOwner, pszName, pucFlags);
+    while (pstTrigger != nullptr && pstTrigger->*stTable.pstMember == nullptr) {
+        pstTrigger = pstTrigger->pstNext;
+    }
+    return pstTrigger != nullptr ? pstTrigger->*stTable.pstMember : nullptr;
+}
+
+template <typename Row>
+uint32_t mte_test_Set(const MTE_TEST_TABLE_S<Row>& stTable, const Row* pstRequest, uint32_t uiMask,
+                      uint32_t* puiFailedColumn) {
+    Row stReq{};
+    memcpy(&stReq, pstRequest, stTable.uiRecordSize);
+    stTable.pfTerminate(&stReq);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = mte_TRIGGER_GetTriggerEntry(stReq.szOwner, stReq.szName);
+    if (pstTrigger == nullptr || pstTrigger->*stTable.pstMember == nullptr) {
+        return MTE_ERR_NO_SUCH_ROW;
+    }
+    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+    Row* pstRow = pstTrigger->*stTable.pstMember;
+    uint32_t uiRet = MTE_OK;
+    uint32_t uiFailed = 0;
+    bool bChanges = stTable.pfChanges(&stReq, uiMask, pstRow);
+    if (pstTrigger->stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
+        // The worker evaluates an active trigger's tests: they are read-only.
+        uiRet = bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;
+    } else if (!bChanges) {
+        uiRet = MTE_OK;
+    } else if ((uiFailed = stTable.pfValidate(&stReq, uiMask, pstRow)) != 0) {
+        *puiFailedColumn = uiFailed;
+        uiRet = MTE_ERR_INCONSISTENT;
+    } else {
+        stTable.pfCopy(&stReq, uiMask, pstRow);
+        mte_test_Store(stTable, pstRow);
+    }
+    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+    return uiRet;
+}
+
+// Lays a stored record over the row that the trigger's recovery made with
+// its defaults. Nothing is written to the store.
+template <typename Row>
+uint32_t mte_test_Recover(const MTE_TEST_TABLE_S<Row>& stTable, uint32_t uiLen,
+                          const void* pRecord) {
+    if (uiLen != stTable.uiRecordSize || pRecord == nullptr) {
+        return MTE_ERR_GENERAL;
+    }
+    Row stRec{};
+    memcpy(&stRec, pRecord, stTable.uiRecordSize);
+    stTable.pfTerminate(&stRec);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = mte_TRIGGER_GetTriggerEntry(stRec.szOwner, stRec.szName);
+    if (pstTrigger == nullptr ||
+        (stTable.bRecoverNeedsRow && pstTrigger->*stTable.pstMember == nullptr)) {
+        return MTE_ERR_GENERAL;
+    }
+    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+    if (pstTrigger->*stTable.pstMember != nullptr) {
+        stTable.pfCopy(&stRec, MTE_MASK_ALL_COLUMNS, pstTrigger->*stTable.pstMember);
+    }
+    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+    return MTE_OK;
+}
+
+#endif  // MTE_TEST_TABLE_H
