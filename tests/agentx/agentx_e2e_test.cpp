@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "agentx_test_util.h"
+#include "core/daemon_process.h"
 #include "plat_paths.h"
 #include "plat_port.h"
 #include "plat_snmp.h"
@@ -243,6 +244,26 @@ TEST_F(AgentxEndToEnd, SocketBoundAgainWhenItsFileIsRemoved) {
     stTrap.auiOid[1] = 3;
     EXPECT_EQ(SNMP_SendTrapByVBList(&stTrap, "", nullptr), 0u);
     EXPECT_NE(ReadFile(BridgeLog()).find("bound again"), std::string::npos);
+}
+
+// The real daemon, started after the bridge, asks for the status when it
+// subscribes and is answered.
+TEST_F(AgentxEndToEnd, TheDaemonAsksAndIsAnswered) {
+    ASSERT_TRUE(StartBridge());
+    MteDaemonProcess stDaemon;
+    stDaemon.SetRuntimeDir(m_strRuntime);
+    ASSERT_TRUE(stDaemon.Start());
+    ASSERT_TRUE(stDaemon.WaitReady(START_WAIT_MS));
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            return ReadFile(BridgeLog()).find("port status up (asked by eventmibd)") !=
+                   std::string::npos;
+        },
+        5000))
+        << ReadFile(BridgeLog());
+    stDaemon.Signal(SIGRTMIN + 1);
+    int iStatus = 0;
+    EXPECT_TRUE(stDaemon.WaitExit(10000, &iStatus));
 }
 
 TEST_F(AgentxEndToEnd, DownUntilTheMasterAppears) {
