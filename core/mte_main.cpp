@@ -37,7 +37,7 @@ uint32_t mte_main_InitModules(void) {
     uiRet |= mte_TARN_Init();
     uiRet |= mte_MEMALERT_Init();
     uiRet |= mte_DBM_Init();
-    // mte_RUN_Init (the sampling worker) starts here once the engine joins.
+    uiRet |= mte_RUN_Init();
     uiRet |= mte_TRIGGER_Init();
     uiRet |= mte_EVENT_Init();
     uiRet |= mte_OBJ_Init();
@@ -65,12 +65,12 @@ void mte_main_Loop(void) {
 void mte_main_FiniModules(void) {
     mte_SCALAR_SaveData();
     mte_TARN_Fini();
-    // mte_RUN_Fini (stop and join the sampling worker) goes here.
+    mte_RUN_Fini();
     mte_OBJ_Fini();
     mte_EVENT_Fini();
     mte_TRIGGER_Fini();
     mte_DBM_Fini();
-    // mte_TIMER_Fini goes here once the timer module joins.
+    mte_TIMER_Fini();
     mte_MEMALERT_Fini();
     mte_SignalFini();
     mte_EPOLL_Fini();
