@@ -46,6 +46,9 @@ int g_iRunCtrlFd = -1;
 uint32_t g_uiRunQueue = QUEUE_INVALID;
 pthread_t g_stRunThread{};
 bool g_bRunThreadMade = false;
+// True while the worker thread runs its loop: only then is there anybody to
+// answer a drain request.
+std::atomic<bool> g_bRunWorkerAlive{false};
 // Worker thread only: set by the control handler, read by the loop.
 bool g_bRunExit = false;
 
@@ -146,6 +149,7 @@ void* mte_run_WorkerMain(void*) {
             mte_EPSET_Dispatch(&g_stRunEpoll, &astEvents[i], 1);
         }
     }
+    g_bRunWorkerAlive.store(false);
     return nullptr;
 }
 
@@ -248,8 +252,13 @@ uint32_t mte_run_InitWithoutThread(void) {
 }
 
 uint32_t mte_RUN_Init(void) {
-    if (mte_run_Setup() != MTE_OK ||
-        pthread_create(&g_stRunThread, nullptr, mte_run_WorkerMain, nullptr) != 0) {
+    if (mte_run_Setup() != MTE_OK) {
+        mte_RUN_Fini();
+        return MTE_ERR_GENERAL;
+    }
+    g_bRunWorkerAlive.store(true);
+    if (pthread_create(&g_stRunThread, nullptr, mte_run_WorkerMain, nullptr) != 0) {
+        g_bRunWorkerAlive.store(false);
         mte_RUN_Fini();
         return MTE_ERR_GENERAL;
     }
@@ -292,6 +301,10 @@ void mte_RUN_Fini(void) {
         g_uiRunQueue = QUEUE_INVALID;
     }
     mte_EPSET_Destroy(&g_stRunEpoll);
+}
+
+bool mte_run_WorkerAlive(void) {
+    return g_bRunWorkerAlive.load();
 }
 
 int mte_RUN_GetEventFd(void) {

@@ -27,7 +27,7 @@
 
 #include "mte_core.h"
 #include "mte_dbg.h"
-#include "mte_run.h"
+#include "mte_run_int.h"
 #include "mte_scalar.h"
 #include "mte_trigger.h"
 #include "plat_timer.h"
@@ -156,11 +156,11 @@ bool mte_timer_TakeAnswer(int iWaitMs) {
 }
 
 // Asks the worker to drain its queue and waits for its answer (bounded, see
-// DRAIN_WAIT_MS). Without a worker or a notify descriptor there is nobody to
-// answer, and the port-down goes on at once.
+// DRAIN_WAIT_MS). Without a running worker or a notify descriptor there is
+// nobody to answer, and the port-down goes on at once.
 void mte_timer_DrainWorker(void) {
     int iCtrlFd = mte_RUN_GetEventFd();
-    if (iCtrlFd < 0 || g_iNotifyFd < 0) {
+    if (iCtrlFd < 0 || g_iNotifyFd < 0 || !mte_run_WorkerAlive()) {
         return;
     }
     if (g_bDrainPending && mte_timer_TakeAnswer(0)) {
