@@ -88,14 +88,23 @@ struct DBM_DB_S {
     std::string strPath;
     sqlite3_stmt* apstStmt[DBM_STMT_COUNT] = {};
     std::map<std::string, DBM_LIST_S> mapLists;
+    uint64_t ulWrites = 0;  // tells an iterator that its cursor may be stale
 };
 
-// Position of a batched read: the key of the last record looked at.
+// Position of a batched read: the key of the last record looked at, and its
+// own cursor, which carries on from batch to batch as long as nothing was
+// written in between (else it seeks again after the key).
 struct DBM_ITER_S {
     std::string strLastKey;
+    sqlite3_stmt* pstStmt = nullptr;
+    int64_t llListId = 0;
+    uint64_t ulWritesSeen = 0;
+    bool bPositioned = false;
 };
 
 std::mutex g_stDbmLock;
+// The reason of a failed open, kept past the close of the connection it came from.
+thread_local char g_szDbmWhy[256];
 std::map<int64_t, DBM_DB_S*> g_mapDbmHandles;
 int64_t g_llDbmNextHandle = 1;
 
@@ -113,6 +122,12 @@ class DBM_STMT_GUARD {
   private:
     sqlite3_stmt* m_pstStmt;
 };
+
+const char* dbm_KeepReason(sqlite3* pstDb) {
+    snprintf(g_szDbmWhy, sizeof(g_szDbmWhy), "%s",
+             pstDb != nullptr ? sqlite3_errmsg(pstDb) : "out of memory");
+    return g_szDbmWhy;
+}
 
 void dbm_Trace(const char* pszFormat, const std::string& strPath, const char* pszWhy) {
     syslog2(DBM_PRI_TRACE, "EVENTMIB", "EVENTMIB_TRACE", pszFormat, strPath.c_str(), pszWhy);
@@ -257,7 +272,7 @@ bool dbm_CreateFile(const std::string& strPath, const char** ppszWhy) {
           dbm_Exec(pstDb, szPragma) && dbm_Exec(pstDb, DBM_SCHEMA_SQL) &&
           dbm_Exec(pstDb, "COMMIT") && dbm_Exec(pstDb, "PRAGMA journal_mode=WAL");
     if (!bOk) {
-        *ppszWhy = pstDb != nullptr ? sqlite3_errmsg(pstDb) : "out of memory";
+        *ppszWhy = dbm_KeepReason(pstDb);
     }
     // Closing checkpoints the WAL, so the header carries the id and version.
     if (sqlite3_close(pstDb) != SQLITE_OK) {
@@ -280,7 +295,8 @@ void dbm_CloseDb(DBM_DB_S* pstDb) {
         sqlite3_finalize(pstStmt);
         pstStmt = nullptr;
     }
-    sqlite3_close(pstDb->pstDb);
+    // An iterator still holding a cursor keeps the connection until it is freed.
+    sqlite3_close_v2(pstDb->pstDb);
     delete pstDb;
 }
 
@@ -329,7 +345,7 @@ DBM_DB_S* dbm_OpenChecked(const std::string& strPath, const char** ppszWhy) {
     bool bIntact =
         sqlite3_prepare_v2(pstDb->pstDb, "PRAGMA quick_check(1)", -1, &pstCheck, nullptr) ==
             SQLITE_OK &&
-        sqlite3_step(pstCheck) == SQLITE_ROW &&
+        sqlite3_step(pstCheck) == SQLITE_ROW && sqlite3_column_text(pstCheck, 0) != nullptr &&
         strcmp(reinterpret_cast<const char*>(sqlite3_column_text(pstCheck, 0)), "ok") == 0;
     sqlite3_finalize(pstCheck);
     if (!bIntact) {
@@ -354,7 +370,7 @@ DBM_DB_S* dbm_OpenChecked(const std::string& strPath, const char** ppszWhy) {
                                  &pstDb->apstStmt[i], nullptr) == SQLITE_OK;
     }
     if (!bOk) {
-        *ppszWhy = sqlite3_errmsg(pstDb->pstDb);
+        *ppszWhy = dbm_KeepReason(pstDb->pstDb);
         dbm_CloseDb(pstDb);
         return nullptr;
     }
@@ -383,6 +399,7 @@ int64_t dbm_OpenPath(const std::string& strPath) {
 
 // Runs one write statement to its end: the autocommit makes it durable.
 uint32_t dbm_StepWrite(DBM_DB_S* pstDb, sqlite3_stmt* pstStmt) {
+    ++pstDb->ulWrites;
     int iRc = sqlite3_step(pstStmt);
     if (iRc != SQLITE_DONE) {
         syslog2(DBM_PRI_WARNING, "EVENTMIB", "EVENTMIB_TRACE", "Write to %s failed: %s.",
@@ -392,20 +409,50 @@ uint32_t dbm_StepWrite(DBM_DB_S* pstDb, sqlite3_stmt* pstStmt) {
     return 0;
 }
 
+// Points the iterator's cursor at the first record after its key, unless it
+// can simply carry on where the last batch stopped.
+bool dbm_PositionIter(DBM_DB_S* pstDb, const DBM_LIST_S& stList, DBM_ITER_S* pstIter) {
+    bool bSameDb =
+        pstIter->pstStmt != nullptr && sqlite3_db_handle(pstIter->pstStmt) == pstDb->pstDb;
+    if (bSameDb && pstIter->bPositioned && pstIter->llListId == stList.llListId &&
+        pstIter->ulWritesSeen == pstDb->ulWrites) {
+        return true;
+    }
+    if (pstIter->pstStmt != nullptr && !bSameDb) {
+        sqlite3_finalize(pstIter->pstStmt);
+        pstIter->pstStmt = nullptr;
+    }
+    if (pstIter->pstStmt == nullptr &&
+        sqlite3_prepare_v2(pstDb->pstDb, DBM_STMT_SQL[DBM_STMT_NEXT], -1, &pstIter->pstStmt,
+                           nullptr) != SQLITE_OK) {
+        return false;
+    }
+    if (pstIter->llListId != stList.llListId) {
+        pstIter->strLastKey.clear();  // another list: from its start
+    }
+    sqlite3_reset(pstIter->pstStmt);
+    sqlite3_bind_int64(pstIter->pstStmt, 1, stList.llListId);
+    sqlite3_bind_blob(pstIter->pstStmt, 2, pstIter->strLastKey.data(),
+                      static_cast<int>(pstIter->strLastKey.size()), SQLITE_TRANSIENT);
+    pstIter->llListId = stList.llListId;
+    pstIter->bPositioned = true;
+    return true;
+}
+
 // Copies up to uiCount records of the right size after the iterator's key.
 int32_t dbm_ReadBatch(DBM_DB_S* pstDb, const std::string& strName, const DBM_LIST_S& stList,
                       DBM_ITER_S* pstIter, uint32_t uiRecordSize, uint32_t uiCount, char* pcOut) {
-    sqlite3_stmt* pstStmt = pstDb->apstStmt[DBM_STMT_NEXT];
-    DBM_STMT_GUARD stGuard(pstStmt);
-    sqlite3_bind_int64(pstStmt, 1, stList.llListId);
-    sqlite3_bind_blob(pstStmt, 2, pstIter->strLastKey.data(),
-                      static_cast<int>(pstIter->strLastKey.size()), SQLITE_STATIC);
+    if (!dbm_PositionIter(pstDb, stList, pstIter)) {
+        return -1;
+    }
+    sqlite3_stmt* pstStmt = pstIter->pstStmt;
     uint32_t uiRead = 0;
     int iRc = SQLITE_ROW;
     while (uiRead < uiCount && (iRc = sqlite3_step(pstStmt)) == SQLITE_ROW) {
         const char* pcKey = static_cast<const char*>(sqlite3_column_blob(pstStmt, 0));
         pstIter->strLastKey.assign(pcKey != nullptr ? pcKey : "",
                                    static_cast<size_t>(sqlite3_column_bytes(pstStmt, 0)));
+        const void* pData = sqlite3_column_blob(pstStmt, 1);
         uint32_t uiBytes = static_cast<uint32_t>(sqlite3_column_bytes(pstStmt, 1));
         if (uiBytes != uiRecordSize) {
             // A record of another length would be misread by its table.
@@ -414,9 +461,15 @@ int32_t dbm_ReadBatch(DBM_DB_S* pstDb, const std::string& strName, const DBM_LIS
                     strName.c_str(), pstDb->strPath.c_str(), uiRecordSize);
             continue;
         }
-        memcpy(pcOut + static_cast<size_t>(uiRead) * uiRecordSize, sqlite3_column_blob(pstStmt, 1),
-               uiRecordSize);
+        memcpy(pcOut + static_cast<size_t>(uiRead) * uiRecordSize, pData, uiRecordSize);
         ++uiRead;
+    }
+    if (uiRead == uiCount) {
+        pstIter->ulWritesSeen = pstDb->ulWrites;  // the next batch carries on from here
+    } else {
+        // At the end (or on an error): release the read snapshot at once.
+        sqlite3_reset(pstStmt);
+        pstIter->bPositioned = false;
     }
     if (iRc != SQLITE_ROW && iRc != SQLITE_DONE) {
         return -1;
@@ -663,7 +716,10 @@ int32_t DBM_BatchGetNextSortList(int64_t llHandle, const char* pszName, uint32_t
 
 void DBM_FreeIterator(DBM_ITERATOR* pIterator) {
     if (pIterator != nullptr) {
-        delete static_cast<DBM_ITER_S*>(*pIterator);
+        DBM_ITER_S* pstIter = static_cast<DBM_ITER_S*>(*pIterator);
+        std::lock_guard guard(g_stDbmLock);
+        sqlite3_finalize(pstIter->pstStmt);
+        delete pstIter;
         *pIterator = nullptr;
     }
 }

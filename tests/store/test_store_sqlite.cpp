@@ -247,6 +247,38 @@ TEST_F(StoreSqliteTest, BatchesOfFiveSkipRecordsOfTheWrongLength) {
     }
 }
 
+TEST_F(StoreSqliteTest, WritesBetweenBatchesAreSeenWithoutRepeatsOrGaps) {
+    EXPECT_EQ(RunChild([] {
+                  if (mte_DBM_Init() != 0) {
+                      return std::string("init failed");
+                  }
+                  for (int i = 0; i < 7; ++i) {
+                      InsertEvent(StoreEventRow("w", "r" + std::to_string(i)));
+                  }
+                  int64_t llHandle = MTE_DBM_OpenCfg(7);
+                  DBM_ITERATOR pIter = nullptr;
+                  MTE_EVENT_ROW_S astBuf[5];
+                  std::string strOut;
+                  int32_t iRead = DBM_BatchGetNextSortList(llHandle, "mteEvent", 9, &pIter, 0, 0,
+                                                           sizeof(MTE_EVENT_ROW_S), 5, astBuf);
+                  strOut += std::to_string(iRead) + ":";
+                  // Changes through the same handle while the iterator is half-way.
+                  MTE_EVENT_ROW_S stGone = StoreEventRow("w", "r5");
+                  DBM_RemoveSortList(llHandle, "mteEvent", 9, sizeof(stGone), &stGone);
+                  MTE_EVENT_ROW_S stNew = StoreEventRow("w", "r99");
+                  DBM_InsertSortList(llHandle, "mteEvent", 9, sizeof(stNew), &stNew, MTE_TBL_EVENT);
+                  iRead = DBM_BatchGetNextSortList(llHandle, "mteEvent", 9, &pIter, 0, 0,
+                                                   sizeof(MTE_EVENT_ROW_S), 5, astBuf);
+                  for (int32_t i = 0; i < iRead; ++i) {
+                      strOut += std::string(astBuf[i].szName) + ",";
+                  }
+                  DBM_FreeIterator(&pIter);
+                  MTE_DBM_Close(llHandle);
+                  return strOut;
+              }),
+              "5:r6,r99,");
+}
+
 TEST_F(StoreSqliteTest, DamagedOrForeignFilesAreLeftAlone) {
     // A good store to damage.
     ASSERT_EQ(RunChild([] {
