@@ -43,8 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pucData, size_t uiSize) {
     uint8_t* pucRequest = static_cast<uint8_t*>(malloc(uiSize == 0 ? 1 : uiSize));
     memcpy(pucRequest, pucData, uiSize);
     static uint8_t s_aucReply[MTE_MSG_MAX_LEN];
-    uint32_t uiLen = mte_CFG_Proc(pucRequest, static_cast<uint32_t>(uiSize), MTE_MSG_MAX_LEN,
-                                  s_aucReply);
+    uint32_t uiLen =
+        mte_CFG_Proc(pucRequest, static_cast<uint32_t>(uiSize), MTE_MSG_MAX_LEN, s_aucReply);
     free(pucRequest);
     MTE_MSG_REPLY_S stReply;
     if (uiLen < MTE_MSG_HEAD_SIZE || uiLen > MTE_MSG_MAX_LEN ||

@@ -514,7 +514,3 @@ void CTL_KeyFromIndex(const CTL_TABLE_S& stTable, const uint8_t* pucRow, uint8_t
     memcpy(stKey.szName, strName.c_str(), strName.size());
     memcpy(pucKey, &stKey, sizeof(stKey));
 }
-
-void CTL_KeyFromRow(const CTL_TABLE_S& stTable, const uint8_t* pucRow, uint8_t* pucKey) {
-    CTL_KeyFromIndex(stTable, pucRow, pucKey);
-}

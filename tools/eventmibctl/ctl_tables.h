@@ -60,9 +60,8 @@ bool CTL_ApplyAssignment(const CTL_TABLE_S& stTable, const std::string& strAssig
 std::string CTL_FormatValue(const CTL_COLUMN_S& stColumn, const uint8_t* pucRow);
 // The name of a failed column of the table ("frequency"), or its number.
 std::string CTL_ColumnName(const CTL_TABLE_S& stTable, uint32_t uiColumn);
-// Builds the get-next key that follows the row (for walks).
-void CTL_KeyFromRow(const CTL_TABLE_S& stTable, const uint8_t* pucRow, uint8_t* pucKey);
-// Builds a get-next key from owner, name and index given by the operator.
+// Builds the get-next key of a row's index (owner, name, objects index):
+// from an operator's arguments, or from the last row of a walk.
 void CTL_KeyFromIndex(const CTL_TABLE_S& stTable, const uint8_t* pucRow, uint8_t* pucKey);
 
 // Parses a number (decimal, 0x hex); false when it is not one or out of range.

@@ -261,7 +261,7 @@ int CmdTable(CtlClient& client, const std::string& strCmd, const CTL_TABLE_S& st
             }
             vecRows.emplace_back(stReply.pucData, stReply.pucData + stReply.uiDataSize);
             vecRows.back().resize(stTable.uiRowSize, 0);
-            CTL_KeyFromRow(stTable, vecRows.back().data(), vecKey.data());
+            CTL_KeyFromIndex(stTable, vecRows.back().data(), vecKey.data());
         }
         if (vecRows.empty()) {
             printf("(no rows in %s)\n", stTable.pszName);
