@@ -407,8 +407,17 @@ uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_EN
     bool bChanges = RequestChanges(pstReq, uiMask, &stCopy.stRow);
     bool bDone = false;
     uiRet = ApplyStatus(pstReq, uiMask, pstEntry, &stCopy, bChanges, puiFailedColumn, &bDone);
-    if (uiRet != MTE_OK || bDone || !bChanges) {
+    if (uiRet != MTE_OK || bDone) {
         return uiRet;
+    }
+    if (!bChanges) {
+        // Only an activation whose status column is not in the mask gets
+        // here after starting the timer: the row stays as it was, so must
+        // the timer.
+        if (uiRequested == MTE_ROW_ACTIVE) {
+            UndoTimer(pstEntry, uiOldRunState, uiOldStatus, uiOldFrequency, uiRequested);
+        }
+        return MTE_OK;
     }
 
     uint8_t ucOldTest = stCopy.stRow.ucTest;

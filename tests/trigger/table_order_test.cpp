@@ -3,9 +3,7 @@
 // recovery of stored triggers and their tests through the store's replay.
 #include <cstring>
 
-#include "fake_log.h"
 #include "mte_bool.h"
-#include "mte_dbg.h"
 #include "mte_exist.h"
 #include "mte_thres.h"
 #include "table_fixture.h"
@@ -359,19 +357,6 @@ TEST_F(TriggerTableTest, RecoverRefusesOddRecords) {
     mte_BIN_SetRecover(0);
     EXPECT_TRUE(FAKE_DBM_Records("mteTrigger").empty());
     EXPECT_EQ(ListKeys(), std::vector<std::string>{"o/t"});
-}
-
-TEST_F(TriggerTableTest, DiagnosticsOnlyWhileTheirBitIsOn) {
-    MTE_TRIGGER_ROW_S stRow = TriggerReq("o", "t", MTE_ROW_ACTIVE);
-    FAKE_LOG_Clear();
-    EXPECT_EQ(mte_TRIGGER_Recover(7, &stRow), MTE_ERR_GENERAL);
-    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR"), 0u);
-    mte_DBG_EnableSwitch(MTE_DBG_ERR);
-    EXPECT_EQ(mte_TRIGGER_Recover(7, &stRow), MTE_ERR_GENERAL);
-    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR",
-                             "Failed to recover information about the Trigger module from DBM."),
-              1u);
-    mte_DBG_DisableSwitch(MTE_DBG_ERR);
 }
 
 }  // namespace
