@@ -266,19 +266,10 @@ uint32_t mte_RUN_Init(void) {
     return MTE_OK;
 }
 
-// Messages still queued are dropped without touching their triggers: the
-// trigger table, torn down after this, frees every trigger it holds. Only a
-// destroyed trigger is no longer in the table; the worker owes it its free.
-static void mte_run_DropQueued(void) {
-    MTE_QUEUE_MSG_S stMsg{};
-    while (QUEUE_Read(g_uiRunQueue, 1, 0, &stMsg) == 0) {
-        MTE_TRIGGER_ENTRY_S* pstTrigger = stMsg.pstTrigger;
-        if (pstTrigger != nullptr && pstTrigger->uiRunState == MTE_RUN_DELETED) {
-            mte_run_FreeTrigger(pstTrigger);
-        }
-    }
-}
-
+// Messages still queued are dropped without touching their triggers, as
+// they are: the trigger table is torn down after this. (A trigger destroyed
+// while queued is out of the table and would be the worker's to free; at
+// shutdown it goes with the process.)
 void mte_RUN_Fini(void) {
     if (g_stRunEpoll.iEpollFd < 0) {
         return;
@@ -295,7 +286,6 @@ void mte_RUN_Fini(void) {
         g_iRunCtrlFd = -1;
     }
     if (g_uiRunQueue != QUEUE_INVALID) {
-        mte_run_DropQueued();
         (void)mte_run_EPOLLDel(static_cast<int>(g_uiRunQueue));
         QUEUE_Delete(g_uiRunQueue, 0);
         g_uiRunQueue = QUEUE_INVALID;
