@@ -51,6 +51,26 @@ class EngineTimer : public ::testing::Test {
     MTE_TRIGGER_ENTRY_S* m_pstTrigger = nullptr;
 };
 
+// Triggers made or changed while the port is down get their timers at the
+// next port-up; nothing here may touch a timer set that does not exist yet.
+TEST_F(EngineTimer, WhileThePortIsDownTriggerOperationsDoNothing) {
+    mte_TIMER_SetPortFlag(0);
+    EXPECT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
+    EXPECT_EQ(mte_RUN_TriggerDisable(m_pstTrigger), 0u);
+    EXPECT_EQ(mte_RUN_Sample4AtOnce(m_pstTrigger), 0u);
+    EXPECT_EQ(m_pstTrigger->llTimerId, -1);
+    EXPECT_EQ(m_pstTrigger->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(m_pstTrigger->usInstanceReleased, 1);
+    EXPECT_EQ(mte_TIMER_Refresh(-1, 10), 0u);
+    for (auto pfOp : {mte_TIMER_Del, mte_TIMER_Active, mte_TIMER_Suspend}) {
+        EXPECT_NE(pfOp(7), 0u);
+    }
+    EXPECT_NE(mte_TIMER_Refresh(7, 10), 0u);
+    EXPECT_TRUE(FAKE_TIMER_Calls().empty());
+    EXPECT_EQ(mte_TIMER_SuspendAll(), 0u);  // a port-down before any port-up
+    EXPECT_EQ(mte_run_PumpQueue(10), 0u);
+}
+
 TEST_F(EngineTimer, PortUpMakesTheSetAndTriggerTimersRunInMilliseconds) {
     ASSERT_EQ(mte_TIMER_StartAll(), 0u);
     EXPECT_EQ(FAKE_TIMER_InitArgs(), (std::vector<uint32_t>{5120, 1000, 128, 16}));
