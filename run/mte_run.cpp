@@ -270,6 +270,21 @@ uint32_t mte_RUN_Init(void) {
 // they are: the trigger table is torn down after this. (A trigger destroyed
 // while queued is out of the table and would be the worker's to free; at
 // shutdown it goes with the process.)
+// Messages still queued are dropped without touching their triggers: the
+// trigger table, torn down after this, frees every trigger it holds. A
+// destroyed trigger is no longer in the table, so its last message is the
+// only thing left that refers to it and the worker owes it its free. The
+// worker has been joined, so nothing else looks at the run states now.
+static void mte_run_DropQueued(void) {
+    MTE_QUEUE_MSG_S stMsg{};
+    while (QUEUE_Read(g_uiRunQueue, 1, 0, &stMsg) == 0) {
+        MTE_TRIGGER_ENTRY_S* pstTrigger = stMsg.pstTrigger;
+        if (pstTrigger != nullptr && pstTrigger->uiRunState == MTE_RUN_DELETED) {
+            mte_run_FreeTrigger(pstTrigger);
+        }
+    }
+}
+
 void mte_RUN_Fini(void) {
     if (g_stRunEpoll.iEpollFd < 0) {
         return;
@@ -286,6 +301,7 @@ void mte_RUN_Fini(void) {
         g_iRunCtrlFd = -1;
     }
     if (g_uiRunQueue != QUEUE_INVALID) {
+        mte_run_DropQueued();
         (void)mte_run_EPOLLDel(static_cast<int>(g_uiRunQueue));
         QUEUE_Delete(g_uiRunQueue, 0);
         g_uiRunQueue = QUEUE_INVALID;
