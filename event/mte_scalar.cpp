@@ -82,13 +82,15 @@ bool mte_scalar_TryReserve(uint32_t uiMax) {
     return true;
 }
 
-// The mark grows one step each time the count passes it, so that it follows
-// the largest count reached without a lock.
+// The mark follows the largest count reached, without a lock. Raising it to
+// the count seen (rather than by one step per reservation) keeps it exact
+// even when two reservations race: a step lost to a lost compare-and-swap
+// would otherwise leave it behind for good.
 void mte_scalar_RaiseHighWater(void) {
     uint32_t uiCur = g_uiMteSampleInstances.load(std::memory_order_relaxed);
     uint32_t uiHigh = g_uiMteSampleInstancesHigh.load(std::memory_order_relaxed);
     while (uiCur > uiHigh) {
-        if (g_uiMteSampleInstancesHigh.compare_exchange_weak(uiHigh, uiHigh + 1,
+        if (g_uiMteSampleInstancesHigh.compare_exchange_weak(uiHigh, uiCur,
                                                              std::memory_order_relaxed)) {
             mte_scalar_MarkChanged();
             return;
