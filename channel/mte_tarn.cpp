@@ -34,6 +34,7 @@
 #include "plat_paths.h"
 #include "plat_port.h"
 #include "plat_trapswitch.h"
+#include "plat_unixsock.h"
 
 namespace {
 
@@ -58,36 +59,6 @@ std::string g_strTarnSocketPath;  // the path bound, unlinked when the socket cl
 time_t g_tTarnLastRefusalTrace = 0;
 
 // ---- management socket ----------------------------------------------------
-
-bool mte_tarn_FillAddress(const std::string& strPath, sockaddr_un* pstAddr) {
-    memset(pstAddr, 0, sizeof(*pstAddr));
-    pstAddr->sun_family = AF_UNIX;
-    if (strPath.empty() || strPath.size() >= sizeof(pstAddr->sun_path)) {
-        return false;
-    }
-    memcpy(pstAddr->sun_path, strPath.c_str(), strPath.size() + 1);
-    return true;
-}
-
-// A socket file left behind by a daemon that died is removed; a file that is
-// not a socket, or a socket on which a daemon still listens, is left alone
-// and the bind then fails: two daemons must never serve one path.
-void mte_tarn_RemoveStaleSocket(const sockaddr_un* pstAddr) {
-    struct stat stInfo;
-    if (lstat(pstAddr->sun_path, &stInfo) != 0 || !S_ISSOCK(stInfo.st_mode)) {
-        return;
-    }
-    int iProbe = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    if (iProbe < 0) {
-        return;
-    }
-    int iRet = connect(iProbe, reinterpret_cast<const sockaddr*>(pstAddr), sizeof(*pstAddr));
-    int iErr = errno;
-    close(iProbe);
-    if (iRet != 0 && iErr == ECONNREFUSED) {
-        unlink(pstAddr->sun_path);
-    }
-}
 
 // Root and the daemon's own user may configure it; nobody else.
 bool mte_tarn_PeerAllowed(int iConn, uid_t* puiUid) {
@@ -213,7 +184,7 @@ uint32_t mte_tarn_SocketFail(int iFd, const char* pszStep) {
 uint32_t mte_tarn_SocketInit(void) {
     g_strTarnSocketPath = PLAT_MgmtSocketPath();
     sockaddr_un stAddr;
-    if (!mte_tarn_FillAddress(g_strTarnSocketPath, &stAddr)) {
+    if (!PLAT_UnixAddress(g_strTarnSocketPath, &stAddr)) {
         errno = ENAMETOOLONG;
         return mte_tarn_SocketFail(-1, "name");
     }
@@ -221,7 +192,7 @@ uint32_t mte_tarn_SocketInit(void) {
     if (iFd < 0) {
         return mte_tarn_SocketFail(-1, "create");
     }
-    mte_tarn_RemoveStaleSocket(&stAddr);
+    PLAT_RemoveStaleSocket(&stAddr, SOCK_SEQPACKET);
     if (bind(iFd, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
         return mte_tarn_SocketFail(iFd, "bind");
     }

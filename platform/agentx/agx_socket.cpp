@@ -13,35 +13,9 @@
 
 #include <cstring>
 
+#include "plat_unixsock.h"
+
 namespace {
-
-bool FillAddress(const std::string& strPath, sockaddr_un* pstAddr) {
-    memset(pstAddr, 0, sizeof(*pstAddr));
-    pstAddr->sun_family = AF_UNIX;
-    if (strPath.empty() || strPath.size() >= sizeof(pstAddr->sun_path)) {
-        return false;
-    }
-    memcpy(pstAddr->sun_path, strPath.c_str(), strPath.size() + 1);
-    return true;
-}
-
-// A socket file is stale when a datagram to it is refused: its process is gone.
-void RemoveStaleSocket(const sockaddr_un* pstAddr) {
-    struct stat stInfo;
-    if (lstat(pstAddr->sun_path, &stInfo) != 0 || !S_ISSOCK(stInfo.st_mode)) {
-        return;
-    }
-    int iProbe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (iProbe < 0) {
-        return;
-    }
-    int iRet = connect(iProbe, reinterpret_cast<const sockaddr*>(pstAddr), sizeof(*pstAddr));
-    int iErr = errno;
-    close(iProbe);
-    if (iRet != 0 && iErr == ECONNREFUSED) {
-        unlink(pstAddr->sun_path);
-    }
-}
 
 void MakeParentDir(const std::string& strPath) {
     size_t uiSlash = strPath.rfind('/');
@@ -54,7 +28,7 @@ void MakeParentDir(const std::string& strPath) {
 
 int AGX_BindSocket(const std::string& strPath, AGX_SOCKET_FILE_S* pstFile, std::string* pstrError) {
     sockaddr_un stAddr;
-    if (!FillAddress(strPath, &stAddr)) {
+    if (!PLAT_UnixAddress(strPath, &stAddr)) {
         *pstrError = "socket path empty or too long: " + strPath;
         return -1;
     }
@@ -70,7 +44,7 @@ int AGX_BindSocket(const std::string& strPath, AGX_SOCKET_FILE_S* pstFile, std::
         return -1;
     }
     MakeParentDir(strPath);
-    RemoveStaleSocket(&stAddr);
+    PLAT_RemoveStaleSocket(&stAddr, SOCK_DGRAM);
     if (bind(iFd, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
         *pstrError = errno == EADDRINUSE ? strPath + " is served by another process"
                                          : "bind " + strPath + ": " + strerror(errno);
@@ -138,7 +112,7 @@ bool AGX_SenderAllowed(uid_t iUid) {
 
 bool AGX_SendPortStatus(int iFd, const std::string& strPortPath, bool bUp) {
     sockaddr_un stAddr;
-    if (!FillAddress(strPortPath, &stAddr)) {
+    if (!PLAT_UnixAddress(strPortPath, &stAddr)) {
         return false;
     }
     const char* pszText = bUp ? "up" : "down";

@@ -23,44 +23,16 @@
 #include <string>
 
 #include "plat_paths.h"
+#include "plat_unixsock.h"
 
 namespace {
 
 constexpr uint32_t PORT_ERR = 1;
 constexpr const char* PORT_STATUS_QUERY = "status";
 
-bool FillAddress(const std::string& strPath, sockaddr_un* pstAddr) {
-    memset(pstAddr, 0, sizeof(*pstAddr));
-    pstAddr->sun_family = AF_UNIX;
-    if (strPath.empty() || strPath.size() >= sizeof(pstAddr->sun_path)) {
-        return false;
-    }
-    memcpy(pstAddr->sun_path, strPath.c_str(), strPath.size() + 1);
-    return true;
-}
-
-// A socket file nobody is bound to any more is removed before the bind; one
-// that still has an owner (another daemon) is left, and the bind fails.
-void RemoveStaleSocket(const sockaddr_un* pstAddr) {
-    struct stat stInfo;
-    if (lstat(pstAddr->sun_path, &stInfo) != 0 || !S_ISSOCK(stInfo.st_mode)) {
-        return;
-    }
-    int iProbe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (iProbe < 0) {
-        return;
-    }
-    int iRet = connect(iProbe, reinterpret_cast<const sockaddr*>(pstAddr), sizeof(*pstAddr));
-    int iErr = errno;
-    close(iProbe);
-    if (iRet != 0 && iErr == ECONNREFUSED) {
-        unlink(pstAddr->sun_path);
-    }
-}
-
 void AskForStatus(int iFd) {
     sockaddr_un stAgentx;
-    if (!FillAddress(PLAT_AgentxSocketPath(), &stAgentx)) {
+    if (!PLAT_UnixAddress(PLAT_AgentxSocketPath(), &stAgentx)) {
         return;
     }
     // Best effort: a bridge that is not running announces itself later.
@@ -105,7 +77,7 @@ int SubscribeServicePortEvent(uint32_t uiType, const SERVICE_PORT_SUB_S* pstSub)
     (void)uiType;
     (void)pstSub;
     sockaddr_un stAddr;
-    if (!FillAddress(PLAT_PortSocketPath(), &stAddr)) {
+    if (!PLAT_UnixAddress(PLAT_PortSocketPath(), &stAddr)) {
         return -1;
     }
     int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
@@ -113,7 +85,7 @@ int SubscribeServicePortEvent(uint32_t uiType, const SERVICE_PORT_SUB_S* pstSub)
         return -1;
     }
     int iOn = 1;
-    RemoveStaleSocket(&stAddr);
+    PLAT_RemoveStaleSocket(&stAddr, SOCK_DGRAM);
     if (setsockopt(iFd, SOL_SOCKET, SO_PASSCRED, &iOn, sizeof(iOn)) != 0 ||
         bind(iFd, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
         close(iFd);

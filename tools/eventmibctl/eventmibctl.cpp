@@ -21,6 +21,7 @@
 #include "mte_msg.h"
 #include "mte_tarn.h"
 #include "plat_paths.h"
+#include "plat_unixsock.h"
 #include "plat_trapswitch.h"
 
 namespace {
@@ -82,13 +83,11 @@ class CtlClient {
         if (m_iFd >= 0) {
             return true;
         }
-        sockaddr_un stAddr = {};
-        stAddr.sun_family = AF_UNIX;
-        if (m_strPath.size() >= sizeof(stAddr.sun_path)) {
-            fprintf(stderr, "eventmibctl: socket path too long: %s\n", m_strPath.c_str());
+        sockaddr_un stAddr;
+        if (!PLAT_UnixAddress(m_strPath, &stAddr)) {
+            fprintf(stderr, "eventmibctl: socket path empty or too long: %s\n", m_strPath.c_str());
             return false;
         }
-        memcpy(stAddr.sun_path, m_strPath.c_str(), m_strPath.size() + 1);
         m_iFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
         if (m_iFd < 0) {
             return Fail("create a socket for");

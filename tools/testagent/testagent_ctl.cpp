@@ -2,6 +2,7 @@
 // abstract address so that the agent can answer it with sendto; every wait
 // is bounded by the caller's time-out. Any thread; no shared state.
 #include "testagent_ctl.h"
+#include "plat_unixsock.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -13,13 +14,11 @@
 
 bool TESTAGENT_Command(const std::string& strSocket, const std::string& strCommand,
                        std::string* pstrReply, int iTimeoutMs) {
-    sockaddr_un stAddr{};
-    stAddr.sun_family = AF_UNIX;
-    if (strSocket.empty() || strSocket.size() >= sizeof(stAddr.sun_path)) {
+    sockaddr_un stAddr;
+    if (!PLAT_UnixAddress(strSocket, &stAddr)) {
         *pstrReply = "control socket path empty or too long";
         return false;
     }
-    memcpy(stAddr.sun_path, strSocket.c_str(), strSocket.size() + 1);
     int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (iFd < 0) {
         *pstrReply = std::string("socket: ") + strerror(errno);

@@ -26,6 +26,7 @@
 
 #include "testagent_ctl.h"
 #include "testagent_table.h"
+#include "plat_unixsock.h"
 
 namespace {
 
@@ -69,13 +70,11 @@ void OnControl(int iFd, void* pData) {
 }
 
 int BindControl(const std::string& strPath) {
-    sockaddr_un stAddr{};
-    stAddr.sun_family = AF_UNIX;
-    if (strPath.empty() || strPath.size() >= sizeof(stAddr.sun_path)) {
+    sockaddr_un stAddr;
+    if (!PLAT_UnixAddress(strPath, &stAddr)) {
         fprintf(stderr, "%s: control socket path empty or too long\n", TA_APP_NAME);
         return -1;
     }
-    memcpy(stAddr.sun_path, strPath.c_str(), strPath.size() + 1);
     int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     unlink(strPath.c_str());
     if (iFd < 0 || bind(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
