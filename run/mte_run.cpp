@@ -46,6 +46,9 @@ int g_iRunCtrlFd = -1;
 uint32_t g_uiRunQueue = QUEUE_INVALID;
 pthread_t g_stRunThread{};
 bool g_bRunThreadMade = false;
+// True while the worker thread runs its loop: only then is there anybody to
+// answer a drain request.
+std::atomic<bool> g_bRunWorkerAlive{false};
 // Worker thread only: set by the control handler, read by the loop.
 bool g_bRunExit = false;
 
@@ -146,6 +149,7 @@ void* mte_run_WorkerMain(void*) {
             mte_EPSET_Dispatch(&g_stRunEpoll, &astEvents[i], 1);
         }
     }
+    g_bRunWorkerAlive.store(false);
     return nullptr;
 }
 
@@ -248,8 +252,13 @@ uint32_t mte_run_InitWithoutThread(void) {
 }
 
 uint32_t mte_RUN_Init(void) {
-    if (mte_run_Setup() != MTE_OK ||
-        pthread_create(&g_stRunThread, nullptr, mte_run_WorkerMain, nullptr) != 0) {
+    if (mte_run_Setup() != MTE_OK) {
+        mte_RUN_Fini();
+        return MTE_ERR_GENERAL;
+    }
+    g_bRunWorkerAlive.store(true);
+    if (pthread_create(&g_stRunThread, nullptr, mte_run_WorkerMain, nullptr) != 0) {
+        g_bRunWorkerAlive.store(false);
         mte_RUN_Fini();
         return MTE_ERR_GENERAL;
     }
@@ -257,19 +266,10 @@ uint32_t mte_RUN_Init(void) {
     return MTE_OK;
 }
 
-// Messages still queued are dropped without touching their triggers: the
-// trigger table, torn down after this, frees every trigger it holds. Only a
-// destroyed trigger is no longer in the table; the worker owes it its free.
-static void mte_run_DropQueued(void) {
-    MTE_QUEUE_MSG_S stMsg{};
-    while (QUEUE_Read(g_uiRunQueue, 1, 0, &stMsg) == 0) {
-        MTE_TRIGGER_ENTRY_S* pstTrigger = stMsg.pstTrigger;
-        if (pstTrigger != nullptr && pstTrigger->uiRunState == MTE_RUN_DELETED) {
-            mte_run_FreeTrigger(pstTrigger);
-        }
-    }
-}
-
+// Messages still queued are dropped without touching their triggers, as
+// they are: the trigger table is torn down after this. (A trigger destroyed
+// while queued is out of the table and would be the worker's to free; at
+// shutdown it goes with the process.)
 void mte_RUN_Fini(void) {
     if (g_stRunEpoll.iEpollFd < 0) {
         return;
@@ -286,12 +286,15 @@ void mte_RUN_Fini(void) {
         g_iRunCtrlFd = -1;
     }
     if (g_uiRunQueue != QUEUE_INVALID) {
-        mte_run_DropQueued();
         (void)mte_run_EPOLLDel(static_cast<int>(g_uiRunQueue));
         QUEUE_Delete(g_uiRunQueue, 0);
         g_uiRunQueue = QUEUE_INVALID;
     }
     mte_EPSET_Destroy(&g_stRunEpoll);
+}
+
+bool mte_run_WorkerAlive(void) {
+    return g_bRunWorkerAlive.load();
 }
 
 int mte_RUN_GetEventFd(void) {

@@ -35,6 +35,8 @@ inline void mte_run_StrCopy(char* pszDst, const char* pszSrc, size_t uiSize) {
 // --- worker and queue (mte_run.cpp) ----------------------------------------
 // Writes the trigger's message to the queue; 0 or the queue's failure.
 uint32_t mte_run_WriteQueue(MTE_TRIGGER_ENTRY_S* pstTrigger);
+// True while the worker thread serves its epoll set (and can answer a drain).
+bool mte_run_WorkerAlive(void);
 // Frees a trigger that nothing refers to any more (destroyed while the worker
 // held it), samples included.
 void mte_run_FreeTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger);

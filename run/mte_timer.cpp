@@ -27,7 +27,7 @@
 
 #include "mte_core.h"
 #include "mte_dbg.h"
-#include "mte_run.h"
+#include "mte_run_int.h"
 #include "mte_scalar.h"
 #include "mte_trigger.h"
 #include "plat_timer.h"
@@ -56,7 +56,8 @@ constexpr int64_t TRACE_SET_INIT = 579;        // text 43
 constexpr int64_t TRACE_TIMER_FD = 596;        // text 42
 constexpr int64_t TRACE_MODULE_INIT = 715;     // text 51
 
-uint64_t g_ulTimerSet = 0;
+// Read by the worker too (mte_TIMER_Active / mte_TIMER_Refresh on a restart).
+std::atomic<uint64_t> g_ulTimerSet{0};
 int g_iTickFd = -1;
 int g_iStatsFd = -1;
 int g_iNotifyFd = -1;
@@ -156,11 +157,11 @@ bool mte_timer_TakeAnswer(int iWaitMs) {
 }
 
 // Asks the worker to drain its queue and waits for its answer (bounded, see
-// DRAIN_WAIT_MS). Without a worker or a notify descriptor there is nobody to
-// answer, and the port-down goes on at once.
+// DRAIN_WAIT_MS). Without a running worker or a notify descriptor there is
+// nobody to answer, and the port-down goes on at once.
 void mte_timer_DrainWorker(void) {
     int iCtrlFd = mte_RUN_GetEventFd();
-    if (iCtrlFd < 0 || g_iNotifyFd < 0) {
+    if (iCtrlFd < 0 || g_iNotifyFd < 0 || !mte_run_WorkerAlive()) {
         return;
     }
     if (g_bDrainPending && mte_timer_TakeAnswer(0)) {
@@ -313,10 +314,11 @@ uint32_t mte_TIMER_Del(int64_t llTimerId) {
 }
 
 uint32_t mte_TIMER_Active(int64_t llTimerId) {
-    if (g_ulTimerSet == 0 || llTimerId == -1) {
+    uint64_t ulSet = g_ulTimerSet.load();
+    if (ulSet == 0 || llTimerId == -1) {
         return MTE_ERR_GENERAL;
     }
-    return Timer_SetStatus(g_ulTimerSet, llTimerId, TIMER_STATUS_ACTIVE, 0);
+    return Timer_SetStatus(ulSet, llTimerId, TIMER_STATUS_ACTIVE, 0);
 }
 
 uint32_t mte_TIMER_Suspend(int64_t llTimerId) {
@@ -330,11 +332,11 @@ uint32_t mte_TIMER_Refresh(int64_t llTimerId, uint32_t uiFrequency) {
     if (llTimerId == -1) {
         return MTE_OK;
     }
-    if (g_ulTimerSet == 0) {
+    uint64_t ulSet = g_ulTimerSet.load();
+    if (ulSet == 0) {
         return MTE_ERR_GENERAL;
     }
-    return Timer_SetStatus(g_ulTimerSet, llTimerId, TIMER_STATUS_RESTART,
-                           mte_timer_PeriodMs(uiFrequency));
+    return Timer_SetStatus(ulSet, llTimerId, TIMER_STATUS_RESTART, mte_timer_PeriodMs(uiFrequency));
 }
 
 void mte_TIMER_SetPortFlag(uint16_t usFlag) {

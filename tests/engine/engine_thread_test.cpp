@@ -9,6 +9,8 @@
 #include <thread>
 
 #include "engine_helpers.h"
+#include "event/event_test_util.h"
+#include "mte_bool.h"
 #include "fake_dbm.h"
 #include "fake_log.h"
 #include "mte_core.h"
@@ -229,6 +231,61 @@ TEST_F(EngineThread, DestroyWhileTheWorkerAsksTheAgentLeavesTheFreeToTheWorker) 
     ASSERT_EQ(Create("a", kScalar, 60), 0u);
     ASSERT_TRUE(WaitFor([] { return FiredCount() == 1 && StateOf("a") == MTE_RUN_IDLE; }));
     EXPECT_EQ(ENG_Instances(), 1u);
+}
+
+// The event runs after the worker has let go of the trigger, with the
+// instance suffix of the sample that fired: a wildcarded set object lands on
+// the same instance.
+TEST_F(EngineThread, FiredEventSetsTheInstanceThatFired) {
+    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 4, 1, 99, 2, 1}, 5);
+    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 4, 1, 99, 2, 2}, 50);
+    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 4, 1, 99, 3, 2}, 0);
+    ASSERT_EQ(
+        SetEvent(EventReq("own", "evSet", MTE_ROW_CREATE_AND_WAIT, MTE_ACTION_SET), kEventMaskAll),
+        0u);
+    ASSERT_EQ(
+        SetSet(SetReq("own", "evSet", {1, 3, 6, 1, 4, 1, 99, 3}, 1, MTE_TRUE),
+               MTE_COLUMN_BIT(MTE_SET_COL_OBJECT) | MTE_COLUMN_BIT(MTE_SET_COL_OBJECT_WILDCARD) |
+                   MTE_COLUMN_BIT(MTE_SET_COL_VALUE)),
+        0u);
+    ASSERT_EQ(SetEvent(EventReq("own", "evSet", MTE_ROW_ACTIVE),
+                       MTE_COLUMN_BIT(MTE_EVENT_COL_ENTRY_STATUS)),
+              0u);
+
+    MTE_TRIGGER_ROW_S stRow{};
+    strcpy(stRow.szOwner, "own");
+    strcpy(stRow.szName, "b");
+    stRow.stValueID = FAKE_SNMP_MakeOid(kTable);
+    stRow.uiValueIDWildcard = MTE_TRUE;
+    stRow.uiFrequency = 60;
+    stRow.ucTest = MTE_TEST_BOOLEAN;
+    stRow.uiEntryStatus = MTE_ROW_CREATE_AND_WAIT;
+    uint32_t uiFailed = 0;
+    ASSERT_EQ(mte_TRIGGER_Set(&stRow, kCreateMask | MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_BOOLEAN),
+                              &uiFailed),
+              0u);
+    MTE_BOOL_ENTRY_S stBool{};
+    strcpy(stBool.szOwner, "own");
+    strcpy(stBool.szName, "b");
+    stBool.uiComparison = MTE_BOOL_GREATER;
+    stBool.iValue = 10;
+    strcpy(stBool.szEventOwner, "own");
+    strcpy(stBool.szEvent, "evSet");
+    ASSERT_EQ(mte_BOOL_Set(
+                  &stBool,
+                  MTE_COLUMN_BIT(MTE_BOOL_COL_COMPARISON) | MTE_COLUMN_BIT(MTE_BOOL_COL_VALUE) |
+                      MTE_COLUMN_BIT(MTE_BOOL_COL_EVENT_OWNER) | MTE_COLUMN_BIT(MTE_BOOL_COL_EVENT),
+                  &uiFailed),
+              0u);
+    stRow.uiEntryStatus = MTE_ROW_ACTIVE;
+    ASSERT_EQ(mte_TRIGGER_Set(&stRow, MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS), &uiFailed), 0u);
+
+    PortUp();
+    ASSERT_TRUE(WaitFor([] { return FAKE_SNMP_Sets().size() == 1; }));
+    auto astSets = FAKE_SNMP_Sets();
+    EXPECT_EQ(astSets[0].astOid, (FAKE_OID{1, 3, 6, 1, 4, 1, 99, 3, 2}));
+    EXPECT_EQ(astSets[0].iValue, 1);
+    EXPECT_EQ(FiredCount(), 1u);
 }
 
 }  // namespace

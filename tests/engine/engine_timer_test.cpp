@@ -1,0 +1,179 @@
+// Timer module on a fake timer set: the arguments it hands the platform, the
+// periods, port up and down of the set, expiries and the one-second tick.
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <chrono>
+#include <thread>
+
+#include "engine_helpers.h"
+#include "fake_log.h"
+#include "fake_timer.h"
+#include "mte_core.h"
+#include "mte_dbg.h"
+#include "mte_run.h"
+#include "mte_scalar.h"
+#include "mte_timer.h"
+#include "mte_trigger.h"
+
+namespace {
+
+class EngineTimer : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        FAKE_TIMER_Reset();
+        FAKE_SNMP_Reset();
+        FAKE_LOG_Clear();
+        ASSERT_EQ(mte_DBG_Init(), 0u);
+        ASSERT_EQ(mte_EPOLL_Init(), 0u);
+        ASSERT_EQ(mte_TRIGGER_Init(), 0u);
+        ASSERT_EQ(mte_SCALAR_Init(), 0u);
+        ASSERT_EQ(mte_run_InitWithoutThread(), 0u);
+        mte_TIMER_SetPortFlag(1);
+        m_pstTrigger = ENG_NewTrigger("t");
+        m_pstTrigger->stRow.stValueID = FAKE_SNMP_MakeOid({1, 3, 6, 1, 4, 1, 99, 1, 0});
+        m_pstTrigger->stRow.uiFrequency = 10;
+    }
+
+    void TearDown() override {
+        mte_RUN_Fini();
+        mte_TIMER_Fini();
+        mte_TIMER_SetPortFlag(0);
+        mte_TRIGGER_StateLock(&m_pstTrigger->stStateLock);
+        mte_RUN_ClearSampleRes(m_pstTrigger);
+        mte_TRIGGER_StateUnLock(&m_pstTrigger->stStateLock);
+        ENG_FreeTrigger(m_pstTrigger);
+        mte_TRIGGER_Fini();
+        mte_EPOLL_Fini();
+        mte_DBG_Fini();
+    }
+
+    MTE_TRIGGER_ENTRY_S* m_pstTrigger = nullptr;
+};
+
+// Triggers made or changed while the port is down get their timers at the
+// next port-up; nothing here may touch a timer set that does not exist yet.
+TEST_F(EngineTimer, WhileThePortIsDownTriggerOperationsDoNothing) {
+    mte_TIMER_SetPortFlag(0);
+    EXPECT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
+    EXPECT_EQ(mte_RUN_TriggerDisable(m_pstTrigger), 0u);
+    EXPECT_EQ(mte_RUN_Sample4AtOnce(m_pstTrigger), 0u);
+    EXPECT_EQ(m_pstTrigger->llTimerId, -1);
+    EXPECT_EQ(m_pstTrigger->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(m_pstTrigger->usInstanceReleased, 1);
+    EXPECT_EQ(mte_TIMER_Refresh(-1, 10), 0u);
+    for (auto pfOp : {mte_TIMER_Del, mte_TIMER_Active, mte_TIMER_Suspend}) {
+        EXPECT_NE(pfOp(7), 0u);
+    }
+    EXPECT_NE(mte_TIMER_Refresh(7, 10), 0u);
+    EXPECT_TRUE(FAKE_TIMER_Calls().empty());
+    EXPECT_EQ(mte_TIMER_SuspendAll(), 0u);  // a port-down before any port-up
+    EXPECT_EQ(mte_run_PumpQueue(10), 0u);
+}
+
+TEST_F(EngineTimer, PortUpMakesTheSetAndTriggerTimersRunInMilliseconds) {
+    ASSERT_EQ(mte_TIMER_StartAll(), 0u);
+    EXPECT_EQ(FAKE_TIMER_InitArgs(), (std::vector<uint32_t>{5120, 1000, 128, 16}));
+    ASSERT_EQ(FAKE_TIMER_CallsOf("Config").size(), 1u);
+    EXPECT_EQ(FAKE_TIMER_CallsOf("Config")[0].uiArg, 1u);
+    EXPECT_GE(mte_GetNotifyEvtFd(), 0);
+
+    ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
+    int64_t llId = m_pstTrigger->llTimerId;
+    ASSERT_NE(llId, -1);
+    uint32_t uiPeriod = 0, uiRunning = 0;
+    ASSERT_TRUE(FAKE_TIMER_Get(llId, &uiPeriod, &uiRunning));
+    EXPECT_EQ(uiPeriod, 10000u);
+
+    EXPECT_EQ(mte_TIMER_Refresh(llId, 30), 0u);
+    ASSERT_TRUE(FAKE_TIMER_Get(llId, &uiPeriod, &uiRunning));
+    EXPECT_EQ(uiPeriod, 30000u);
+    size_t uiCalls = FAKE_TIMER_Calls().size();
+    EXPECT_EQ(mte_TIMER_Refresh(-1, 30), 0u);
+    EXPECT_EQ(FAKE_TIMER_Calls().size(), uiCalls);
+    EXPECT_EQ(mte_TIMER_Refresh(llId, 0), 0u);  // a zero frequency runs every second
+    ASSERT_TRUE(FAKE_TIMER_Get(llId, &uiPeriod, &uiRunning));
+    EXPECT_EQ(uiPeriod, 1000u);
+
+    ASSERT_EQ(mte_RUN_TriggerDisable(m_pstTrigger), 0u);
+    ASSERT_TRUE(FAKE_TIMER_Get(llId, &uiPeriod, &uiRunning));
+    EXPECT_EQ(uiRunning, 0u);
+    ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);  // resumes, no second timer
+    EXPECT_EQ(m_pstTrigger->llTimerId, llId);
+    EXPECT_EQ(FAKE_TIMER_Count(), 1u);
+    ASSERT_TRUE(FAKE_TIMER_Get(llId, &uiPeriod, &uiRunning));
+    EXPECT_EQ(uiRunning, 1u);
+
+    EXPECT_EQ(mte_TIMER_Del(llId), 0u);
+    EXPECT_EQ(FAKE_TIMER_Count(), 0u);
+    m_pstTrigger->llTimerId = -1;
+}
+
+TEST_F(EngineTimer, ExpiryQueuesAnIdleTrigger) {
+    ASSERT_EQ(mte_TIMER_StartAll(), 0u);
+    ASSERT_EQ(mte_TIMER_Add(m_pstTrigger), 0u);
+    ASSERT_TRUE(FAKE_TIMER_Expire(m_pstTrigger->llTimerId));
+    EXPECT_EQ(m_pstTrigger->uiRunState, MTE_RUN_BUSY);
+    EXPECT_EQ(mte_run_PumpQueue(10), 1u);
+    EXPECT_EQ(m_pstTrigger->uiRunState, MTE_RUN_IDLE);
+}
+
+TEST_F(EngineTimer, FailedTimerCreationIsTracedAndKeepsTheId) {
+    ASSERT_EQ(mte_TIMER_StartAll(), 0u);
+    FAKE_TIMER_FailCreate(true);
+    EXPECT_NE(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
+    EXPECT_EQ(m_pstTrigger->llTimerId, -1);
+    EXPECT_EQ(
+        FAKE_LOG_Count(MTE_DBG_MNEMONIC_TRACE, "Trigger entry own-t: Failed to create a timer."),
+        1u);
+    // Without a timer there is nothing to suspend: taking it out of service works.
+    EXPECT_EQ(mte_RUN_TriggerDisable(m_pstTrigger), 0u);
+}
+
+TEST_F(EngineTimer, FailedInitTearsEverythingDownAndTheNextPortUpRetries) {
+    FAKE_TIMER_FailInit(true);
+    EXPECT_NE(mte_TIMER_StartAll(), 0u);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_TRACE, "Failed to initialize timer instances."), 1u);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_TRACE, "Failed to initialize timer submodule."), 1u);
+    EXPECT_EQ(mte_GetNotifyEvtFd(), -1);
+    FAKE_TIMER_FailInit(false);
+    EXPECT_EQ(mte_TIMER_StartAll(), 0u);
+    EXPECT_GE(mte_GetNotifyEvtFd(), 0);
+}
+
+TEST_F(EngineTimer, ASetHoldingTriggerTimersIsStoppedNotFinalizedWhenItFailsToRestart) {
+    ASSERT_EQ(mte_TIMER_StartAll(), 0u);
+    ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
+    ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
+    FAKE_TIMER_FailConfig(true);
+    EXPECT_NE(mte_TIMER_StartAll(), 0u);
+    EXPECT_TRUE(FAKE_TIMER_CallsOf("Finalize").empty());
+    EXPECT_EQ(FAKE_TIMER_Count(), 1u);
+    FAKE_TIMER_FailConfig(false);
+    EXPECT_EQ(mte_TIMER_StartAll(), 0u);
+    ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
+    EXPECT_EQ(FAKE_TIMER_Count(), 1u);
+    EXPECT_EQ(FAKE_TIMER_CallsOf("Create").size(), 1u);
+}
+
+TEST_F(EngineTimer, PortDownStopsTheSetAndItsTick) {
+    ASSERT_EQ(mte_TIMER_StartAll(), 0u);
+    ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
+    auto astConfig = FAKE_TIMER_CallsOf("Config");
+    ASSERT_EQ(astConfig.size(), 2u);
+    EXPECT_EQ(astConfig[1].uiArg, 0u);
+    // The tick is disarmed: nothing is announced while the port is down.
+    pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
+    EXPECT_EQ(poll(&stPoll, 1, 1300), 0);
+}
+
+TEST_F(EngineTimer, MissedSecondsAreAnnouncedAsOneTick) {
+    ASSERT_EQ(mte_TIMER_StartAll(), 0u);
+    std::this_thread::sleep_for(std::chrono::milliseconds(3200));
+    pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
+    ASSERT_EQ(poll(&stPoll, 1, 2000), 1);
+    mte_EPOLL_WaitAndDispatch(8);
+    EXPECT_EQ(FAKE_TIMER_CallsOf("Tick").size(), 1u);
+}
+
+}  // namespace
