@@ -39,16 +39,19 @@ done
 D=$(mktemp -d /tmp/eventmibd-demo.XXXXXX)
 SNMPD_PID= TRAPD_PID= TESTAGENT_PID= BRIDGE_PID= DAEMON_PID=
 
-# stop_pid <pid> <signal> <seconds>: signal, wait, then SIGKILL.
+# stop_pid <pid> <signal> <seconds>: signal, wait, then SIGKILL; the exit
+# status in STOP_STATUS.
 stop_pid() {
     local pid=$1 sig=$2 deadline=$((SECONDS + $3))
+    STOP_STATUS=
     [[ -n $pid ]] && kill -0 "$pid" 2>/dev/null || return 0
     kill -s "$sig" "$pid" 2>/dev/null || true
     while kill -0 "$pid" 2>/dev/null && ((SECONDS < deadline)); do sleep 0.05; done
     if kill -0 "$pid" 2>/dev/null; then
         kill -KILL "$pid" 2>/dev/null || true
     fi
-    wait "$pid" 2>/dev/null || true
+    STOP_STATUS=0
+    wait "$pid" 2>/dev/null || STOP_STATUS=$?
 }
 
 cleanup() {
@@ -290,8 +293,7 @@ v3get -n alarms "$AGENT" "$TABLE.1.1" | sed 's/^/   /' || die "snmpget failed"
 # ---------------------------------------------------------------- restart
 step "6. restart eventmibd: the configuration comes back from its store"
 stop_pid "$DAEMON_PID" SIGRTMIN+1 10
-wait "$DAEMON_PID" 2>/dev/null || true
-say "stopped with SIGRTMIN+1"
+say "stopped with SIGRTMIN+1, exit status $STOP_STATUS"
 DAEMON_PID=
 start_daemon
 say "started again, pid $DAEMON_PID"
@@ -313,7 +315,7 @@ show_new_traps
 # ---------------------------------------------------------------- stop
 step "7. stop everything in order"
 stop_pid "$DAEMON_PID" SIGRTMIN+1 10
-say "eventmibd stopped (SIGRTMIN+1)"
+say "eventmibd stopped (SIGRTMIN+1), exit status $STOP_STATUS (0 = normal stop)"
 DAEMON_PID=
 stop_pid "$BRIDGE_PID" TERM 3 && BRIDGE_PID= && say "eventmib-agentx stopped"
 stop_pid "$TESTAGENT_PID" TERM 3 && TESTAGENT_PID= && say "mte-testagent stopped"
