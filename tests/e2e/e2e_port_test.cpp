@@ -110,4 +110,44 @@ TEST_F(E2ePort, StoppingTheBridgeNeverStallsTheDaemon) {
     EXPECT_TRUE(m_stDaemon.Signal(0)) << "eventmibd died";
 }
 
+TEST_F(E2ePort, RestartedDaemonRecoversItsConfigurationAndSamplesAgain) {
+    AgentOk("add - 1 20");
+    CtlScenario(
+        "set event owner=e2e name=mark actions=set status=createAndWait\n"
+        "set set owner=e2e name=mark object=" +
+        std::string(TABLE) +
+        ".1.2 value=1\n"
+        "set event owner=e2e name=mark status=active\n"
+        "set trigger owner=e2e name=kept frequency=1 test=threshold valueid=" +
+        std::string(TABLE) +
+        ".1.1 status=createAndWait\n"
+        "set threshold owner=e2e name=kept rising=100 falling=10 "
+        "deltarising=1000000 deltafalling=-1000000 risingeventowner=e2e "
+        "risingevent=mark\n"
+        "set trigger owner=e2e name=kept status=active\n");
+    std::string strBefore;
+    ASSERT_EQ(CtlStatus("walk trigger", &strBefore), 0);
+
+    ASSERT_TRUE(m_stDaemon.Signal(SIGRTMIN + 1));
+    int iStatus = 0;
+    ASSERT_TRUE(m_stDaemon.WaitExit(10000, &iStatus));
+    EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0) << iStatus;
+    ASSERT_TRUE(StartDaemon());
+
+    std::string strAfter;
+    ASSERT_EQ(CtlStatus("walk trigger", &strAfter), 0);
+    EXPECT_EQ(strAfter, strBefore);
+    EXPECT_NE(strAfter.find("kept"), std::string::npos) << strAfter;
+    std::string strSet;
+    ASSERT_EQ(CtlStatus("get set owner=e2e name=mark", &strSet), 0);
+    EXPECT_NE(strSet.find(std::string(TABLE) + ".1.2"), std::string::npos) << strSet;
+
+    // The recovered trigger and event work.
+    AgentOk("add - 2 0");
+    AgentOk("set - 1 int 150");
+    ASSERT_TRUE(WaitTraps(RISING, "kept", 1));
+    ExpectHot(Traps(RISING, "kept")[0], "kept", "", InstanceOid(1, 1), Int(150));
+    EXPECT_TRUE(WaitUntil([&] { return Agent("get - 2 int") == "ok 1"; }, FIRE_WAIT_MS));
+}
+
 }  // namespace
