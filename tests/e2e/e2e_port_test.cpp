@@ -1,0 +1,153 @@
+// The agent's port service through the whole stack: stopping snmpd brings
+// the port down (sampling stops, no failed requests pile up, the daemon
+// keeps answering), restarting it brings the port up and every active
+// trigger is sampled at once; stopping or killing eventmib-agentx never
+// stalls the daemon.
+#include "e2e_stack.h"
+
+namespace {
+
+using namespace mte_e2e;
+
+class E2ePort : public E2eStack {
+  protected:
+    // Milliseconds one `eventmibctl walk trigger` takes; -1 when it fails.
+    long CtlRoundTripMs() {
+        int64_t llStart = MonoMs();
+        std::string strOut;
+        if (CtlStatus("walk trigger", &strOut) != 0) {
+            return -1;
+        }
+        return static_cast<long>(MonoMs() - llStart);
+    }
+
+    // The daemon answers promptly over the whole period.
+    void ExpectResponsiveFor(int iMs) {
+        int64_t llEnd = MonoMs() + iMs;
+        while (MonoMs() < llEnd) {
+            long lMs = CtlRoundTripMs();
+            ASSERT_GE(lMs, 0) << "eventmibctl failed";
+            EXPECT_LT(lMs, 1000) << "the daemon answered late";
+            usleep(200 * 1000);
+        }
+        EXPECT_FALSE(m_stDaemon.HasExited());
+    }
+
+    // An existence trigger (present, startup present) on strValueId, which
+    // may carry further trigger columns.
+    std::string ExistenceTrigger(const std::string& strName, int iFrequency,
+                                 const std::string& strValueId) {
+        return "set trigger owner=e2e name=" + strName +
+               " frequency=" + std::to_string(iFrequency) +
+               " test=existence valueid=" + strValueId + " status=createAndWait\n" +
+               "set existence owner=e2e name=" + strName + " test=present startup=present\n" +
+               "set trigger owner=e2e name=" + strName + " status=active\n";
+    }
+};
+
+TEST_F(E2ePort, SnmpdDownStopsSamplingAndBackUpSamplesEveryTriggerAtOnce) {
+    AgentOk("add - 1 10");
+    // "slow" is sampled only when it is made active and at a port-up: its
+    // next timer expiry is an hour away. It watches an object of snmpd
+    // itself, which is there as soon as snmpd is (the test agent needs a
+    // moment to reconnect after a restart).
+    const std::string strSlowOid = "OID: ." MTE_TEST_WRITABLE_INTEGER;
+    CtlScenario(ExistenceTrigger("fast", 1, std::string(TABLE) + ".1 wildcard=true") +
+                ExistenceTrigger("slow", 3600, MTE_TEST_WRITABLE_INTEGER));
+    ASSERT_TRUE(WaitTraps(FIRED, "fast", 1));
+    ASSERT_TRUE(WaitTraps(FIRED, "slow", 1));
+    ExpectHot(Traps(FIRED, "slow")[0], "slow", "", strSlowOid, Int(5));
+    long lFailures = Scalar("trigger-failures");
+
+    m_stSnmpd.Stop();
+    // Without the port-down every sample of "fast" would wait for its
+    // time-out and be counted as a failure; the daemon stays responsive.
+    ExpectResponsiveFor(6000);
+    EXPECT_LE(Scalar("trigger-failures"), lFailures + 1) << "failed samples piled up";
+
+    std::string strError;
+    ASSERT_TRUE(m_stSnmpd.Start(&strError, START_WAIT_MS)) << strError;
+    int64_t llUp = MonoMs();
+    // The samples were dropped at port-down: the first sample after port-up
+    // is a first sample again, and the startup rule reports the row present.
+    ASSERT_TRUE(WaitTraps(FIRED, "slow", 2, 10000)) << "slow was not sampled at port-up";
+    EXPECT_LT(MonoMs() - llUp, 10000);
+    ASSERT_TRUE(WaitTraps(FIRED, "fast", 2));
+    ExpectHot(Traps(FIRED, "slow")[1], "slow", "", strSlowOid, Int(5));
+    EXPECT_LE(Scalar("trigger-failures"), lFailures + 1);
+
+    // Sampling goes on as before.
+    AgentOk("add - 2 20");
+    Trap stTrap;
+    EXPECT_TRUE(WaitTrapWith(FIRED, "fast", HOT_OID, InstanceOid(1, 2), &stTrap));
+}
+
+TEST_F(E2ePort, StoppingTheBridgeNeverStallsTheDaemon) {
+    AgentOk("add - 1 10");
+    // Both delta thresholds 0: every unchanged sample alarms, alternately
+    // rising and falling, so the daemon has a notification to send each second.
+    CtlScenario("set trigger owner=e2e name=chatty frequency=1 test=threshold valueid=" +
+                std::string(TABLE) + ".1.1 status=createAndWait\n" +
+                "set threshold owner=e2e name=chatty rising=1000000 falling=-1000000\n"
+                "set trigger owner=e2e name=chatty status=active\n");
+    ASSERT_TRUE(WaitTraps(RISING, "chatty", 1));
+    ASSERT_TRUE(WaitTraps(FALLING, "chatty", 1));
+
+    // Orderly stop: the bridge says "down" and removes its socket.
+    mte_test::StopProcess(&m_iBridgePid, 3000);
+    ExpectResponsiveFor(3000);
+
+    // A new bridge: port up again, notifications flow again.
+    ASSERT_TRUE(StartBridge());
+    size_t uiSeen = Traps(RISING, "chatty").size();
+    ASSERT_TRUE(WaitTraps(RISING, "chatty", uiSeen + 1, 10000));
+
+    // Killed: no "down", its socket file stays; every send fails at once
+    // while the daemon keeps sampling.
+    kill(m_iBridgePid, SIGKILL);
+    mte_test::StopProcess(&m_iBridgePid, 1000);
+    ExpectResponsiveFor(4000);
+    EXPECT_TRUE(m_stDaemon.Signal(0)) << "eventmibd died";
+}
+
+TEST_F(E2ePort, RestartedDaemonRecoversItsConfigurationAndSamplesAgain) {
+    AgentOk("add - 1 20");
+    CtlScenario(
+        "set event owner=e2e name=mark actions=set status=createAndWait\n"
+        "set set owner=e2e name=mark object=" +
+        std::string(TABLE) +
+        ".1.2 value=1\n"
+        "set event owner=e2e name=mark status=active\n"
+        "set trigger owner=e2e name=kept frequency=1 test=threshold valueid=" +
+        std::string(TABLE) +
+        ".1.1 status=createAndWait\n"
+        "set threshold owner=e2e name=kept rising=100 falling=10 "
+        "deltarising=1000000 deltafalling=-1000000 risingeventowner=e2e "
+        "risingevent=mark\n"
+        "set trigger owner=e2e name=kept status=active\n");
+    std::string strBefore;
+    ASSERT_EQ(CtlStatus("walk trigger", &strBefore), 0);
+
+    ASSERT_TRUE(m_stDaemon.Signal(SIGRTMIN + 1));
+    int iStatus = 0;
+    ASSERT_TRUE(m_stDaemon.WaitExit(10000, &iStatus));
+    EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0) << iStatus;
+    ASSERT_TRUE(StartDaemon());
+
+    std::string strAfter;
+    ASSERT_EQ(CtlStatus("walk trigger", &strAfter), 0);
+    EXPECT_EQ(strAfter, strBefore);
+    EXPECT_NE(strAfter.find("kept"), std::string::npos) << strAfter;
+    std::string strSet;
+    ASSERT_EQ(CtlStatus("get set owner=e2e name=mark", &strSet), 0);
+    EXPECT_NE(strSet.find(std::string(TABLE) + ".1.2"), std::string::npos) << strSet;
+
+    // The recovered trigger and event work.
+    AgentOk("add - 2 0");
+    AgentOk("set - 1 int 150");
+    ASSERT_TRUE(WaitTraps(RISING, "kept", 1));
+    ExpectHot(Traps(RISING, "kept")[0], "kept", "", InstanceOid(1, 1), Int(150));
+    EXPECT_TRUE(WaitUntil([&] { return Agent("get - 2 int") == "ok 1"; }, FIRE_WAIT_MS));
+}
+
+}  // namespace

@@ -1,0 +1,190 @@
+// Trigger firings through the whole stack: eventmibd samples mte-testagent's
+// table through snmpd every second, and its built-in notifications reach
+// snmptrapd through eventmib-agentx with the right five variables:
+// existence (present, absent, changed), boolean across contexts, threshold
+// and delta threshold on single and wildcarded triggers, failures with their
+// reason, and the trap switch.
+#include "e2e_stack.h"
+
+namespace {
+
+using namespace mte_e2e;
+
+class E2eTriggers : public E2eStack {};
+
+// The configuration of one trigger: its row, its test row, then active.
+std::string TriggerLines(const std::string& strName, const std::string& strTriggerColumns,
+                         const std::string& strTestTable, const std::string& strTestColumns) {
+    return "set trigger owner=e2e name=" + strName + " frequency=1 " + strTriggerColumns +
+           " status=createAndWait\n" + "set " + strTestTable + " owner=e2e name=" + strName + " " +
+           strTestColumns + "\n" + "set trigger owner=e2e name=" + strName + " status=active\n";
+}
+
+// Absolute thresholds or delta thresholds out of reach, so that only the
+// pair under test can fire.
+constexpr const char* NO_DELTA = "deltarising=1000000 deltafalling=-1000000";
+constexpr const char* NO_ABSOLUTE = "rising=1000000 falling=-1000000";
+
+TEST_F(E2eTriggers, ExistencePresentChangedAbsentOnWildcardedAndSingleTriggers) {
+    CtlScenario(TriggerLines("exist",
+                             "test=existence valueid=" + std::string(TABLE) + ".1 wildcard=true",
+                             "existence", "test=present,absent,changed startup=none") +
+                TriggerLines("exist1",
+                             "test=existence valueid=" + std::string(TABLE) + ".1.8 wildcard=false",
+                             "existence", "test=present,absent startup=none"));
+    usleep(2500 * 1000);  // first samples taken: nothing there yet
+    EXPECT_TRUE(Traps(FIRED).empty());
+
+    AgentOk("add - 7 70");
+    AgentOk("add - 8 80");
+    Trap stTrap;
+    ASSERT_TRUE(WaitTrapWith(FIRED, "exist", HOT_OID, InstanceOid(1, 7), &stTrap));
+    ExpectHot(stTrap, "exist", "", InstanceOid(1, 7), Int(70));
+    ASSERT_TRUE(WaitTrapWith(FIRED, "exist1", HOT_OID, InstanceOid(1, 8), &stTrap));
+    ExpectHot(stTrap, "exist1", "", InstanceOid(1, 8), Int(80));
+
+    // changed: only the wildcarded trigger asks for it.
+    AgentOk("set - 7 int 71");
+    ASSERT_TRUE(WaitTrapWith(FIRED, "exist", HOT_VALUE, Int(71), &stTrap));
+    ExpectHot(stTrap, "exist", "", InstanceOid(1, 7), Int(71));
+
+    AgentOk("del - 7");
+    AgentOk("del - 8");
+    // absent: reported on the last sample the instance had. Index 8 is
+    // watched by both triggers: the wildcarded one saw it come and go too.
+    ASSERT_TRUE(WaitTraps(FIRED, "exist", 5));
+    std::vector<Trap> astExist = Traps(FIRED, "exist");
+    EXPECT_EQ(astExist[1].Value(HOT_OID), InstanceOid(1, 8));
+    ExpectHot(astExist[3], "exist", "", InstanceOid(1, 7), Int(71));
+    ExpectHot(astExist[4], "exist", "", InstanceOid(1, 8), Int(80));
+    ASSERT_TRUE(WaitTraps(FIRED, "exist1", 2));
+    EXPECT_EQ(Traps(FIRED, "exist1")[1].Value(HOT_OID), InstanceOid(1, 8));
+    usleep(1500 * 1000);
+    EXPECT_EQ(Traps(FIRED, "exist").size(), 5u);
+    EXPECT_EQ(Traps(FIRED, "exist1").size(), 2u);
+}
+
+TEST_F(E2eTriggers, BooleanOnAWildcardedTriggerAcrossContexts) {
+    AgentOk("add ctxT1 1 10");
+    AgentOk("add ctxT2 1 10");
+    AgentOk("add - 1 99");  // the default context is not under the prefix "ctxT"
+    CtlScenario(TriggerLines("bool",
+                             "test=boolean valueid=" + std::string(TABLE) +
+                                 ".1 wildcard=true context=ctxT contextwildcard=true",
+                             "boolean", "comparison=greater value=50 startup=false"));
+    usleep(2500 * 1000);
+    EXPECT_TRUE(Traps(FIRED, "bool").empty());
+
+    AgentOk("set ctxT2 1 int 60");
+    Trap stTrap;
+    ASSERT_TRUE(WaitTraps(FIRED, "bool", 1));
+    ExpectHot(Traps(FIRED, "bool")[0], "bool", "ctxT2", InstanceOid(1, 1), Int(60));
+
+    AgentOk("set ctxT1 1 int 51");
+    ASSERT_TRUE(WaitTrapWith(FIRED, "bool", HOT_CONTEXT, Str("ctxT1"), &stTrap));
+    ExpectHot(stTrap, "bool", "ctxT1", InstanceOid(1, 1), Int(51));
+    usleep(1500 * 1000);
+    // Each became true once; staying true fires nothing more.
+    EXPECT_EQ(Traps(FIRED, "bool").size(), 2u);
+}
+
+TEST_F(E2eTriggers, ThresholdOnASingleTriggerAndDeltaOnAWildcardedOne) {
+    AgentOk("add - 3 20");
+    AgentOk("add - 4 100");
+    CtlScenario(
+        TriggerLines("thres",
+                     "test=threshold sampletype=absolute valueid=" + std::string(TABLE) +
+                         ".1.3 wildcard=false",
+                     "threshold", "startup=rising rising=100 falling=10 " + std::string(NO_DELTA)) +
+        TriggerLines(
+            "delta",
+            "test=threshold sampletype=delta valueid=" + std::string(TABLE) + ".1 wildcard=true",
+            "threshold", std::string(NO_ABSOLUTE) + " deltarising=20 deltafalling=-20"));
+    usleep(2500 * 1000);
+
+    AgentOk("set - 3 int 150");
+    ASSERT_TRUE(WaitTraps(RISING, "thres", 1));
+    ExpectHot(Traps(RISING, "thres")[0], "thres", "", InstanceOid(1, 3), Int(150));
+    AgentOk("set - 3 int 5");
+    ASSERT_TRUE(WaitTraps(FALLING, "thres", 1));
+    ExpectHot(Traps(FALLING, "thres")[0], "thres", "", InstanceOid(1, 3), Int(5));
+
+    // The moves of row 3 above are deltas of the wildcarded trigger too:
+    // +130 rose, -145 fell. Row 4 moves by 30 each way.
+    Trap stTrap;
+    AgentOk("set - 4 int 130");
+    ASSERT_TRUE(WaitTrapWith(RISING, "delta", HOT_OID, InstanceOid(1, 4), &stTrap));
+    ExpectHot(stTrap, "delta", "", InstanceOid(1, 4), Int(130));
+    AgentOk("set - 4 int 100");
+    ASSERT_TRUE(WaitTrapWith(FALLING, "delta", HOT_OID, InstanceOid(1, 4), &stTrap));
+    ExpectHot(stTrap, "delta", "", InstanceOid(1, 4), Int(100));
+    ASSERT_TRUE(WaitTrapWith(RISING, "delta", HOT_OID, InstanceOid(1, 3), &stTrap));
+    EXPECT_EQ(stTrap.Value(HOT_VALUE), Int(150));
+
+    // Hysteresis: staying above rising fires nothing more.
+    usleep(1500 * 1000);
+    EXPECT_EQ(Traps(RISING, "thres").size(), 1u);
+    EXPECT_EQ(Traps(FALLING, "thres").size(), 1u);
+}
+
+TEST_F(E2eTriggers, FailingSamplesArriveAsTriggerFailureWithTheirReason) {
+    AgentOk("add - 5 1 2 not a number");
+    struct Case {
+        const char* pszName;
+        std::string strLines;
+        std::string strContext;
+        std::string strOid;
+        const char* pszReason;
+    };
+    const Case astCases[] = {
+        // A context the agent does not know: noSuchName.
+        {"noctx",
+         TriggerLines("noctx",
+                      "test=existence context=nosuchctx valueid=" + std::string(TABLE) + ".1.5",
+                      "existence", "test=present"),
+         "nosuchctx", InstanceOid(1, 5), "INTEGER: 2"},
+        // A string held against a threshold: badType.
+        {"notnum",
+         TriggerLines("notnum", "test=threshold valueid=" + std::string(TABLE) + ".3.5",
+                      "threshold", "rising=10 falling=0"),
+         "", InstanceOid(3, 5), "INTEGER: -5"},
+    };
+    long lBefore = Scalar("trigger-failures");
+    std::string strAll;
+    for (const Case& stCase : astCases) {
+        strAll += stCase.strLines;
+    }
+    CtlScenario(strAll);
+    for (const Case& stCase : astCases) {
+        ASSERT_TRUE(WaitTraps(FAILURE, stCase.pszName, 1)) << stCase.pszName;
+        Trap stTrap = Traps(FAILURE, stCase.pszName)[0];
+        EXPECT_EQ(stTrap.Value(HOT_CONTEXT), Str(stCase.strContext)) << stCase.pszName;
+        EXPECT_EQ(stTrap.Value(HOT_OID), stCase.strOid) << stCase.pszName;
+        EXPECT_EQ(stTrap.Value(FAILED_REASON), stCase.pszReason) << stCase.pszName;
+        EXPECT_EQ(stTrap.Value(HOT_VALUE), "<absent>") << stCase.pszName;
+    }
+    EXPECT_GE(Scalar("trigger-failures"), lBefore + 2);
+}
+
+TEST_F(E2eTriggers, TrapSwitchOffStopsBuiltInNotificationsAndOnResumesThem) {
+    AgentOk("add - 6 20");
+    CtlScenario(TriggerLines("switch", "test=threshold valueid=" + std::string(TABLE) + ".1.6",
+                             "threshold", "rising=100 falling=10 " + std::string(NO_DELTA)));
+    usleep(2000 * 1000);
+    Ctl("trap-switch off");
+    std::string strOut;
+    ASSERT_EQ(CtlStatus("trap-switch get", &strOut), 0);
+    EXPECT_NE(strOut.find("off"), std::string::npos) << strOut;
+
+    AgentOk("set - 6 int 150");  // rising while off: evaluated, not sent
+    usleep(3000 * 1000);
+    EXPECT_TRUE(Traps(RISING, "switch").empty());
+
+    Ctl("trap-switch on");
+    AgentOk("set - 6 int 5");
+    ASSERT_TRUE(WaitTraps(FALLING, "switch", 1));
+    ExpectHot(Traps(FALLING, "switch")[0], "switch", "", InstanceOid(1, 6), Int(5));
+    EXPECT_TRUE(Traps(RISING, "switch").empty());
+}
+
+}  // namespace
