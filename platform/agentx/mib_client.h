@@ -1,0 +1,35 @@
+// eventmib-agentx's client of eventmibd's management socket: one request,
+// one reply, bounded by a short time-out; connected on first use and again
+// after any failure. Runs on the agent's one thread; no locks.
+#ifndef EMA_MIB_CLIENT_H
+#define EMA_MIB_CLIENT_H
+
+#include <cstdint>
+
+#include "mte_msg.h"
+
+// The daemon did not answer (absent, stopping, too slow, or a reply that does
+// not parse): not a result of the daemon's.
+constexpr uint32_t EMA_ERR_TRANSPORT = 0xFFFFFFFFu;
+// Time one exchange may take.
+constexpr int EMA_CLIENT_TIMEOUT_MS = 1000;
+
+struct EMA_REPLY_S {
+    uint32_t uiResult;
+    uint32_t uiFailedColumn;
+    uint16_t usItem;  // 0 when the reply carries no record
+    uint32_t uiDataSize;
+    uint8_t aucData[MTE_MSG_MAX_LEN];
+};
+
+// Starts one agent request: a daemon that failed earlier is tried again, but
+// within one request a failure makes every further exchange fail at once, so
+// that a PDU of many varbinds never waits more than one time-out.
+void EMA_CLIENT_BeginRequest(void);
+// Sends one request and waits for its reply. 0 with *pstReply filled, or
+// EMA_ERR_TRANSPORT.
+uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t uiColumnMask,
+                             uint16_t usItem, const void* pRecord, EMA_REPLY_S* pstReply);
+void EMA_CLIENT_Close(void);
+
+#endif  // EMA_MIB_CLIENT_H
