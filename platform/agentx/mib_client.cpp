@@ -1,6 +1,8 @@
 // eventmib-agentx's connection to eventmibd's management socket (AF_UNIX,
-// SOCK_SEQPACKET: one packet per request and per reply). Connected lazily,
-// dropped on any failure and connected again on the next request; every send
+// SOCK_SEQPACKET: one packet per request and per reply). Connected at the
+// first exchange of an agent request and closed at its end (the daemon's
+// orderly stop waits for its last open connection), dropped on any failure;
+// every send
 // and receive is bounded by EMA_CLIENT_TIMEOUT_MS so that snmpd is never kept
 // waiting on a daemon that is away. Agent thread only; no locks.
 #include "mib_client.h"
@@ -120,6 +122,10 @@ uint32_t ema_TryExchange(const uint8_t* pucRequest, uint32_t uiLen, uint32_t uiS
 
 void EMA_CLIENT_BeginRequest(void) {
     g_bFailedInRequest = false;
+}
+
+void EMA_CLIENT_EndRequest(void) {
+    EMA_CLIENT_Close();
 }
 
 uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t uiColumnMask,

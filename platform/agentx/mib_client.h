@@ -1,6 +1,6 @@
 // eventmib-agentx's client of eventmibd's management socket: one request,
-// one reply, bounded by a short time-out; connected on first use and again
-// after any failure. Runs on the agent's one thread; no locks.
+// one reply, bounded by a short time-out; connected at the first exchange of
+// an agent request and closed at its end. Runs on the agent's one thread; no locks.
 #ifndef EMA_MIB_CLIENT_H
 #define EMA_MIB_CLIENT_H
 
@@ -26,6 +26,9 @@ struct EMA_REPLY_S {
 // within one request a failure makes every further exchange fail at once, so
 // that a PDU of many varbinds never waits more than one time-out.
 void EMA_CLIENT_BeginRequest(void);
+// Ends one agent request: the connection is closed, so that an idle bridge
+// never holds eventmibd's orderly stop (it waits for its last connection).
+void EMA_CLIENT_EndRequest(void);
 // Sends one request and waits for its reply. 0 with *pstReply filled, or
 // EMA_ERR_TRANSPORT.
 uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t uiColumnMask,

@@ -559,6 +559,7 @@ int ema_Handler(netsnmp_mib_handler* pstHandler, netsnmp_handler_registration* p
         default:
             break;
     }
+    EMA_CLIENT_EndRequest();
     return SNMP_ERR_NOERROR;
 }
 
