@@ -1,0 +1,148 @@
+// The bridge's local datagram socket (eventmib-agentx.sock): eventmibd sends
+// notifications and "status" queries to it, and the bridge answers on
+// eventmibd's port socket. Credentials come with every datagram
+// (SO_PASSCRED), so the sender is known without a connection. Main thread
+// only; no locks.
+#include "agx_socket.h"
+
+#include <errno.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace {
+
+bool FillAddress(const std::string& strPath, sockaddr_un* pstAddr) {
+    memset(pstAddr, 0, sizeof(*pstAddr));
+    pstAddr->sun_family = AF_UNIX;
+    if (strPath.empty() || strPath.size() >= sizeof(pstAddr->sun_path)) {
+        return false;
+    }
+    memcpy(pstAddr->sun_path, strPath.c_str(), strPath.size() + 1);
+    return true;
+}
+
+// A socket file is stale when a datagram to it is refused: its process is gone.
+void RemoveStaleSocket(const sockaddr_un* pstAddr) {
+    struct stat stInfo;
+    if (lstat(pstAddr->sun_path, &stInfo) != 0 || !S_ISSOCK(stInfo.st_mode)) {
+        return;
+    }
+    int iProbe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (iProbe < 0) {
+        return;
+    }
+    int iRet = connect(iProbe, reinterpret_cast<const sockaddr*>(pstAddr), sizeof(*pstAddr));
+    int iErr = errno;
+    close(iProbe);
+    if (iRet != 0 && iErr == ECONNREFUSED) {
+        unlink(pstAddr->sun_path);
+    }
+}
+
+void MakeParentDir(const std::string& strPath) {
+    size_t uiSlash = strPath.rfind('/');
+    if (uiSlash != std::string::npos && uiSlash > 0) {
+        (void)mkdir(strPath.substr(0, uiSlash).c_str(), 0750);
+    }
+}
+
+}  // namespace
+
+int AGX_BindSocket(const std::string& strPath, AGX_SOCKET_FILE_S* pstFile, std::string* pstrError) {
+    sockaddr_un stAddr;
+    if (!FillAddress(strPath, &stAddr)) {
+        *pstrError = "socket path empty or too long: " + strPath;
+        return -1;
+    }
+    int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (iFd < 0) {
+        *pstrError = std::string("socket: ") + strerror(errno);
+        return -1;
+    }
+    int iOn = 1;
+    if (setsockopt(iFd, SOL_SOCKET, SO_PASSCRED, &iOn, sizeof(iOn)) != 0) {
+        *pstrError = std::string("SO_PASSCRED: ") + strerror(errno);
+        close(iFd);
+        return -1;
+    }
+    MakeParentDir(strPath);
+    RemoveStaleSocket(&stAddr);
+    if (bind(iFd, reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+        *pstrError = errno == EADDRINUSE ? strPath + " is served by another process"
+                                         : "bind " + strPath + ": " + strerror(errno);
+        close(iFd);
+        return -1;
+    }
+    struct stat stInfo;
+    if (chmod(strPath.c_str(), 0660) != 0 || stat(strPath.c_str(), &stInfo) != 0) {
+        *pstrError = "chmod " + strPath + ": " + strerror(errno);
+        unlink(strPath.c_str());
+        close(iFd);
+        return -1;
+    }
+    pstFile->ulDev = stInfo.st_dev;
+    pstFile->ulIno = stInfo.st_ino;
+    return iFd;
+}
+
+bool AGX_SocketFileIntact(const std::string& strPath, const AGX_SOCKET_FILE_S* pstFile) {
+    struct stat stInfo;
+    return lstat(strPath.c_str(), &stInfo) == 0 && S_ISSOCK(stInfo.st_mode) &&
+           stInfo.st_dev == pstFile->ulDev && stInfo.st_ino == pstFile->ulIno;
+}
+
+AgxRecv AGX_RecvDatagram(int iFd, unsigned char* pucBuf, size_t uiCap, size_t* puiLen,
+                         uid_t* piUid) {
+    alignas(cmsghdr) char acControl[CMSG_SPACE(sizeof(ucred))];
+    iovec stIov = {pucBuf, uiCap};
+    msghdr stMsg = {};
+    stMsg.msg_iov = &stIov;
+    stMsg.msg_iovlen = 1;
+    stMsg.msg_control = acControl;
+    stMsg.msg_controllen = sizeof(acControl);
+    ssize_t lRead;
+    do {
+        lRead = recvmsg(iFd, &stMsg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    } while (lRead < 0 && errno == EINTR);
+    if (lRead < 0) {
+        return errno == EAGAIN || errno == EWOULDBLOCK ? AgxRecv::NONE : AgxRecv::ERROR;
+    }
+    *puiLen = static_cast<size_t>(lRead);
+    bool bHaveCred = false;
+    for (cmsghdr* pstCmsg = CMSG_FIRSTHDR(&stMsg); pstCmsg != nullptr;
+         pstCmsg = CMSG_NXTHDR(&stMsg, pstCmsg)) {
+        if (pstCmsg->cmsg_level == SOL_SOCKET && pstCmsg->cmsg_type == SCM_CREDENTIALS &&
+            pstCmsg->cmsg_len >= CMSG_LEN(sizeof(ucred))) {
+            ucred stCred;
+            memcpy(&stCred, CMSG_DATA(pstCmsg), sizeof(stCred));
+            *piUid = stCred.uid;
+            bHaveCred = true;
+        }
+    }
+    if (!bHaveCred) {
+        return AgxRecv::NO_CREDENTIALS;
+    }
+    if ((stMsg.msg_flags & MSG_TRUNC) != 0) {
+        return AgxRecv::TRUNCATED;
+    }
+    return AgxRecv::DATA;
+}
+
+bool AGX_SenderAllowed(uid_t iUid) {
+    return iUid == 0 || iUid == geteuid();
+}
+
+bool AGX_SendPortStatus(int iFd, const std::string& strPortPath, bool bUp) {
+    sockaddr_un stAddr;
+    if (!FillAddress(strPortPath, &stAddr)) {
+        return false;
+    }
+    const char* pszText = bUp ? "up" : "down";
+    ssize_t lSent = sendto(iFd, pszText, strlen(pszText), MSG_DONTWAIT | MSG_NOSIGNAL,
+                           reinterpret_cast<const sockaddr*>(&stAddr), sizeof(stAddr));
+    return lSent == static_cast<ssize_t>(strlen(pszText));
+}
