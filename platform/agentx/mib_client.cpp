@@ -1,8 +1,8 @@
 // eventmib-agentx's connection to eventmibd's management socket (AF_UNIX,
 // SOCK_SEQPACKET: one packet per request and per reply). Connected at the
-// first exchange of an agent request and closed at its end (the daemon's
-// orderly stop waits for its last open connection), dropped on any failure;
-// every send
+// first exchange, closed after EMA_CLIENT_IDLE_CLOSE_MS without use (a net-snmp
+// alarm: the daemon's orderly stop waits for its last open connection) and
+// dropped on any failure; every send
 // and receive is bounded by EMA_CLIENT_TIMEOUT_MS so that snmpd is never kept
 // waiting on a daemon that is away. Agent thread only; no locks.
 #include "mib_client.h"
@@ -17,6 +17,9 @@
 #include <cstring>
 #include <string>
 
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+
 #include "plat_paths.h"
 
 namespace {
@@ -24,11 +27,33 @@ namespace {
 int g_iMgmtFd = -1;
 uint32_t g_uiSequence = 0;
 bool g_bFailedInRequest = false;
+int64_t g_llLastUseMs = 0;
+unsigned int g_uiIdleAlarm = 0;  // net-snmp alarm id, 0 when none is pending
 
 int64_t NowMs(void) {
     timespec stNow{};
     clock_gettime(CLOCK_MONOTONIC, &stNow);
     return static_cast<int64_t>(stNow.tv_sec) * 1000 + stNow.tv_nsec / 1000000;
+}
+
+void ema_ArmIdleAlarm(int64_t llDelayMs);
+
+// The connection is closed once the agent has not used it for a while: the
+// daemon's orderly stop waits for its last open connection.
+void ema_OnIdleAlarm(unsigned int uiAlarm, void* pArg) {
+    g_uiIdleAlarm = 0;
+    int64_t llIdle = NowMs() - g_llLastUseMs;
+    if (llIdle >= EMA_CLIENT_IDLE_CLOSE_MS) {
+        EMA_CLIENT_Close();
+    } else if (g_iMgmtFd >= 0) {
+        ema_ArmIdleAlarm(EMA_CLIENT_IDLE_CLOSE_MS - llIdle);
+    }
+}
+
+void ema_ArmIdleAlarm(int64_t llDelayMs) {
+    timeval stDelay{static_cast<time_t>(llDelayMs / 1000),
+                    static_cast<suseconds_t>((llDelayMs % 1000) * 1000)};
+    g_uiIdleAlarm = snmp_alarm_register_hr(stDelay, 0, ema_OnIdleAlarm, nullptr);
 }
 
 bool ema_Connect(void) {
@@ -125,7 +150,10 @@ void EMA_CLIENT_BeginRequest(void) {
 }
 
 void EMA_CLIENT_EndRequest(void) {
-    EMA_CLIENT_Close();
+    g_llLastUseMs = NowMs();
+    if (g_iMgmtFd >= 0 && g_uiIdleAlarm == 0) {
+        ema_ArmIdleAlarm(EMA_CLIENT_IDLE_CLOSE_MS);
+    }
 }
 
 uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t uiColumnMask,
@@ -155,6 +183,10 @@ uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t 
 }
 
 void EMA_CLIENT_Close(void) {
+    if (g_uiIdleAlarm != 0) {
+        snmp_alarm_unregister(g_uiIdleAlarm);
+        g_uiIdleAlarm = 0;
+    }
     if (g_iMgmtFd >= 0) {
         close(g_iMgmtFd);
         g_iMgmtFd = -1;

@@ -1,6 +1,6 @@
 // eventmib-agentx's client of eventmibd's management socket: one request,
-// one reply, bounded by a short time-out; connected at the first exchange of
-// an agent request and closed at its end. Runs on the agent's one thread; no locks.
+// one reply, bounded by a short time-out; connected at the first exchange and
+// closed when idle or after any failure. Runs on the agent's one thread; no locks.
 #ifndef EMA_MIB_CLIENT_H
 #define EMA_MIB_CLIENT_H
 
@@ -13,6 +13,8 @@
 constexpr uint32_t EMA_ERR_TRANSPORT = 0xFFFFFFFFu;
 // Time one exchange may take.
 constexpr int EMA_CLIENT_TIMEOUT_MS = 1000;
+// Idle time after which the connection is closed.
+constexpr int64_t EMA_CLIENT_IDLE_CLOSE_MS = 200;
 
 struct EMA_REPLY_S {
     uint32_t uiResult;
@@ -26,8 +28,10 @@ struct EMA_REPLY_S {
 // within one request a failure makes every further exchange fail at once, so
 // that a PDU of many varbinds never waits more than one time-out.
 void EMA_CLIENT_BeginRequest(void);
-// Ends one agent request: the connection is closed, so that an idle bridge
-// never holds eventmibd's orderly stop (it waits for its last connection).
+// Ends one agent request: the connection stays open for the next one and is
+// closed by a net-snmp alarm once idle for EMA_CLIENT_IDLE_CLOSE_MS, so that
+// an idle bridge never holds eventmibd's orderly stop (which waits for its
+// last connection). The program's loop must run net-snmp's alarms.
 void EMA_CLIENT_EndRequest(void);
 // Sends one request and waits for its reply. 0 with *pstReply filled, or
 // EMA_ERR_TRANSPORT.
