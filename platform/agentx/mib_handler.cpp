@@ -10,6 +10,7 @@
 #include <net-snmp/net-snmp-includes.h>
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -427,101 +428,184 @@ int ema_ApplyScalar(const EMA_SCALAR_S* pstScalar, const netsnmp_variable_list* 
     return stReply.uiResult == MTE_OK ? SNMP_ERR_NOERROR : SNMP_ERR_GENERR;
 }
 
-// One management set request for the row of write iFirst, with every varbind
-// of the PDU that writes the same row; marks them done. SNMP_ERR_NOERROR, or
-// the error with *ppstFailed the varbind to blame.
-int ema_ApplyRow(long lTransaction, std::vector<EMA_WRITE_S>& astWrites,
-                 std::vector<netsnmp_request_info*>& apstReqs, std::vector<bool>& abDone,
-                 size_t iFirst, netsnmp_request_info** ppstFailed) {
-    const EMA_TABLE_S* pstTable = astWrites[iFirst].pstLeaf->pstTable;
-    uint8_t aucRow[EMA_ROW_MAX] = {};
-    EMA_IndexToRow(pstTable, &astWrites[iFirst].stIndex, aucRow);
-    uint32_t uiMask = 0;
-    uint32_t uiStatus = MTE_ROW_NONE;
-    netsnmp_request_info* pstStatusReq = nullptr;
-    std::vector<size_t> aiMembers;
-    for (size_t i = iFirst; i < astWrites.size(); ++i) {
-        if (abDone[i] || astWrites[i].pstLeaf->pstTable == nullptr ||
-            !ema_SameRow(astWrites[iFirst], astWrites[i])) {
-            continue;
-        }
-        abDone[i] = true;
-        aiMembers.push_back(i);
-        const EMA_COLUMN_S* pstColumn = astWrites[i].pstLeaf->pstColumn;
-        EMA_ApplyValue(pstTable, pstColumn, apstReqs[i]->requestvb, aucRow, &uiMask);
-        if (pstColumn->ucSyntax == EMA_SYN_STATUS) {
-            uiStatus = static_cast<uint32_t>(*apstReqs[i]->requestvb->val.integer);
-            pstStatusReq = apstReqs[i];
+// One SET PDU while ACTION applies it.
+struct EMA_PDU_S {
+    long lTransaction;
+    std::vector<EMA_WRITE_S> astWrites;
+    std::vector<netsnmp_request_info*> apstReqs;
+    std::vector<bool> abDone;
+    // Rows whose activation waits until their test or action rows of the
+    // same PDU are written (the daemon refuses writes below an active row).
+    std::vector<size_t> aiDeferred;  // index of the row's RowStatus write
+};
+
+// The table whose rows own the rows of this one (a trigger owns its tests, an
+// event its actions); null for the others.
+const EMA_TABLE_S* ema_ParentOf(const EMA_TABLE_S* pstTable) {
+    switch (pstTable->usMsgType) {
+        case 5:
+        case 6:
+        case 7:
+            return &g_astEmaTables[0];  // mteTriggerTable
+        case 10:
+        case 11:
+            return &g_astEmaTables[5];  // mteEventTable
+        default:
+            return nullptr;
+    }
+}
+
+bool ema_HasChildWrites(const EMA_PDU_S& stPdu, const EMA_WRITE_S& stParent) {
+    for (const auto& stWrite : stPdu.astWrites) {
+        const EMA_TABLE_S* pstTable = stWrite.pstLeaf->pstTable;
+        if (pstTable != nullptr && ema_ParentOf(pstTable) == stParent.pstLeaf->pstTable &&
+            strcmp(stWrite.stIndex.szOwner, stParent.stIndex.szOwner) == 0 &&
+            strcmp(stWrite.stIndex.szName, stParent.stIndex.szName) == 0) {
+            return true;
         }
     }
-    if (pstTable->ucRfcStatus != 0 && pstStatusReq == nullptr) {
-        memset(aucRow + pstTable->usStatusOff, 0, sizeof(uint32_t));  // carries no status
-    }
-    *ppstFailed = pstStatusReq != nullptr ? pstStatusReq : apstReqs[iFirst];
+    return false;
+}
+
+// Sends one set and maps its result; *ppstFailed is left at the varbind to
+// blame (the one that wrote the failed column, if any of aiMembers did).
+int ema_SendSet(EMA_PDU_S& stPdu, const EMA_TABLE_S* pstTable, const uint8_t* pucRow,
+                uint32_t uiMask, const std::vector<size_t>& aiMembers,
+                netsnmp_request_info** ppstFailed, uint32_t* puiResult) {
     EMA_REPLY_S stReply;
-    if (EMA_CLIENT_Exchange(pstTable->usMsgType, EMA_OP_SET, uiMask, pstTable->usRowItem, aucRow,
+    if (EMA_CLIENT_Exchange(pstTable->usMsgType, EMA_OP_SET, uiMask, pstTable->usRowItem, pucRow,
                             &stReply) != 0) {
         return SNMP_ERR_GENERR;
     }
+    *puiResult = stReply.uiResult;
     int iErr = EMA_SetErrorOf(stReply.uiResult, pstTable->ucRfcStatus != 0);
-    if (iErr != SNMP_ERR_NOERROR) {
-        uint32_t uiRfcColumn = EMA_RfcColumnOfFailed(pstTable, stReply.uiFailedColumn);
-        for (size_t i : aiMembers) {
-            if (uiRfcColumn != 0 && astWrites[i].pstLeaf->pstColumn->ucRfcColumn == uiRfcColumn) {
-                *ppstFailed = apstReqs[i];
-            }
+    uint32_t uiRfcColumn = EMA_RfcColumnOfFailed(pstTable, stReply.uiFailedColumn);
+    for (size_t i : aiMembers) {
+        if (iErr != SNMP_ERR_NOERROR && uiRfcColumn != 0 &&
+            stPdu.astWrites[i].pstLeaf->pstColumn->ucRfcColumn == uiRfcColumn) {
+            *ppstFailed = stPdu.apstReqs[i];
         }
-        return iErr;
     }
-    if (stReply.uiResult == MTE_OK &&
-        (uiStatus == MTE_ROW_CREATE_AND_GO || uiStatus == MTE_ROW_CREATE_AND_WAIT)) {
-        ema_RememberCreated(lTransaction, pstTable, astWrites[iFirst].stIndex);
+    return iErr;
+}
+
+// One management set request for the row of write iFirst, with every varbind
+// of the PDU that writes the same row; marks them done. SNMP_ERR_NOERROR, or
+// the error with *ppstFailed the varbind to blame.
+int ema_ApplyRow(EMA_PDU_S& stPdu, size_t iFirst, netsnmp_request_info** ppstFailed) {
+    const EMA_WRITE_S& stFirst = stPdu.astWrites[iFirst];
+    const EMA_TABLE_S* pstTable = stFirst.pstLeaf->pstTable;
+    uint8_t aucRow[EMA_ROW_MAX] = {};
+    EMA_IndexToRow(pstTable, &stFirst.stIndex, aucRow);
+    uint32_t uiMask = 0;
+    uint32_t uiStatus = MTE_ROW_NONE;
+    size_t iStatus = SIZE_MAX;
+    std::vector<size_t> aiMembers;
+    for (size_t i = iFirst; i < stPdu.astWrites.size(); ++i) {
+        const EMA_WRITE_S& stWrite = stPdu.astWrites[i];
+        if (stPdu.abDone[i] || stWrite.pstLeaf->pstTable == nullptr ||
+            !ema_SameRow(stFirst, stWrite)) {
+            continue;
+        }
+        stPdu.abDone[i] = true;
+        aiMembers.push_back(i);
+        EMA_ApplyValue(pstTable, stWrite.pstLeaf->pstColumn, stPdu.apstReqs[i]->requestvb, aucRow,
+                       &uiMask);
+        if (stWrite.pstLeaf->pstColumn->ucSyntax == EMA_SYN_STATUS) {
+            uiStatus = static_cast<uint32_t>(*stPdu.apstReqs[i]->requestvb->val.integer);
+            iStatus = i;
+        }
+    }
+    uint32_t uiSent = uiStatus;
+    if ((uiStatus == MTE_ROW_CREATE_AND_GO || uiStatus == MTE_ROW_ACTIVE) &&
+        ema_HasChildWrites(stPdu, stFirst)) {
+        // Created (or left) not in service; made active after its sub-rows.
+        uiSent = uiStatus == MTE_ROW_CREATE_AND_GO ? MTE_ROW_CREATE_AND_WAIT : MTE_ROW_NONE;
+        if (uiSent == MTE_ROW_NONE) {
+            uiMask &= ~pstTable->uiStatusMask;
+        }
+        stPdu.aiDeferred.push_back(iStatus);
+    }
+    if (pstTable->ucRfcStatus != 0) {
+        memcpy(aucRow + pstTable->usStatusOff, &uiSent, sizeof(uiSent));
+    }
+    *ppstFailed = iStatus != SIZE_MAX ? stPdu.apstReqs[iStatus] : stPdu.apstReqs[iFirst];
+    uint32_t uiResult = 0;
+    int iErr = uiMask == 0
+                   ? SNMP_ERR_NOERROR
+                   : ema_SendSet(stPdu, pstTable, aucRow, uiMask, aiMembers, ppstFailed, &uiResult);
+    if (iErr == SNMP_ERR_NOERROR && uiResult == MTE_OK &&
+        (uiSent == MTE_ROW_CREATE_AND_GO || uiSent == MTE_ROW_CREATE_AND_WAIT)) {
+        ema_RememberCreated(stPdu.lTransaction, pstTable, stFirst.stIndex);
+    }
+    return iErr;
+}
+
+// The activations held back until the sub-rows were written.
+int ema_ApplyDeferred(EMA_PDU_S& stPdu, netsnmp_request_info** ppstFailed) {
+    for (size_t iStatus : stPdu.aiDeferred) {
+        const EMA_WRITE_S& stWrite = stPdu.astWrites[iStatus];
+        const EMA_TABLE_S* pstTable = stWrite.pstLeaf->pstTable;
+        uint8_t aucRow[EMA_ROW_MAX] = {};
+        EMA_IndexToRow(pstTable, &stWrite.stIndex, aucRow);
+        uint32_t uiActive = MTE_ROW_ACTIVE;
+        memcpy(aucRow + pstTable->usStatusOff, &uiActive, sizeof(uiActive));
+        *ppstFailed = stPdu.apstReqs[iStatus];
+        uint32_t uiResult = 0;
+        int iErr = ema_SendSet(stPdu, pstTable, aucRow, pstTable->uiStatusMask, {iStatus},
+                               ppstFailed, &uiResult);
+        if (iErr != SNMP_ERR_NOERROR) {
+            return iErr;
+        }
     }
     return SNMP_ERR_NOERROR;
 }
 
 // Applies the PDU: the scalars first, then the rows table by table in OID
 // order (a trigger before its tests, an event before its actions), one
-// request per row. On a failure the rows this PDU created are destroyed
-// again; rows that existed keep what was applied to them.
+// request per row; a row made active in the same PDU as its test or action
+// rows becomes active last. On a failure the rows this PDU created are
+// destroyed again; rows that existed keep what was applied to them.
 void ema_Action(netsnmp_agent_request_info* pstInfo, netsnmp_request_info* pstRequests) {
-    long lTransaction = ema_TransactionId(pstInfo);
-    std::vector<EMA_WRITE_S> astWrites;
-    std::vector<netsnmp_request_info*> apstReqs;
+    EMA_PDU_S stPdu;
+    stPdu.lTransaction = ema_TransactionId(pstInfo);
     for (netsnmp_request_info* pstReq = pstRequests; pstReq != nullptr; pstReq = pstReq->next) {
         EMA_WRITE_S stWrite;
         if (ema_CheckWrite(pstReq->requestvb, &stWrite) != SNMP_ERR_NOERROR) {
             netsnmp_set_request_error(pstInfo, pstReq, SNMP_ERR_GENERR);  // passed RESERVE1
             return;
         }
-        astWrites.push_back(stWrite);
-        apstReqs.push_back(pstReq);
+        stPdu.astWrites.push_back(stWrite);
+        stPdu.apstReqs.push_back(pstReq);
     }
-    std::vector<bool> abDone(astWrites.size(), false);
-    for (size_t i = 0; i < astWrites.size(); ++i) {
-        if (astWrites[i].pstLeaf->pstScalar == nullptr) {
+    stPdu.abDone.assign(stPdu.astWrites.size(), false);
+    for (size_t i = 0; i < stPdu.astWrites.size(); ++i) {
+        if (stPdu.astWrites[i].pstLeaf->pstScalar == nullptr) {
             continue;
         }
-        abDone[i] = true;
-        int iErr = ema_ApplyScalar(astWrites[i].pstLeaf->pstScalar, apstReqs[i]->requestvb);
+        stPdu.abDone[i] = true;
+        int iErr =
+            ema_ApplyScalar(stPdu.astWrites[i].pstLeaf->pstScalar, stPdu.apstReqs[i]->requestvb);
         if (iErr != SNMP_ERR_NOERROR) {
-            netsnmp_set_request_error(pstInfo, apstReqs[i], iErr);
+            netsnmp_set_request_error(pstInfo, stPdu.apstReqs[i], iErr);
             return;
         }
     }
+    netsnmp_request_info* pstFailed = nullptr;
+    int iErr = SNMP_ERR_NOERROR;
     for (const auto& stTable : g_astEmaTables) {
-        for (size_t i = 0; i < astWrites.size(); ++i) {
-            if (abDone[i] || astWrites[i].pstLeaf->pstTable != &stTable) {
-                continue;
-            }
-            netsnmp_request_info* pstFailed = nullptr;
-            int iErr = ema_ApplyRow(lTransaction, astWrites, apstReqs, abDone, i, &pstFailed);
-            if (iErr != SNMP_ERR_NOERROR) {
-                ema_DestroyCreated(lTransaction);
-                netsnmp_set_request_error(pstInfo, pstFailed, iErr);
-                return;
+        for (size_t i = 0; i < stPdu.astWrites.size() && iErr == SNMP_ERR_NOERROR; ++i) {
+            if (!stPdu.abDone[i] && stPdu.astWrites[i].pstLeaf->pstTable == &stTable) {
+                iErr = ema_ApplyRow(stPdu, i, &pstFailed);
             }
         }
+    }
+    if (iErr == SNMP_ERR_NOERROR) {
+        iErr = ema_ApplyDeferred(stPdu, &pstFailed);
+    }
+    if (iErr != SNMP_ERR_NOERROR) {
+        ema_DestroyCreated(stPdu.lTransaction);
+        netsnmp_set_request_error(pstInfo, pstFailed, iErr);
     }
 }
 

@@ -287,6 +287,31 @@ TEST_F(MibBridgeTest, CreateAndGoWithSeveralColumnsInOnePdu) {
     EXPECT_EQ(Set(kEvent + ".5" + strEv + " i 1").iStatus, 0);
 }
 
+// A trigger made active in the same PDU as its test rows, and an event with
+// its notification: the sub-rows are written before the activation.
+TEST_F(MibBridgeTest, CreateAndGoTogetherWithTestAndActionRows) {
+    std::string strIdx = NamedIndex("aa", "withbool");
+    ToolRun stRun = Set(Trig(15, "aa", "withbool") + " i 4 " + Trig(6, "aa", "withbool") +
+                        " o 1.3.6.1.2.1.1.3.0 " + Trig(4, "aa", "withbool") + " x 40 " + kBoolean +
+                        ".1" + strIdx + " i 5 " + kBoolean + ".2" + strIdx + " i 42");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    ToolRun stGet = Tool("snmpget", Trig(15, "aa", "withbool") + " " + kBoolean + ".1" + strIdx +
+                                        " " + kBoolean + ".2" + strIdx);
+    EXPECT_NE(stGet.strOut.find(Trig(15, "aa", "withbool") + " = INTEGER: 1"), std::string::npos)
+        << stGet.strOut;
+    EXPECT_NE(stGet.strOut.find(kBoolean + ".1" + strIdx + " = INTEGER: 5"), std::string::npos)
+        << stGet.strOut;
+    EXPECT_NE(stGet.strOut.find("INTEGER: 42"), std::string::npos) << stGet.strOut;
+
+    std::string strEv = NamedIndex("aa", "evgo");
+    stRun = Set(kEvent + ".5" + strEv + " i 4 " + kEvent + ".3" + strEv + " x 80 " + kNotify +
+                ".1" + strEv + " o 1.3.6.1.4.1.99.0.2");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    stGet = Tool("snmpget", kEvent + ".5" + strEv + " " + kNotify + ".1" + strEv);
+    EXPECT_NE(stGet.strOut.find("INTEGER: 1"), std::string::npos) << stGet.strOut;
+    EXPECT_NE(stGet.strOut.find("OID: .1.3.6.1.4.1.99.0.2"), std::string::npos) << stGet.strOut;
+}
+
 TEST_F(MibBridgeTest, WalksAreStrictlyIncreasingAndShowExactlyTheDaemonsRows) {
     for (const auto& [strOwner, strName] : std::vector<std::pair<std::string, std::string>>{
              {"ab", "longername"}, {"ab", "z"}, {"aa", "xy"}, {"b", "t"}, {"b", "t22"}}) {
