@@ -338,6 +338,57 @@ TEST_F(MibBridgeTest, WalksAreStrictlyIncreasingAndShowExactlyTheDaemonsRows) {
     EXPECT_NE(stNext.strOut.find(Trig(15, "ab", "longername")), std::string::npos) << stNext.strOut;
 }
 
+// A get-next from any name (cut indexes, characters above 255, lengths out of
+// range, names between tables) answers the first object of the full walk that
+// follows it.
+TEST_F(MibBridgeTest, GetNextFromArbitraryNamesFollowsTheWalk) {
+    for (const auto& [strOwner, strName] : std::vector<std::pair<std::string, std::string>>{
+             {"b", "q"}, {"aa", "q"}, {"aa", "qq"}, {"ab", "q"}}) {
+        ASSERT_EQ(Set(Trig(15, strOwner, strName) + " i 5").iStatus, 0);
+    }
+    std::string strObj = ObjectsIndex("aa", "o", 3);
+    ASSERT_EQ(
+        Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj + " o 1.3.6.1").iStatus,
+        0);
+    std::vector<std::string> astrWalk = WalkOids("snmpwalk", kMte);
+    const std::vector<std::string> astrStarts = {
+        kMte,
+        "1.3.6.1.2.1.88.1.1.5.0",
+        "1.3.6.1.2.1.88.1.2.2",
+        kTrigger + ".3.2.97",           // owner cut short
+        kTrigger + ".3.2.97.97.300",    // a name character above 255
+        kTrigger + ".3.2.97.97.113.0",  // one sub-identifier past a row
+        kTrigger + ".3.40",             // owner longer than 32
+        kTrigger + ".3.1.98.113.113.113",
+        kTrigger + ".15.4294967295",
+        "1.3.6.1.2.1.88.1.2.3",           // the absent delta table
+        kObjects + ".3.2.97.97",          // objects: owner without name
+        kObjects + ".3.2.97.97.1.111",    // name without index
+        kObjects + ".3.2.97.97.1.111.2",  // index just before the row
+        kObjects + ".3.2.97.97.1.111.3",  // the row itself
+        kObjects + ".3.2.97.97.50",       // name longer than 32
+        "1.3.6.1.2.1.88.1.4.1.0",
+    };
+    for (const auto& strStart : astrStarts) {
+        auto aStart = ParseOid(strStart);
+        std::string strExpected;
+        for (const auto& strOid : astrWalk) {
+            if (ParseOid(strOid) > aStart) {
+                strExpected = strOid;
+                break;
+            }
+        }
+        ToolRun stRun = Tool("snmpgetnext", strStart);
+        std::string strGot = stRun.strOut.substr(0, stRun.strOut.find(' '));
+        if (strExpected.empty()) {
+            EXPECT_EQ(ParseOid(strGot) > ParseOid("1.3.6.1.2.1.88.1.4.4.1.6.255"), true)
+                << strStart << ": " << stRun.strOut;
+        } else {
+            EXPECT_EQ(strGot, strExpected) << strStart << ": " << stRun.strOut;
+        }
+    }
+}
+
 TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
     ASSERT_EQ(Set(Trig(15, "ab", "bad") + " i 5").iStatus, 0);
     struct Case {
