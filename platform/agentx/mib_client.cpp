@@ -68,14 +68,14 @@ bool ema_Connect(void) {
     }
     stAddr.sun_family = AF_UNIX;
     memcpy(stAddr.sun_path, strPath.c_str(), strPath.size() + 1);
-    // A local connect either succeeds or fails at once (a full backlog gives
-    // EAGAIN on a blocking socket as well).
+    // The send time-out also bounds a connect that waits on a full backlog
+    // of a daemon that does not accept.
+    timeval stTimeout{EMA_CLIENT_TIMEOUT_MS / 1000, (EMA_CLIENT_TIMEOUT_MS % 1000) * 1000};
+    (void)setsockopt(iFd, SOL_SOCKET, SO_SNDTIMEO, &stTimeout, sizeof(stTimeout));
     if (connect(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
         close(iFd);
         return false;
     }
-    timeval stTimeout{EMA_CLIENT_TIMEOUT_MS / 1000, (EMA_CLIENT_TIMEOUT_MS % 1000) * 1000};
-    (void)setsockopt(iFd, SOL_SOCKET, SO_SNDTIMEO, &stTimeout, sizeof(stTimeout));
     g_iMgmtFd = iFd;
     return true;
 }

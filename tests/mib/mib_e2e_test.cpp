@@ -447,6 +447,26 @@ TEST_F(MibBridgeTest, AFailedPduTakesBackTheRowsItCreated) {
               std::string::npos);
 }
 
+// A daemon that takes requests but does not answer: genErr after the bridge's
+// time-out, and answers again once it runs.
+TEST_F(MibBridgeTest, HungDaemonGivesGenErrWithinItsTimeOut) {
+    ASSERT_TRUE(s_pstDaemon->Signal(SIGSTOP));
+    int64_t llStart = MteDaemonProcess::NowMs();
+    ToolRun stRun = Tool("snmpget -Cf", kSampleMin + " " + Trig(15, "b", "x"));
+    int64_t llTook = MteDaemonProcess::NowMs() - llStart;
+    ASSERT_TRUE(s_pstDaemon->Signal(SIGCONT));
+    EXPECT_NE(stRun.strOut.find("genError"), std::string::npos) << stRun.strOut;
+    EXPECT_LT(llTook, 2500) << stRun.strOut;  // one time-out, not one per varbind
+    bool bBack = false;
+    for (int i = 0; i < 50 && !bBack; ++i) {
+        bBack = Tool("snmpget", kSampleMin).strOut.find("INTEGER") != std::string::npos;
+        if (!bBack) {
+            usleep(100 * 1000);
+        }
+    }
+    EXPECT_TRUE(bBack);
+}
+
 // Runs last (alphabetically after the others is not guaranteed: it restarts
 // the daemon and leaves it running as before).
 TEST_F(MibBridgeTest, ZDaemonAwayGivesGenErrAndComesBack) {
