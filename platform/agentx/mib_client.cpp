@@ -139,7 +139,9 @@ uint32_t ema_TryExchange(const uint8_t* pucRequest, uint32_t uiLen, uint32_t uiS
     if (pstReply->uiDataSize > sizeof(pstReply->aucData)) {
         return EMA_ERR_TRANSPORT;
     }
-    memcpy(pstReply->aucData, stParsed.pucData, pstReply->uiDataSize);
+    if (pstReply->uiDataSize > 0) {
+        memcpy(pstReply->aucData, stParsed.pucData, pstReply->uiDataSize);
+    }
     return 0;
 }
 

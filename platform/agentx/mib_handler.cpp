@@ -213,8 +213,10 @@ void ema_SetFullOid(netsnmp_variable_list* pstVb, const oid* poidLeaf, size_t ui
     uiLen += EMA_MTE_OBJECTS_LEN;
     memcpy(aoid + uiLen, poidLeaf, uiLeafLen * sizeof(oid));
     uiLen += uiLeafLen;
-    memcpy(aoid + uiLen, poidSuffix, uiSuffixLen * sizeof(oid));
-    uiLen += uiSuffixLen;
+    if (uiSuffixLen > 0) {
+        memcpy(aoid + uiLen, poidSuffix, uiSuffixLen * sizeof(oid));
+        uiLen += uiSuffixLen;
+    }
     snmp_set_var_objid(pstVb, aoid, uiLen);
 }
 

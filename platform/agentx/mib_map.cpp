@@ -592,7 +592,9 @@ void EMA_ApplyValue(const EMA_TABLE_S* pstTable, const EMA_COLUMN_S* pstColumn,
     switch (pstColumn->ucSyntax) {
         case EMA_SYN_STRING:
             memset(pucField, 0, pstColumn->usSize);
-            memcpy(pucField, pstVb->val.string, pstVb->val_len);
+            if (pstVb->val_len > 0) {
+                memcpy(pucField, pstVb->val.string, pstVb->val_len);
+            }
             break;
         case EMA_SYN_BITS:
             *pucField = pstVb->val_len > 0 ? pstVb->val.string[0] : 0;

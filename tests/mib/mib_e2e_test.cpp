@@ -104,6 +104,10 @@ class MibBridgeTest : public ::testing::Test {
 
     static void TearDownTestSuite() {
         mte_test::StopProcess(&s_iSubagent, 3000);
+        if (s_pstAgent != nullptr && ::testing::UnitTest::GetInstance()->failed_test_count() > 0) {
+            ToolRun stLog = Shell("cat " + s_pstAgent->Dir() + "/subagent.log");
+            fprintf(stderr, "subagent log:\n%s\n", stLog.strOut.c_str());
+        }
         delete s_pstDaemon;
         s_pstDaemon = nullptr;
         delete s_pstAgent;
