@@ -1,0 +1,196 @@
+// eventmib-agentx's connection to eventmibd's management socket (AF_UNIX,
+// SOCK_SEQPACKET: one packet per request and per reply). Connected at the
+// first exchange, closed after EMA_CLIENT_IDLE_CLOSE_MS without use (a net-snmp
+// alarm: the daemon's orderly stop waits for its last open connection) and
+// dropped on any failure; every send
+// and receive is bounded by EMA_CLIENT_TIMEOUT_MS so that snmpd is never kept
+// waiting on a daemon that is away. Agent thread only; no locks.
+#include "mib_client.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+
+#include "plat_paths.h"
+
+namespace {
+
+int g_iMgmtFd = -1;
+uint32_t g_uiSequence = 0;
+bool g_bFailedInRequest = false;
+int64_t g_llLastUseMs = 0;
+unsigned int g_uiIdleAlarm = 0;  // net-snmp alarm id, 0 when none is pending
+
+int64_t NowMs(void) {
+    timespec stNow{};
+    clock_gettime(CLOCK_MONOTONIC, &stNow);
+    return static_cast<int64_t>(stNow.tv_sec) * 1000 + stNow.tv_nsec / 1000000;
+}
+
+void ema_ArmIdleAlarm(int64_t llDelayMs);
+
+// The connection is closed once the agent has not used it for a while: the
+// daemon's orderly stop waits for its last open connection.
+void ema_OnIdleAlarm(unsigned int uiAlarm, void* pArg) {
+    g_uiIdleAlarm = 0;
+    int64_t llIdle = NowMs() - g_llLastUseMs;
+    if (llIdle >= EMA_CLIENT_IDLE_CLOSE_MS) {
+        EMA_CLIENT_Close();
+    } else if (g_iMgmtFd >= 0) {
+        ema_ArmIdleAlarm(EMA_CLIENT_IDLE_CLOSE_MS - llIdle);
+    }
+}
+
+void ema_ArmIdleAlarm(int64_t llDelayMs) {
+    timeval stDelay{static_cast<time_t>(llDelayMs / 1000),
+                    static_cast<suseconds_t>((llDelayMs % 1000) * 1000)};
+    g_uiIdleAlarm = snmp_alarm_register_hr(stDelay, 0, ema_OnIdleAlarm, nullptr);
+}
+
+bool ema_Connect(void) {
+    std::string strPath = PLAT_MgmtSocketPath();
+    sockaddr_un stAddr{};
+    if (strPath.size() >= sizeof(stAddr.sun_path)) {
+        return false;
+    }
+    int iFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (iFd < 0) {
+        return false;
+    }
+    stAddr.sun_family = AF_UNIX;
+    memcpy(stAddr.sun_path, strPath.c_str(), strPath.size() + 1);
+    // The send time-out also bounds a connect that waits on a full backlog
+    // of a daemon that does not accept.
+    timeval stTimeout{EMA_CLIENT_TIMEOUT_MS / 1000, (EMA_CLIENT_TIMEOUT_MS % 1000) * 1000};
+    (void)setsockopt(iFd, SOL_SOCKET, SO_SNDTIMEO, &stTimeout, sizeof(stTimeout));
+    if (connect(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+        close(iFd);
+        return false;
+    }
+    g_iMgmtFd = iFd;
+    return true;
+}
+
+// Waits for the reply with this sequence number until the deadline;
+// replies to earlier, abandoned requests are passed over.
+bool ema_ReceiveReply(uint32_t uiSequence, int64_t llDeadline, uint8_t* pucBuf,
+                      MTE_MSG_REPLY_S* pstParsed) {
+    for (;;) {
+        int iLeft = static_cast<int>(llDeadline - NowMs());
+        if (iLeft <= 0) {
+            return false;
+        }
+        pollfd stPoll{g_iMgmtFd, POLLIN, 0};
+        int iReady = poll(&stPoll, 1, iLeft);
+        if (iReady < 0 && errno == EINTR) {
+            continue;
+        }
+        if (iReady <= 0) {
+            return false;
+        }
+        ssize_t lGot = recv(g_iMgmtFd, pucBuf, MTE_MSG_MAX_LEN, MSG_DONTWAIT);
+        if (lGot <= 0) {
+            if (lGot < 0 && (errno == EINTR || errno == EAGAIN)) {
+                continue;
+            }
+            return false;  // closed: the daemon is stopping or gone
+        }
+        if (MTE_MSG_ParseReply(pucBuf, static_cast<uint32_t>(lGot), pstParsed) != 0) {
+            return false;
+        }
+        if (pstParsed->uiSequence == uiSequence) {
+            return true;
+        }
+    }
+}
+
+uint32_t ema_TryExchange(const uint8_t* pucRequest, uint32_t uiLen, uint32_t uiSequence,
+                         EMA_REPLY_S* pstReply, bool* pbSent) {
+    *pbSent = false;
+    if (g_iMgmtFd < 0 && !ema_Connect()) {
+        return EMA_ERR_TRANSPORT;
+    }
+    int64_t llDeadline = NowMs() + EMA_CLIENT_TIMEOUT_MS;
+    ssize_t lSent = send(g_iMgmtFd, pucRequest, uiLen, MSG_NOSIGNAL);
+    if (lSent != static_cast<ssize_t>(uiLen)) {
+        EMA_CLIENT_Close();
+        return EMA_ERR_TRANSPORT;
+    }
+    *pbSent = true;
+    uint8_t aucBuf[MTE_MSG_MAX_LEN];
+    MTE_MSG_REPLY_S stParsed{};
+    if (!ema_ReceiveReply(uiSequence, llDeadline, aucBuf, &stParsed)) {
+        EMA_CLIENT_Close();
+        return EMA_ERR_TRANSPORT;
+    }
+    pstReply->uiResult = stParsed.uiResult;
+    pstReply->uiFailedColumn = stParsed.uiFailedColumn;
+    pstReply->usItem = stParsed.usItem;
+    pstReply->uiDataSize = stParsed.usItem != 0 ? stParsed.uiDataSize : 0;
+    if (pstReply->uiDataSize > sizeof(pstReply->aucData)) {
+        return EMA_ERR_TRANSPORT;
+    }
+    if (pstReply->uiDataSize > 0) {
+        memcpy(pstReply->aucData, stParsed.pucData, pstReply->uiDataSize);
+    }
+    return 0;
+}
+
+}  // namespace
+
+void EMA_CLIENT_BeginRequest(void) {
+    g_bFailedInRequest = false;
+}
+
+void EMA_CLIENT_EndRequest(void) {
+    g_llLastUseMs = NowMs();
+    if (g_iMgmtFd >= 0 && g_uiIdleAlarm == 0) {
+        ema_ArmIdleAlarm(EMA_CLIENT_IDLE_CLOSE_MS);
+    }
+}
+
+uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t uiColumnMask,
+                             uint16_t usItem, const void* pRecord, EMA_REPLY_S* pstReply) {
+    memset(pstReply, 0, offsetof(EMA_REPLY_S, aucData));
+    if (g_bFailedInRequest) {
+        return EMA_ERR_TRANSPORT;
+    }
+    uint8_t aucRequest[MTE_MSG_MAX_LEN];
+    uint32_t uiSequence = ++g_uiSequence;
+    uint32_t uiLen = MTE_MSG_BuildRequest(uiSequence, usMsgType, usOperation, uiColumnMask, usItem,
+                                          pRecord, aucRequest, sizeof(aucRequest));
+    if (uiLen == 0) {
+        return EMA_ERR_TRANSPORT;
+    }
+    bool bSent = false;
+    uint32_t uiRet = ema_TryExchange(aucRequest, uiLen, uiSequence, pstReply, &bSent);
+    // A connection left over from a daemon that has restarted fails at the
+    // send: nothing reached anybody, so one more try on a new connection is safe.
+    if (uiRet == EMA_ERR_TRANSPORT && !bSent) {
+        uiRet = ema_TryExchange(aucRequest, uiLen, uiSequence, pstReply, &bSent);
+    }
+    if (uiRet == EMA_ERR_TRANSPORT) {
+        g_bFailedInRequest = true;
+    }
+    return uiRet;
+}
+
+void EMA_CLIENT_Close(void) {
+    if (g_uiIdleAlarm != 0) {
+        snmp_alarm_unregister(g_uiIdleAlarm);
+        g_uiIdleAlarm = 0;
+    }
+    if (g_iMgmtFd >= 0) {
+        close(g_iMgmtFd);
+        g_iMgmtFd = -1;
+    }
+}

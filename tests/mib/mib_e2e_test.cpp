@@ -1,0 +1,491 @@
+// The Event MIB end to end: net-snmp's command-line tools -> a private snmpd
+// -> AgentX -> the bridge (a small test subagent) -> the real eventmibd over
+// its management socket. Every command runs under timeout(1); every wait is
+// bounded.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "core/daemon_process.h"
+#include "mte_msg.h"
+#include "snmpd_harness.h"
+
+namespace {
+
+const std::string kMte = "1.3.6.1.2.1.88";
+const std::string kTrigger = "1.3.6.1.2.1.88.1.2.2.1";
+const std::string kBoolean = "1.3.6.1.2.1.88.1.2.5.1";
+const std::string kObjects = "1.3.6.1.2.1.88.1.3.1.1";
+const std::string kEvent = "1.3.6.1.2.1.88.1.4.2.1";
+const std::string kNotify = "1.3.6.1.2.1.88.1.4.3.1";
+const std::string kSampleMin = "1.3.6.1.2.1.88.1.1.1.0";
+
+// ".len.c.c..." of an owner, then the IMPLIED name.
+std::string NamedIndex(const std::string& strOwner, const std::string& strName) {
+    std::string str = "." + std::to_string(strOwner.size());
+    for (unsigned char uc : strOwner) {
+        str += "." + std::to_string(uc);
+    }
+    for (unsigned char uc : strName) {
+        str += "." + std::to_string(uc);
+    }
+    return str;
+}
+
+std::string ObjectsIndex(const std::string& strOwner, const std::string& strName,
+                         uint32_t uiIndex) {
+    std::string str = NamedIndex(strOwner, "") + "." + std::to_string(strName.size());
+    for (unsigned char uc : strName) {
+        str += "." + std::to_string(uc);
+    }
+    return str + "." + std::to_string(uiIndex);
+}
+
+std::vector<uint64_t> ParseOid(const std::string& strOid) {
+    std::vector<uint64_t> aOid;
+    std::stringstream stIn(strOid);
+    std::string strPart;
+    while (std::getline(stIn, strPart, '.')) {
+        if (!strPart.empty()) {
+            aOid.push_back(std::stoull(strPart));
+        }
+    }
+    return aOid;
+}
+
+struct ToolRun {
+    int iStatus;
+    std::string strOut;
+};
+
+class MibBridgeTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        s_pstAgent = new mte_test::SnmpdHarness();
+        s_pstDaemon = new MteDaemonProcess();
+        std::string strError;
+        if (!s_pstAgent->Start(&strError)) {
+            s_strSkip = strError;
+            return;
+        }
+        ASSERT_TRUE(s_pstDaemon->Start());
+        ASSERT_TRUE(s_pstDaemon->WaitReady(10000)) << s_pstDaemon->Stderr();
+        std::string strPersist = s_pstAgent->Dir() + "/subagent-persist";
+        mkdir(strPersist.c_str(), 0700);
+        // MTE_MIB_SUBAGENT names another program taking the same arguments
+        // (for example a wrapper around eventmib-agentx -f -x SOCKET).
+        const char* pszSubagent = getenv("MTE_MIB_SUBAGENT");
+        s_iSubagent =
+            mte_test::SpawnProcess({pszSubagent != nullptr ? pszSubagent : MTE_MIB_SUBAGENT_PATH,
+                                    s_pstAgent->AgentxSocketPath(), strPersist},
+                                   {"RUNTIME_DIRECTORY=" + s_pstDaemon->RuntimeDir(),
+                                    "SNMPCONFPATH=" + strPersist, "MIBS="},
+                                   s_pstAgent->Dir() + "/subagent.log");
+        ASSERT_GT(s_iSubagent, 0);
+        // The subagent answers once it has registered with the master.
+        bool bUp = false;
+        for (int i = 0; i < 100 && !bUp; ++i) {
+            bUp = Tool("snmpget", kSampleMin).strOut.find("INTEGER") != std::string::npos;
+            if (!bUp) {
+                usleep(100 * 1000);
+            }
+        }
+        ASSERT_TRUE(bUp) << Tool("snmpget", kSampleMin).strOut;
+    }
+
+    static void TearDownTestSuite() {
+        mte_test::StopProcess(&s_iSubagent, 3000);
+        if (s_pstAgent != nullptr && ::testing::UnitTest::GetInstance()->failed_test_count() > 0) {
+            ToolRun stLog = Shell("cat " + s_pstAgent->Dir() + "/subagent.log");
+            fprintf(stderr, "subagent log:\n%s\n", stLog.strOut.c_str());
+        }
+        delete s_pstDaemon;
+        s_pstDaemon = nullptr;
+        delete s_pstAgent;
+        s_pstAgent = nullptr;
+    }
+
+    void SetUp() override {
+        if (!s_strSkip.empty()) {
+            GTEST_SKIP() << s_strSkip;
+        }
+    }
+
+    static ToolRun Shell(const std::string& strCommand) {
+        std::string strFull = "env SNMPCONFPATH=" + s_pstAgent->Dir() +
+                              "/etc SNMP_PERSISTENT_DIR=" + s_pstAgent->Dir() +
+                              "/client-persist MIBS= timeout 30 " + strCommand + " 2>&1";
+        ToolRun stRun{-1, ""};
+        FILE* pstPipe = popen(strFull.c_str(), "r");
+        if (pstPipe == nullptr) {
+            return stRun;
+        }
+        char acBuf[4096];
+        size_t uiGot;
+        while ((uiGot = fread(acBuf, 1, sizeof(acBuf), pstPipe)) > 0) {
+            stRun.strOut.append(acBuf, uiGot);
+        }
+        stRun.iStatus = pclose(pstPipe);
+        return stRun;
+    }
+
+    // snmpget / snmpwalk / snmpbulkwalk with the read community.
+    static ToolRun Tool(const std::string& strTool, const std::string& strArgs) {
+        return Shell(strTool + " -v2c -c public -On -t 3 -r 0 127.0.0.1:" +
+                     std::to_string(s_pstAgent->Port()) + " " + strArgs);
+    }
+
+    // snmpset with the write community; arguments are "OID TYPE VALUE" triples.
+    static ToolRun Set(const std::string& strArgs) {
+        return Shell("snmpset -v2c -c private -On -t 3 -r 0 127.0.0.1:" +
+                     std::to_string(s_pstAgent->Port()) + " " + strArgs);
+    }
+
+    // The OIDs of a walk, in the order received.
+    static std::vector<std::string> WalkOids(const std::string& strTool,
+                                             const std::string& strOid) {
+        ToolRun stRun = Tool(strTool, strOid);
+        std::vector<std::string> astrOids;
+        std::stringstream stIn(stRun.strOut);
+        for (std::string strLine; std::getline(stIn, strLine);) {
+            if (!strLine.empty() && strLine[0] == '.') {
+                astrOids.push_back(strLine.substr(0, strLine.find(' ')));
+            }
+        }
+        return astrOids;
+    }
+
+    // The trigger rows as the daemon itself walks them over its socket.
+    static std::vector<std::string> DaemonTriggerIndexes() {
+        std::vector<std::string> astrRows;
+        int iFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+        sockaddr_un stAddr{};
+        stAddr.sun_family = AF_UNIX;
+        std::string strPath = s_pstDaemon->RuntimeDir() + "/eventmibd.sock";
+        strncpy(stAddr.sun_path, strPath.c_str(), sizeof(stAddr.sun_path) - 1);
+        timeval stTimeout{2, 0};
+        setsockopt(iFd, SOL_SOCKET, SO_RCVTIMEO, &stTimeout, sizeof(stTimeout));
+        if (connect(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+            close(iFd);
+            return astrRows;
+        }
+        MTE_INDEX_KEY_S stKey{};
+        for (uint32_t uiSeq = 1; uiSeq < 10000; ++uiSeq) {
+            uint8_t aucMsg[MTE_MSG_MAX_LEN];
+            uint32_t uiLen = MTE_MSG_BuildRequest(uiSeq, 4, 3, 0, MTE_ITEM_TRIGGER_KEY, &stKey,
+                                                  aucMsg, sizeof(aucMsg));
+            if (send(iFd, aucMsg, uiLen, MSG_NOSIGNAL) != static_cast<ssize_t>(uiLen)) {
+                break;
+            }
+            ssize_t lGot = recv(iFd, aucMsg, sizeof(aucMsg), 0);
+            MTE_MSG_REPLY_S stReply{};
+            if (lGot <= 0 || MTE_MSG_ParseReply(aucMsg, lGot, &stReply) != 0 ||
+                stReply.uiResult != 0) {
+                break;
+            }
+            MTE_TRIGGER_ROW_S stRow;
+            memcpy(&stRow, stReply.pucData, sizeof(stRow));
+            astrRows.push_back(NamedIndex(stRow.szOwner, stRow.szName));
+            stKey = {};
+            stKey.uiOwnerLen = strlen(stRow.szOwner);
+            strcpy(stKey.szOwner, stRow.szOwner);
+            strcpy(stKey.szName, stRow.szName);
+        }
+        close(iFd);
+        return astrRows;
+    }
+
+    static std::string Trig(int iColumn, const std::string& strOwner, const std::string& strName) {
+        return kTrigger + "." + std::to_string(iColumn) + NamedIndex(strOwner, strName);
+    }
+
+    static mte_test::SnmpdHarness* s_pstAgent;
+    static MteDaemonProcess* s_pstDaemon;
+    static pid_t s_iSubagent;
+    static std::string s_strSkip;
+};
+
+mte_test::SnmpdHarness* MibBridgeTest::s_pstAgent = nullptr;
+MteDaemonProcess* MibBridgeTest::s_pstDaemon = nullptr;
+pid_t MibBridgeTest::s_iSubagent = -1;
+std::string MibBridgeTest::s_strSkip;
+
+TEST_F(MibBridgeTest, ScalarsReadAndWrite) {
+    ToolRun stRun = Set(kSampleMin + " i 7");
+    EXPECT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    EXPECT_NE(Tool("snmpget", kSampleMin).strOut.find("INTEGER: 7"), std::string::npos);
+    stRun = Set(kSampleMin + " i 0");
+    EXPECT_NE(stRun.strOut.find("wrongValue"), std::string::npos) << stRun.strOut;
+    stRun = Set("1.3.6.1.2.1.88.1.2.1.0 u 5");  // mteTriggerFailures
+    EXPECT_NE(stRun.strOut.find("notWritable"), std::string::npos) << stRun.strOut;
+    EXPECT_NE(Tool("snmpget", "1.3.6.1.2.1.88.1.1.5.0").strOut.find("Counter32"),
+              std::string::npos);
+    EXPECT_EQ(Set(kSampleMin + " i 1").iStatus, 0);
+}
+
+TEST_F(MibBridgeTest, CreateAndWaitThenActiveWithABooleanTest) {
+    ToolRun stRun = Set(Trig(15, "b", "t1") + " i 5");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    stRun = Set(Trig(3, "b", "t1") + " s hello " + Trig(4, "b", "t1") + " x 40 " +
+                Trig(6, "b", "t1") + " o 1.3.6.1.2.1.1.3.0 " + Trig(11, "b", "t1") + " u 30");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    // The boolean row came with the test bit; write it while not active.
+    std::string strBool = NamedIndex("b", "t1");
+    stRun = Set(kBoolean + ".1" + strBool + " i 5 " + kBoolean + ".2" + strBool + " i -3");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    EXPECT_NE(Tool("snmpget", Trig(15, "b", "t1")).strOut.find("INTEGER: 2"), std::string::npos);
+    stRun = Set(Trig(15, "b", "t1") + " i 1");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+
+    ToolRun stGet = Tool("snmpget", Trig(3, "b", "t1") + " " + Trig(4, "b", "t1") + " " +
+                                        Trig(11, "b", "t1") + " " + Trig(14, "b", "t1") + " " +
+                                        Trig(15, "b", "t1") + " " + kBoolean + ".2" + strBool);
+    EXPECT_NE(stGet.strOut.find("STRING: \"hello\""), std::string::npos) << stGet.strOut;
+    EXPECT_NE(stGet.strOut.find("STRING: \"@\""), std::string::npos) << stGet.strOut;  // 0x40
+    EXPECT_NE(stGet.strOut.find("Gauge32: 30"), std::string::npos) << stGet.strOut;
+    EXPECT_NE(stGet.strOut.find(Trig(14, "b", "t1") + " = INTEGER: 1"), std::string::npos);
+    EXPECT_NE(stGet.strOut.find(Trig(15, "b", "t1") + " = INTEGER: 1"), std::string::npos);
+    EXPECT_NE(stGet.strOut.find("INTEGER: -3"), std::string::npos) << stGet.strOut;
+    // Not a row: no such instance.
+    EXPECT_NE(Tool("snmpget", Trig(3, "b", "nope")).strOut.find("No Such Instance"),
+              std::string::npos);
+}
+
+TEST_F(MibBridgeTest, CreateAndGoWithSeveralColumnsInOnePdu) {
+    ToolRun stRun = Set(Trig(15, "aa", "x") + " i 4 " + Trig(6, "aa", "x") +
+                        " o 1.3.6.1.2.1.1.3.0 " + Trig(4, "aa", "x") + " x 80 " +
+                        Trig(11, "aa", "x") + " u 60 " + Trig(3, "aa", "x") + " s go");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    ToolRun stGet = Tool("snmpget", Trig(15, "aa", "x") + " " + Trig(4, "aa", "x"));
+    EXPECT_NE(stGet.strOut.find("INTEGER: 1"), std::string::npos) << stGet.strOut;
+    EXPECT_NE(stGet.strOut.find("Hex-STRING: 80"), std::string::npos) << stGet.strOut;
+    // Objects and event rows, with their own index shapes.
+    std::string strObj = ObjectsIndex("aa", "objs", 1);
+    stRun =
+        Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj + " o 1.3.6.1.2.1.1.5.0");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    EXPECT_NE(Tool("snmpget", kObjects + ".3" + strObj).strOut.find("OID: .1.3.6.1.2.1.1.5.0"),
+              std::string::npos);
+    std::string strEv = NamedIndex("aa", "ev");
+    stRun = Set(kEvent + ".5" + strEv + " i 5 " + kEvent + ".3" + strEv + " x 80 " + kEvent + ".2" +
+                strEv + " s note");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    stRun = Set(kNotify + ".1" + strEv + " o 1.3.6.1.4.1.99.0.1 " + kNotify + ".2" + strEv +
+                " s aa " + kNotify + ".3" + strEv + " s objs");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    ToolRun stNotify = Tool("snmpwalk", kNotify);
+    EXPECT_NE(stNotify.strOut.find(kNotify + ".2" + strEv + " = STRING: \"aa\""), std::string::npos)
+        << stNotify.strOut;
+    EXPECT_NE(stNotify.strOut.find(kNotify + ".3" + strEv + " = STRING: \"objs\""),
+              std::string::npos)
+        << stNotify.strOut;
+    EXPECT_EQ(Set(kEvent + ".5" + strEv + " i 1").iStatus, 0);
+}
+
+// A trigger made active in the same PDU as its test rows, and an event with
+// its notification: the sub-rows are written before the activation.
+TEST_F(MibBridgeTest, CreateAndGoTogetherWithTestAndActionRows) {
+    std::string strIdx = NamedIndex("aa", "withbool");
+    ToolRun stRun = Set(Trig(15, "aa", "withbool") + " i 4 " + Trig(6, "aa", "withbool") +
+                        " o 1.3.6.1.2.1.1.3.0 " + Trig(4, "aa", "withbool") + " x 40 " + kBoolean +
+                        ".1" + strIdx + " i 5 " + kBoolean + ".2" + strIdx + " i 42");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    ToolRun stGet = Tool("snmpget", Trig(15, "aa", "withbool") + " " + kBoolean + ".1" + strIdx +
+                                        " " + kBoolean + ".2" + strIdx);
+    EXPECT_NE(stGet.strOut.find(Trig(15, "aa", "withbool") + " = INTEGER: 1"), std::string::npos)
+        << stGet.strOut;
+    EXPECT_NE(stGet.strOut.find(kBoolean + ".1" + strIdx + " = INTEGER: 5"), std::string::npos)
+        << stGet.strOut;
+    EXPECT_NE(stGet.strOut.find("INTEGER: 42"), std::string::npos) << stGet.strOut;
+
+    std::string strEv = NamedIndex("aa", "evgo");
+    stRun = Set(kEvent + ".5" + strEv + " i 4 " + kEvent + ".3" + strEv + " x 80 " + kNotify +
+                ".1" + strEv + " o 1.3.6.1.4.1.99.0.2");
+    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    stGet = Tool("snmpget", kEvent + ".5" + strEv + " " + kNotify + ".1" + strEv);
+    EXPECT_NE(stGet.strOut.find("INTEGER: 1"), std::string::npos) << stGet.strOut;
+    EXPECT_NE(stGet.strOut.find("OID: .1.3.6.1.4.1.99.0.2"), std::string::npos) << stGet.strOut;
+}
+
+TEST_F(MibBridgeTest, WalksAreStrictlyIncreasingAndShowExactlyTheDaemonsRows) {
+    for (const auto& [strOwner, strName] : std::vector<std::pair<std::string, std::string>>{
+             {"ab", "longername"}, {"ab", "z"}, {"aa", "xy"}, {"b", "t"}, {"b", "t22"}}) {
+        ToolRun stRun = Set(Trig(15, strOwner, strName) + " i 5");
+        ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    }
+    std::vector<std::string> astrWalk = WalkOids("snmpwalk", kMte);
+    ASSERT_GT(astrWalk.size(), 20u);
+    for (size_t i = 1; i < astrWalk.size(); ++i) {
+        EXPECT_LT(ParseOid(astrWalk[i - 1]), ParseOid(astrWalk[i]))
+            << astrWalk[i - 1] << " then " << astrWalk[i];
+    }
+    EXPECT_EQ(WalkOids("snmpbulkwalk -Cr7", kMte), astrWalk);
+    // Column 15 of the trigger table lists exactly the daemon's rows, in order.
+    std::vector<std::string> astrStatus;
+    for (const auto& strOid : WalkOids("snmpbulkwalk", kTrigger + ".15")) {
+        astrStatus.push_back(strOid.substr(kTrigger.size() + 4));
+    }
+    std::vector<std::string> astrDaemon = DaemonTriggerIndexes();
+    EXPECT_EQ(astrStatus, astrDaemon);
+    EXPECT_GE(astrDaemon.size(), 5u);
+    // A get-next from inside an index (not a row) lands on the next row.
+    ToolRun stNext = Tool("snmpgetnext", kTrigger + ".15.2.97.98.108");
+    EXPECT_NE(stNext.strOut.find(Trig(15, "ab", "longername")), std::string::npos) << stNext.strOut;
+}
+
+// A get-next from any name (cut indexes, characters above 255, lengths out of
+// range, names between tables) answers the first object of the full walk that
+// follows it.
+TEST_F(MibBridgeTest, GetNextFromArbitraryNamesFollowsTheWalk) {
+    for (const auto& [strOwner, strName] : std::vector<std::pair<std::string, std::string>>{
+             {"b", "q"}, {"aa", "q"}, {"aa", "qq"}, {"ab", "q"}}) {
+        ASSERT_EQ(Set(Trig(15, strOwner, strName) + " i 5").iStatus, 0);
+    }
+    std::string strObj = ObjectsIndex("aa", "o", 3);
+    ASSERT_EQ(
+        Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj + " o 1.3.6.1").iStatus,
+        0);
+    std::vector<std::string> astrWalk = WalkOids("snmpwalk", kMte);
+    const std::vector<std::string> astrStarts = {
+        kMte,
+        "1.3.6.1.2.1.88.1.1.5.0",
+        "1.3.6.1.2.1.88.1.2.2",
+        kTrigger + ".3.2.97",           // owner cut short
+        kTrigger + ".3.2.97.97.300",    // a name character above 255
+        kTrigger + ".3.2.97.97.113.0",  // one sub-identifier past a row
+        kTrigger + ".3.40",             // owner longer than 32
+        kTrigger + ".3.1.98.113.113.113",
+        kTrigger + ".15.4294967295",
+        "1.3.6.1.2.1.88.1.2.3",           // the absent delta table
+        kObjects + ".3.2.97.97",          // objects: owner without name
+        kObjects + ".3.2.97.97.1.111",    // name without index
+        kObjects + ".3.2.97.97.1.111.2",  // index just before the row
+        kObjects + ".3.2.97.97.1.111.3",  // the row itself
+        kObjects + ".3.2.97.97.50",       // name longer than 32
+        "1.3.6.1.2.1.88.1.4.1.0",
+    };
+    for (const auto& strStart : astrStarts) {
+        auto aStart = ParseOid(strStart);
+        std::string strExpected;
+        for (const auto& strOid : astrWalk) {
+            if (ParseOid(strOid) > aStart) {
+                strExpected = strOid;
+                break;
+            }
+        }
+        ToolRun stRun = Tool("snmpgetnext", strStart);
+        std::string strGot = stRun.strOut.substr(0, stRun.strOut.find(' '));
+        if (strExpected.empty()) {
+            EXPECT_EQ(ParseOid(strGot) > ParseOid("1.3.6.1.2.1.88.1.4.4.1.6.255"), true)
+                << strStart << ": " << stRun.strOut;
+        } else {
+            EXPECT_EQ(strGot, strExpected) << strStart << ": " << stRun.strOut;
+        }
+    }
+}
+
+TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
+    ASSERT_EQ(Set(Trig(15, "ab", "bad") + " i 5").iStatus, 0);
+    struct Case {
+        std::string strArgs;
+        std::string strError;
+        std::string strFailed;
+    };
+    std::string strLong(256, 'c');
+    const std::vector<Case> aCases = {
+        {Trig(3, "ab", "bad") + " i 1", "wrongType", Trig(3, "ab", "bad")},
+        {Trig(15, "ab", "bad") + " i 6 " + Trig(3, "ab", "bad") + " s " + strLong, "wrongLength",
+         Trig(3, "ab", "bad")},
+        {Trig(15, "ab", "bad") + " i 3", "wrongValue", Trig(15, "ab", "bad")},
+        {Trig(4, "ab", "bad") + " x 10", "wrongValue", Trig(4, "ab", "bad")},
+        {Trig(14, "ab", "bad") + " i 1", "notWritable", Trig(14, "ab", "bad")},
+        {Trig(8, "ab", "bad") + " s tag", "notWritable", Trig(8, "ab", "bad")},
+        {Trig(3, "ab", "none") + " s x", "inconsistentName", Trig(3, "ab", "none")},
+        {Trig(15, "ab", "bad") + " i 4", "inconsistentValue", Trig(15, "ab", "bad")},
+        // Activation without a value identifier: the daemon blames that column.
+        {Trig(3, "ab", "bad") + " s c " + Trig(15, "ab", "bad") + " i 1", "inconsistentValue",
+         Trig(15, "ab", "bad")},
+    };
+    for (const auto& stCase : aCases) {
+        ToolRun stRun = Set(stCase.strArgs);
+        EXPECT_NE(stRun.strOut.find(stCase.strError), std::string::npos) << stCase.strArgs << "\n"
+                                                                         << stRun.strOut;
+        EXPECT_NE(stRun.strOut.find("Failed object: ." + stCase.strFailed + "\n"),
+                  std::string::npos)
+            << stCase.strArgs << "\n"
+            << stRun.strOut;
+    }
+    // The frequency under the sample minimum: the error points at the frequency.
+    ASSERT_EQ(Set(kSampleMin + " i 60").iStatus, 0);
+    ToolRun stRun =
+        Set(Trig(3, "ab", "slow") + " s c " + Trig(15, "ab", "slow") + " i 4 " +
+            Trig(6, "ab", "slow") + " o 1.3.6.1.2.1.1.3.0 " + Trig(11, "ab", "slow") + " u 10");
+    EXPECT_NE(stRun.strOut.find("inconsistentValue"), std::string::npos) << stRun.strOut;
+    EXPECT_NE(stRun.strOut.find("Failed object: ." + Trig(11, "ab", "slow") + "\n"),
+              std::string::npos)
+        << stRun.strOut;
+    ASSERT_EQ(Set(kSampleMin + " i 1").iStatus, 0);
+    EXPECT_NE(Tool("snmpget", Trig(15, "ab", "slow")).strOut.find("No Such Instance"),
+              std::string::npos);
+}
+
+// A PDU whose second row fails: the row it created first is destroyed again.
+TEST_F(MibBridgeTest, AFailedPduTakesBackTheRowsItCreated) {
+    std::string strEv = NamedIndex("ab", "dup");
+    ASSERT_EQ(Set(kEvent + ".5" + strEv + " i 5").iStatus, 0);
+    ToolRun stRun = Set(Trig(15, "ab", "undo") + " i 5 " + kEvent + ".5" + strEv + " i 5");
+    EXPECT_NE(stRun.strOut.find("inconsistentValue"), std::string::npos) << stRun.strOut;
+    EXPECT_NE(stRun.strOut.find("Failed object: ." + kEvent + ".5" + strEv + "\n"),
+              std::string::npos)
+        << stRun.strOut;
+    EXPECT_NE(Tool("snmpget", Trig(15, "ab", "undo")).strOut.find("No Such Instance"),
+              std::string::npos);
+}
+
+// A daemon that takes requests but does not answer: genErr after the bridge's
+// time-out, and answers again once it runs.
+TEST_F(MibBridgeTest, HungDaemonGivesGenErrWithinItsTimeOut) {
+    ASSERT_TRUE(s_pstDaemon->Signal(SIGSTOP));
+    int64_t llStart = MteDaemonProcess::NowMs();
+    ToolRun stRun = Tool("snmpget -Cf", kSampleMin + " " + Trig(15, "b", "x"));
+    int64_t llTook = MteDaemonProcess::NowMs() - llStart;
+    ASSERT_TRUE(s_pstDaemon->Signal(SIGCONT));
+    EXPECT_NE(stRun.strOut.find("genError"), std::string::npos) << stRun.strOut;
+    EXPECT_LT(llTook, 2500) << stRun.strOut;  // one time-out, not one per varbind
+    bool bBack = false;
+    for (int i = 0; i < 50 && !bBack; ++i) {
+        bBack = Tool("snmpget", kSampleMin).strOut.find("INTEGER") != std::string::npos;
+        if (!bBack) {
+            usleep(100 * 1000);
+        }
+    }
+    EXPECT_TRUE(bBack);
+}
+
+// Runs last (alphabetically after the others is not guaranteed: it restarts
+// the daemon and leaves it running as before).
+TEST_F(MibBridgeTest, ZDaemonAwayGivesGenErrAndComesBack) {
+    ASSERT_EQ(Set(Trig(15, "b", "keep") + " i 5").iStatus, 0);
+    ASSERT_TRUE(s_pstDaemon->Signal(SIGRTMIN + 1));
+    int iStatus = 0;
+    ASSERT_TRUE(s_pstDaemon->WaitExit(10000, &iStatus));
+    int64_t llStart = MteDaemonProcess::NowMs();
+    ToolRun stRun = Tool("snmpget", kSampleMin);
+    EXPECT_NE(stRun.strOut.find("genError"), std::string::npos) << stRun.strOut;
+    EXPECT_LT(MteDaemonProcess::NowMs() - llStart, 5000);
+    ASSERT_TRUE(s_pstDaemon->Start());
+    ASSERT_TRUE(s_pstDaemon->WaitReady(10000)) << s_pstDaemon->Stderr();
+    stRun = Tool("snmpget", Trig(15, "b", "keep"));
+    EXPECT_NE(stRun.strOut.find("INTEGER: 2"), std::string::npos) << stRun.strOut;
+}
+
+}  // namespace

@@ -1,0 +1,360 @@
+// The bridge's column mapping, value checks and index encodings against RFC
+// 2981's numbering and the daemon's index order.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "mib_map.h"
+
+namespace {
+
+const EMA_TABLE_S* Table(const char* pszName) {
+    for (const auto& stTable : g_astEmaTables) {
+        if (strcmp(stTable.pszName, pszName) == 0) {
+            return &stTable;
+        }
+    }
+    return nullptr;
+}
+
+EMA_INDEX_S Index(const std::string& strOwner, const std::string& strName, uint32_t uiIndex = 0) {
+    EMA_INDEX_S stIndex{};
+    memcpy(stIndex.szOwner, strOwner.data(), strOwner.size());
+    memcpy(stIndex.szName, strName.data(), strName.size());
+    stIndex.uiIndex = uiIndex;
+    return stIndex;
+}
+
+std::vector<oid> Encode(const EMA_TABLE_S* pstTable, const EMA_INDEX_S& stIndex) {
+    oid aoid[EMA_INDEX_MAX_LEN];
+    size_t uiLen = EMA_EncodeIndex(pstTable, &stIndex, aoid);
+    return std::vector<oid>(aoid, aoid + uiLen);
+}
+
+int OidCompare(const std::vector<oid>& a, const std::vector<oid>& b) {
+    return snmp_oid_compare(a.data(), a.size(), b.data(), b.size());
+}
+
+// The daemon's index order: owner length, owner bytes, (objects: name
+// length,) name bytes, (objects: index).
+int DaemonCompare(const EMA_TABLE_S* pstTable, const EMA_INDEX_S& a, const EMA_INDEX_S& b) {
+    auto Sign = [](long l) { return l < 0 ? -1 : (l > 0 ? 1 : 0); };
+    long l = static_cast<long>(strlen(a.szOwner)) - static_cast<long>(strlen(b.szOwner));
+    if (l != 0) {
+        return Sign(l);
+    }
+    if (int i = strcmp(a.szOwner, b.szOwner); i != 0) {
+        return Sign(i);
+    }
+    if (pstTable->ucIndexKind == EMA_INDEX_OBJECTS) {
+        l = static_cast<long>(strlen(a.szName)) - static_cast<long>(strlen(b.szName));
+        if (l != 0) {
+            return Sign(l);
+        }
+    }
+    if (int i = strcmp(a.szName, b.szName); i != 0) {
+        return Sign(i);
+    }
+    if (pstTable->ucIndexKind == EMA_INDEX_OBJECTS) {
+        return a.uiIndex < b.uiIndex ? -1 : (a.uiIndex > b.uiIndex ? 1 : 0);
+    }
+    return 0;
+}
+
+std::vector<EMA_INDEX_S> SampleRows(bool bObjects) {
+    std::vector<EMA_INDEX_S> astRows;
+    for (const char* pszOwner : {"", "b", "aa", "ab", "\xff", "zz"}) {
+        for (const char* pszName : {"a", "ab", "abc", "b", "ba", "\x7f\xff"}) {
+            for (uint32_t uiIndex : {1u, 2u, 0xffffffffu}) {
+                astRows.push_back(Index(pszOwner, pszName, uiIndex));
+                if (!bObjects) {
+                    break;
+                }
+            }
+        }
+    }
+    return astRows;
+}
+
+TEST(MibMapTest, IndexEncodingsFollowTheRfcAndRoundTrip) {
+    const EMA_TABLE_S* pstTrigger = Table("mteTriggerTable");
+    const EMA_TABLE_S* pstObjects = Table("mteObjectsTable");
+    EXPECT_EQ(Encode(pstTrigger, Index("ab", "xy")), (std::vector<oid>{2, 'a', 'b', 'x', 'y'}));
+    EXPECT_EQ(Encode(pstTrigger, Index("", "x")), (std::vector<oid>{0, 'x'}));
+    EXPECT_EQ(Encode(pstObjects, Index("o", "nm", 7)), (std::vector<oid>{1, 'o', 2, 'n', 'm', 7}));
+    for (const EMA_TABLE_S* pstTable : {pstTrigger, pstObjects}) {
+        for (const auto& stRow : SampleRows(pstTable == pstObjects)) {
+            std::vector<oid> aoid = Encode(pstTable, stRow);
+            EMA_INDEX_S stBack;
+            ASSERT_TRUE(EMA_DecodeIndex(pstTable, aoid.data(), aoid.size(), &stBack));
+            EXPECT_EQ(DaemonCompare(pstTable, stRow, stBack), 0);
+        }
+    }
+}
+
+TEST(MibMapTest, InvalidIndexesAreRefused) {
+    const EMA_TABLE_S* pstTrigger = Table("mteTriggerTable");
+    const EMA_TABLE_S* pstObjects = Table("mteObjectsTable");
+    std::vector<oid> aoidLongName(35, 'n');
+    aoidLongName[0] = 1;
+    const std::vector<std::pair<const EMA_TABLE_S*, std::vector<oid>>> aCases = {
+        {pstTrigger, {}},                           // nothing
+        {pstTrigger, {1, 'a'}},                     // owner without a name
+        {pstTrigger, {3, 'a', 'b'}},                // owner cut short
+        {pstTrigger, {33}},                         // owner too long
+        {pstTrigger, {1, 0, 'x'}},                  // zero character
+        {pstTrigger, {1, 'a', 256}},                // not a byte
+        {pstTrigger, aoidLongName},                 // name of 33 characters
+        {pstObjects, {1, 'a', 1, 'n'}},             // no objects index
+        {pstObjects, {1, 'a', 1, 'n', 1, 2}},       // one sub-identifier too many
+        {pstObjects, {1, 'a', 0, 1}},               // empty objects name
+        {pstObjects, {1, 'a', 2, 'n', 1}},          // name cut short
+        {pstObjects, {0, 1, 'n', 0x100000000ull}},  // index beyond 32 bits
+    };
+    for (const auto& [pstTable, aoid] : aCases) {
+        EMA_INDEX_S stIndex;
+        EXPECT_FALSE(EMA_DecodeIndex(pstTable, aoid.data(), aoid.size(), &stIndex))
+            << pstTable->pszName << " case of length " << aoid.size();
+    }
+}
+
+// SNMP's order of the encodings is the daemon's order of the rows, so a walk
+// by the daemon's get-next is a walk in OID order.
+TEST(MibMapTest, OidOrderIsTheDaemonsOrder) {
+    for (const char* pszTable : {"mteTriggerTable", "mteObjectsTable"}) {
+        const EMA_TABLE_S* pstTable = Table(pszTable);
+        auto astRows = SampleRows(pstTable->ucIndexKind == EMA_INDEX_OBJECTS);
+        for (const auto& a : astRows) {
+            for (const auto& b : astRows) {
+                EXPECT_EQ(OidCompare(Encode(pstTable, a), Encode(pstTable, b)),
+                          DaemonCompare(pstTable, a, b))
+                    << a.szOwner << "/" << a.szName << " vs " << b.szOwner << "/" << b.szName;
+            }
+        }
+    }
+}
+
+// For any suffix, every row after it in OID order lies after the lower-bound
+// key in the daemon's order, and the key never lies after the suffix: so a
+// get-next from the key, passing over rows up to the suffix, misses nothing.
+TEST(MibMapTest, LowerBoundKeyNeverSkipsARowAfterTheSuffix) {
+    for (const char* pszTable : {"mteTriggerTable", "mteObjectsTable"}) {
+        const EMA_TABLE_S* pstTable = Table(pszTable);
+        auto astRows = SampleRows(pstTable->ucIndexKind == EMA_INDEX_OBJECTS);
+        std::vector<std::vector<oid>> aSuffixes = {{},
+                                                   {0},
+                                                   {1},
+                                                   {2},
+                                                   {3},
+                                                   {33},
+                                                   {2, 'a'},
+                                                   {2, 'a', 'b', 0},
+                                                   {2, 'a', 'b', 300},
+                                                   {1, 'b', 'a', 'b', 'c', 'd'},
+                                                   {1, 256},
+                                                   {2, 'a', 'b', 2, 'a'},
+                                                   {2, 'a', 'b', 40},
+                                                   {2, 'a', 'b', 2, 'a', 'b', 1, 5},
+                                                   {1, 'b', 1, 'b', 2},
+                                                   {1, 'b', 3, 'a', 0}};
+        for (const auto& stRow : astRows) {
+            std::vector<oid> aoid = Encode(pstTable, stRow);
+            aSuffixes.push_back(aoid);
+            aoid.push_back(0);
+            aSuffixes.push_back(aoid);
+            aoid.pop_back();
+            aoid.pop_back();
+            aSuffixes.push_back(aoid);
+        }
+        for (const auto& aoidSuffix : aSuffixes) {
+            EMA_INDEX_S stKey;
+            uint8_t ucStart =
+                EMA_LowerBound(pstTable, aoidSuffix.data(), aoidSuffix.size(), &stKey);
+            for (const auto& stRow : astRows) {
+                if (OidCompare(Encode(pstTable, stRow), aoidSuffix) <= 0) {
+                    continue;
+                }
+                ASSERT_NE(ucStart, EMA_START_PAST_END) << pszTable;
+                if (ucStart == EMA_START_AFTER_KEY) {
+                    EXPECT_GT(DaemonCompare(pstTable, stRow, stKey), 0)
+                        << pszTable << " row " << stRow.szOwner << "/" << stRow.szName
+                        << " suffix length " << aoidSuffix.size();
+                }
+            }
+        }
+    }
+}
+
+// RFC 2981 column -> the daemon's mask bits, and the daemon's failed column
+// back to the RFC column that the error index points at.
+TEST(MibMapTest, ColumnMappingBothWays) {
+    struct Case {
+        const char* pszTable;
+        uint32_t uiRfcColumn;
+        uint32_t uiMask;
+        std::vector<uint32_t> auiFailed;
+    };
+    const std::vector<Case> aCases = {
+        {"mteTriggerTable", 3, 1u << 3, {3}},
+        {"mteTriggerTable", 4, (1u << 4) | (1u << 5) | (1u << 6), {4, 5, 6}},
+        {"mteTriggerTable", 5, 1u << 7, {7}},
+        {"mteTriggerTable", 6, 1u << 8, {8}},
+        {"mteTriggerTable", 8, 0, {}},  // target tag: not written
+        {"mteTriggerTable", 9, 1u << 10, {10}},
+        {"mteTriggerTable", 11, 1u << 12, {12}},
+        {"mteTriggerTable", 13, 1u << 14, {14}},
+        {"mteTriggerTable", 14, 0, {}},  // enabled follows the status
+        {"mteTriggerTable", 15, 1u << 15, {15}},
+        {"mteTriggerExistenceTable", 1, (1u << 1) | (1u << 2) | (1u << 3), {1, 2, 3}},
+        {"mteTriggerExistenceTable", 2, (1u << 4) | (1u << 5), {4, 5}},
+        {"mteTriggerExistenceTable", 6, 1u << 9, {9}},
+        {"mteTriggerBooleanTable", 1, 1u << 1, {1}},
+        {"mteTriggerBooleanTable", 7, 1u << 7, {7}},
+        {"mteTriggerThresholdTable", 15, 1u << 15, {15}},
+        {"mteObjectsTable", 5, 1u << 5, {5}},
+        {"mteEventTable", 3, (1u << 3) | (1u << 4), {3, 4}},
+        {"mteEventTable", 4, 0, {}},
+        {"mteEventTable", 5, 1u << 6, {6}},
+        {"mteEventNotificationTable", 2, 1u << 3, {3}},
+        {"mteEventNotificationTable", 3, 1u << 2, {2}},
+        {"mteEventSetTable", 4, 0, {}},
+        {"mteEventSetTable", 6, 1u << 6, {6}},
+    };
+    for (const auto& stCase : aCases) {
+        const EMA_TABLE_S* pstTable = Table(stCase.pszTable);
+        const EMA_COLUMN_S* pstColumn = EMA_FindColumn(pstTable, stCase.uiRfcColumn);
+        ASSERT_NE(pstColumn, nullptr) << stCase.pszTable << " " << stCase.uiRfcColumn;
+        EXPECT_EQ(pstColumn->uiDaemonMask, stCase.uiMask)
+            << stCase.pszTable << " " << stCase.uiRfcColumn;
+        EXPECT_EQ(pstColumn->ucWritable != 0, stCase.uiMask != 0);
+        for (uint32_t uiFailed : stCase.auiFailed) {
+            EXPECT_EQ(EMA_RfcColumnOfFailed(pstTable, uiFailed), stCase.uiRfcColumn)
+                << stCase.pszTable << " failed column " << uiFailed;
+        }
+    }
+    EXPECT_EQ(EMA_RfcColumnOfFailed(Table("mteTriggerTable"), 0), 0u);
+    EXPECT_EQ(EMA_RfcColumnOfFailed(Table("mteEventTable"), 5), 0u);  // the daemon's ignored column
+    EXPECT_EQ(EMA_FindColumn(Table("mteTriggerTable"), 1), nullptr);  // index: not served
+}
+
+TEST(MibMapTest, TablesAndColumnsAreInOidOrderWithDisjointMasks) {
+    for (uint32_t t = 0; t < EMA_TABLE_COUNT; ++t) {
+        const EMA_TABLE_S& stTable = g_astEmaTables[t];
+        if (t > 0) {
+            EXPECT_LT(snmp_oid_compare(g_astEmaTables[t - 1].aoidEntry, 3, stTable.aoidEntry, 3),
+                      0);
+        }
+        uint32_t uiSeen = 0;
+        for (uint32_t i = 0; i < stTable.uiColumnCount; ++i) {
+            if (i > 0) {
+                EXPECT_LT(stTable.pstColumns[i - 1].ucRfcColumn, stTable.pstColumns[i].ucRfcColumn);
+            }
+            EXPECT_EQ(uiSeen & stTable.pstColumns[i].uiDaemonMask, 0u) << stTable.pszName;
+            uiSeen |= stTable.pstColumns[i].uiDaemonMask;
+            EXPECT_LE(stTable.pstColumns[i].usOffset + stTable.pstColumns[i].usSize,
+                      stTable.usRowSize);
+        }
+        EXPECT_EQ(uiSeen & MTE_MASK_FORCE, 0u);
+    }
+}
+
+struct ValueCase {
+    uint32_t uiTableNo;
+    uint32_t uiRfcColumn;
+    u_char ucType;
+    std::vector<uint8_t> aucBytes;  // string, or empty for an integer
+    long lValue;
+    int iExpected;
+};
+
+TEST(MibMapTest, ValuesOfTheWrongTypeLengthOrRangeAreRefused) {
+    std::string strLong(256, 'c');
+    const std::vector<ValueCase> aCases = {
+        {0, 3, ASN_OCTET_STR, {'h', 'i'}, 0, SNMP_ERR_NOERROR},
+        {0, 3, ASN_INTEGER, {}, 1, SNMP_ERR_WRONGTYPE},
+        {0, 3, ASN_OCTET_STR, std::vector<uint8_t>(strLong.begin(), strLong.end()), 0,
+         SNMP_ERR_WRONGLENGTH},
+        {0, 3, ASN_OCTET_STR, {'a', 0, 'b'}, 0, SNMP_ERR_WRONGVALUE},
+        {0, 4, ASN_OCTET_STR, {0xe0}, 0, SNMP_ERR_NOERROR},
+        {0, 4, ASN_OCTET_STR, {0x10}, 0, SNMP_ERR_WRONGVALUE},
+        {0, 4, ASN_OCTET_STR, {0x80, 0}, 0, SNMP_ERR_WRONGLENGTH},
+        {0, 5, ASN_INTEGER, {}, 3, SNMP_ERR_WRONGVALUE},
+        {0, 7, ASN_INTEGER, {}, 0, SNMP_ERR_WRONGVALUE},
+        {0, 9, ASN_OCTET_STR, std::vector<uint8_t>(33, 'x'), 0, SNMP_ERR_WRONGLENGTH},
+        {0, 11, ASN_INTEGER, {}, 5, SNMP_ERR_WRONGTYPE},
+        {0, 11, ASN_UNSIGNED, {}, 5, SNMP_ERR_NOERROR},
+        {0, 15, ASN_INTEGER, {}, 3, SNMP_ERR_WRONGVALUE},  // notReady is never written
+        {0, 15, ASN_INTEGER, {}, 7, SNMP_ERR_WRONGVALUE},
+        {0, 15, ASN_INTEGER, {}, 4, SNMP_ERR_NOERROR},
+        {1, 2, ASN_OCTET_STR, {0x20}, 0, SNMP_ERR_WRONGVALUE},  // startup has no "changed"
+        {2, 1, ASN_INTEGER, {}, 7, SNMP_ERR_WRONGVALUE},
+        {2, 2, ASN_INTEGER, {}, -5, SNMP_ERR_NOERROR},
+        {3, 1, ASN_INTEGER, {}, 4, SNMP_ERR_WRONGVALUE},
+        {5, 3, ASN_OCTET_STR, {0x80}, 0, SNMP_ERR_NOERROR},
+        {5, 3, ASN_OCTET_STR, {0x20}, 0, SNMP_ERR_WRONGVALUE},
+    };
+    for (const auto& stCase : aCases) {
+        const EMA_TABLE_S* pstTable = &g_astEmaTables[stCase.uiTableNo];
+        const EMA_COLUMN_S* pstColumn = EMA_FindColumn(pstTable, stCase.uiRfcColumn);
+        ASSERT_NE(pstColumn, nullptr);
+        netsnmp_variable_list stVb{};
+        if (stCase.ucType == ASN_OCTET_STR) {
+            snmp_set_var_typed_value(&stVb, stCase.ucType, stCase.aucBytes.data(),
+                                     stCase.aucBytes.size());
+        } else {
+            snmp_set_var_typed_integer(&stVb, stCase.ucType, stCase.lValue);
+        }
+        EXPECT_EQ(EMA_CheckColumnValue(pstColumn, &stVb), stCase.iExpected)
+            << pstTable->pszName << " column " << stCase.uiRfcColumn;
+        snmp_free_var_internals(&stVb);
+    }
+    // An OID of 129 sub-identifiers does not fit the daemon's record.
+    std::vector<oid> aoidLong(129, 1);
+    netsnmp_variable_list stVb{};
+    snmp_set_var_typed_value(&stVb, ASN_OBJECT_ID, aoidLong.data(), aoidLong.size() * sizeof(oid));
+    EXPECT_EQ(EMA_CheckColumnValue(EMA_FindColumn(&g_astEmaTables[0], 6), &stVb),
+              SNMP_ERR_WRONGLENGTH);
+    snmp_free_var_internals(&stVb);
+}
+
+TEST(MibMapTest, BitsWriteEveryBitColumnAndStatusGoesToTheStatusField) {
+    const EMA_TABLE_S* pstTrigger = Table("mteTriggerTable");
+    MTE_TRIGGER_ROW_S stRow{};
+    uint32_t uiMask = 0;
+    netsnmp_variable_list stVb{};
+    uint8_t ucBits = 0x40;
+    snmp_set_var_typed_value(&stVb, ASN_OCTET_STR, &ucBits, 1);
+    EMA_ApplyValue(pstTrigger, EMA_FindColumn(pstTrigger, 4), &stVb,
+                   reinterpret_cast<uint8_t*>(&stRow), &uiMask);
+    EXPECT_EQ(stRow.ucTest, MTE_TEST_BOOLEAN);
+    EXPECT_EQ(uiMask, 0x70u);
+    snmp_free_var_internals(&stVb);
+    snmp_set_var_typed_integer(&stVb, ASN_INTEGER, MTE_ROW_CREATE_AND_WAIT);
+    EMA_ApplyValue(pstTrigger, EMA_FindColumn(pstTrigger, 15), &stVb,
+                   reinterpret_cast<uint8_t*>(&stRow), &uiMask);
+    EXPECT_EQ(stRow.uiEntryStatus, MTE_ROW_CREATE_AND_WAIT);
+    EXPECT_EQ(uiMask, 0x8070u);
+}
+
+TEST(MibMapTest, DaemonResultsBecomeSnmpErrors) {
+    const std::vector<std::tuple<uint32_t, bool, int>> aCases = {
+        {MTE_OK, true, SNMP_ERR_NOERROR},
+        {MTE_ERR_NO_CHANGE, true, SNMP_ERR_NOERROR},
+        {MTE_ERR_INCONSISTENT, true, SNMP_ERR_INCONSISTENTVALUE},
+        {MTE_ERR_ROW_EXISTS, true, SNMP_ERR_INCONSISTENTVALUE},
+        {MTE_ERR_NO_SUCH_ROW, true, SNMP_ERR_INCONSISTENTNAME},
+        {MTE_ERR_NO_SUCH_ROW, false, SNMP_ERR_NOCREATION},
+        {MTE_ERR_MEMORY_PRESSURE, true, SNMP_ERR_RESOURCEUNAVAILABLE},
+        {MTE_ERR_GENERAL, true, SNMP_ERR_RESOURCEUNAVAILABLE},
+        {0x40010022, true, SNMP_ERR_GENERR},
+    };
+    for (const auto& [uiResult, bStatus, iErr] : aCases) {
+        EXPECT_EQ(EMA_SetErrorOf(uiResult, bStatus), iErr) << std::hex << uiResult;
+    }
+}
+
+}  // namespace
