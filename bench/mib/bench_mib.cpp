@@ -84,8 +84,9 @@ bool Setup(void) {
     std::string strPersist = g_pstAgent->Dir() + "/subagent-persist";
     mkdir(strPersist.c_str(), 0700);
     g_iSubagent = mte_test::SpawnProcess(
-        {MTE_MIB_SUBAGENT_PATH, g_pstAgent->AgentxSocketPath(), strPersist},
-        {"RUNTIME_DIRECTORY=" + g_pstDaemon->RuntimeDir(), "SNMPCONFPATH=" + strPersist, "MIBS="},
+        {MTE_AGENTX_PATH, "-f", "-i", "1", "-x", g_pstAgent->AgentxSocketPath()},
+        {"RUNTIME_DIRECTORY=" + g_pstDaemon->RuntimeDir(), "SNMPCONFPATH=" + strPersist,
+         "SNMP_PERSISTENT_DIR=" + strPersist, "MIBS="},
         g_pstAgent->Dir() + "/subagent.log");
     std::string strGet =
         "snmpget -v2c -c public -On 127.0.0.1:" + std::to_string(g_pstAgent->Port()) +

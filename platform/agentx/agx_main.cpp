@@ -29,6 +29,7 @@
 
 #include "agx_notify.h"
 #include "agx_socket.h"
+#include "mib_bridge.h"
 #include "plat_paths.h"
 
 namespace {
@@ -305,6 +306,8 @@ void agx_InitNetsnmp(void) {
     netsnmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG,
                               agx_ApplyCommandLine, nullptr, NETSNMP_CALLBACK_HIGHEST_PRIORITY);
     init_agent(AGX_APP_NAME);
+    // The Event MIB's tables and scalars, answered from the daemon.
+    (void)EMA_MIB_Register();
     // init_agent sets its own default ping interval (15 s): a dead master
     // would be noticed that late, so ours is set after it.
     netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL,

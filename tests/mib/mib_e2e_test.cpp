@@ -81,15 +81,13 @@ class MibBridgeTest : public ::testing::Test {
         ASSERT_TRUE(s_pstDaemon->WaitReady(10000)) << s_pstDaemon->Stderr();
         std::string strPersist = s_pstAgent->Dir() + "/subagent-persist";
         mkdir(strPersist.c_str(), 0700);
-        // MTE_MIB_SUBAGENT names another program taking the same arguments
-        // (for example a wrapper around eventmib-agentx -f -x SOCKET).
-        const char* pszSubagent = getenv("MTE_MIB_SUBAGENT");
-        s_iSubagent =
-            mte_test::SpawnProcess({pszSubagent != nullptr ? pszSubagent : MTE_MIB_SUBAGENT_PATH,
-                                    s_pstAgent->AgentxSocketPath(), strPersist},
-                                   {"RUNTIME_DIRECTORY=" + s_pstDaemon->RuntimeDir(),
-                                    "SNMPCONFPATH=" + strPersist, "MIBS="},
-                                   s_pstAgent->Dir() + "/subagent.log");
+        // The bridge as it runs in production: eventmib-agentx, in the
+        // daemon's runtime directory, attached to the private master.
+        s_iSubagent = mte_test::SpawnProcess(
+            {MTE_AGENTX_PATH, "-f", "-i", "1", "-x", s_pstAgent->AgentxSocketPath()},
+            {"RUNTIME_DIRECTORY=" + s_pstDaemon->RuntimeDir(), "SNMPCONFPATH=" + strPersist,
+             "SNMP_PERSISTENT_DIR=" + strPersist, "MIBS="},
+            s_pstAgent->Dir() + "/subagent.log");
         ASSERT_GT(s_iSubagent, 0);
         // The subagent answers once it has registered with the master.
         bool bUp = false;
