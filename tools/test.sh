@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # The project's test command (see README.md): installs the build and test
 # dependencies with apt when one is missing, builds the whole tree and runs
-# every test, then builds it again with AddressSanitizer and
-# UndefinedBehaviorSanitizer and runs every test there too, and runs the
-# fuzzers when tools/fuzz.sh is present. Exits non-zero on any failure; the
+# every test, runs the fuzzers (tools/fuzz.sh), then builds the tree again
+# with ThreadSanitizer and with AddressSanitizer + UndefinedBehaviorSanitizer
+# and runs every test under each. Exits non-zero on any failure; the
 # output ends with the summary of the last CTest run.
 set -euo pipefail
 
@@ -34,7 +34,7 @@ run_tests() {
 step "packages"
 bash tools/install-deps.sh
 
-mkdir -p build build-asan
+mkdir -p build build-tsan build-asan
 build_tree build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 run_tests build
 
@@ -46,6 +46,13 @@ if [[ -f tools/fuzz.sh ]]; then
         echo "tools/fuzz.sh FAILED"
     fi
 fi
+
+# The whole suite once under ThreadSanitizer: the main thread and the
+# sampling worker meet on the trigger state locks, the list locks and the
+# counters, and any report fails the run.
+export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}
+build_tree build-tsan -DCMAKE_BUILD_TYPE=Debug -DMTE_SANITIZE=thread -DMTE_BUILD_BENCH=OFF
+run_tests build-tsan
 
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
