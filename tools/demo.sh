@@ -2,10 +2,12 @@
 # The project's main command (see README.md): installs what the build needs,
 # builds the tree, and runs the whole stack on loopback in a temporary
 # directory: a private snmpd (its own Event MIB modules not initialised),
-# mte-testagent (a table whose values the demo moves), eventmib-agentx (port
-# status and notification relay), eventmibd, and snmptrapd as the receiver.
-# It configures a threshold trigger and an event (a notification with an
-# objects list, and a set action) with eventmibctl, moves the watched value
+# mte-testagent (a table whose values the demo moves), eventmib-agentx (the
+# Event MIB served to snmpd over AgentX, port status, notification relay),
+# eventmibd, and snmptrapd as the receiver. An SNMP manager (net-snmp's
+# snmpset, SNMPv3) configures a threshold trigger and an event (a notification
+# with an objects list, and a set action) through snmpd, with numeric OIDs:
+# the IETF MIB files are not installed. The demo moves the watched value
 # across the thresholds, shows the notifications as snmptrapd logged them and
 # the value the set action wrote, restarts the daemon to show that the
 # configuration comes back, and stops everything in order. Every wait is
@@ -100,8 +102,9 @@ while [[ $TRAPPORT == "$PORT" ]]; do TRAPPORT=$(free_udp_port); done
 AGENT=127.0.0.1:$PORT
 TABLE=1.3.6.1.4.1.99999.1.1.1 # mte-testagent's entry: .1 Integer32 (rw), .2 Gauge32, .3 string
 
-# The agent: SNMPv3 user "demo" may read and write every context (the
-# daemon samples through it); notifications go to snmptrapd.
+# The agent: SNMPv3 users "demo" (the daemon samples and sets through it) and
+# "manager" (the demo's SNMP manager) may read and write every context;
+# notifications go to snmptrapd.
 cat >"$D/etc/snmpd.conf" <<EOF
 agentAddress udp:$AGENT
 master agentx
@@ -109,7 +112,9 @@ agentXSocket $D/run/agentx.sock
 agentXPerms 0660 0770
 rocommunity public 127.0.0.1
 createUser demo SHA "demoauthpass" AES "demoprivpass"
+createUser manager SHA "managerauthpass" AES "managerprivpass"
 group demogroup usm demo
+group demogroup usm manager
 view all included .1
 access demogroup "" usm priv prefix all all none
 trap2sink 127.0.0.1:$TRAPPORT public
@@ -138,10 +143,14 @@ NO_AGENT_EVENT_MIB=-mteScalars,mteTrigger,mteTriggerTable,mteTriggerDeltaTable,m
 
 ctl() { env STATE_DIRECTORY="$D/state" RUNTIME_DIRECTORY="$D/rt" "$CTL_BIN" -t 5 "$@"; }
 tagent() { "$TESTAGENT" -C "$D/testagent.sock" "$@"; }
-v3get() {
+# manager <snmpget|snmpset|snmpbulkwalk> <args...>: net-snmp's tools as the
+# SNMP manager, SNMPv3 user "manager", numeric OIDs.
+manager() {
+    local tool=$1
+    shift
     env SNMPCONFPATH="$D/etc" SNMP_PERSISTENT_DIR="$D/tools-persist" MIBS= \
-        snmpget -v3 -u demo -l authPriv -a SHA -A demoauthpass -x AES -X demoprivpass \
-        -On -t 2 -r 1 "$@"
+        "$tool" -v3 -u manager -l authPriv -a SHA -A managerauthpass -x AES -X managerprivpass \
+        -On -t 3 -r 0 "$@"
 }
 snmpd_answers() {
     env SNMPCONFPATH="$D/etc" SNMP_PERSISTENT_DIR="$D/tools-persist" MIBS= \
@@ -210,6 +219,177 @@ wait_trap() {
     done
 }
 
+# ---------------------------------------------------------------- Event MIB
+# The Event MIB (RFC 2981) as eventmib-agentx serves it through snmpd.
+MTE=1.3.6.1.2.1.88.1  # mteObjects
+SAMPLE_MIN=$MTE.1.1.0 # mteResourceSampleMinimum
+TRIGGER=$MTE.2.2.1    # mteTriggerEntry
+THRESHOLD=$MTE.2.6.1  # mteTriggerThresholdEntry
+OBJECTS=$MTE.3.1.1    # mteObjectsEntry
+EVENT=$MTE.4.2.1      # mteEventEntry
+NOTIFY=$MTE.4.3.1     # mteEventNotificationEntry
+SETACT=$MTE.4.4.1     # mteEventSetEntry
+
+# A string as index sub-identifiers, one per character.
+chars() {
+    local s=$1 i c
+    for ((i = 0; i < ${#s}; i++)); do
+        printf -v c '%d' "'${s:i:1}"
+        printf '.%s' "$c"
+    done
+}
+# mteOwner (length first), then an IMPLIED trigger or event name.
+named_index() { printf '.%d%s%s' "${#1}" "$(chars "$1")" "$(chars "$2")"; }
+# mteOwner and mteObjectsName (both length first), then mteObjectsIndex.
+objects_index() { printf '.%d%s.%d%s.%d' "${#1}" "$(chars "$1")" "${#2}" "$(chars "$2")" "$3"; }
+
+bridge_answers() { manager snmpget "$AGENT" "$SAMPLE_MIN" | grep -q 'INTEGER: '; }
+
+# pdu <what it does>, then vb for each varbind, then send_pdu: one snmpset
+# request, printed varbind by varbind with the object's name.
+PDU=()
+pdu() {
+    PDU=()
+    say "-- snmpset: $*"
+}
+vb() { # <object name> <OID> <type> <value> [what the value means]
+    local shown=$4
+    [[ $shown == *' '* ]] && shown="\"$shown\""
+    PDU+=("$2" "$3" "$4")
+    printf '     %-35s %s %s %s%s\n' "$1" "$2" "$3" "$shown" "${5:+  ($5)}"
+}
+send_pdu() {
+    local out
+    if out=$(manager snmpset "$AGENT" "${PDU[@]}" 2>&1); then
+        say "   -> noError"
+    else
+        printf '%s\n' "$out" | sed 's/^/   | /'
+        die "snmpset refused"
+    fi
+}
+
+# show_table <table> <entry OID> <named|objects> <column names from column 1>:
+# a table as a manager sees it. snmptable would print this view, but it needs
+# the MIB files, which are not installed; so the entry is walked with
+# snmpbulkwalk -On and the answers are grouped by row index, the columns as
+# headers (names without the table's prefix, enumerations and BITS named as
+# the MIB names them), split into parts of at most 100 characters as
+# snmptable does.
+show_table() {
+    local table=$1 entry=$2 kind=$3
+    shift 3
+    printf '   %s\n' "$table"
+    manager snmpbulkwalk -Cr20 "$AGENT" "$entry" | awk -v pfx=".$entry" -v kind="$kind" -v cols="$*" '
+        function str(a, from, to,   s, i) {
+            s = ""
+            for (i = from; i <= to; i++) s = s sprintf("%c", a[i])
+            return s
+        }
+        function decode(a, n,   ol, nl) {
+            ol = a[2]
+            if (kind == "named") return "\"" str(a, 3, 2 + ol) "\",\"" str(a, 3 + ol, n) "\""
+            nl = a[3 + ol]
+            return "\"" str(a, 3, 2 + ol) "\",\"" str(a, 4 + ol, 3 + ol + nl) "\"," a[n]
+        }
+        function en(v, list,   e, m) {
+            m = split(list, e, " ")
+            return (v ~ /^[0-9]+$/ && v >= 1 && v <= m) ? e[v] "(" v ")" : v
+        }
+        function octet(type, v,   h) {  # the first octet of a BITS value
+            if (type == "Hex-STRING") {
+                h = toupper(v)
+                return (index(hex, substr(h, 1, 1)) - 1) * 16 + index(hex, substr(h, 2, 1)) - 1
+            }
+            return (substr(v, 1, 1) in ord) ? ord[substr(v, 1, 1)] : 0
+        }
+        function bits(type, v, list,   e, m, x, i, out) {
+            m = split(list, e, " ")
+            x = octet(type, v)
+            out = ""
+            for (i = 1; i <= m; i++)
+                if (int(x / 2 ^ (8 - i)) % 2) out = out (out == "" ? "" : ",") e[i]
+            return out == "" ? "{}" : out
+        }
+        function meaning(name, type, v) {
+            if (name ~ /EntryStatus$/) return en(v, "active notInService notReady createAndGo createAndWait destroy")
+            if (name ~ /(Wildcard|Enabled)$/) return en(v, "true false")
+            if (name == "SampleType") return en(v, "absoluteValue deltaValue")
+            if (name == "Startup") return en(v, "rising falling risingOrFalling")
+            if (name == "Test") return bits(type, v, "existence boolean threshold")
+            if (name == "Actions") return bits(type, v, "notification set")
+            return v
+        }
+        BEGIN {
+            split(cols, cname, " ")
+            hex = "0123456789ABCDEF"
+            for (i = 32; i < 127; i++) ord[sprintf("%c", i)] = i
+        }
+        index($0, pfx ".") == 1 {
+            eq = index($0, " = ")
+            n = split(substr($0, length(pfx) + 2, eq - length(pfx) - 2), a, ".")
+            val = substr($0, eq + 3)
+            type = ""
+            if (match(val, /^[A-Za-z0-9-]+: /)) {
+                type = substr(val, 1, RLENGTH - 2)
+                val = substr(val, RLENGTH + 1)
+            } else if (val == "\"\"") val = ""
+            if (val ~ /^".*"$/) val = substr(val, 2, length(val) - 2)
+            if (type == "Hex-STRING") sub(/ +$/, "", val)
+            c = a[1]
+            row = decode(a, n)
+            if (!(row in seen)) { seen[row] = 1; rows[++nrows] = row }
+            if (!(c in cseen)) { cseen[c] = 1; cl[++ncl] = c }
+            cell[row, c] = meaning(cname[c], type, val)
+        }
+        END {
+            if (nrows == 0) { print "      (no rows)"; exit }
+            head = "index"
+            iw = length(head)
+            for (r = 1; r <= nrows; r++) if (length(rows[r]) > iw) iw = length(rows[r])
+            for (k = 1; k <= ncl; k++) {
+                c = cl[k]
+                w[c] = length(cname[c])
+                for (r = 1; r <= nrows; r++) if (length(cell[rows[r], c]) > w[c]) w[c] = length(cell[rows[r], c])
+            }
+            k = 1
+            while (k <= ncl) {
+                width = 6 + iw; last = k
+                while (last <= ncl && (last == k || width + 2 + w[cl[last]] <= 100)) { width += 2 + w[cl[last]]; last++ }
+                line = sprintf("      %-" iw "s", head)
+                for (j = k; j < last; j++) line = line sprintf("  %-" w[cl[j]] "s", cname[cl[j]])
+                sub(/ +$/, "", line)
+                print line
+                for (r = 1; r <= nrows; r++) {
+                    line = sprintf("      %-" iw "s", rows[r])
+                    for (j = k; j < last; j++) line = line sprintf("  %-" w[cl[j]] "s", cell[rows[r], cl[j]])
+                    sub(/ +$/, "", line)
+                    print line
+                }
+                k = last
+                if (k <= ncl) print ""
+            }
+        }'
+}
+
+# Every Event MIB table this configuration uses, walked through snmpd.
+show_tables() {
+    show_table "mteTriggerTable ($TRIGGER, columns without the prefix mteTrigger)" "$TRIGGER" named \
+        Owner Name Comment Test SampleType ValueID ValueIDWildcard TargetTag ContextName \
+        ContextNameWildcard Frequency ObjectsOwner Objects Enabled EntryStatus
+    show_table "mteTriggerThresholdTable ($THRESHOLD, without mteTriggerThreshold)" "$THRESHOLD" named \
+        Startup Rising Falling DeltaRising DeltaFalling ObjectsOwner Objects RisingEventOwner \
+        RisingEvent FallingEventOwner FallingEvent DeltaRisingEventOwner DeltaRisingEvent \
+        DeltaFallingEventOwner DeltaFallingEvent
+    show_table "mteObjectsTable ($OBJECTS, without mteObjects)" "$OBJECTS" objects \
+        Name Index ID IDWildcard EntryStatus
+    show_table "mteEventTable ($EVENT, without mteEvent)" "$EVENT" named \
+        Name Comment Actions Enabled EntryStatus
+    show_table "mteEventNotificationTable ($NOTIFY, without mteEventNotification)" "$NOTIFY" named \
+        Notification ObjectsOwner Objects
+    show_table "mteEventSetTable ($SETACT, without mteEventSet)" "$SETACT" named \
+        Object ObjectWildcard Value TargetTag ContextName ContextNameWildcard
+}
+
 # ---------------------------------------------------------------- start
 step "1. start the stack on 127.0.0.1 (files under $D)"
 env "${AGENT_ENV[@]}" /usr/sbin/snmpd -f -I "$NO_AGENT_EVENT_MIB" -Lf "$D/snmpd.log" \
@@ -240,33 +420,71 @@ start_daemon
 say "eventmibd       pid $DAEMON_PID, $D/rt/eventmibd.sock"
 
 # ---------------------------------------------------------------- configure
-step "2. the watched rows and the configuration (eventmibctl -f)"
+step "2. the watched rows, and the configuration by an SNMP manager (snmpset through snmpd)"
 tagent add - 1 20 0 port-1 >/dev/null
 tagent add alarms 1 0 0 alarm-flag-of-port-1 >/dev/null
 say "mte-testagent rows: $TABLE.1.1 = 20 (the watched value, default context)"
 say "                    $TABLE.1.1 = 0 in context \"alarms\" (the alarm flag of row 1)"
-cat >"$D/scenario.ctl" <<EOF
-# sample as often as every second
-set scalars sample-minimum=1
-# objects list sent with the alarm: the row's name (column 3) of the instance that fired
-set objects owner=demo name=rowinfo index=1 id=$TABLE.3 wildcard=true status=createAndGo
-# the event: a notification carrying that list, and a set of the alarm flag
-# (column 1 of the same row, in context "alarms") to 1
-set event owner=demo name=alarm actions=notification,set status=createAndWait
-set notification owner=demo name=alarm notification=1.3.6.1.4.1.99999.0.1 objectsowner=demo objects=rowinfo
-set set owner=demo name=alarm object=$TABLE.1 objectwildcard=true context=alarms value=1
-set event owner=demo name=alarm status=active
-# the trigger: column 1 of every row, every second, rising at 100, falling at 10;
-# the change between samples is also held against the delta thresholds: keep
-# them out of reach (both 0 would alarm on every unchanged sample)
-set trigger owner=demo name=load valueid=$TABLE.1 wildcard=true frequency=1 test=threshold sampletype=absolute status=createAndWait
-set threshold owner=demo name=load startup=rising rising=100 falling=10 deltarising=1000000 deltafalling=-1000000 risingeventowner=demo risingevent=alarm
-set trigger owner=demo name=load status=active
-EOF
-show_file "$D/scenario.ctl"
-ctl -f "$D/scenario.ctl" || die "the configuration was refused"
-say "accepted."
-ctl walk trigger | sed 's/^/   /'
+wait_for 10 bridge_answers || die "snmpd does not answer for the Event MIB ($SAMPLE_MIN)"
+say "Each PDU is one 'snmpset -v3 -u manager -l authPriv ... -On $AGENT OID TYPE VALUE ...'"
+say "to snmpd, which passes it over AgentX to eventmib-agentx, which asks eventmibd."
+say "Numeric OIDs: the MIB files are not installed. Index of owner \"demo\", trigger or"
+say "event name \"load\"/\"alarm\": length and characters of the owner, then the name's characters."
+LOAD=$(named_index demo load)
+ALARM=$(named_index demo alarm)
+ROWINFO=$(objects_index demo rowinfo 1)
+
+pdu "sample as often as every second"
+vb mteResourceSampleMinimum.0 "$SAMPLE_MIN" i 1
+send_pdu
+
+pdu "objects list (demo, rowinfo, 1): the name (column 3) of the row that fired; createAndGo"
+vb mteObjectsEntryStatus "$OBJECTS.5$ROWINFO" i 4 createAndGo
+vb mteObjectsID "$OBJECTS.3$ROWINFO" o "$TABLE.3"
+vb mteObjectsIDWildcard "$OBJECTS.4$ROWINFO" i 1 true
+send_pdu
+
+pdu "event (demo, alarm) with its notification and set rows, createAndGo in one PDU"
+vb mteEventEntryStatus "$EVENT.5$ALARM" i 4 createAndGo
+vb mteEventComment "$EVENT.2$ALARM" s "raise the alarm"
+vb mteEventActions "$EVENT.3$ALARM" x C0 "notification, set"
+vb mteEventNotification "$NOTIFY.1$ALARM" o 1.3.6.1.4.1.99999.0.1
+vb mteEventNotificationObjectsOwner "$NOTIFY.2$ALARM" s demo
+vb mteEventNotificationObjects "$NOTIFY.3$ALARM" s rowinfo
+vb mteEventSetObject "$SETACT.1$ALARM" o "$TABLE.1" "the alarm flag"
+vb mteEventSetObjectWildcard "$SETACT.2$ALARM" i 1 "true: of the row that fired"
+vb mteEventSetValue "$SETACT.3$ALARM" i 1
+vb mteEventSetContextName "$SETACT.5$ALARM" s alarms
+send_pdu
+
+pdu "trigger (demo, load): createAndWait"
+vb mteTriggerEntryStatus "$TRIGGER.15$LOAD" i 5 createAndWait
+send_pdu
+pdu "trigger (demo, load): column 1 of every row, every second, threshold test"
+vb mteTriggerComment "$TRIGGER.3$LOAD" s "load of every row"
+vb mteTriggerTest "$TRIGGER.4$LOAD" x 20 threshold
+vb mteTriggerSampleType "$TRIGGER.5$LOAD" i 1 absoluteValue
+vb mteTriggerValueID "$TRIGGER.6$LOAD" o "$TABLE.1"
+vb mteTriggerValueIDWildcard "$TRIGGER.7$LOAD" i 1 true
+vb mteTriggerFrequency "$TRIGGER.11$LOAD" u 1
+send_pdu
+# The change between samples is held against the delta thresholds as well:
+# they are kept out of reach (both 0 would alarm on every unchanged sample).
+pdu "its threshold row: rising at 100 runs the event, falling at 10; deltas out of reach"
+vb mteTriggerThresholdStartup "$THRESHOLD.1$LOAD" i 1 rising
+vb mteTriggerThresholdRising "$THRESHOLD.2$LOAD" i 100
+vb mteTriggerThresholdFalling "$THRESHOLD.3$LOAD" i 10
+vb mteTriggerThresholdDeltaRising "$THRESHOLD.4$LOAD" i 1000000
+vb mteTriggerThresholdDeltaFalling "$THRESHOLD.5$LOAD" i -1000000
+vb mteTriggerThresholdRisingEventOwner "$THRESHOLD.8$LOAD" s demo
+vb mteTriggerThresholdRisingEvent "$THRESHOLD.9$LOAD" s alarm
+send_pdu
+pdu "trigger (demo, load): active"
+vb mteTriggerEntryStatus "$TRIGGER.15$LOAD" i 1 active
+send_pdu
+
+step "2b. the configuration as a manager reads it back (snmpbulkwalk -On through snmpd)"
+show_tables | tee "$D/tables-before.txt"
 
 # ---------------------------------------------------------------- move the value
 step "3. move the watched value across the thresholds"
@@ -288,7 +506,7 @@ step "4. what snmptrapd received"
 show_new_traps
 
 step "5. the set action: read the alarm flag back with snmpget (context \"alarms\")"
-v3get -n alarms "$AGENT" "$TABLE.1.1" | sed 's/^/   /' || die "snmpget failed"
+manager snmpget -n alarms "$AGENT" "$TABLE.1.1" | sed 's/^/   /' || die "snmpget failed"
 
 # ---------------------------------------------------------------- restart
 step "6. restart eventmibd: the configuration comes back from its store"
@@ -297,10 +515,14 @@ say "stopped with SIGRTMIN+1, exit status $STOP_STATUS"
 DAEMON_PID=
 start_daemon
 say "started again, pid $DAEMON_PID"
-for table in trigger threshold event objects; do
-    say "-- eventmibctl walk $table"
-    ctl walk "$table" | sed 's/^/   /'
-done
+say "the tables read through snmpd again (snmpbulkwalk -On):"
+show_tables | tee "$D/tables-after.txt"
+if diff -u "$D/tables-before.txt" "$D/tables-after.txt" >"$D/tables.diff"; then
+    say "-> the same as before the restart"
+else
+    sed 's/^/   | /' "$D/tables.diff"
+    die "the configuration read after the restart differs"
+fi
 say "the restarted daemon samples at once; its first sample of 120 is at or above"
 say "rising, which the startup setting (rising) reports again"
 wait_trap 10 '88.2.0.2' 3 || die "no mteTriggerRising after the restart"
