@@ -134,9 +134,9 @@ int RunTool(const std::vector<std::string>& astrArgs, long* plLines = nullptr) {
 }
 
 // Notifications of the benchmark's type in snmptrapd's log so far.
-long ArrivedTraps() {
+long ArrivedTraps(const char* pszOid = mte_bench::kNotifyOidText) {
     std::ifstream stIn(g_pstAgent->TrapLogPath());
-    std::string strNeedle = std::string("OID: .") + mte_bench::kNotifyOidText;
+    std::string strNeedle = std::string("OID: .") + pszOid;
     long lCount = 0;
     for (std::string strLine; std::getline(stIn, strLine);) {
         lCount += strLine.find(strNeedle) != std::string::npos ? 1 : 0;
@@ -237,7 +237,7 @@ void Teardown() {
 
 // A wildcarded trigger on column 1 with a boolean test that never holds
 // (value == -1), so a cycle is pure sampling and evaluation.
-MTE_TRIGGER_ENTRY_S* NewWildcardTrigger() {
+MTE_TRIGGER_ENTRY_S* NewWildcardTrigger(uint32_t uiComparison = MTE_BOOL_EQUAL) {
     auto* pstTrigger = static_cast<MTE_TRIGGER_ENTRY_S*>(calloc(1, sizeof(MTE_TRIGGER_ENTRY_S)));
     auto* pstBool = static_cast<MTE_BOOL_ENTRY_S*>(calloc(1, sizeof(MTE_BOOL_ENTRY_S)));
     if (pstTrigger == nullptr || pstBool == nullptr) {
@@ -262,7 +262,7 @@ MTE_TRIGGER_ENTRY_S* NewWildcardTrigger() {
     stRow.ucTest = MTE_TEST_BOOLEAN;
     mte_bench::CopyName(pstBool->szOwner, sizeof(pstBool->szOwner), "bench");
     mte_bench::CopyName(pstBool->szName, sizeof(pstBool->szName), "walk");
-    pstBool->uiComparison = MTE_BOOL_EQUAL;
+    pstBool->uiComparison = uiComparison;
     pstBool->iValue = -1;
     pstBool->uiStartup = MTE_TRUE;
     pstTrigger->pstBool = pstBool;
@@ -357,12 +357,12 @@ void BM_SampleVsSnmpwalk(benchmark::State& stState) {
 
 // Waits until uiWant notifications of the benchmark's type are in snmptrapd's
 // log, or until none has arrived for 2 s; the count then.
-long WaitArrivals(long lWant) {
-    long lSeen = ArrivedTraps();
+long WaitArrivals(long lWant, const char* pszOid = mte_bench::kNotifyOidText) {
+    long lSeen = ArrivedTraps(pszOid);
     double dLastProgress = NowMs();
     while (lSeen < lWant && NowMs() - dLastProgress < 2000) {
         usleep(5000);
-        long lNow = ArrivedTraps();
+        long lNow = ArrivedTraps(pszOid);
         if (lNow > lSeen) {
             lSeen = lNow;
             dLastProgress = NowMs();
@@ -494,11 +494,40 @@ void BM_RelayBurst(benchmark::State& stState) {
     stState.counters["arrived_per_s"] = lArrived / (dMs / 1000.0);
 }
 
+// A wildcarded trigger over the 1,000 rows whose boolean test holds for every
+// instance at its first sample (value != -1, startup on): one cycle fires
+// mteTriggerFired once per instance. Counts how many reach snmptrapd.
+void BM_FiringEveryInstanceOnce(benchmark::State& stState) {
+    constexpr const char* kFired = "1.3.6.1.2.1.88.2.0.1";
+    if (!g_bReady || !EnsureRows(1000)) {
+        stState.SkipWithError("setup failed");
+        return;
+    }
+    long lFired = 0, lArrived = 0;
+    double dMs = 0;
+    for (auto _ : stState) {
+        MTE_TRIGGER_ENTRY_S* pstTrigger = NewWildcardTrigger(MTE_BOOL_UNEQUAL);
+        long lBefore = ArrivedTraps(kFired);
+        double dStart = NowMs();
+        lFired += SampleCycle(pstTrigger);
+        lArrived += WaitArrivals(lBefore + 1000, kFired) - lBefore;
+        dMs += NowMs() - dStart;
+        mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+        mte_RUN_ClearSampleRes(pstTrigger);
+        mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+        mte_TRIGGER_FreeNode(pstTrigger);
+    }
+    double dIter = static_cast<double>(stState.iterations());
+    stState.counters["instances"] = lFired / dIter;
+    stState.counters["arrived"] = lArrived / dIter;
+}
+
 // Registered in this order: the rows grow from 100 to 1,000.
 BENCHMARK(BM_SampleVsSnmpwalk)->Arg(100)->Unit(benchmark::kMillisecond)->Iterations(20);
 BENCHMARK(BM_SampleVsSnmpwalk)->Arg(1000)->Unit(benchmark::kMillisecond)->Iterations(15);
 BENCHMARK(BM_EventsVsSnmptrap)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 BENCHMARK(BM_RelayBurst)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+BENCHMARK(BM_FiringEveryInstanceOnce)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
 
 }  // namespace
 
