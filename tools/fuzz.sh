@@ -24,6 +24,7 @@ SOURCES=$(ls core/*.cpp channel/*.cpp trigger/*.cpp event/*.cpp run/*.cpp store/
               | grep -v '^core/main.cpp$')
 SOURCES+=" platform/linux/rc.cpp platform/linux/timer.cpp platform/linux/queue.cpp"
 SOURCES+=" platform/linux/paths.cpp platform/linux/trapswitch.cpp platform/linux/port.cpp"
+SOURCES+=" platform/linux/unixsock.cpp"
 SOURCES+=" tests/fakes/fake_log.cpp tests/fakes/fake_dbm.cpp tests/fakes/fake_snmp.cpp"
 SOURCES+=" tests/fakes/fake_memalert.cpp tests/fakes/fake_service.cpp"
 SOURCES+=" tests/fuzz/fuzz_cfg.cpp"

@@ -23,16 +23,19 @@
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 
 #include "plat_paths.h"
+#include "plat_unixsock.h"
 
 namespace {
 
@@ -750,24 +753,38 @@ void PutVar(Datagram* pstOut, const uint32_t* puiOid, uint32_t uiOidLen, uint32_
     Put(pstOut, pValue, uiLen);
 }
 
-// Sends without blocking; fails at once when no relay is listening.
+// How long a send may wait for room in the relay's queue. The kernel queues
+// only a few datagrams on a local socket (net.unix.max_dgram_qlen, 10 by
+// default), so a burst of firings in one evaluation would otherwise lose
+// everything past the tenth while the relay is alive and draining.
+constexpr int NOTIFY_QUEUE_WAIT_MS = 50;
+
+// Sends one datagram. A relay that is not listening fails at once; a live
+// relay whose queue is full is given a short, bounded wait for room.
 uint32_t SendDatagram(const Datagram* pstOut) {
     if (pstOut->bOverflow) {
         return NOTIFY_ERR_TOO_BIG;
     }
-    std::string strPath = PLAT_AgentxSocketPath();
-    sockaddr_un stAddr{};
-    if (strPath.empty() || strPath.size() >= sizeof(stAddr.sun_path)) {
+    sockaddr_un stAddr;
+    if (!PLAT_UnixAddress(PLAT_AgentxSocketPath(), &stAddr)) {
         return NOTIFY_ERR_SEND;
     }
-    stAddr.sun_family = AF_UNIX;
-    memcpy(stAddr.sun_path, strPath.c_str(), strPath.size() + 1);
     int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (iFd < 0) {
         return NOTIFY_ERR_SEND;
     }
-    ssize_t lSent = sendto(iFd, pstOut->aucBytes, pstOut->uiLen, MSG_DONTWAIT | MSG_NOSIGNAL,
-                           reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr));
+    // Connected, so that poll() reports when the relay's queue has room.
+    if (connect(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+        close(iFd);
+        return NOTIFY_ERR_SEND;
+    }
+    ssize_t lSent = send(iFd, pstOut->aucBytes, pstOut->uiLen, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (lSent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+        pollfd stPoll = {iFd, POLLOUT, 0};
+        if (poll(&stPoll, 1, NOTIFY_QUEUE_WAIT_MS) == 1 && (stPoll.revents & POLLOUT)) {
+            lSent = send(iFd, pstOut->aucBytes, pstOut->uiLen, MSG_DONTWAIT | MSG_NOSIGNAL);
+        }
+    }
     close(iFd);
     return lSent == static_cast<ssize_t>(pstOut->uiLen) ? 0 : NOTIFY_ERR_SEND;
 }

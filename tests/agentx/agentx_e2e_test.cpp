@@ -347,6 +347,31 @@ TEST_F(AgentxEndToEnd, NotificationsArriveWithTheirTypesAndValues) {
     EXPECT_EQ(stList7.Value(".1.3.6.1.4.1.99999.1.3"), "NULL");
 }
 
+// A burst of firings in one evaluation sends notifications back to back; the
+// kernel queues only a few datagrams on the bridge's socket, so each send
+// waits briefly for room instead of losing everything past the queue.
+TEST_F(AgentxEndToEnd, ABurstOfNotificationsIsNotLost) {
+    std::string strError;
+    ASSERT_TRUE(m_stSnmpd.StartTrapd(&strError)) << strError;
+    Subscribe();
+    ASSERT_TRUE(StartBridge());
+    ASSERT_EQ(WaitStatus(SERVICE_PORT_UP, START_WAIT_MS), SERVICE_PORT_UP);
+
+    constexpr uint32_t kBurst = 40;
+    MTE_OID_S stTrap{};
+    const uint32_t auiTrap[] = {1, 3, 6, 1, 4, 1, 99999, 0, 8};
+    memcpy(stTrap.auiOid, auiTrap, sizeof(auiTrap));
+    stTrap.uiLen = 9;
+    MTE_VB_LIST_S stEmpty = {nullptr, nullptr};
+    for (uint32_t i = 0; i < kBurst; i++) {
+        ASSERT_EQ(SNMP_SendTrapByVBList(&stTrap, "", &stEmpty), 0u) << "send " << i;
+    }
+    std::string strLog = m_stSnmpd.TrapLogPath();
+    EXPECT_TRUE(WaitUntil(
+        [&] { return TrapsWithOid(strLog, ".1.3.6.1.4.1.99999.0.8").size() == kBurst; }, 10000))
+        << TrapsWithOid(strLog, ".1.3.6.1.4.1.99999.0.8").size() << " of " << kBurst;
+}
+
 TEST_F(AgentxEndToEnd, SendFailsAtOnceWithoutTheBridge) {
     Subscribe();
     ASSERT_TRUE(StartBridge());
