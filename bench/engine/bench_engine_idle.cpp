@@ -254,6 +254,14 @@ int main(int iArgc, char** ppszArgv) {
     printf("VmRSS per 1,000 triggers        %.2f MiB\n",
            (lRssIdle - lRssEmpty) / 1024.0 / (iTriggers / 1000.0));
 
+    // Triggers holding a sample: each single trigger sampled at least once
+    // keeps one instance.
+    std::string strScalars;
+    if (Run({strCtl, "-s", strSock, "get", "scalars"}, stSnmpd.Dir() + "/scalars.out", 10000,
+            &strScalars) == 0) {
+        printf("--- eventmibctl get scalars\n%s", strScalars.c_str());
+    }
+
     stDaemon.Signal(SIGRTMIN + 1);
     int iExit = 0;
     if (!stDaemon.WaitExit(30000, &iExit)) {
