@@ -16,15 +16,6 @@ constexpr int READY_MS = 10000;
 constexpr int EXIT_MS = 10000;
 constexpr const char* INIT_FAILED_TRACE = "Ln: 107 Failed to initialize Event-MIB module.";
 
-// A module still present as its generated placeholder cannot fail its Init;
-// the tests that rely on such a failure run once the module is in the tree.
-bool ModuleIsPlaceholder(const char* pszSource) {
-    std::ifstream stIn(std::string(MTE_SOURCE_DIR) + "/" + pszSource);
-    std::string strFirst;
-    std::getline(stIn, strFirst);
-    return strFirst.rfind("// Placeholder definitions", 0) == 0;
-}
-
 int StopSignal() {
     return SIGRTMIN + 1;
 }
@@ -56,9 +47,6 @@ TEST(ProcessTest, SecondStopSignalWhileStoppingIsHarmless) {
 // With a management connection open the daemon drains: it stays up through
 // any number of stop signals until the connection closes, then exits 0.
 TEST(ProcessTest, StopWaitsForTheOpenManagementConnection) {
-    if (ModuleIsPlaceholder("channel/mte_tarn.cpp")) {
-        GTEST_SKIP() << "the management channel is not in this tree yet";
-    }
     MteDaemonProcess stDaemon;
     ASSERT_TRUE(stDaemon.Start());
     ASSERT_TRUE(stDaemon.WaitReady(READY_MS)) << stDaemon.Stderr();
@@ -100,8 +88,7 @@ TEST(ProcessTest, TerminateSignalIsNotCaught) {
 
 struct FAILING_DIR_S {
     const char* pszName;
-    const char* pszModuleSource;  // the module that must refuse the directory
-    bool bStateDir;               // else the runtime directory
+    bool bStateDir;  // else the runtime directory
 };
 
 void PrintTo(const FAILING_DIR_S& stCase, std::ostream* pstOut) {
@@ -112,9 +99,6 @@ class FailedStartTest : public ::testing::TestWithParam<FAILING_DIR_S> {};
 
 TEST_P(FailedStartTest, EndsWithStatus255AndOneTrace) {
     const FAILING_DIR_S& stCase = GetParam();
-    if (ModuleIsPlaceholder(stCase.pszModuleSource)) {
-        GTEST_SKIP() << stCase.pszModuleSource << " is not in this tree yet";
-    }
     MteDaemonProcess stDaemon;
     std::string strFile = stDaemon.Root() + "/not-a-directory";
     std::ofstream(strFile) << "x\n";
@@ -134,10 +118,9 @@ TEST_P(FailedStartTest, EndsWithStatus255AndOneTrace) {
     EXPECT_EQ(stDaemon.CountStderr(INIT_FAILED_TRACE), 1u) << stDaemon.Stderr();
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    BrokenDirectory, FailedStartTest,
-    ::testing::Values(FAILING_DIR_S{"StateDirIsAFile", "store/mte_dbm.cpp", true},
-                      FAILING_DIR_S{"RuntimeDirIsAFile", "channel/mte_tarn.cpp", false}),
-    [](const auto& stInfo) { return std::string(stInfo.param.pszName); });
+INSTANTIATE_TEST_SUITE_P(BrokenDirectory, FailedStartTest,
+                         ::testing::Values(FAILING_DIR_S{"StateDirIsAFile", true},
+                                           FAILING_DIR_S{"RuntimeDirIsAFile", false}),
+                         [](const auto& stInfo) { return std::string(stInfo.param.pszName); });
 
 }  // namespace
