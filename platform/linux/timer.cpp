@@ -31,6 +31,13 @@ constexpr uint64_t SET_MAGIC = 0x54494d4552534554ull;  // "TIMERSET"
 constexpr uint32_t MIN_CAPACITY = 16;
 constexpr uint32_t NO_SLOT = 0xFFFFFFFFu;
 constexpr int64_t MAX_SEQUENCE = 0x7FFFFFFF;
+// At most this many callbacks per announced tick. Timers started together
+// with one period (every trigger at port-up) would otherwise all fall due in
+// the same tick forever, and the sampling queue (1000 messages) would refuse
+// the same overflow every period. A timer held back fires at the next tick
+// and keeps that later phase, so a crowd spreads itself out once. Half the
+// queue: a tick's expiries always fit while the worker drains.
+constexpr uint32_t MAX_FIRES_PER_TICK = 500;
 
 enum : uint8_t { SLOT_FREE = 0, SLOT_ACTIVE = 1, SLOT_SUSPENDED = 2 };
 
@@ -237,7 +244,12 @@ bool TakeNextDue(TimerSet* pstSet, TIMER_CALLBACK_PF* ppfCallback,
         }
         TimerSlot* pstSlot = &pstSet->pstSlots[stTop.uiSlot];
         // A period shorter than the tick fires once per tick; the phase is kept.
-        uint64_t ullNext = pstSlot->ullDueMs + pstSlot->uiPeriodMs;
+        // A timer held back a whole tick by the per-tick limit takes its new
+        // phase from now.
+        uint64_t ullBase = pstSlot->ullDueMs + pstSet->uiTickMs <= pstSet->ullNowMs
+                               ? pstSet->ullNowMs
+                               : pstSlot->ullDueMs;
+        uint64_t ullNext = ullBase + pstSlot->uiPeriodMs;
         if (ullNext <= pstSet->ullNowMs) {
             uint64_t ullBehind = pstSet->ullNowMs - ullNext;
             ullNext += (ullBehind / pstSlot->uiPeriodMs + 1) * pstSlot->uiPeriodMs;
@@ -417,7 +429,7 @@ void Timer_Tick_Announce(uint64_t ulSet) {
     // One timer per pass, the lock released around its callback: a callback
     // may delete or suspend a timer that is due in this same tick, and that
     // timer must then not fire.
-    for (;;) {
+    for (uint32_t uiFired = 0; uiFired < MAX_FIRES_PER_TICK; ++uiFired) {
         TIMER_CALLBACK_PF pfCallback = nullptr;
         unsigned char aucContext[TIMER_CONTEXT_SIZE];
         {

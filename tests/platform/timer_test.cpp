@@ -3,6 +3,7 @@
 // announced, and many idle timers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <thread>
@@ -223,6 +224,45 @@ TEST_F(TimerTest, SetStatusFromAnotherThreadWhileAnnouncing) {
         iAfter += stProbe.iFired;
     }
     EXPECT_EQ(iBefore + 64, iAfter);
+}
+
+}  // namespace
+
+namespace {
+
+std::atomic<int> g_iCrowdFired{0};
+void OnCrowdFire(void* pContext) {
+    g_iCrowdFired++;
+    int* piCount = nullptr;
+    memcpy(&piCount, pContext, sizeof(piCount));
+    ++*piCount;
+}
+
+// Timers started together with one period (every trigger at port-up) must not
+// stay in one tick forever: a tick fires a bounded number of them, the rest
+// fire at the next ticks and keep that phase, and each still fires once per
+// period.
+TEST_F(TimerTest, ACrowdDueInOneTickSpreadsAndEveryTimerKeepsItsPeriod) {
+    constexpr int kTimers = 600;
+    std::vector<int> aiCount(kTimers, 0);
+    for (int i = 0; i < kTimers; i++) {
+        unsigned char aucContext[TIMER_CONTEXT_SIZE] = {};
+        int* piCount = &aiCount[i];
+        memcpy(aucContext, &piCount, sizeof(piCount));
+        ASSERT_GE(Timer_Create(m_ulSet, 1, 10000, OnCrowdFire, aucContext), 0);
+    }
+    int iMostInOneTick = 0;
+    // 600 timers at most 500 a tick: due at 10 s, they fire over ticks 10 and
+    // 11 and then every 10 s from there; 62 ticks see six firings of each.
+    for (int iTick = 0; iTick < 62; iTick++) {
+        g_iCrowdFired = 0;
+        Ticks(1);
+        iMostInOneTick = std::max(iMostInOneTick, g_iCrowdFired.load());
+    }
+    EXPECT_LT(iMostInOneTick, kTimers);
+    for (int i = 0; i < kTimers; i++) {
+        ASSERT_EQ(aiCount[i], 6) << "timer " << i;
+    }
 }
 
 }  // namespace
