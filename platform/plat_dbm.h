@@ -22,6 +22,13 @@ struct DBM_OPEN_OPT_S {
 };
 static_assert(sizeof(DBM_OPEN_OPT_S) == 32);
 
+// Results of the write operations besides 0: DBM_ERR for a bad argument or
+// nothing stored under the keys (removal), DBM_ERR_WRITE when the database
+// refused a valid write (no space, read-only, I/O error): trying the same
+// write again later may succeed.
+constexpr uint32_t DBM_ERR = 1;
+constexpr uint32_t DBM_ERR_WRITE = 2;
+
 typedef void* DBM_ITERATOR;
 // One row of a batch: the function is called with the handle and the name of
 // the stored list or item that carries the id.
@@ -60,5 +67,8 @@ int32_t DBM_BatchGetNextSortList(int64_t llHandle, const char* pszName, uint32_t
                                  DBM_ITERATOR* pIterator, uint32_t uiArg5, uint32_t uiArg6,
                                  uint32_t uiRecordSize, uint32_t uiCount, void* pBuf);
 void DBM_FreeIterator(DBM_ITERATOR* pIterator);
+// Why the last write to the database failed (for example "no space left on the
+// file system"); "" when its last write succeeded. Valid until the next call.
+const char* DBM_LastWriteError(int64_t llHandle);
 
 #endif  // PLAT_DBM_H

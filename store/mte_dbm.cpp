@@ -2,13 +2,29 @@
 // sorted record lists that hold the table rows, writes each accepted change at
 // once, and replays the stored configuration at start-up in the order the
 // tables need (settings, objects, events and their actions, triggers and their
-// tests). Everything here runs on the main thread, so the two handles and the
-// binary-recovery flag need no lock.
+// tests). Everything here runs on the main thread, so the two handles, the
+// binary-recovery flag and the pending writes need no lock.
+//
+// A write the database refuses (no space, read-only, I/O error) is reported
+// to the caller as failed, and the in-memory change stands; so that the
+// change is not lost, the write is kept pending, in order, and written as soon
+// as the database accepts writes again: on a one-second retry timer, before
+// any later write, and before the stop. Only the last pending write of each
+// row or item is kept, which gives the same stored result.
 #include "mte_dbm.h"
 
+#include <sys/epoll.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstring>
+#include <deque>
+#include <string>
+#include <vector>
 
 #include "mte_bool.h"
+#include "mte_core.h"
 #include "mte_dbg.h"
 #include "mte_event.h"
 #include "mte_exist.h"
@@ -35,6 +51,10 @@ constexpr int64_t MTE_TRACE_LIST_NUM = 1224;
 constexpr uint32_t MTE_TEXT_BATCH_CREATE = 39;
 constexpr uint32_t MTE_TEXT_NO_HANDLE = 44;
 constexpr uint32_t MTE_TEXT_LIST_NUM = 45;
+constexpr int64_t MTE_TRACE_WRITES_PENDING = 1218;
+constexpr int64_t MTE_TRACE_PENDING_WRITTEN = 1219;
+constexpr int64_t MTE_TRACE_PENDING_LOST = 1220;
+constexpr time_t MTE_DBM_RETRY_PERIOD_S = 1;
 
 // Handles are -1 while closed; the binary-recovery flag is 1 only while the
 // stored configuration is replayed.
@@ -82,6 +102,199 @@ const MTE_DBM_SORTLIST_S g_astMteCreateSortListFunc[MTE_DBM_SORTLIST_ROWS] = {
 };
 
 namespace {
+
+// The key fields of each list, to tell whether two pending writes are for the
+// same row.
+struct MTE_DBM_LIST_KEYS_S {
+    const char* pszName;
+    const DBM_KEY_S* pstKeys;
+    uint32_t uiKeyCount;
+};
+constexpr MTE_DBM_LIST_KEYS_S g_astMteListKeys[MTE_DBM_SORTLIST_ROWS] = {
+    {"mteTrigger", g_astOwnerNameKeys<MTE_TRIGGER_ROW_S>, 2},
+    {"mteBoolean", g_astOwnerNameKeys<MTE_BOOL_ENTRY_S>, 2},
+    {"mteThreshold", g_astOwnerNameKeys<MTE_THRES_ENTRY_S>, 2},
+    {"mteExistence", g_astOwnerNameKeys<MTE_EXIST_ENTRY_S>, 2},
+    {"mteObjects", g_astObjectsKeys, 3},
+    {"mteEvent", g_astOwnerNameKeys<MTE_EVENT_ROW_S>, 2},
+    {"mteNotify", g_astOwnerNameKeys<MTE_NOTIFY_ENTRY_S>, 2},
+    {"mteSet", g_astOwnerNameKeys<MTE_SET_ENTRY_S>, 2},
+};
+
+enum MTE_DBM_OP_E : uint8_t { MTE_DBM_OP_INSERT, MTE_DBM_OP_DELETE, MTE_DBM_OP_BINARY };
+
+// One write, as the caller asked for it: a record to store or remove in a
+// list, or an item to write whole.
+struct MTE_DBM_WRITE_S {
+    MTE_DBM_OP_E eOp;
+    uint32_t uiSelector;
+    std::string strName;  // list or item name, without the NUL
+    uint32_t uiNameSize;  // as the caller gave it
+    uint32_t uiId;        // table id or item id
+    std::vector<uint8_t> vecData;
+};
+
+std::deque<MTE_DBM_WRITE_S> g_dqMtePendingWrites;
+uint32_t g_uiMtePendingWritten = 0;  // written since the store refused the first
+int g_iMteRetryFd = -1;
+
+int64_t mte_dbm_Handle(uint32_t uiSelector);
+
+const MTE_DBM_LIST_KEYS_S* mte_dbm_ListKeys(const std::string& strList) {
+    for (const MTE_DBM_LIST_KEYS_S& stList : g_astMteListKeys) {
+        if (strList == stList.pszName) {
+            return &stList;
+        }
+    }
+    return nullptr;
+}
+
+bool mte_dbm_SameKeyField(const DBM_KEY_S& stKey, const MTE_DBM_WRITE_S& stA,
+                          const MTE_DBM_WRITE_S& stB) {
+    size_t uiEnd = static_cast<size_t>(stKey.uiOffset) + stKey.uiLength;
+    if (uiEnd > stA.vecData.size() || uiEnd > stB.vecData.size()) {
+        return false;
+    }
+    const char* pcA = reinterpret_cast<const char*>(stA.vecData.data()) + stKey.uiOffset;
+    const char* pcB = reinterpret_cast<const char*>(stB.vecData.data()) + stKey.uiOffset;
+    return stKey.uiType == DBM_KEY_STRING ? strncmp(pcA, pcB, stKey.uiLength) == 0
+                                          : memcmp(pcA, pcB, stKey.uiLength) == 0;
+}
+
+// True when the later write leaves nothing of the earlier one in the store.
+bool mte_dbm_SameRow(const MTE_DBM_WRITE_S& stA, const MTE_DBM_WRITE_S& stB) {
+    if (stA.uiSelector != stB.uiSelector || stA.strName != stB.strName ||
+        (stA.eOp == MTE_DBM_OP_BINARY) != (stB.eOp == MTE_DBM_OP_BINARY)) {
+        return false;
+    }
+    if (stA.eOp == MTE_DBM_OP_BINARY) {
+        return true;
+    }
+    const MTE_DBM_LIST_KEYS_S* pstList = mte_dbm_ListKeys(stA.strName);
+    if (pstList == nullptr) {
+        return false;
+    }
+    for (uint32_t i = 0; i < pstList->uiKeyCount; ++i) {
+        if (!mte_dbm_SameKeyField(pstList->pstKeys[i], stA, stB)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The platform's result: 0, DBM_ERR_WRITE when the database refused it.
+uint32_t mte_dbm_Apply(const MTE_DBM_WRITE_S& stWrite) {
+    int64_t llHandle = mte_dbm_Handle(stWrite.uiSelector);
+    if (llHandle == -1) {
+        return 0xffffffffu;
+    }
+    const char* pszName = stWrite.strName.c_str();
+    uint32_t uiSize = static_cast<uint32_t>(stWrite.vecData.size());
+    const void* pData = stWrite.vecData.data();
+    switch (stWrite.eOp) {
+        case MTE_DBM_OP_INSERT:
+            return DBM_InsertSortList(llHandle, pszName, stWrite.uiNameSize, uiSize, pData,
+                                      stWrite.uiId);
+        case MTE_DBM_OP_DELETE:
+            return DBM_RemoveSortList(llHandle, pszName, stWrite.uiNameSize, uiSize, pData);
+        case MTE_DBM_OP_BINARY:
+            return DBM_SetBinary(llHandle, pszName, stWrite.uiNameSize, 0, uiSize, pData,
+                                 stWrite.uiId);
+    }
+    return 0xffffffffu;
+}
+
+void mte_dbm_StopRetry(void) {
+    if (g_iMteRetryFd >= 0) {
+        (void)mte_EPOLL_Del(g_iMteRetryFd);
+        close(g_iMteRetryFd);
+        g_iMteRetryFd = -1;
+    }
+}
+
+// Writes the pending writes in order, up to the first the database refuses.
+void mte_dbm_FlushPending(void) {
+    while (!g_dqMtePendingWrites.empty()) {
+        if (mte_dbm_Apply(g_dqMtePendingWrites.front()) == DBM_ERR_WRITE) {
+            return;
+        }
+        g_dqMtePendingWrites.pop_front();
+        ++g_uiMtePendingWritten;
+    }
+    if (g_uiMtePendingWritten != 0) {
+        mte_DBG_PrintTraceInfo(MTE_TRACE_PENDING_WRITTEN,
+                               "Configuration store accepts writes again: all %u pending "
+                               "changes are written.",
+                               g_uiMtePendingWritten);
+        g_uiMtePendingWritten = 0;
+    }
+    mte_dbm_StopRetry();
+}
+
+void mte_dbm_RetryProc(uint32_t uiEvents, int iFd) {
+    uint64_t ulExpirations = 0;
+    if ((uiEvents & EPOLLIN) != 0) {
+        (void)!read(iFd, &ulExpirations, sizeof(ulExpirations));
+    }
+    mte_dbm_FlushPending();
+}
+
+// Without the main epoll set (a module test) the pending writes are still
+// tried before every later write and before the stop.
+void mte_dbm_StartRetry(void) {
+    if (g_iMteRetryFd >= 0) {
+        return;
+    }
+    int iFd = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+    itimerspec stSpec{};
+    stSpec.it_value.tv_sec = MTE_DBM_RETRY_PERIOD_S;
+    stSpec.it_interval.tv_sec = MTE_DBM_RETRY_PERIOD_S;
+    if (iFd >= 0 && timerfd_settime(iFd, 0, &stSpec, nullptr) == 0 &&
+        mte_EPOLL_Add(iFd, mte_dbm_RetryProc) == MTE_OK) {
+        g_iMteRetryFd = iFd;
+    } else if (iFd >= 0) {
+        close(iFd);
+    }
+}
+
+// Keeps a refused write; an earlier pending write of the same row or item is
+// dropped, as this one replaces it in the store.
+void mte_dbm_KeepPending(MTE_DBM_WRITE_S&& stWrite) {
+    bool bFirst = g_dqMtePendingWrites.empty();
+    for (auto it = g_dqMtePendingWrites.begin(); it != g_dqMtePendingWrites.end();) {
+        it = mte_dbm_SameRow(*it, stWrite) ? g_dqMtePendingWrites.erase(it) : it + 1;
+    }
+    uint32_t uiSelector = stWrite.uiSelector;
+    g_dqMtePendingWrites.push_back(std::move(stWrite));
+    if (bFirst) {
+        mte_DBG_PrintTraceInfo(MTE_TRACE_WRITES_PENDING,
+                               "Configuration store refuses writes (%s): %zu changes pending, "
+                               "written as soon as it accepts writes again.",
+                               DBM_LastWriteError(mte_dbm_Handle(uiSelector)),
+                               g_dqMtePendingWrites.size());
+        mte_dbm_StartRetry();
+    }
+}
+
+// Writes behind the pending ones, so that the store sees every change in the
+// order it was made; a refused write is kept pending.
+uint32_t mte_dbm_Write(MTE_DBM_WRITE_S&& stWrite) {
+    mte_dbm_FlushPending();
+    uint32_t uiRet = g_dqMtePendingWrites.empty() ? mte_dbm_Apply(stWrite) : DBM_ERR_WRITE;
+    if (uiRet == DBM_ERR_WRITE) {
+        mte_dbm_KeepPending(std::move(stWrite));
+    }
+    return uiRet;
+}
+
+MTE_DBM_WRITE_S mte_dbm_MakeWrite(MTE_DBM_OP_E eOp, uint32_t uiSelector, const char* pszName,
+                                  uint32_t uiNameSize, const void* pData, uint32_t uiSize,
+                                  uint32_t uiId) {
+    const uint8_t* pucData = static_cast<const uint8_t*>(pData);
+    return MTE_DBM_WRITE_S{
+        eOp,        uiSelector, std::string(pszName, strnlen(pszName, uiNameSize)),
+        uiNameSize, uiId,       std::vector<uint8_t>(pucData, pucData + uiSize)};
+}
 
 typedef uint32_t (*MTE_RECOVER_PF)(uint32_t uiLen, const void* pData);
 
@@ -200,41 +413,52 @@ uint32_t mte_DBM_Init(void) {
 }
 
 void mte_DBM_Fini(void) {
+    mte_dbm_FlushPending();
+    if (!g_dqMtePendingWrites.empty()) {
+        mte_DBG_PrintTraceInfo(
+            MTE_TRACE_PENDING_LOST,
+            "Configuration store still refuses writes at the stop (%s): %zu "
+            "pending changes are lost.",
+            DBM_LastWriteError(mte_dbm_Handle(g_dqMtePendingWrites.front().uiSelector)),
+            g_dqMtePendingWrites.size());
+        g_dqMtePendingWrites.clear();
+        g_uiMtePendingWritten = 0;
+    }
+    mte_dbm_StopRetry();
     mte_dbm_CloseCfg();
     mte_dbm_CloseRun();
 }
 
 uint32_t mte_DBM_InsertSortList(uint32_t uiSelector, const char* pszList, uint32_t uiNameSize,
                                 const void* pRecord, uint32_t uiRecordSize, uint32_t uiTableId) {
-    int64_t llHandle = mte_dbm_Handle(uiSelector);
-    if (llHandle == -1) {
+    if (mte_dbm_Handle(uiSelector) == -1 || pszList == nullptr || pRecord == nullptr) {
         return MTE_ERR_GENERAL;
     }
-    if (DBM_InsertSortList(llHandle, pszList, uiNameSize, uiRecordSize, pRecord, uiTableId) != 0) {
-        return MTE_ERR_GENERAL;
-    }
-    return MTE_OK;
+    return mte_dbm_Write(mte_dbm_MakeWrite(MTE_DBM_OP_INSERT, uiSelector, pszList, uiNameSize,
+                                           pRecord, uiRecordSize, uiTableId)) == 0
+               ? MTE_OK
+               : MTE_ERR_GENERAL;
 }
 
 uint32_t mte_DBM_DelFromSortList(uint32_t uiSelector, const char* pszList, uint32_t uiNameSize,
                                  const void* pRecord, uint32_t uiRecordSize) {
-    int64_t llHandle = mte_dbm_Handle(uiSelector);
-    if (llHandle == -1) {
+    if (mte_dbm_Handle(uiSelector) == -1 || pszList == nullptr || pRecord == nullptr) {
         return 0xffffffffu;
     }
-    return DBM_RemoveSortList(llHandle, pszList, uiNameSize, uiRecordSize, pRecord);
+    return mte_dbm_Write(mte_dbm_MakeWrite(MTE_DBM_OP_DELETE, uiSelector, pszList, uiNameSize,
+                                           pRecord, uiRecordSize, 0));
 }
 
 uint32_t mte_DBM_SetBinary(uint32_t uiSelector, const char* pszItem, uint32_t uiNameSize,
                            const void* pData, uint32_t uiSize, uint32_t uiItemId) {
-    int64_t llHandle = mte_dbm_Handle(uiSelector);
-    if (llHandle == -1) {
+    if (mte_dbm_Handle(uiSelector) == -1 || pszItem == nullptr ||
+        (pData == nullptr && uiSize != 0)) {
         return MTE_ERR_GENERAL;
     }
-    if (DBM_SetBinary(llHandle, pszItem, uiNameSize, 0, uiSize, pData, uiItemId) != 0) {
-        return MTE_ERR_GENERAL;
-    }
-    return MTE_OK;
+    return mte_dbm_Write(mte_dbm_MakeWrite(MTE_DBM_OP_BINARY, uiSelector, pszItem, uiNameSize,
+                                           pData, uiSize, uiItemId)) == 0
+               ? MTE_OK
+               : MTE_ERR_GENERAL;
 }
 
 int64_t mte_dbm_OpenRun(uint32_t uiMode) {

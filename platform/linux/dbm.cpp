@@ -7,20 +7,30 @@
 //
 // A file that is not one of ours, or is damaged, is never written: its header
 // is read with plain read(2) before SQLite sees it, then an integrity check
-// runs before anything is changed, and on any doubt the open fails with a
-// trace naming the file. New files are built under a temporary name and
-// renamed into place, so a crash while creating never leaves a half-made store
-// under the real name.
+// runs on the main file opened immutable (no write-ahead log replayed, no
+// side file made), and on any doubt the open fails with a trace naming the
+// file and the cause. A file that cannot be written (read-only file system,
+// permission, no space) is never called damaged. New files are built under a
+// temporary name and renamed into place, so a crash while creating never
+// leaves a half-made store under the real name.
+//
+// A reserve file of DBM_RESERVE_SIZE bytes in the state directory keeps room
+// for the databases: when a write or an open fails for lack of space the
+// reserve is released and the write is tried again at once; it is made again
+// once the file system has room for it twice over.
 //
 // Called from the main thread; one process-wide mutex guards the handle table
 // and every SQLite call, so a stray call from another thread is merely slower.
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -44,9 +54,15 @@ constexpr size_t DBM_USER_VERSION_OFFSET = 60;
 constexpr size_t DBM_APPLICATION_ID_OFFSET = 68;
 constexpr const char* DBM_CFG_FILE = "eventmib-config.db";
 constexpr const char* DBM_DEFAULT_STATE_DIR = "/var/lib/eventmibd";
+constexpr const char* DBM_RESERVE_FILE = "eventmib-reserve";
+// About 150 to 250 stored changes of write-ahead log on a full file system.
+constexpr off_t DBM_RESERVE_SIZE = 2 * 1024 * 1024;
+constexpr int64_t DBM_RESERVE_RETRY_MS = 1000;
+// Less free room than this counts as a full file system when SQLite reports
+// only an I/O error (growing the -shm index of a full tmpfs does that).
+constexpr uint64_t DBM_FULL_BELOW = 64 * 1024;
 constexpr uint32_t DBM_PRI_TRACE = 0x10000000u | LOG_LOCAL7 | LOG_ERR;
 constexpr uint32_t DBM_PRI_WARNING = 0x10000000u | LOG_LOCAL7 | LOG_WARNING;
-constexpr uint32_t DBM_ERR = 1;
 
 constexpr const char* DBM_SCHEMA_SQL =
     "CREATE TABLE sortlist(list_id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE,"
@@ -88,7 +104,8 @@ struct DBM_DB_S {
     std::string strPath;
     sqlite3_stmt* apstStmt[DBM_STMT_COUNT] = {};
     std::map<std::string, DBM_LIST_S> mapLists;
-    uint64_t ulWrites = 0;  // tells an iterator that its cursor may be stale
+    uint64_t ulWrites = 0;      // tells an iterator that its cursor may be stale
+    std::string strWriteError;  // why the last write failed; empty after a success
 };
 
 // Position of a batched read: the key of the last record looked at, and its
@@ -107,6 +124,10 @@ std::mutex g_stDbmLock;
 thread_local char g_szDbmWhy[256];
 std::map<int64_t, DBM_DB_S*> g_mapDbmHandles;
 int64_t g_llDbmNextHandle = 1;
+// The reserve file: held while it exists with its full size; made again at
+// most once per DBM_RESERVE_RETRY_MS.
+bool g_bDbmReserveHeld = false;
+int64_t g_llDbmReserveTriedMs = -DBM_RESERVE_RETRY_MS;
 
 // Resets a statement on every way out of the function that used it.
 class DBM_STMT_GUARD {
@@ -225,6 +246,165 @@ std::string dbm_DirOf(const std::string& strPath) {
     return uiSlash == std::string::npos ? "." : strPath.substr(0, uiSlash);
 }
 
+int64_t dbm_NowMs(void) {
+    timespec stNow{};
+    clock_gettime(CLOCK_MONOTONIC, &stNow);
+    return static_cast<int64_t>(stNow.tv_sec) * 1000 + stNow.tv_nsec / 1000000;
+}
+
+std::string dbm_ReservePath(void) {
+    return dbm_StateDir() + "/" + DBM_RESERVE_FILE;
+}
+
+// Bytes an unprivileged writer may still use in the directory's file system.
+bool dbm_FreeBytes(const std::string& strDir, uint64_t* pulFree, bool* pbReadOnly) {
+    struct statvfs stVfs;
+    if (statvfs(strDir.c_str(), &stVfs) != 0) {
+        return false;
+    }
+    *pulFree = static_cast<uint64_t>(stVfs.f_bavail) * stVfs.f_frsize;
+    *pbReadOnly = (stVfs.f_flag & ST_RDONLY) != 0;
+    return true;
+}
+
+// Makes the reserve when it is missing and the file system has room for it
+// twice over, so that making it never takes the last free space. Call with
+// g_stDbmLock held.
+void dbm_ReserveEnsure(void) {
+    int64_t llNow = dbm_NowMs();
+    if (g_bDbmReserveHeld || llNow - g_llDbmReserveTriedMs < DBM_RESERVE_RETRY_MS) {
+        return;
+    }
+    g_llDbmReserveTriedMs = llNow;
+    std::string strPath = dbm_ReservePath();
+    struct stat stSt;
+    if (stat(strPath.c_str(), &stSt) == 0 && stSt.st_blocks * 512 >= DBM_RESERVE_SIZE) {
+        g_bDbmReserveHeld = true;  // left by an earlier run
+        return;
+    }
+    uint64_t ulFree = 0;
+    bool bReadOnly = false;
+    if (!dbm_FreeBytes(dbm_DirOf(strPath), &ulFree, &bReadOnly) || bReadOnly ||
+        ulFree < 2 * static_cast<uint64_t>(DBM_RESERVE_SIZE)) {
+        return;
+    }
+    int iFd = open(strPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    if (iFd < 0) {
+        return;
+    }
+    g_bDbmReserveHeld = posix_fallocate(iFd, 0, DBM_RESERVE_SIZE) == 0;
+    close(iFd);
+    if (!g_bDbmReserveHeld) {
+        unlink(strPath.c_str());
+    }
+}
+
+// Gives the reserve's room back to the databases; true when there was a
+// reserve to give. Call with g_stDbmLock held.
+bool dbm_ReserveRelease(void) {
+    bool bReleased = unlink(dbm_ReservePath().c_str()) == 0;
+    g_bDbmReserveHeld = false;
+    g_llDbmReserveTriedMs = dbm_NowMs();
+    return bReleased;
+}
+
+bool dbm_IsDamage(int iRc) {
+    int iPrimary = iRc & 0xff;
+    return iPrimary == SQLITE_CORRUPT || iPrimary == SQLITE_NOTADB;
+}
+
+// The cause of a failed open or write that lies outside the file: read-only
+// file system, permission or no space; nullptr when none of them applies.
+const char* dbm_OutsideCause(const std::string& strPath, int iRc) {
+    std::string strDir = dbm_DirOf(strPath);
+    uint64_t ulFree = UINT64_MAX;
+    bool bReadOnly = false;
+    (void)dbm_FreeBytes(strDir, &ulFree, &bReadOnly);
+    if (bReadOnly) {
+        return "the file system is read-only";
+    }
+    for (const std::string& strWritable : {strDir, strPath}) {
+        if (access(strWritable.c_str(), W_OK) != 0 && (errno == EACCES || errno == EPERM)) {
+            return "permission denied (the daemon's user cannot write it or its directory)";
+        }
+    }
+    if ((iRc & 0xff) == SQLITE_FULL || ulFree < DBM_FULL_BELOW) {
+        return "no space left on the file system";
+    }
+    return nullptr;
+}
+
+bool dbm_IsNoSpace(const char* pszWhy) {
+    return pszWhy != nullptr && strncmp(pszWhy, "no space", 8) == 0;
+}
+
+// A file URI that opens the main file alone, read-only, without the
+// write-ahead log and without making any side file: nothing can be written.
+std::string dbm_ImmutableUri(const std::string& strPath) {
+    std::string strUri = "file:";
+    for (unsigned char uc : strPath) {
+        if (isalnum(uc) != 0 || strchr("/-._~", uc) != nullptr) {
+            strUri.push_back(static_cast<char>(uc));
+        } else {
+            char szHex[4];
+            snprintf(szHex, sizeof(szHex), "%%%02X", uc);
+            strUri += szHex;
+        }
+    }
+    return strUri + "?immutable=1";
+}
+
+// Runs PRAGMA quick_check: SQLITE_OK with *pbIntact, or the error that
+// stopped it (which may be a cause outside the file, such as no space for
+// the -shm index).
+int dbm_QuickCheck(sqlite3* pstDb, bool* pbIntact) {
+    *pbIntact = false;
+    sqlite3_stmt* pstCheck = nullptr;
+    int iRc = sqlite3_prepare_v2(pstDb, "PRAGMA quick_check(1)", -1, &pstCheck, nullptr);
+    if (iRc == SQLITE_OK) {
+        iRc = sqlite3_step(pstCheck);
+        if (iRc == SQLITE_ROW) {
+            const unsigned char* pucResult = sqlite3_column_text(pstCheck, 0);
+            *pbIntact =
+                pucResult != nullptr && strcmp(reinterpret_cast<const char*>(pucResult), "ok") == 0;
+            iRc = SQLITE_OK;
+        }
+    }
+    sqlite3_finalize(pstCheck);
+    return iRc;
+}
+
+// Why a check that SQLite could not finish failed: a cause outside the file
+// when there is one, damage only when SQLite says so.
+const char* dbm_CheckFailure(const std::string& strPath, sqlite3* pstDb, int iRc) {
+    if (dbm_IsDamage(iRc)) {
+        return "damaged (integrity check failed)";
+    }
+    const char* pszCause = dbm_OutsideCause(strPath, iRc);
+    return pszCause != nullptr ? pszCause : dbm_KeepReason(pstDb);
+}
+
+// Checks the main file as it lies on disk, without replaying its
+// write-ahead log: a damaged file is refused before anything could write to
+// it, WAL checkpoint included.
+bool dbm_CheckMainFile(const std::string& strPath, const char** ppszWhy) {
+    sqlite3* pstDb = nullptr;
+    int iRc = sqlite3_open_v2(dbm_ImmutableUri(strPath).c_str(), &pstDb,
+                              SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
+    bool bIntact = false;
+    if (iRc == SQLITE_OK) {
+        sqlite3_extended_result_codes(pstDb, 1);
+        iRc = dbm_QuickCheck(pstDb, &bIntact);
+    }
+    if (iRc != SQLITE_OK) {
+        *ppszWhy = dbm_CheckFailure(strPath, pstDb, iRc);
+    } else if (!bIntact) {
+        *ppszWhy = "damaged (integrity check failed)";
+    }
+    sqlite3_close(pstDb);
+    return iRc == SQLITE_OK && bIntact;
+}
+
 // Looks at the file's header without SQLite, so nothing can be written to a
 // file that is not ours. Returns false (with the reason) when the file must
 // not be opened; *pbAbsent tells a missing file, which may be created.
@@ -272,7 +452,8 @@ bool dbm_CreateFile(const std::string& strPath, const char** ppszWhy) {
           dbm_Exec(pstDb, szPragma) && dbm_Exec(pstDb, DBM_SCHEMA_SQL) &&
           dbm_Exec(pstDb, "COMMIT") && dbm_Exec(pstDb, "PRAGMA journal_mode=WAL");
     if (!bOk) {
-        *ppszWhy = dbm_KeepReason(pstDb);
+        const char* pszCause = dbm_OutsideCause(strTmp, sqlite3_extended_errcode(pstDb));
+        *ppszWhy = pszCause != nullptr ? pszCause : dbm_KeepReason(pstDb);
     }
     // Closing checkpoints the WAL, so the header carries the id and version.
     if (sqlite3_close(pstDb) != SQLITE_OK) {
@@ -282,7 +463,8 @@ bool dbm_CreateFile(const std::string& strPath, const char** ppszWhy) {
     if (bOk && (!dbm_FsyncPath(strTmp, O_RDONLY) || rename(strTmp.c_str(), strPath.c_str()) != 0 ||
                 !dbm_FsyncPath(dbm_DirOf(strPath), O_RDONLY | O_DIRECTORY))) {
         bOk = false;
-        *ppszWhy = strerror(errno);
+        const char* pszCause = dbm_OutsideCause(strTmp, SQLITE_IOERR);
+        *ppszWhy = pszCause != nullptr ? pszCause : strerror(errno);
     }
     if (!bOk) {
         unlink(strTmp.c_str());
@@ -324,32 +506,72 @@ bool dbm_LoadLists(DBM_DB_S* pstDb) {
     return iRc == SQLITE_DONE;
 }
 
-// Opens an existing file of ours: integrity first, then the pragmas that may
-// write. Returns nullptr (with the reason) when the file is not usable.
+// Removes the side files a refused open has made, so that a store that is
+// refused is left as it was found; side files that were there stay.
+class DBM_SIDE_FILES_GUARD {
+  public:
+    explicit DBM_SIDE_FILES_GUARD(const std::string& strPath) {
+        for (const char* pszSuffix : {"-wal", "-shm"}) {
+            std::string strSide = strPath + pszSuffix;
+            if (access(strSide.c_str(), F_OK) != 0) {
+                m_astrMade.push_back(strSide);
+            }
+        }
+    }
+    ~DBM_SIDE_FILES_GUARD() {
+        for (const std::string& strSide : m_astrMade) {
+            if (!m_bKeep) {
+                unlink(strSide.c_str());
+            }
+        }
+    }
+    void Keep() { m_bKeep = true; }
+    DBM_SIDE_FILES_GUARD(const DBM_SIDE_FILES_GUARD&) = delete;
+    DBM_SIDE_FILES_GUARD& operator=(const DBM_SIDE_FILES_GUARD&) = delete;
+
+  private:
+    std::vector<std::string> m_astrMade;
+    bool m_bKeep = false;
+};
+
+// Opens an existing file of ours: the main file checked as it lies, then
+// opened read-write with its write-ahead log and checked again, then the
+// pragmas that may write. Until every check has passed, closing the
+// connection must not checkpoint the log into the main file. Returns nullptr
+// (with the reason) when the file is not usable.
 DBM_DB_S* dbm_OpenChecked(const std::string& strPath, const char** ppszWhy) {
+    if (!dbm_CheckMainFile(strPath, ppszWhy)) {
+        return nullptr;
+    }
     DBM_DB_S* pstDb = new (std::nothrow) DBM_DB_S;
     if (pstDb == nullptr) {
         *ppszWhy = "out of memory";
         return nullptr;
     }
     pstDb->strPath = strPath;
-    if (sqlite3_open_v2(strPath.c_str(), &pstDb->pstDb, SQLITE_OPEN_READWRITE, nullptr) !=
-        SQLITE_OK) {
-        *ppszWhy = "cannot be opened";
+    DBM_SIDE_FILES_GUARD stSideFiles(strPath);
+    int iRc = sqlite3_open_v2(strPath.c_str(), &pstDb->pstDb, SQLITE_OPEN_READWRITE, nullptr);
+    if (iRc != SQLITE_OK) {
+        *ppszWhy = dbm_CheckFailure(strPath, pstDb->pstDb, iRc);
         dbm_CloseDb(pstDb);
         return nullptr;
     }
+    sqlite3_db_config(pstDb->pstDb, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     sqlite3_extended_result_codes(pstDb->pstDb, 1);
     sqlite3_busy_timeout(pstDb->pstDb, 2000);
-    sqlite3_stmt* pstCheck = nullptr;
-    bool bIntact =
-        sqlite3_prepare_v2(pstDb->pstDb, "PRAGMA quick_check(1)", -1, &pstCheck, nullptr) ==
-            SQLITE_OK &&
-        sqlite3_step(pstCheck) == SQLITE_ROW && sqlite3_column_text(pstCheck, 0) != nullptr &&
-        strcmp(reinterpret_cast<const char*>(sqlite3_column_text(pstCheck, 0)), "ok") == 0;
-    sqlite3_finalize(pstCheck);
-    if (!bIntact) {
-        *ppszWhy = "damaged (integrity check failed)";
+    // SQLite falls back to read-only where it may not write: such a store
+    // would take changes it can never keep.
+    if (sqlite3_db_readonly(pstDb->pstDb, "main") == 1) {
+        const char* pszCause = dbm_OutsideCause(strPath, SQLITE_READONLY);
+        *ppszWhy = pszCause != nullptr ? pszCause : "opened read-only";
+        dbm_CloseDb(pstDb);
+        return nullptr;
+    }
+    bool bIntact = false;
+    iRc = dbm_QuickCheck(pstDb->pstDb, &bIntact);
+    if (iRc != SQLITE_OK || !bIntact) {
+        *ppszWhy = iRc != SQLITE_OK ? dbm_CheckFailure(strPath, pstDb->pstDb, iRc)
+                                    : "damaged by its write-ahead log (integrity check failed)";
         dbm_CloseDb(pstDb);
         return nullptr;
     }
@@ -370,42 +592,82 @@ DBM_DB_S* dbm_OpenChecked(const std::string& strPath, const char** ppszWhy) {
                                  &pstDb->apstStmt[i], nullptr) == SQLITE_OK;
     }
     if (!bOk) {
-        *ppszWhy = dbm_KeepReason(pstDb->pstDb);
+        *ppszWhy = dbm_CheckFailure(strPath, pstDb->pstDb, sqlite3_extended_errcode(pstDb->pstDb));
         dbm_CloseDb(pstDb);
         return nullptr;
     }
+    sqlite3_db_config(pstDb->pstDb, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+    stSideFiles.Keep();
     return pstDb;
 }
 
+// Opens (or creates) a database file. Lack of space releases the reserve and
+// tries once more, so an intact store on a full file system still starts.
 int64_t dbm_OpenPath(const std::string& strPath) {
     mkdir(dbm_DirOf(strPath).c_str(), 0700);  // systemd normally made it already
-    bool bAbsent = false;
     const char* pszWhy = "";
-    if (!dbm_CheckHeader(strPath, &bAbsent, &pszWhy) ||
-        (bAbsent && !dbm_CreateFile(strPath, &pszWhy))) {
-        dbm_Trace("Database file %s is not usable and is left as it is: %s.", strPath, pszWhy);
-        return -1;
+    DBM_DB_S* pstDb = nullptr;
+    for (int iTry = 0; iTry < 2 && pstDb == nullptr; ++iTry) {
+        bool bAbsent = false;
+        if (!dbm_CheckHeader(strPath, &bAbsent, &pszWhy)) {
+            break;
+        }
+        if (!bAbsent || dbm_CreateFile(strPath, &pszWhy)) {
+            pstDb = dbm_OpenChecked(strPath, &pszWhy);
+        }
+        std::lock_guard guard(g_stDbmLock);
+        if (pstDb == nullptr && !(dbm_IsNoSpace(pszWhy) && dbm_ReserveRelease())) {
+            break;
+        }
     }
-    DBM_DB_S* pstDb = dbm_OpenChecked(strPath, &pszWhy);
     if (pstDb == nullptr) {
         dbm_Trace("Database file %s is not usable and is left as it is: %s.", strPath, pszWhy);
         return -1;
     }
     std::lock_guard guard(g_stDbmLock);
+    dbm_ReserveEnsure();
     int64_t llHandle = g_llDbmNextHandle++;
     g_mapDbmHandles[llHandle] = pstDb;
     return llHandle;
 }
 
-// Runs one write statement to its end: the autocommit makes it durable.
+// The database could not take a valid write now; the same write may
+// succeed later (unlike a constraint or a misuse).
+bool dbm_IsRefusal(int iRc) {
+    switch (iRc & 0xff) {
+        case SQLITE_FULL:
+        case SQLITE_READONLY:
+        case SQLITE_IOERR:
+        case SQLITE_CANTOPEN:
+        case SQLITE_BUSY:
+        case SQLITE_LOCKED:
+        case SQLITE_PERM:
+        case SQLITE_NOMEM:
+        case SQLITE_PROTOCOL:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Runs one write statement to its end: the autocommit makes it durable. A
+// write refused for lack of space releases the reserve and runs once more.
+// The caller keeps a refused write and tries it again; the reason is kept for
+// its trace instead of a line per refused write. Call with g_stDbmLock held.
 uint32_t dbm_StepWrite(DBM_DB_S* pstDb, sqlite3_stmt* pstStmt) {
     ++pstDb->ulWrites;
     int iRc = sqlite3_step(pstStmt);
-    if (iRc != SQLITE_DONE) {
-        syslog2(DBM_PRI_WARNING, "EVENTMIB", "EVENTMIB_TRACE", "Write to %s failed: %s.",
-                pstDb->strPath.c_str(), sqlite3_errmsg(pstDb->pstDb));
-        return DBM_ERR;
+    if ((iRc & 0xff) == SQLITE_FULL && dbm_ReserveRelease()) {
+        sqlite3_reset(pstStmt);
+        iRc = sqlite3_step(pstStmt);
     }
+    if (iRc != SQLITE_DONE) {
+        const char* pszCause = dbm_OutsideCause(pstDb->strPath, iRc);
+        pstDb->strWriteError = pszCause != nullptr ? pszCause : sqlite3_errmsg(pstDb->pstDb);
+        return dbm_IsRefusal(iRc) ? DBM_ERR_WRITE : DBM_ERR;
+    }
+    pstDb->strWriteError.clear();
+    dbm_ReserveEnsure();
     return 0;
 }
 
@@ -722,4 +984,10 @@ void DBM_FreeIterator(DBM_ITERATOR* pIterator) {
         delete pstIter;
         *pIterator = nullptr;
     }
+}
+
+const char* DBM_LastWriteError(int64_t llHandle) {
+    std::lock_guard guard(g_stDbmLock);
+    DBM_DB_S* pstDb = dbm_Find(llHandle);
+    return pstDb != nullptr ? pstDb->strWriteError.c_str() : "not open";
 }

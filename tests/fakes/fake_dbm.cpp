@@ -302,3 +302,7 @@ void DBM_FreeIterator(DBM_ITERATOR* pIterator) {
         *pIterator = nullptr;
     }
 }
+
+const char* DBM_LastWriteError(int64_t llHandle) {
+    return g_bFailWrites ? "writes fail (fake)" : "";
+}
