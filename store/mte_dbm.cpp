@@ -223,8 +223,8 @@ void mte_dbm_FlushPending(void) {
     }
     if (g_uiMtePendingWritten != 0) {
         mte_DBG_PrintTraceInfo(MTE_TRACE_PENDING_WRITTEN,
-                               "Configuration store accepts writes again: all %u pending "
-                               "changes are written.",
+                               "Configuration store accepts writes again: %u pending "
+                               "changes written.",
                                g_uiMtePendingWritten);
         g_uiMtePendingWritten = 0;
     }
@@ -268,8 +268,8 @@ void mte_dbm_KeepPending(MTE_DBM_WRITE_S&& stWrite) {
     g_dqMtePendingWrites.push_back(std::move(stWrite));
     if (bFirst) {
         mte_DBG_PrintTraceInfo(MTE_TRACE_WRITES_PENDING,
-                               "Configuration store refuses writes (%s): %zu changes pending, "
-                               "written as soon as it accepts writes again.",
+                               "Configuration store refuses writes (%s); pending changes: "
+                               "%zu, written as soon as it accepts writes again.",
                                DBM_LastWriteError(mte_dbm_Handle(uiSelector)),
                                g_dqMtePendingWrites.size());
         mte_dbm_StartRetry();
@@ -417,8 +417,7 @@ void mte_DBM_Fini(void) {
     if (!g_dqMtePendingWrites.empty()) {
         mte_DBG_PrintTraceInfo(
             MTE_TRACE_PENDING_LOST,
-            "Configuration store still refuses writes at the stop (%s): %zu "
-            "pending changes are lost.",
+            "Configuration store still refuses writes at the stop (%s); pending changes lost: %zu.",
             DBM_LastWriteError(mte_dbm_Handle(g_dqMtePendingWrites.front().uiSelector)),
             g_dqMtePendingWrites.size());
         g_dqMtePendingWrites.clear();

@@ -304,7 +304,9 @@ void dbm_ReserveEnsure(void) {
 bool dbm_ReserveRelease(void) {
     bool bReleased = unlink(dbm_ReservePath().c_str()) == 0;
     g_bDbmReserveHeld = false;
-    g_llDbmReserveTriedMs = dbm_NowMs();
+    if (bReleased) {
+        g_llDbmReserveTriedMs = dbm_NowMs();
+    }
     return bReleased;
 }
 
