@@ -102,13 +102,16 @@ class StoreFaultTest : public ::testing::Test {
 
     bool StartReady() { return stDaemon.Start() && stDaemon.WaitReady(READY_MS); }
 
-    // Exit status of the daemon, -1 when it did not exit in time.
+    // Exit status of the daemon; -1 when it did not exit in time (it is
+    // killed then, so that the next start does not leave it running).
     int WaitStatus() {
         int iStatus = 0;
-        if (!stDaemon.WaitExit(EXIT_MS, &iStatus) || !WIFEXITED(iStatus)) {
+        if (!stDaemon.WaitExit(EXIT_MS, &iStatus)) {
+            (void)stDaemon.Signal(SIGKILL);
+            (void)stDaemon.WaitExit(EXIT_MS, &iStatus);
             return -1;
         }
-        return WEXITSTATUS(iStatus);
+        return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
     }
 
     int Stop() { return stDaemon.Signal(SIGRTMIN + 1) ? WaitStatus() : -1; }
