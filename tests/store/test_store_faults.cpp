@@ -197,7 +197,10 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     FillUp(strFill);
     CreateEvents({"b1", "b2", "b3"});
     int iExit = -1;
-    Ctl("set event owner=ops name=a1 status=destroy\nset scalars instance-maximum=321\n", &iExit);
+    // A row changed or destroyed again while pending keeps only its last write.
+    Ctl("set event owner=ops name=b1 comment=changed\nset event owner=ops name=b2 status=destroy\n"
+        "set event owner=ops name=a1 status=destroy\nset scalars instance-maximum=321\n",
+        &iExit);
     EXPECT_EQ(iExit, 0);
     EXPECT_EQ(stDaemon.CountStderr("refuses writes (no space left on the file system)"), 1u)
         << stDaemon.Stderr();
@@ -223,6 +226,8 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
         EXPECT_NE(strWalk.find(pszName), std::string::npos) << pszName << "\n" << strWalk;
     }
     EXPECT_EQ(strWalk.find("a1"), std::string::npos) << strWalk;
+    EXPECT_EQ(strWalk.find("b2"), std::string::npos) << strWalk;
+    EXPECT_NE(strWalk.find("changed"), std::string::npos) << strWalk;
     EXPECT_NE(Ctl("get scalars\n").find("321"), std::string::npos);
 
     // A full disk at start-up: the reserve makes room for the store's side
