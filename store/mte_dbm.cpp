@@ -17,7 +17,6 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 #include <deque>
 #include <string>
