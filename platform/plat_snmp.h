@@ -64,6 +64,16 @@ SNMP_VALUE_S* SNMP_GetInstanceValue(const char* pszOwner, const char* pszContext
 // Reads the instance after *pstOid, which is replaced with the OID returned.
 SNMP_VALUE_S* SNMP_GetNextInstanceValue(const char* pszOwner, const char* pszContext,
                                         MTE_OID_S* pstOid, uint32_t* puiStatus);
+// Sampling walks. The get-nexts that a thread makes after SNMP_SetWalk(walk)
+// belong to that walk's current cycle (the sampler passes its trigger; the
+// pointer is only compared, never dereferenced), and may be answered from
+// GETBULK responses read ahead during the cycle; null: to no walk, plain
+// GETNEXTs. SNMP_EndWalk(walk) ends the cycle for the client: what it read
+// ahead for the walk is dropped, so the next cycle reads afresh. Null drops
+// every walk's read-ahead (the agent's port went down). Neither sends a
+// request; SNMP_EndWalk takes only the client's own lock.
+void SNMP_SetWalk(const void* pWalk);
+void SNMP_EndWalk(const void* pWalk);
 // Replaces the context name (buffer of uiSize bytes) with the next one known to
 // the agent in strcmp order; at the end it stores "" and returns
 // SNMP_ST_NO_MORE_CONTEXTS.

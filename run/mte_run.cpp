@@ -31,6 +31,7 @@
 #include "mte_timer.h"
 #include "mte_trigger.h"
 #include "plat_queue.h"
+#include "plat_snmp.h"
 
 namespace {
 
@@ -92,6 +93,8 @@ void mte_run_Drain(void) {
             mte_run_FreeTrigger(pstTrigger);
         }
     }
+    // Every cycle is dropped: nothing the client read ahead may outlive them.
+    SNMP_EndWalk(nullptr);
 }
 
 // Takes one message; false when the queue is empty.
@@ -114,6 +117,8 @@ bool mte_run_HandleOneMsg(void) {
     }
     bool bDeleted = mte_run_TakeOver(pstTrigger);
     mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+    // The cycle under way, if any, is over: so is what the client read ahead.
+    SNMP_EndWalk(pstTrigger);
     if (bDeleted) {
         mte_run_FreeTrigger(pstTrigger);
     }

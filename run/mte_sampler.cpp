@@ -34,6 +34,7 @@ struct MTE_STEP_S {
     const MTE_OID_S* pstOid;  // uiLen 0: a context marker is to be appended
     SNMP_VALUE_S* pstValue;   // released by the handler unless a sample takes it
     bool bContinue;
+    bool bRequeued = false;  // set by the handler: the cycle goes on in the next batch
 };
 
 int mte_run_CompareOid(const uint32_t* puiA, uint32_t uiLenA, const uint32_t* puiB,
@@ -265,8 +266,9 @@ bool mte_run_StepHandler(MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_STEP_S* pstStep) {
         }
         if (pstStep->bContinue && pstStep->iStep == MTE_WALK_BATCH - 1) {
             pstStep->bContinue = false;
+            pstStep->bRequeued = mte_run_WriteQueue(pstTrigger) == MTE_OK;
             // The queue is full: the walk ends here as if it had run out.
-            if (mte_run_WriteQueue(pstTrigger) != MTE_OK) {
+            if (!pstStep->bRequeued) {
                 mte_run_Flush(pstTrigger, &stEvents);
                 mte_run_EndCycle(pstTrigger, true);
             }
@@ -364,15 +366,16 @@ void mte_run_WalkContexts(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* 
 }
 
 // Walk over instances under the value identifier in the trigger's context.
-// A get-next that does not move forward ends the walk rather than loop.
-void mte_run_WalkInstances(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg) {
+// A get-next that does not move forward ends the walk rather than loop. True
+// when the cycle goes on in another batch.
+bool mte_run_WalkInstances(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg) {
     MTE_OID_S stOid;
     MTE_OID_S stLast;
     for (int iStep = 0; iStep < MTE_WALK_BATCH; ++iStep) {
         if (iStep == 0) {
             MTE_RESUME_S stResume;
             if (!mte_run_ReadResume(pstTrigger, false, &stResume)) {
-                return;
+                return false;
             }
             mte_run_CopyOid(&stOid, stResume.bTail && stResume.stOid.uiLen != 0
                                         ? &stResume.stOid
@@ -392,21 +395,23 @@ void mte_run_WalkInstances(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S*
             stStep.bContinue = false;
         }
         if (!mte_run_StepHandler(pstTrigger, &stStep)) {
-            return;
+            return stStep.bRequeued;
         }
     }
+    return false;
 }
 
 // Walk over instances in every context under the prefix (the prefix context
-// first). Leaving a context appends a marker that names the next one.
-void mte_run_WalkBoth(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg) {
+// first). Leaving a context appends a marker that names the next one. True
+// when the cycle goes on in another batch.
+bool mte_run_WalkBoth(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg) {
     char szContext[MTE_NAME_SIZE];
     MTE_OID_S stOid;
     MTE_OID_S stLast;
     for (int iStep = 0; iStep < MTE_WALK_BATCH; ++iStep) {
         MTE_RESUME_S stResume;
         if (!mte_run_ReadResume(pstTrigger, true, &stResume)) {
-            return;
+            return false;
         }
         if (stResume.bMarker) {
             mte_run_CopyContext(szContext, stResume.szContext);
@@ -442,9 +447,10 @@ void mte_run_WalkBoth(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstC
             }
         }
         if (!mte_run_StepHandler(pstTrigger, &stStep)) {
-            return;
+            return stStep.bRequeued;
         }
     }
+    return false;
 }
 
 }  // namespace
@@ -459,10 +465,16 @@ void mte_run_Snapshot(const MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_RUN_CFG_S* pstC
 }
 
 void mte_run_SampleStep(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg) {
-    if (pstCfg->bValueIDWildcard && pstCfg->bContextWildcard) {
-        mte_run_WalkBoth(pstTrigger, pstCfg);
-    } else if (pstCfg->bValueIDWildcard) {
-        mte_run_WalkInstances(pstTrigger, pstCfg);
+    if (pstCfg->bValueIDWildcard) {
+        // The walk's get-nexts may be answered from what the client read
+        // ahead during this cycle; when the cycle ends, so does that.
+        SNMP_SetWalk(pstTrigger);
+        bool bGoesOn = pstCfg->bContextWildcard ? mte_run_WalkBoth(pstTrigger, pstCfg)
+                                                : mte_run_WalkInstances(pstTrigger, pstCfg);
+        SNMP_SetWalk(nullptr);
+        if (!bGoesOn) {
+            SNMP_EndWalk(pstTrigger);  // the trigger may be freed: only its address is used
+        }
     } else if (pstCfg->bContextWildcard) {
         mte_run_WalkContexts(pstTrigger, pstCfg);
     } else {

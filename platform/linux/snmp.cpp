@@ -31,6 +31,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -314,9 +315,15 @@ bool SessionIsV3(void) {
 }
 
 // Sends one request (the PDU is consumed) and waits for its response.
-// On 0 *ppstResponse is a response with error-status 0; otherwise null.
-uint32_t Exchange(netsnmp_pdu* pstPdu, const char* pszContext, netsnmp_pdu** ppstResponse) {
+// On 0 *ppstResponse is a response with error-status 0; otherwise null, and
+// *pbRefused (when given) tells whether the agent answered with an
+// error-status rather than not at all.
+uint32_t Exchange(netsnmp_pdu* pstPdu, const char* pszContext, netsnmp_pdu** ppstResponse,
+                  bool* pbRefused = nullptr) {
     *ppstResponse = nullptr;
+    if (pbRefused != nullptr) {
+        *pbRefused = false;
+    }
     if (pszContext != nullptr && pszContext[0] != '\0') {
         size_t ulLen = strlen(pszContext);
         pstPdu->contextName = static_cast<char*>(malloc(ulLen + 1));
@@ -345,6 +352,9 @@ uint32_t Exchange(netsnmp_pdu* pstPdu, const char* pszContext, netsnmp_pdu** pps
     if (pstResponse->errstat != SNMP_ERR_NOERROR) {
         uint32_t uiSt = ErrStatus2St(pstResponse->errstat);
         snmp_free_pdu(pstResponse);
+        if (pbRefused != nullptr) {
+            *pbRefused = true;
+        }
         return uiSt;
     }
     *ppstResponse = pstResponse;
@@ -611,9 +621,62 @@ uint32_t CheckContext(const char* pszContext) {
     return SNMP_ST_OK;
 }
 
-// One GET or GETNEXT of one OID; on success *pstOid holds the OID answered.
-SNMP_VALUE_S* ReadOne(int iCommand, const char* pszContext, MTE_OID_S* pstOid,
-                      uint32_t* puiStatus) {
+// Sends a GET, GETNEXT or GETBULK of one OID in the context and waits for
+// the answer (lock held). 0 with a response of error-status 0, or the status;
+// *pbRefused as for Exchange.
+uint32_t RequestOne(int iCommand, long lRepetitions, const char* pszContext, const oid* pulOid,
+                    size_t ulLen, netsnmp_pdu** ppstResponse, bool* pbRefused = nullptr) {
+    *ppstResponse = nullptr;
+    if (pbRefused != nullptr) {
+        *pbRefused = false;
+    }
+    uint32_t uiSt = CheckContext(pszContext);
+    if (uiSt == SNMP_ST_OK) {
+        uiSt = EnsureSession();
+    }
+    if (uiSt != SNMP_ST_OK) {
+        return uiSt;
+    }
+    netsnmp_pdu* pstPdu = snmp_pdu_create(iCommand);
+    if (pstPdu == nullptr) {
+        return SNMP_ST_LOCAL_RESOURCE;
+    }
+    if (iCommand == SNMP_MSG_GETBULK) {
+        pstPdu->non_repeaters = 0;
+        pstPdu->max_repetitions = lRepetitions;
+    }
+    snmp_add_null_var(pstPdu, pulOid, ulLen);
+    return Exchange(pstPdu, pszContext, ppstResponse, pbRefused);
+}
+
+// The answer to a get-next of pulAsked carried by pstVar: *pstOid becomes
+// the name answered (when it fits); a value, or null with the status.
+SNMP_VALUE_S* NextAnswer(const netsnmp_variable_list* pstVar, const oid* pulAsked,
+                         size_t ulAskedLen, MTE_OID_S* pstOid, uint32_t* puiStatus) {
+    uint32_t uiSt = SNMP_ST_OK;
+    SNMP_VALUE_S* pstValue = nullptr;
+    if (pstVar == nullptr) {
+        uiSt = SNMP_ST_GEN_ERR;
+    } else if (!OidFromNetsnmp(pstVar->name, pstVar->name_length, pstOid)) {
+        uiSt = SNMP_ST_TOO_BIG;  // an instance OID longer than a record can hold
+    } else {
+        uiSt = VarException(pstVar);
+        // An agent that answers a get-next with an OID not after the one asked
+        // would keep a walk going forever: report it as the agent's error.
+        if (uiSt == SNMP_ST_OK &&
+            snmp_oid_compare(pstVar->name, pstVar->name_length, pulAsked, ulAskedLen) <= 0) {
+            uiSt = SNMP_ST_GEN_ERR;
+        }
+        if (uiSt == SNMP_ST_OK) {
+            pstValue = ValueFromVar(pstVar, &uiSt);
+        }
+    }
+    *puiStatus = uiSt;
+    return pstValue;
+}
+
+// One GET of one OID.
+SNMP_VALUE_S* ReadOne(const char* pszContext, const MTE_OID_S* pstOid, uint32_t* puiStatus) {
     oid aulOid[MTE_OID_MAX_LEN];
     size_t ulLen = 0;
     if (!OidToNetsnmp(pstOid, aulOid, &ulLen)) {
@@ -621,47 +684,254 @@ SNMP_VALUE_S* ReadOne(int iCommand, const char* pszContext, MTE_OID_S* pstOid,
         return nullptr;
     }
     std::lock_guard<std::mutex> stGuard(g_stClientLock);
-    uint32_t uiSt = CheckContext(pszContext);
-    if (uiSt == SNMP_ST_OK) {
-        uiSt = EnsureSession();
-    }
-    if (uiSt != SNMP_ST_OK) {
-        *puiStatus = uiSt;
-        return nullptr;
-    }
-    netsnmp_pdu* pstPdu = snmp_pdu_create(iCommand);
-    if (pstPdu == nullptr) {
-        *puiStatus = SNMP_ST_LOCAL_RESOURCE;
-        return nullptr;
-    }
-    snmp_add_null_var(pstPdu, aulOid, ulLen);
     netsnmp_pdu* pstResponse = nullptr;
-    uiSt = Exchange(pstPdu, pszContext, &pstResponse);
+    uint32_t uiSt = RequestOne(SNMP_MSG_GET, 0, pszContext, aulOid, ulLen, &pstResponse);
     if (uiSt != SNMP_ST_OK) {
         *puiStatus = uiSt;
         return nullptr;
     }
     SNMP_VALUE_S* pstValue = nullptr;
     netsnmp_variable_list* pstVar = pstResponse->variables;
-    if (pstVar == nullptr) {
-        uiSt = SNMP_ST_GEN_ERR;
-    } else if (iCommand == SNMP_MSG_GETNEXT &&
-               !OidFromNetsnmp(pstVar->name, pstVar->name_length, pstOid)) {
-        uiSt = SNMP_ST_TOO_BIG;  // an instance OID longer than a record can hold
-    } else {
-        uiSt = VarException(pstVar);
-        // An agent that answers a get-next with an OID not after the one asked
-        // would keep a walk going forever: report it as the agent's error.
-        if (uiSt == SNMP_ST_OK && iCommand == SNMP_MSG_GETNEXT &&
-            snmp_oid_compare(pstVar->name, pstVar->name_length, aulOid, ulLen) <= 0) {
-            uiSt = SNMP_ST_GEN_ERR;
-        }
-        if (uiSt == SNMP_ST_OK) {
-            pstValue = ValueFromVar(pstVar, &uiSt);
-        }
+    uiSt = pstVar == nullptr ? SNMP_ST_GEN_ERR : VarException(pstVar);
+    if (uiSt == SNMP_ST_OK) {
+        pstValue = ValueFromVar(pstVar, &uiSt);
     }
     snmp_free_pdu(pstResponse);
     *puiStatus = uiSt;
+    return pstValue;
+}
+
+// ---------------------------------------------------------------------------
+// Get-next and the read-ahead of sampling walks (under g_stClientLock, but
+// g_pWalk, which belongs to the calling thread).
+//
+// A walk's get-nexts are answered from GETBULK responses: each repetition of
+// a GETBULK is, by the protocol, the get-next of the name before it, so the
+// leading varbinds of a response answer the walk's next get-nexts exactly as
+// GETNEXTs would have. A read-ahead belongs to one walk (the sampler passes
+// its trigger) and one context, and lives until SNMP_EndWalk: the sampler
+// ends it with the cycle, so every value it hands out was read in the cycle.
+// ---------------------------------------------------------------------------
+
+// The first GETBULK of a walk in a context asks for one batch of the
+// sampler's walk; each further one doubles, up to READ_AHEAD_MAX: a short
+// subtree costs the agent little beyond its end, a long one few requests.
+constexpr long READ_AHEAD_FIRST = 5;
+constexpr long READ_AHEAD_MAX = 25;
+// Walks holding a read-ahead at once; past it the least recently used is
+// dropped (its next get-next asks the agent afresh).
+constexpr uint32_t READ_AHEAD_WALKS = 256;
+
+struct ReadAhead {
+    ReadAhead* pstNext;  // most recently used first
+    const void* pWalk;   // only compared, never dereferenced
+    char szContext[CONTEXT_SIZE];
+    netsnmp_pdu* pstResponse;       // the last GETBULK's answer, or null
+    oid aulAsked[MTE_OID_MAX_LEN];  // what its first varbind answers
+    size_t ulAskedLen;
+    uint32_t uiUsable;  // leading varbinds that answer get-nexts as GETNEXTs would
+    long lRepetitions;  // of the next GETBULK
+    bool bBulkRefused;  // the agent refused a GETBULK: GETNEXTs for the rest of the walk
+};
+
+thread_local const void* g_pWalk = nullptr;
+ReadAhead* g_pstReadAheads = nullptr;
+uint32_t g_uiReadAheads = 0;
+
+void DropResponse(ReadAhead* pstAhead) {
+    if (pstAhead->pstResponse != nullptr) {
+        snmp_free_pdu(pstAhead->pstResponse);
+        pstAhead->pstResponse = nullptr;
+    }
+    pstAhead->uiUsable = 0;
+}
+
+void FreeReadAhead(ReadAhead* pstAhead) {
+    DropResponse(pstAhead);
+    free(pstAhead);
+    g_uiReadAheads--;
+}
+
+// Unlinks and frees the walk's read-ahead (every one for null).
+void DropReadAheads(const void* pWalk) {
+    ReadAhead** ppstLink = &g_pstReadAheads;
+    while (*ppstLink != nullptr) {
+        ReadAhead* pstAhead = *ppstLink;
+        if (pWalk == nullptr || pstAhead->pWalk == pWalk) {
+            *ppstLink = pstAhead->pstNext;
+            FreeReadAhead(pstAhead);
+        } else {
+            ppstLink = &pstAhead->pstNext;
+        }
+    }
+}
+
+// The walk's read-ahead for the context, first in the list; a new one when
+// the walk has none or was in another context; null when memory runs out.
+ReadAhead* WalkReadAhead(const void* pWalk, const char* pszContext) {
+    ReadAhead** ppstLink = &g_pstReadAheads;
+    ReadAhead* pstAhead = nullptr;
+    ReadAhead** ppstLast = nullptr;
+    for (; *ppstLink != nullptr; ppstLink = &(*ppstLink)->pstNext) {
+        if ((*ppstLink)->pWalk == pWalk) {
+            pstAhead = *ppstLink;
+            *ppstLink = pstAhead->pstNext;
+            break;
+        }
+        ppstLast = ppstLink;
+    }
+    if (pstAhead == nullptr) {
+        if (g_uiReadAheads >= READ_AHEAD_WALKS && ppstLast != nullptr) {
+            ReadAhead* pstOldest = *ppstLast;
+            *ppstLast = nullptr;
+            FreeReadAhead(pstOldest);
+        }
+        pstAhead = static_cast<ReadAhead*>(calloc(1, sizeof(ReadAhead)));
+        if (pstAhead == nullptr) {
+            return nullptr;
+        }
+        g_uiReadAheads++;
+        pstAhead->pWalk = pWalk;
+        pstAhead->lRepetitions = READ_AHEAD_FIRST;
+    } else if (strcmp(pstAhead->szContext, pszContext) != 0) {
+        DropResponse(pstAhead);
+        pstAhead->lRepetitions = READ_AHEAD_FIRST;
+        pstAhead->bBulkRefused = false;
+    }
+    snprintf(pstAhead->szContext, sizeof(pstAhead->szContext), "%s", pszContext);
+    pstAhead->pstNext = g_pstReadAheads;
+    g_pstReadAheads = pstAhead;
+    return pstAhead;
+}
+
+// The leading varbinds of a GETBULK response that answer get-nexts exactly
+// as GETNEXTs would: values, each after the name before it, and an
+// endOfMibView that repeats the name asked, which ends them. Anything else
+// (other exceptions, names out of order or too long) is left to a GETNEXT of
+// its own, so that the caller sees what the agent answers to that.
+uint32_t UsableAnswers(const netsnmp_pdu* pstResponse, const oid* pulAsked, size_t ulAskedLen) {
+    uint32_t uiUsable = 0;
+    for (const netsnmp_variable_list* pstVar = pstResponse->variables; pstVar != nullptr;
+         pstVar = pstVar->next_variable) {
+        if (pstVar->name_length > MTE_OID_MAX_LEN) {
+            break;
+        }
+        int iOrder = snmp_oid_compare(pstVar->name, pstVar->name_length, pulAsked, ulAskedLen);
+        uint32_t uiSt = VarException(pstVar);
+        if (uiSt == SNMP_ST_END_OF_MIB_VIEW) {
+            return iOrder == 0 ? uiUsable + 1 : uiUsable;
+        }
+        if (uiSt != SNMP_ST_OK || iOrder <= 0) {
+            break;
+        }
+        uiUsable++;
+        pulAsked = pstVar->name;
+        ulAskedLen = pstVar->name_length;
+    }
+    return uiUsable;
+}
+
+// Answers the get-next of pulOid from the read-ahead; false when it holds no
+// answer to it.
+bool AnswerAhead(const ReadAhead* pstAhead, const oid* pulOid, size_t ulLen, MTE_OID_S* pstOid,
+                 SNMP_VALUE_S** ppstValue, uint32_t* puiStatus) {
+    if (pstAhead->pstResponse == nullptr) {
+        return false;
+    }
+    const oid* pulAsked = pstAhead->aulAsked;
+    size_t ulAskedLen = pstAhead->ulAskedLen;
+    uint32_t uiIndex = 0;
+    for (const netsnmp_variable_list* pstVar = pstAhead->pstResponse->variables;
+         pstVar != nullptr && uiIndex < pstAhead->uiUsable;
+         pstVar = pstVar->next_variable, uiIndex++) {
+        if (snmp_oid_compare(pulAsked, ulAskedLen, pulOid, ulLen) == 0) {
+            *ppstValue = NextAnswer(pstVar, pulAsked, ulAskedLen, pstOid, puiStatus);
+            return true;
+        }
+        pulAsked = pstVar->name;
+        ulAskedLen = pstVar->name_length;
+    }
+    return false;
+}
+
+// Reads ahead from pulOid with one GETBULK. 0 when the read-ahead holds a new
+// response (perhaps without a usable answer); *pbRefused when the agent
+// answered the GETBULK with an error-status.
+uint32_t FetchAhead(ReadAhead* pstAhead, const oid* pulOid, size_t ulLen, bool* pbRefused) {
+    DropResponse(pstAhead);
+    netsnmp_pdu* pstResponse = nullptr;
+    uint32_t uiSt = RequestOne(SNMP_MSG_GETBULK, pstAhead->lRepetitions, pstAhead->szContext,
+                               pulOid, ulLen, &pstResponse, pbRefused);
+    if (uiSt != SNMP_ST_OK) {
+        return uiSt;
+    }
+    pstAhead->pstResponse = pstResponse;
+    memcpy(pstAhead->aulAsked, pulOid, ulLen * sizeof(oid));
+    pstAhead->ulAskedLen = ulLen;
+    pstAhead->uiUsable = UsableAnswers(pstResponse, pulOid, ulLen);
+    pstAhead->lRepetitions = std::min(pstAhead->lRepetitions * 2, READ_AHEAD_MAX);
+    return SNMP_ST_OK;
+}
+
+// The get-next of a walk, from its read-ahead or from a new GETBULK. False
+// when a GETNEXT must answer: no usable GETBULK answer, or the agent refused
+// the GETBULK. A GETBULK that gets no answer at all is not tried again as a
+// GETNEXT: it fails with its own status, so that a dead agent still costs
+// the worker one request's time.
+bool ReadNextAhead(const char* pszContext, const oid* pulOid, size_t ulLen, MTE_OID_S* pstOid,
+                   SNMP_VALUE_S** ppstValue, uint32_t* puiStatus) {
+    ReadAhead* pstAhead = WalkReadAhead(g_pWalk, pszContext);
+    if (pstAhead == nullptr) {
+        return false;
+    }
+    if (AnswerAhead(pstAhead, pulOid, ulLen, pstOid, ppstValue, puiStatus)) {
+        return true;
+    }
+    if (pstAhead->bBulkRefused) {
+        return false;
+    }
+    bool bRefused = false;
+    uint32_t uiSt = FetchAhead(pstAhead, pulOid, ulLen, &bRefused);
+    if (uiSt == SNMP_ST_OK) {
+        return AnswerAhead(pstAhead, pulOid, ulLen, pstOid, ppstValue, puiStatus);
+    }
+    if (bRefused) {
+        pstAhead->bBulkRefused = true;
+        return false;
+    }
+    *ppstValue = nullptr;
+    *puiStatus = uiSt;
+    return true;
+}
+
+bool SessionSpeaksBulk(void) {
+    netsnmp_session* pstSession = snmp_sess_session(g_pSession);
+    return pstSession != nullptr && pstSession->version != SNMP_VERSION_1;
+}
+
+// One get-next of one OID; *pstOid becomes the OID answered.
+SNMP_VALUE_S* ReadNext(const char* pszContext, MTE_OID_S* pstOid, uint32_t* puiStatus) {
+    oid aulOid[MTE_OID_MAX_LEN];
+    size_t ulLen = 0;
+    if (!OidToNetsnmp(pstOid, aulOid, &ulLen)) {
+        *puiStatus = SNMP_ST_CLIENT_ERROR;
+        return nullptr;
+    }
+    std::lock_guard<std::mutex> stGuard(g_stClientLock);
+    SNMP_VALUE_S* pstValue = nullptr;
+    if (g_pWalk != nullptr && EnsureSession() == SNMP_ST_OK && SessionSpeaksBulk() &&
+        ReadNextAhead(pszContext != nullptr ? pszContext : "", aulOid, ulLen, pstOid, &pstValue,
+                      puiStatus)) {
+        return pstValue;
+    }
+    netsnmp_pdu* pstResponse = nullptr;
+    uint32_t uiSt = RequestOne(SNMP_MSG_GETNEXT, 0, pszContext, aulOid, ulLen, &pstResponse);
+    if (uiSt != SNMP_ST_OK) {
+        *puiStatus = uiSt;
+        return nullptr;
+    }
+    pstValue = NextAnswer(pstResponse->variables, aulOid, ulLen, pstOid, puiStatus);
+    snmp_free_pdu(pstResponse);
     return pstValue;
 }
 
@@ -818,14 +1088,7 @@ bool ValidNotifyVar(const SNMP_NOTIFY_VAR_S* pstVar) {
 SNMP_VALUE_S* SNMP_GetInstanceValue(const char* pszOwner, const char* pszContext,
                                     const MTE_OID_S* pstOid, uint32_t* puiStatus) {
     uint32_t uiStatus = SNMP_ST_OK;
-    MTE_OID_S stOid;
-    SNMP_VALUE_S* pstValue = nullptr;
-    if (pstOid == nullptr) {
-        uiStatus = SNMP_ST_CLIENT_ERROR;
-    } else {
-        stOid = *pstOid;
-        pstValue = ReadOne(SNMP_MSG_GET, pszContext, &stOid, &uiStatus);
-    }
+    SNMP_VALUE_S* pstValue = ReadOne(pszContext, pstOid, &uiStatus);
     if (puiStatus != nullptr) {
         *puiStatus = uiStatus;
     }
@@ -835,11 +1098,20 @@ SNMP_VALUE_S* SNMP_GetInstanceValue(const char* pszOwner, const char* pszContext
 SNMP_VALUE_S* SNMP_GetNextInstanceValue(const char* pszOwner, const char* pszContext,
                                         MTE_OID_S* pstOid, uint32_t* puiStatus) {
     uint32_t uiStatus = SNMP_ST_OK;
-    SNMP_VALUE_S* pstValue = ReadOne(SNMP_MSG_GETNEXT, pszContext, pstOid, &uiStatus);
+    SNMP_VALUE_S* pstValue = ReadNext(pszContext, pstOid, &uiStatus);
     if (puiStatus != nullptr) {
         *puiStatus = uiStatus;
     }
     return pstValue;
+}
+
+void SNMP_SetWalk(const void* pWalk) {
+    g_pWalk = pWalk;
+}
+
+void SNMP_EndWalk(const void* pWalk) {
+    std::lock_guard<std::mutex> stGuard(g_stClientLock);
+    DropReadAheads(pWalk);
 }
 
 uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext) {

@@ -33,6 +33,8 @@ std::vector<FAKE_SNMP_TRAP_S> g_astTraps;
 std::vector<FAKE_SNMP_NOTIFY_S> g_astNotifies;
 std::vector<FAKE_SNMP_SET_S> g_astSets;
 std::vector<std::string> g_astJournal;
+std::vector<const void*> g_apEndedWalks;
+thread_local const void* g_pWalk = nullptr;
 uint64_t g_ulCalls = 0;
 int64_t g_llLiveValues = 0, g_llLiveHandles = 0;
 
@@ -130,6 +132,7 @@ void FAKE_SNMP_Reset(void) {
     g_astNotifies.clear();
     g_astSets.clear();
     g_astJournal.clear();
+    g_apEndedWalks.clear();
     g_ulCalls = 0;
     g_llLiveValues = 0;
     g_llLiveHandles = 0;
@@ -234,6 +237,11 @@ std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_GetNexts(void) {
     return g_astGetNexts;
 }
 
+std::vector<const void*> FAKE_SNMP_EndedWalks(void) {
+    std::lock_guard guard(g_stLock);
+    return g_apEndedWalks;
+}
+
 std::vector<FAKE_SNMP_TRAP_S> FAKE_SNMP_Traps(void) {
     std::lock_guard guard(g_stLock);
     return g_astTraps;
@@ -306,7 +314,7 @@ SNMP_VALUE_S* SNMP_GetNextInstanceValue(const char* pszOwner, const char* pszCon
     EnterRequest();
     FAKE_OID astOid = FAKE_SNMP_ToVector(*pstOid);
     std::lock_guard guard(g_stLock);
-    g_astGetNexts.push_back({Str(pszOwner), Str(pszContext), astOid});
+    g_astGetNexts.push_back({Str(pszOwner), Str(pszContext), astOid, g_pWalk});
     g_astJournal.push_back("getnext " + FAKE_SNMP_OidStr(astOid));
     uint32_t uiStatus = FailureOf(astOid);
     SNMP_VALUE_S* pstValue = nullptr;
@@ -329,6 +337,15 @@ SNMP_VALUE_S* SNMP_GetNextInstanceValue(const char* pszOwner, const char* pszCon
         *puiStatus = uiStatus;
     }
     return pstValue;
+}
+
+void SNMP_SetWalk(const void* pWalk) {
+    g_pWalk = pWalk;
+}
+
+void SNMP_EndWalk(const void* pWalk) {
+    std::lock_guard guard(g_stLock);
+    g_apEndedWalks.push_back(pWalk);
 }
 
 uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext) {

@@ -23,6 +23,8 @@
 // - SNMP_SendTrapByVBList and SNMP_SendNotify are captured and return the
 //   result set with FAKE_SNMP_SetTrapResult / FAKE_SNMP_SetNotifyResult (0).
 //   SNMP_AddNotifyVar returns the result set with FAKE_SNMP_SetAddVarResult.
+// - SNMP_SetWalk / SNMP_EndWalk read nothing ahead: each get-next records the
+//   walk set on its thread, and the walks ended are listed in order.
 // - With a stall set, every get, get-next, context step and set sleeps that
 //   long before it answers (outside the fake's lock).
 // All functions are thread-safe.
@@ -77,6 +79,7 @@ struct FAKE_SNMP_REQ_S {
     std::string strOwner;
     std::string strContext;
     FAKE_OID astOid;
+    const void* pWalk = nullptr;  // get-nexts: the walk set with SNMP_SetWalk
 };
 struct FAKE_SNMP_VB_S {
     FAKE_OID astOid;
@@ -107,6 +110,7 @@ struct FAKE_SNMP_SET_S {  // one SNMP_SetIntegerValueByOID
 
 std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_Gets(void);      // SNMP_GetInstanceValue calls
 std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_GetNexts(void);  // SNMP_GetNextInstanceValue calls
+std::vector<const void*> FAKE_SNMP_EndedWalks(void);    // SNMP_EndWalk arguments
 std::vector<FAKE_SNMP_TRAP_S> FAKE_SNMP_Traps(void);
 std::vector<FAKE_SNMP_NOTIFY_S> FAKE_SNMP_Notifies(void);
 std::vector<FAKE_SNMP_SET_S> FAKE_SNMP_Sets(void);
