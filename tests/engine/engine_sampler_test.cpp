@@ -233,8 +233,14 @@ TEST_F(EngineSampler, WalkOfTwelveInstancesTakesThreeBatches) {
     EXPECT_EQ(mte_run_PumpQueue(1), 1u);
     EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
     EXPECT_EQ(ENG_ListLen(pstTrigger->pstCurSamples), 10u);
+    // The client's read-ahead for the walk lives as long as the cycle.
+    EXPECT_TRUE(FAKE_SNMP_EndedWalks().empty());
     EXPECT_EQ(mte_run_PumpQueue(1), 1u);
     EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(FAKE_SNMP_EndedWalks(), std::vector<const void*>{pstTrigger});
+    for (const auto& stReq : FAKE_SNMP_GetNexts()) {
+        EXPECT_EQ(stReq.pWalk, pstTrigger);
+    }
     EXPECT_EQ(mte_run_PumpQueue(1), 0u);
     EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 12u);
     EXPECT_EQ(pstTrigger->pstCurSamples, nullptr);
@@ -470,7 +476,11 @@ TEST_F(EngineSampler, StopDestroyAndRestartBetweenBatchesOfAWalk) {
         }
         EXPECT_EQ(ENG_Instances(), 0u);
         size_t uiGetNexts = FAKE_SNMP_GetNexts().size();
+        size_t uiEnded = FAKE_SNMP_EndedWalks().size();
         ENG_PumpAll();
+        // The dropped cycle's read-ahead goes with it (and a restart's with its own end).
+        EXPECT_EQ(FAKE_SNMP_EndedWalks().size(), uiEnded + (uiState == MTE_RUN_RESTART ? 2 : 1));
+        EXPECT_EQ(FAKE_SNMP_EndedWalks()[uiEnded], pstTrigger);
         if (uiState == MTE_RUN_DELETED) {
             Forget(pstTrigger);
             EXPECT_EQ(FAKE_SNMP_GetNexts().size(), uiGetNexts);
@@ -666,6 +676,7 @@ TEST_F(EngineSampler, DrainReturnsQueuedTriggersToIdleAndFreesDestroyedOnes) {
     Drain();
     EXPECT_EQ(pstA->uiRunState, MTE_RUN_IDLE);
     EXPECT_EQ(pstB->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(FAKE_SNMP_EndedWalks(), std::vector<const void*>{nullptr});
     EXPECT_EQ(mte_run_PumpQueue(10), 0u);
     EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
 }
