@@ -16,6 +16,12 @@
 // sending the same notification with the same bindings to the same
 // snmptrapd, one process per notification as a script would.
 //
+// Walks on the wire: the engine's cycle over 1,000 rows against
+// `snmpbulkwalk -Cr25` and `-Cr5` of the same column, each timed from its
+// first request to its last response as they pass a relay between the
+// clients and snmpd (bench_wiretap.h). Every client here, the engine's
+// included, reaches snmpd through that relay.
+//
 // Also: the relay alone in a burst (sends refused when the bridge's queue is
 // full), and one cycle firing for every one of 1,000 instances.
 //
@@ -32,12 +38,14 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "bench_event_config.h"
+#include "bench_wiretap.h"
 #include "fake_dbm.h"
 #include "fake_log.h"
 #include "fake_memalert.h"
@@ -64,6 +72,7 @@ constexpr int kSnmptraps = 200;
 constexpr int kArrivalWaitMs = 30000;
 
 mte_test::SnmpdHarness* g_pstAgent = nullptr;
+mte_bench::WireTap g_stTap;
 pid_t g_iTestAgent = -1;
 pid_t g_iBridge = -1;
 bool g_bReady = false;
@@ -186,6 +195,13 @@ bool Setup() {
         return false;
     }
     const std::string& strDir = g_pstAgent->Dir();
+    // The engine's client reaches snmpd through the tap, as the tools do.
+    if (!g_stTap.Start(g_pstAgent->Port()) ||
+        !(std::ofstream(strDir + "/client/eventmibd.conf")
+          << "agentAddress udp:127.0.0.1:" << g_stTap.Port() << "\n")) {
+        fprintf(stderr, "relay to snmpd failed\n");
+        return false;
+    }
     std::string strRuntime = strDir + "/rt";
     std::string strState = strDir + "/state";
     mkdir(strRuntime.c_str(), 0700);
@@ -234,6 +250,7 @@ void Teardown() {
     mte_DBG_Fini();
     mte_test::StopProcess(&g_iBridge, 3000);
     mte_test::StopProcess(&g_iTestAgent, 3000);
+    g_stTap.Stop();
     delete g_pstAgent;  // stops snmptrapd and snmpd, removes the directory
     g_pstAgent = nullptr;
 }
@@ -305,10 +322,14 @@ double TimedTool(const std::vector<std::string>& astrArgs, long lWantLines = -1)
     return iStatus == 0 && (lWantLines < 0 || lLines == lWantLines) ? dMs : -1;
 }
 
-std::vector<std::string> Snmpwalk(const char* pszOid) {
-    return {
-        "snmpwalk", "-On", "-t", "5", "-r", "0", "127.0.0.1:" + std::to_string(g_pstAgent->Port()),
-        pszOid};
+// snmpwalk, or snmpbulkwalk with that many repetitions, through the tap.
+std::vector<std::string> Snmpwalk(const char* pszOid, int iRepetitions = 0) {
+    std::string strAgent = "127.0.0.1:" + std::to_string(g_stTap.Port());
+    if (iRepetitions > 0) {
+        return {"snmpbulkwalk", "-On", "-Cr" + std::to_string(iRepetitions), "-t", "5", "-r", "0",
+                strAgent,       pszOid};
+    }
+    return {"snmpwalk", "-On", "-t", "5", "-r", "0", strAgent, pszOid};
 }
 
 // Each iteration: one sampling cycle of the wildcarded trigger over N rows,
@@ -351,6 +372,102 @@ void BM_SampleVsSnmpwalk(benchmark::State& stState) {
         stState.counters["snmpwalk_1_ms"] = Median(adFixedMs);
         stState.counters["getnext_per_cycle"] =
             static_cast<double>(lGetNexts) / static_cast<double>(adEngineMs.size());
+    }
+    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+    mte_RUN_ClearSampleRes(pstTrigger);
+    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+    mte_TRIGGER_FreeNode(pstTrigger);
+}
+
+double LoadAverage() {
+    double dLoad = -1;
+    FILE* pstFile = fopen("/proc/loadavg", "r");
+    if (pstFile != nullptr) {
+        if (fscanf(pstFile, "%lf", &dLoad) != 1) {
+            dLoad = -1;
+        }
+        fclose(pstFile);
+    }
+    return dLoad;
+}
+
+// The column walked with plain get-nexts through the daemon's client, as a
+// cycle walked it before the client read ahead; true when it saw every row.
+bool GetNextWalk(uint32_t uiRows) {
+    MTE_OID_S stColumn = mte_bench::MakeOid({1, 3, 6, 1, 4, 1, 99999, 1, 1, 1, 1});
+    MTE_OID_S stCursor = stColumn;
+    uint32_t uiSeen = 0;
+    for (;;) {
+        uint32_t uiStatus = 0;
+        SNMP_VALUE_S* pstValue = SNMP_GetNextInstanceValue("bench", "", &stCursor, &uiStatus);
+        SNMP_FreeInstanceValue(pstValue);
+        if (uiStatus != 0 || stCursor.uiLen <= stColumn.uiLen ||
+            memcmp(stCursor.auiOid, stColumn.auiOid, stColumn.uiLen * 4) != 0) {
+            return uiStatus == 0 && uiSeen == uiRows;
+        }
+        ++uiSeen;
+    }
+}
+
+// Each iteration, interleaved: one cycle of the engine's wildcarded trigger
+// over N rows; `snmpbulkwalk -Cr25` and `-Cr5` of the same column with the
+// same SNMPv3 user; the column walked with plain get-nexts through the
+// daemon's client (what a cycle cost before the client read ahead). Each is
+// timed on the wire: from its first authenticated request to its last
+// response at the tap. Counters per walk: median, min and max in ms and the
+// requests of one walk; the ratios of the medians against snmpbulkwalk
+// -Cr25 (the aim for the engine is 1.25 at most); the load average (1 min)
+// before and after.
+void BM_WalkOnTheWire(benchmark::State& stState) {
+    uint32_t uiRows = static_cast<uint32_t>(stState.range(0));
+    MTE_TRIGGER_ENTRY_S* pstTrigger =
+        g_bReady && EnsureRows(uiRows) ? NewWildcardTrigger() : nullptr;
+    if (pstTrigger == nullptr || SampleCycle(pstTrigger) != uiRows) {
+        stState.SkipWithError("setup failed or the first cycle missed instances");
+        return;
+    }
+    struct Walk {
+        const char* pszName;
+        std::vector<double> adMs;
+        long lRequests;
+    } astWalks[] = {{"engine", {}, 0}, {"bulk25", {}, 0}, {"bulk5", {}, 0}, {"getnext", {}, 0}};
+    auto Note = [](Walk* pstWalk) {
+        double dMs = 0;
+        g_stTap.Take(&pstWalk->lRequests, &dMs);
+        pstWalk->adMs.push_back(dMs);
+    };
+    double dLoadBefore = LoadAverage();
+    for (auto _ : stState) {
+        long lIgnored = 0;
+        double dIgnored = 0;
+        g_stTap.Take(&lIgnored, &dIgnored);
+        bool bOk = SampleCycle(pstTrigger) == uiRows;
+        Note(&astWalks[0]);
+        bOk = TimedTool(Snmpwalk(kColumn1, 25), uiRows) >= 0 && bOk;
+        Note(&astWalks[1]);
+        bOk = TimedTool(Snmpwalk(kColumn1, 5), uiRows) >= 0 && bOk;
+        Note(&astWalks[2]);
+        bOk = GetNextWalk(uiRows) && bOk;
+        Note(&astWalks[3]);
+        if (!bOk) {
+            stState.SkipWithError("a cycle or a walk missed instances");
+            break;
+        }
+    }
+    if (!astWalks[0].adMs.empty()) {
+        double dReference = Median(astWalks[1].adMs);
+        for (const Walk& stWalk : astWalks) {
+            std::string strName = stWalk.pszName;
+            stState.counters[strName + "_ms"] = Median(stWalk.adMs);
+            stState.counters[strName + "_min"] =
+                *std::min_element(stWalk.adMs.begin(), stWalk.adMs.end());
+            stState.counters[strName + "_max"] =
+                *std::max_element(stWalk.adMs.begin(), stWalk.adMs.end());
+            stState.counters[strName + "_requests"] = static_cast<double>(stWalk.lRequests);
+            stState.counters[strName + "_ratio"] = Median(stWalk.adMs) / dReference;
+        }
+        stState.counters["load_before"] = dLoadBefore;
+        stState.counters["load_after"] = LoadAverage();
     }
     mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
     mte_RUN_ClearSampleRes(pstTrigger);
@@ -507,12 +624,13 @@ void BM_FiringEveryInstanceOnce(benchmark::State& stState) {
         return;
     }
     long lFired = 0, lArrived = 0;
-    double dMs = 0;
+    double dMs = 0, dCycleMs = 0;
     for (auto _ : stState) {
         MTE_TRIGGER_ENTRY_S* pstTrigger = NewWildcardTrigger(MTE_BOOL_UNEQUAL);
         long lBefore = ArrivedTraps(kFired);
         double dStart = NowMs();
         lFired += SampleCycle(pstTrigger);
+        dCycleMs += NowMs() - dStart;
         lArrived += WaitArrivals(lBefore + 1000, kFired) - lBefore;
         dMs += NowMs() - dStart;
         mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
@@ -523,11 +641,19 @@ void BM_FiringEveryInstanceOnce(benchmark::State& stState) {
     double dIter = static_cast<double>(stState.iterations());
     stState.counters["instances"] = lFired / dIter;
     stState.counters["arrived"] = lArrived / dIter;
+    // The pace at which the cycle hands its notifications to the bridge.
+    stState.counters["fired_per_s"] = lFired / (dCycleMs / 1000.0);
+    stState.counters["arrived_per_s"] = lArrived / (dMs / 1000.0);
 }
 
 // Registered in this order: the rows grow from 100 to 1,000.
 BENCHMARK(BM_SampleVsSnmpwalk)->Arg(100)->Unit(benchmark::kMillisecond)->Iterations(20);
 BENCHMARK(BM_SampleVsSnmpwalk)->Arg(1000)->Unit(benchmark::kMillisecond)->Iterations(15);
+BENCHMARK(BM_WalkOnTheWire)
+    ->Arg(1000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(15)
+    ->UseRealTime();
 BENCHMARK(BM_EventsVsSnmptrap)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 BENCHMARK(BM_RelayBurst)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 BENCHMARK(BM_FiringEveryInstanceOnce)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
