@@ -623,16 +623,18 @@ void BM_FiringEveryInstanceOnce(benchmark::State& stState) {
         stState.SkipWithError("setup failed");
         return;
     }
-    long lFired = 0, lArrived = 0;
+    long lFired = 0, lArrived = 0, lAgentSent = 0;
     double dMs = 0, dCycleMs = 0;
     for (auto _ : stState) {
         MTE_TRIGGER_ENTRY_S* pstTrigger = NewWildcardTrigger(MTE_BOOL_UNEQUAL);
         long lBefore = ArrivedTraps(kFired);
+        long lAgentBefore = AgentCounter(29);  // snmpOutTraps
         double dStart = NowMs();
         lFired += SampleCycle(pstTrigger);
         dCycleMs += NowMs() - dStart;
         lArrived += WaitArrivals(lBefore + 1000, kFired) - lBefore;
         dMs += NowMs() - dStart;
+        lAgentSent += AgentCounter(29) - lAgentBefore;
         mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
         mte_RUN_ClearSampleRes(pstTrigger);
         mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
@@ -641,6 +643,7 @@ void BM_FiringEveryInstanceOnce(benchmark::State& stState) {
     double dIter = static_cast<double>(stState.iterations());
     stState.counters["instances"] = lFired / dIter;
     stState.counters["arrived"] = lArrived / dIter;
+    stState.counters["agent_sent"] = lAgentSent / dIter;  // what snmpd sent on
     // The pace at which the cycle hands its notifications to the bridge.
     stState.counters["fired_per_s"] = lFired / (dCycleMs / 1000.0);
     stState.counters["arrived_per_s"] = lArrived / (dMs / 1000.0);
