@@ -308,6 +308,26 @@ uint32_t SampleCycle(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     return bIdle ? uiSamples : 0;
 }
 
+void DropTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+    mte_RUN_ClearSampleRes(pstTrigger);
+    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
+    mte_TRIGGER_FreeNode(pstTrigger);
+}
+
+// A wildcarded trigger over N rows after its first cycle, which pays for the
+// first samples (the figures are the steady cycle's); null when the rows or
+// that cycle failed.
+MTE_TRIGGER_ENTRY_S* SampledTrigger(uint32_t uiRows) {
+    MTE_TRIGGER_ENTRY_S* pstTrigger =
+        g_bReady && EnsureRows(uiRows) ? NewWildcardTrigger() : nullptr;
+    if (pstTrigger != nullptr && SampleCycle(pstTrigger) != uiRows) {
+        DropTrigger(pstTrigger);
+        pstTrigger = nullptr;
+    }
+    return pstTrigger;
+}
+
 double Median(std::vector<double> adValues) {
     std::sort(adValues.begin(), adValues.end());
     size_t uiMid = adValues.size() / 2;
@@ -341,10 +361,8 @@ std::vector<std::string> Snmpwalk(const char* pszOid, int iRepetitions = 0) {
 // and SNMPv3 discovery), and the requests snmpd received per cycle.
 void BM_SampleVsSnmpwalk(benchmark::State& stState) {
     uint32_t uiRows = static_cast<uint32_t>(stState.range(0));
-    MTE_TRIGGER_ENTRY_S* pstTrigger =
-        g_bReady && EnsureRows(uiRows) ? NewWildcardTrigger() : nullptr;
-    // The first cycle pays for the first samples; the figure is the steady cycle.
-    if (pstTrigger == nullptr || SampleCycle(pstTrigger) != uiRows) {
+    MTE_TRIGGER_ENTRY_S* pstTrigger = SampledTrigger(uiRows);
+    if (pstTrigger == nullptr) {
         stState.SkipWithError("setup failed or the first cycle missed instances");
         return;
     }
@@ -375,10 +393,7 @@ void BM_SampleVsSnmpwalk(benchmark::State& stState) {
         stState.counters["requests_per_cycle"] =
             static_cast<double>(lRequests) / static_cast<double>(adEngineMs.size());
     }
-    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
-    mte_RUN_ClearSampleRes(pstTrigger);
-    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
-    mte_TRIGGER_FreeNode(pstTrigger);
+    DropTrigger(pstTrigger);
 }
 
 double LoadAverage() {
@@ -422,9 +437,8 @@ bool GetNextWalk(uint32_t uiRows) {
 // before and after.
 void BM_WalkOnTheWire(benchmark::State& stState) {
     uint32_t uiRows = static_cast<uint32_t>(stState.range(0));
-    MTE_TRIGGER_ENTRY_S* pstTrigger =
-        g_bReady && EnsureRows(uiRows) ? NewWildcardTrigger() : nullptr;
-    if (pstTrigger == nullptr || SampleCycle(pstTrigger) != uiRows) {
+    MTE_TRIGGER_ENTRY_S* pstTrigger = SampledTrigger(uiRows);
+    if (pstTrigger == nullptr) {
         stState.SkipWithError("setup failed or the first cycle missed instances");
         return;
     }
@@ -471,10 +485,7 @@ void BM_WalkOnTheWire(benchmark::State& stState) {
         stState.counters["load_before"] = dLoadBefore;
         stState.counters["load_after"] = LoadAverage();
     }
-    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
-    mte_RUN_ClearSampleRes(pstTrigger);
-    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
-    mte_TRIGGER_FreeNode(pstTrigger);
+    DropTrigger(pstTrigger);
 }
 
 // Waits until uiWant notifications of the benchmark's type are in snmptrapd's
@@ -637,10 +648,7 @@ void BM_FiringEveryInstanceOnce(benchmark::State& stState) {
         lArrived += WaitArrivals(lBefore + 1000, kFired) - lBefore;
         dMs += NowMs() - dStart;
         lAgentSent += AgentCounter(29) - lAgentBefore;
-        mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
-        mte_RUN_ClearSampleRes(pstTrigger);
-        mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
-        mte_TRIGGER_FreeNode(pstTrigger);
+        DropTrigger(pstTrigger);
     }
     double dIter = static_cast<double>(stState.iterations());
     stState.counters["instances"] = lFired / dIter;
