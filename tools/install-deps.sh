@@ -5,7 +5,9 @@ set -euo pipefail
 
 PACKAGES=(build-essential cmake pkg-config clang libgtest-dev libgmock-dev
           libbenchmark-dev libsnmp-dev snmpd snmp snmptrapd libsqlite3-dev
-          libsystemd-dev libgoogle-perftools-dev)
+          libsystemd-dev libgoogle-perftools-dev
+          # building and checking the Debian package (tests/packaging)
+          dpkg-dev lintian mandoc man-db systemd)
 
 missing=()
 for pkg in "${PACKAGES[@]}"; do
