@@ -19,6 +19,7 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/timerfd.h>
 #include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
@@ -49,14 +50,23 @@ constexpr uint32_t MTE_TEXT_SEND_FAILED = 37;
 // family did not have: a socket that cannot be set up, and refused peers.
 constexpr int64_t MTE_TRACE_SOCKET_SETUP = 347;
 constexpr int64_t MTE_TRACE_PEER_REFUSED = 348;
+constexpr int64_t MTE_TRACE_ACCEPT_PAUSED = 349;
+// While accept finds no free descriptor the pending connection stays queued
+// and the listening socket stays readable: it is taken off the epoll set for
+// this long at a time instead of being polled in a busy loop.
+constexpr long MTE_TARN_ACCEPT_PAUSE_MS = 100;
 
 int g_iTarnListenFd = -1;
+int g_iTarnPauseFd = -1;  // timer that puts the listening socket back
 int g_iTarnTrapSwtHandle = -1;
 int g_iTarnPortFd = -1;
 uint32_t g_uiTarnSocketNum = 0;   // accepted connections still registered
 std::string g_strTarnSocketPath;  // the path bound, unlinked when the socket closes
 
-time_t g_tTarnLastRefusalTrace = 0;
+// Peers can cause these once per request or connection.
+MTE_TRACE_LIMIT_S g_stTarnSendTraceLimit = MTE_TRACE_LIMIT_INIT(MTE_TRACE_SEND_FAILED);
+MTE_TRACE_LIMIT_S g_stTarnRefusalTraceLimit = MTE_TRACE_LIMIT_INIT(MTE_TRACE_PEER_REFUSED);
+MTE_TRACE_LIMIT_S g_stTarnPauseTraceLimit = MTE_TRACE_LIMIT_INIT(MTE_TRACE_ACCEPT_PAUSED);
 
 // ---- management socket ----------------------------------------------------
 
@@ -73,17 +83,11 @@ bool mte_tarn_PeerAllowed(int iConn, uid_t* puiUid) {
     return stCred.uid == 0 || stCred.uid == geteuid();
 }
 
-// A peer that keeps connecting must not flood the log: one record a second.
 void mte_tarn_TraceRefusedPeer(uid_t uiUid) {
-    time_t tNow = time(nullptr);
-    if (tNow == g_tTarnLastRefusalTrace) {
-        return;
-    }
-    g_tTarnLastRefusalTrace = tNow;
-    mte_DBG_PrintTraceInfo(MTE_TRACE_PEER_REFUSED,
-                           "Refused management connection of uid %ld: only root and the "
-                           "daemon's user are served.",
-                           static_cast<long>(uiUid));
+    mte_DBG_PrintTraceLimited(&g_stTarnRefusalTraceLimit,
+                              "Refused management connection of uid %ld: only root and the "
+                              "daemon's user are served.",
+                              static_cast<long>(uiUid));
 }
 
 void mte_tarn_CloseConnection(int iConn) {
@@ -103,9 +107,21 @@ bool mte_tarn_PeerStoppedSending(int iConn) {
     return poll(&stPoll, 1, 0) == 1 && (stPoll.revents & (POLLRDHUP | POLLHUP)) != 0;
 }
 
+// A peer that has closed its end can no longer read a reply; it may have
+// given up on its request already (the bridge closes its connection when an
+// exchange times out and answers snmpd with an error), so a request still
+// queued from it is dropped rather than applied late.
+bool mte_tarn_PeerHasClosed(int iConn) {
+    pollfd stPoll = {iConn, 0, 0};
+    return poll(&stPoll, 1, 0) == 1 && (stPoll.revents & POLLHUP) != 0;
+}
+
 // Receives one request and sends its one reply. Returns false when the
 // connection must be closed although no error or hang-up was reported.
 bool mte_tarn_ServeRequest(int iConn) {
+    if (mte_tarn_PeerHasClosed(iConn)) {
+        return false;
+    }
     uint8_t aucRequest[MTE_TARN_BUF_SIZE];
     uint8_t aucReply[MTE_TARN_BUF_SIZE];
     ssize_t lReceived;
@@ -129,7 +145,8 @@ bool mte_tarn_ServeRequest(int iConn) {
         lSent = send(iConn, aucReply, uiReplyLen, MSG_DONTWAIT | MSG_NOSIGNAL);
     } while (lSent < 0 && errno == EINTR);
     if (lSent < 0) {
-        mte_DBG_PrintTraceInfo(MTE_TRACE_SEND_FAILED, mte_DBG_Text(MTE_TEXT_SEND_FAILED), errno);
+        mte_DBG_PrintTraceLimited(&g_stTarnSendTraceLimit, mte_DBG_Text(MTE_TEXT_SEND_FAILED),
+                                  errno);
     }
     return true;
 }
@@ -150,12 +167,46 @@ void mte_tarn_ConnectionProc(uint32_t uiEvents, int iConn) {
     }
 }
 
+void mte_tarn_AcceptProc(uint32_t uiEvents, int iListenFd);
+
+// Out of descriptors (or kernel memory): the connection stays in the listen
+// queue and is accepted once the pause is over and a descriptor is free.
+void mte_tarn_PauseAccepting(int iErrno) {
+    mte_DBG_PrintTraceLimited(&g_stTarnPauseTraceLimit,
+                              "Cannot accept management connections, errno = [%d]: accepting "
+                              "paused until descriptors are free again.",
+                              iErrno);
+    itimerspec stPause{};
+    stPause.it_value.tv_nsec = MTE_TARN_ACCEPT_PAUSE_MS * 1000000L;
+    if (timerfd_settime(g_iTarnPauseFd, 0, &stPause, nullptr) == 0) {
+        (void)mte_EPOLL_Del(g_iTarnListenFd);
+    }
+}
+
+void mte_tarn_PauseOverProc(uint32_t uiEvents, int iPauseFd) {
+    uint64_t ullExpiries = 0;
+    if ((uiEvents & EPOLLIN) == 0 || read(iPauseFd, &ullExpiries, sizeof(ullExpiries)) <= 0 ||
+        g_iTarnListenFd == -1) {
+        return;
+    }
+    if (mte_EPOLL_Add(g_iTarnListenFd, mte_tarn_AcceptProc) != MTE_OK) {
+        mte_tarn_PauseAccepting(ENOMEM);  // try again after the next pause
+    }
+}
+
+bool mte_tarn_OutOfResources(int iErrno) {
+    return iErrno == EMFILE || iErrno == ENFILE || iErrno == ENOBUFS || iErrno == ENOMEM;
+}
+
 void mte_tarn_AcceptProc(uint32_t uiEvents, int iListenFd) {
     if (g_iTarnListenFd == -1 || (uiEvents & EPOLLIN) == 0) {
         return;
     }
     int iConn = accept4(iListenFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (iConn < 0) {
+        if (mte_tarn_OutOfResources(errno)) {
+            mte_tarn_PauseAccepting(errno);
+        }
         return;
     }
     uid_t uiUid;
@@ -206,12 +257,24 @@ uint32_t mte_tarn_SocketInit(void) {
         unlink(stAddr.sun_path);
         return mte_tarn_SocketFail(iFd, "listen on");
     }
+    // Made before it is needed: when it is needed no descriptor is free.
+    int iPauseFd = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+    if (iPauseFd < 0 || mte_EPOLL_Add(iPauseFd, mte_tarn_PauseOverProc) != MTE_OK) {
+        if (iPauseFd >= 0) {
+            close(iPauseFd);
+        }
+        unlink(stAddr.sun_path);
+        return mte_tarn_SocketFail(iFd, "create the accept pause timer of");
+    }
     uint32_t uiRet = mte_EPOLL_Add(iFd, mte_tarn_AcceptProc);
     if (uiRet != MTE_OK) {
+        (void)mte_EPOLL_Del(iPauseFd);
+        close(iPauseFd);
         unlink(stAddr.sun_path);
         close(iFd);
         return uiRet;
     }
+    g_iTarnPauseFd = iPauseFd;
     g_iTarnListenFd = iFd;
     return MTE_OK;
 }
@@ -313,6 +376,11 @@ void mte_TARN_Fini(void) {
         unlink(g_strTarnSocketPath.c_str());
         close(g_iTarnListenFd);
         g_iTarnListenFd = -1;
+    }
+    if (g_iTarnPauseFd != -1) {
+        (void)mte_EPOLL_Del(g_iTarnPauseFd);
+        close(g_iTarnPauseFd);
+        g_iTarnPauseFd = -1;
     }
     if (g_iTarnTrapSwtHandle != -1) {
         (void)mte_EPOLL_Del(g_iTarnTrapSwtHandle);

@@ -10,7 +10,10 @@
 #include <pthread.h>
 #include <syslog.h>
 
+#include <time.h>
+
 #include <cstdio>
+#include <mutex>
 
 #include "plat_log.h"
 #include "plat_rc.h"
@@ -23,6 +26,44 @@ constexpr const char* MTE_LOG_IDENT = "EVENTMIB";
 // Written only by message handlers on the main thread, read by both threads.
 pthread_rwlock_t g_stDbgSwtLock = PTHREAD_RWLOCK_INITIALIZER;
 uint32_t g_uiDbgSwitch = 0;
+
+// Guards every trace limiter and their list; a leaf lock.
+std::mutex g_stTraceLimitMutex;
+MTE_TRACE_LIMIT_S* g_pstTraceLimits = nullptr;
+
+int64_t mte_dbg_NowMs(void) {
+    timespec stNow{};
+    clock_gettime(CLOCK_MONOTONIC, &stNow);
+    return static_cast<int64_t>(stNow.tv_sec) * 1000 + stNow.tv_nsec / 1000000;
+}
+
+// Closes an interval that has ended (any open one when bAll), with its
+// summary when records were held back. Called with the limiter mutex held.
+void mte_dbg_CloseEndedWindow(MTE_TRACE_LIMIT_S* pstLimit, int64_t llNowMs, bool bAll) {
+    if (pstLimit->llWindowEndMs == 0 || (!bAll && llNowMs < pstLimit->llWindowEndMs)) {
+        return;
+    }
+    if (pstLimit->ullSuppressed > 0) {
+        mte_DBG_PrintTraceInfo(pstLimit->llTraceNo,
+                               "%llu more records of this trace held back in the last %lld s.",
+                               static_cast<unsigned long long>(pstLimit->ullSuppressed),
+                               static_cast<long long>(MTE_TRACE_LIMIT_INTERVAL_MS / 1000));
+    }
+    pstLimit->llWindowEndMs = 0;
+    pstLimit->ullSuppressed = 0;
+}
+
+void mte_dbg_FlushTraceLimits(bool bAll) {
+    std::lock_guard<std::mutex> stGuard(g_stTraceLimitMutex);
+    if (g_pstTraceLimits == nullptr) {
+        return;
+    }
+    int64_t llNowMs = mte_dbg_NowMs();
+    for (MTE_TRACE_LIMIT_S* pstLimit = g_pstTraceLimits; pstLimit != nullptr;
+         pstLimit = pstLimit->pstNext) {
+        mte_dbg_CloseEndedWindow(pstLimit, llNowMs, bAll);
+    }
+}
 
 // Index i is registered as MTE_TEXT(i); callers cite texts by that index, so
 // an entry must never move. "\r\n" texts are continuation lines of reports.
@@ -135,6 +176,7 @@ uint32_t mte_DBG_Init(void) {
 }
 
 void mte_DBG_Fini(void) {
+    mte_dbg_FlushTraceLimits(true);  // counts held back until the stop are not lost
     (void)MTE_AppRcExit();
     closelog();
 }
@@ -178,6 +220,34 @@ void mte_DBG_PrintTraceInfo(int64_t llTraceNo, const char* pszFormat, ...) {
     va_end(args);
 
     syslog2(MTE_PRI_TRACE, MTE_LOG_IDENT, MTE_DBG_MNEMONIC_TRACE, "%s", szBuf);
+}
+
+void mte_DBG_PrintTraceLimited(MTE_TRACE_LIMIT_S* pstLimit, const char* pszFormat, ...) {
+    {
+        std::lock_guard<std::mutex> stGuard(g_stTraceLimitMutex);
+        if (!pstLimit->bListed) {
+            pstLimit->pstNext = g_pstTraceLimits;
+            g_pstTraceLimits = pstLimit;
+            pstLimit->bListed = true;
+        }
+        int64_t llNowMs = mte_dbg_NowMs();
+        mte_dbg_CloseEndedWindow(pstLimit, llNowMs, false);
+        if (pstLimit->llWindowEndMs != 0) {
+            pstLimit->ullSuppressed++;
+            return;
+        }
+        pstLimit->llWindowEndMs = llNowMs + MTE_TRACE_LIMIT_INTERVAL_MS;
+    }
+    char szMessage[MTE_TRACE_BUF_SIZE];
+    va_list args;
+    va_start(args, pszFormat);
+    (void)vsnprintf(szMessage, sizeof(szMessage), pszFormat, args);
+    va_end(args);
+    mte_DBG_PrintTraceInfo(pstLimit->llTraceNo, "%s", szMessage);
+}
+
+void mte_DBG_FlushTraceLimits(void) {
+    mte_dbg_FlushTraceLimits(false);
 }
 
 void mte_DBG_VPrint(const char* pszMnemonic, const char* pszFormat, va_list args) {

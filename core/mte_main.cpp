@@ -59,6 +59,7 @@ void mte_main_Loop(void) {
     while (mte_IsVigilPreStop() != 1 || mte_GetTarnSocketNum() != 0) {
         // A failed or interrupted wait is simply retried.
         (void)mte_EPOLL_WaitAndDispatch(MTE_MAIN_MAX_EVENTS);
+        mte_DBG_FlushTraceLimits();
     }
 }
 

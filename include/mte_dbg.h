@@ -48,6 +48,30 @@ uint16_t mte_DBG_IsEnable(uint32_t uiMask);
 // whatever the switch.
 void mte_DBG_PrintTraceInfo(int64_t llTraceNo, const char* pszFormat, ...)
     __attribute__((format(printf, 2, 3)));
+// A trace that a peer can cause once per request or per connection (a reply
+// it does not read, a refused connection, an accept out of descriptors): the
+// first record of an interval is written, the others within it are only
+// counted, and one summary line with the count follows once the interval is
+// over (at the next record of the trace or at mte_DBG_FlushTraceLimits).
+// Define one per call site with MTE_TRACE_LIMIT_INIT(trace number); both
+// threads may use them (a leaf mutex guards every limiter).
+struct MTE_TRACE_LIMIT_S {
+    int64_t llTraceNo;
+    int64_t llWindowEndMs;  // 0 while no interval is open
+    uint64_t ullSuppressed;
+    MTE_TRACE_LIMIT_S* pstNext;  // limiters seen so far, for the flush
+    bool bListed;
+};
+#define MTE_TRACE_LIMIT_INIT(llTraceNo) \
+    { (llTraceNo), 0, 0, nullptr, false }
+constexpr int64_t MTE_TRACE_LIMIT_INTERVAL_MS = 10000;
+
+void mte_DBG_PrintTraceLimited(MTE_TRACE_LIMIT_S* pstLimit, const char* pszFormat, ...)
+    __attribute__((format(printf, 2, 3)));
+// Writes the summary of every interval that has ended; the main loop calls
+// it after each round of events.
+void mte_DBG_FlushTraceLimits(void);
+
 // Writes one debug line with the mnemonic; the caller has tested its bit.
 void mte_DBG_Print(const char* pszMnemonic, const char* pszFormat, ...)
     __attribute__((format(printf, 2, 3)));

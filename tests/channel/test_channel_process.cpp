@@ -5,8 +5,11 @@
 // no stored row. Peers of another user are refused.
 #include <dirent.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <linux/sockios.h>
 
 #include <cstdio>
 #include <cstring>
@@ -387,6 +390,64 @@ TEST_F(ChannelProcessTest, PeerThatStopsSendingIsClosed) {
     // The daemon notices the half-close and lets go of the connection.
     EXPECT_TRUE(stClient.RecvRaw(2000).empty());
     EXPECT_TRUE(FdCountReturnsTo(uiFdsBefore));
+}
+
+// CPU time (user + system) the process has used, in milliseconds.
+int64_t ProcessCpuMs(pid_t iPid) {
+    std::ifstream stIn("/proc/" + std::to_string(iPid) + "/stat");
+    std::string strStat((std::istreambuf_iterator<char>(stIn)), std::istreambuf_iterator<char>());
+    std::istringstream stFields(strStat.substr(strStat.rfind(')') + 2));
+    std::string strField;
+    int64_t llTicks = 0;
+    for (int i = 3; i <= 15 && stFields >> strField; i++) {
+        llTicks += i >= 14 ? std::stoll(strField) : 0;  // fields 14 utime, 15 stime
+    }
+    return llTicks * 1000 / sysconf(_SC_CLK_TCK);
+}
+
+// Peers that never read their replies, or that hold every descriptor the
+// daemon may open, cost neither a line per attempt nor a busy loop.
+TEST_F(ChannelProcessTest, UnreadRepliesAndDescriptorExhaustionNeitherFloodNorSpin) {
+    uint8_t aucRequest[32];
+    uint32_t uiLen = MTE_MSG_BuildRequest(1, MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET, 0, 0, nullptr,
+                                          aucRequest, sizeof(aucRequest));
+    ChannelClient stDeaf;
+    ASSERT_TRUE(stDeaf.Connect(SocketPath()));
+    for (int i = 0; i < 3000; i++) {
+        ASSERT_TRUE(stDeaf.SendRaw(aucRequest, uiLen)) << "request " << i;
+    }
+    int iUnread = 1;
+    for (int i = 0; i < 500 && iUnread > 0; i++) {  // until the daemon has read them all
+        usleep(10 * 1000);
+        ASSERT_EQ(ioctl(stDeaf.Fd(), SIOCOUTQ, &iUnread), 0);
+    }
+    EXPECT_EQ(stDaemon.CountStderr("Ln: 346 "), 1u);
+
+    // Room for a few connections only: the others wait in the listen queue.
+    size_t uiFds = SettledFdCount();
+    rlimit stLimit{};
+    ASSERT_EQ(prlimit(stDaemon.Pid(), RLIMIT_NOFILE, nullptr, &stLimit), 0);
+    stLimit.rlim_cur = uiFds + 3;
+    ASSERT_EQ(prlimit(stDaemon.Pid(), RLIMIT_NOFILE, &stLimit, nullptr), 0);
+    std::vector<ChannelClient> vecHeld(12);
+    for (auto& stConn : vecHeld) {
+        ASSERT_TRUE(stConn.Connect(SocketPath()));
+    }
+    int64_t llCpuBefore = ProcessCpuMs(stDaemon.Pid());
+    usleep(2000 * 1000);
+    EXPECT_LT(ProcessCpuMs(stDaemon.Pid()) - llCpuBefore, 300) << "the main loop spins";
+    EXPECT_EQ(stDaemon.CountStderr("Ln: 349 "), 1u) << stDaemon.Stderr();
+    vecHeld.clear();
+    ChannelClient stLater;
+    ASSERT_TRUE(stLater.Connect(SocketPath()));
+    EXPECT_TRUE(stLater.Request(MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET)) << "not served again";
+
+    // The count of what was held back is written, at the latest at the stop.
+    stDeaf.Close();
+    stLater.Close();
+    ASSERT_TRUE(StopDaemon());
+    EXPECT_EQ(stDaemon.CountStderr("more records of this trace held back"), 2u)
+        << stDaemon.Stderr();
 }
 
 // Connects as user nobody and sends one request. Exit status of the child:
