@@ -2,9 +2,9 @@
 // SOCK_SEQPACKET: one packet per request and per reply). Connected at the
 // first exchange, closed after EMA_CLIENT_IDLE_CLOSE_MS without use (a net-snmp
 // alarm: the daemon's orderly stop waits for its last open connection) and
-// dropped on any failure; every send
-// and receive is bounded by EMA_CLIENT_TIMEOUT_MS so that snmpd is never kept
-// waiting on a daemon that is away. Agent thread only; no locks.
+// dropped on any failure; the connect, sends and receives of one agent request
+// share EMA_CLIENT_PDU_BUDGET_MS so that snmpd is never kept waiting on a
+// daemon that is away. Agent thread only; no locks.
 #include "mib_client.h"
 
 #include <poll.h>
@@ -27,6 +27,8 @@ namespace {
 int g_iMgmtFd = -1;
 uint32_t g_uiSequence = 0;
 bool g_bFailedInRequest = false;
+uint64_t g_ullRequestKey = 0;
+int64_t g_llRequestDeadlineMs = 0;
 int64_t g_llLastUseMs = 0;
 unsigned int g_uiIdleAlarm = 0;  // net-snmp alarm id, 0 when none is pending
 
@@ -37,6 +39,11 @@ int64_t NowMs(void) {
 }
 
 void ema_ArmIdleAlarm(int64_t llDelayMs);
+
+int ema_BudgetLeftMs(void) {
+    int64_t llLeft = g_llRequestDeadlineMs - NowMs();
+    return llLeft > 0 ? static_cast<int>(llLeft) : 0;
+}
 
 // The connection is closed once the agent has not used it for a while: the
 // daemon's orderly stop waits for its last open connection.
@@ -68,9 +75,14 @@ bool ema_Connect(void) {
     }
     stAddr.sun_family = AF_UNIX;
     memcpy(stAddr.sun_path, strPath.c_str(), strPath.size() + 1);
-    // The send time-out also bounds a connect that waits on a full backlog
-    // of a daemon that does not accept.
-    timeval stTimeout{EMA_CLIENT_TIMEOUT_MS / 1000, (EMA_CLIENT_TIMEOUT_MS % 1000) * 1000};
+    // The send time-out bounds a connect that waits on a full backlog of a
+    // daemon that does not accept.
+    int iLeftMs = ema_BudgetLeftMs();
+    if (iLeftMs <= 0) {
+        close(iFd);
+        return false;  // a time-out of 0 would wait for ever
+    }
+    timeval stTimeout{iLeftMs / 1000, (iLeftMs % 1000) * 1000};
     (void)setsockopt(iFd, SOL_SOCKET, SO_SNDTIMEO, &stTimeout, sizeof(stTimeout));
     if (connect(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
         close(iFd);
@@ -80,12 +92,45 @@ bool ema_Connect(void) {
     return true;
 }
 
-// Waits for the reply with this sequence number until the deadline;
-// replies to earlier, abandoned requests are passed over.
-bool ema_ReceiveReply(uint32_t uiSequence, int64_t llDeadline, uint8_t* pucBuf,
-                      MTE_MSG_REPLY_S* pstParsed) {
+// Waits until the connection is ready for the events, within the budget.
+bool ema_WaitReady(short sEvents) {
     for (;;) {
-        int iLeft = static_cast<int>(llDeadline - NowMs());
+        int iLeft = ema_BudgetLeftMs();
+        if (iLeft <= 0) {
+            return false;
+        }
+        pollfd stPoll{g_iMgmtFd, sEvents, 0};
+        int iReady = poll(&stPoll, 1, iLeft);
+        if (iReady < 0 && errno == EINTR) {
+            continue;
+        }
+        return iReady > 0;
+    }
+}
+
+bool ema_SendRequest(const uint8_t* pucRequest, uint32_t uiLen) {
+    for (;;) {
+        ssize_t lSent = send(g_iMgmtFd, pucRequest, uiLen, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (lSent == static_cast<ssize_t>(uiLen)) {
+            return true;
+        }
+        if (lSent >= 0) {
+            return false;  // a packet goes whole or not at all
+        }
+        if (errno == EINTR) {
+            continue;
+        }
+        if ((errno != EAGAIN && errno != EWOULDBLOCK) || !ema_WaitReady(POLLOUT)) {
+            return false;
+        }
+    }
+}
+
+// Waits for the reply with this sequence number within the budget; replies
+// to earlier, abandoned requests are passed over.
+bool ema_ReceiveReply(uint32_t uiSequence, uint8_t* pucBuf, MTE_MSG_REPLY_S* pstParsed) {
+    for (;;) {
+        int iLeft = ema_BudgetLeftMs();
         if (iLeft <= 0) {
             return false;
         }
@@ -119,16 +164,14 @@ uint32_t ema_TryExchange(const uint8_t* pucRequest, uint32_t uiLen, uint32_t uiS
     if (g_iMgmtFd < 0 && !ema_Connect()) {
         return EMA_ERR_TRANSPORT;
     }
-    int64_t llDeadline = NowMs() + EMA_CLIENT_TIMEOUT_MS;
-    ssize_t lSent = send(g_iMgmtFd, pucRequest, uiLen, MSG_NOSIGNAL);
-    if (lSent != static_cast<ssize_t>(uiLen)) {
+    if (!ema_SendRequest(pucRequest, uiLen)) {
         EMA_CLIENT_Close();
         return EMA_ERR_TRANSPORT;
     }
     *pbSent = true;
     uint8_t aucBuf[MTE_MSG_MAX_LEN];
     MTE_MSG_REPLY_S stParsed{};
-    if (!ema_ReceiveReply(uiSequence, llDeadline, aucBuf, &stParsed)) {
+    if (!ema_ReceiveReply(uiSequence, aucBuf, &stParsed)) {
         EMA_CLIENT_Close();
         return EMA_ERR_TRANSPORT;
     }
@@ -147,7 +190,12 @@ uint32_t ema_TryExchange(const uint8_t* pucRequest, uint32_t uiLen, uint32_t uiS
 
 }  // namespace
 
-void EMA_CLIENT_BeginRequest(void) {
+void EMA_CLIENT_BeginRequest(uint64_t ullRequestKey) {
+    if (ullRequestKey == g_ullRequestKey && g_llRequestDeadlineMs != 0) {
+        return;
+    }
+    g_ullRequestKey = ullRequestKey;
+    g_llRequestDeadlineMs = NowMs() + EMA_CLIENT_PDU_BUDGET_MS;
     g_bFailedInRequest = false;
 }
 
@@ -161,7 +209,8 @@ void EMA_CLIENT_EndRequest(void) {
 uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t uiColumnMask,
                              uint16_t usItem, const void* pRecord, EMA_REPLY_S* pstReply) {
     memset(pstReply, 0, offsetof(EMA_REPLY_S, aucData));
-    if (g_bFailedInRequest) {
+    if (g_bFailedInRequest || ema_BudgetLeftMs() == 0) {
+        g_bFailedInRequest = true;
         return EMA_ERR_TRANSPORT;
     }
     uint8_t aucRequest[MTE_MSG_MAX_LEN];

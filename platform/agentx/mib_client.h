@@ -1,6 +1,7 @@
 // eventmib-agentx's client of eventmibd's management socket: one request,
-// one reply, bounded by a short time-out; connected at the first exchange and
-// closed when idle or after any failure. Runs on the agent's one thread; no locks.
+// one reply; every exchange of one agent request shares one time budget;
+// connected at the first exchange and closed when idle or after any failure.
+// Runs on the agent's one thread; no locks.
 #ifndef EMA_MIB_CLIENT_H
 #define EMA_MIB_CLIENT_H
 
@@ -11,8 +12,11 @@
 // The daemon did not answer (absent, stopping, too slow, or a reply that does
 // not parse): not a result of the daemon's.
 constexpr uint32_t EMA_ERR_TRANSPORT = 0xFFFFFFFFu;
-// Time one exchange may take.
-constexpr int EMA_CLIENT_TIMEOUT_MS = 1000;
+// Time all exchanges of one agent request (one AgentX PDU, every varbind and
+// every pass the agent library makes over them) may take together: below
+// snmpd's default AgentX time-out of 1 s, so that the answer reaches snmpd
+// before it gives up and sends the same request again.
+constexpr int EMA_CLIENT_PDU_BUDGET_MS = 900;
 // Idle time after which the connection is closed.
 constexpr int64_t EMA_CLIENT_IDLE_CLOSE_MS = 200;
 
@@ -24,17 +28,22 @@ struct EMA_REPLY_S {
     uint8_t aucData[MTE_MSG_MAX_LEN];
 };
 
-// Starts one agent request: a daemon that failed earlier is tried again, but
-// within one request a failure makes every further exchange fail at once, so
-// that a PDU of many varbinds never waits more than one time-out.
-void EMA_CLIENT_BeginRequest(void);
+// Starts a handler call for the agent request with this key (it tells one
+// AgentX PDU from another: its request and transaction ids). A new key starts
+// a new budget and tries a daemon that failed earlier again; calls with the
+// key of the request under way (the agent library's further passes, snmpd
+// sending the same request again) share its budget, and after a failure or
+// once the budget is spent every exchange fails at once.
+void EMA_CLIENT_BeginRequest(uint64_t ullRequestKey);
 // Ends one agent request: the connection stays open for the next one and is
 // closed by a net-snmp alarm once idle for EMA_CLIENT_IDLE_CLOSE_MS, so that
 // an idle bridge never holds eventmibd's orderly stop (which waits for its
 // last connection). The program's loop must run net-snmp's alarms.
 void EMA_CLIENT_EndRequest(void);
-// Sends one request and waits for its reply. 0 with *pstReply filled, or
-// EMA_ERR_TRANSPORT.
+// Sends one request and waits for its reply, within what is left of the
+// budget. 0 with *pstReply filled, or EMA_ERR_TRANSPORT; the connection is
+// then closed, so that eventmibd drops the request if it has not read it yet
+// (it never applies a request whose sender has hung up).
 uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t uiColumnMask,
                              uint16_t usItem, const void* pRecord, EMA_REPLY_S* pstReply);
 void EMA_CLIENT_Close(void);

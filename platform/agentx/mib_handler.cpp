@@ -611,9 +611,21 @@ void ema_Action(netsnmp_agent_request_info* pstInfo, netsnmp_request_info* pstRe
     }
 }
 
+// Tells one AgentX PDU from another: the agent library may call the handler
+// several times for one (GETNEXT passes, GETBULK repetitions), and snmpd
+// sends the same request again with the same ids when an answer is late.
+uint64_t ema_RequestKey(const netsnmp_agent_request_info* pstInfo) {
+    if (pstInfo->asp == nullptr || pstInfo->asp->pdu == nullptr) {
+        return 0;
+    }
+    const netsnmp_pdu* pstPdu = pstInfo->asp->pdu;
+    return (static_cast<uint64_t>(static_cast<uint32_t>(pstPdu->reqid)) << 32) |
+           static_cast<uint32_t>(pstPdu->transid);
+}
+
 int ema_Handler(netsnmp_mib_handler* pstHandler, netsnmp_handler_registration* pstReg,
                 netsnmp_agent_request_info* pstInfo, netsnmp_request_info* pstRequests) {
-    EMA_CLIENT_BeginRequest();
+    EMA_CLIENT_BeginRequest(ema_RequestKey(pstInfo));
     switch (pstInfo->mode) {
         case MODE_GET:
         case MODE_GETNEXT:

@@ -456,9 +456,9 @@ TEST_F(MibBridgeTest, HungDaemonBoundsEveryPduAndAppliesNothingLate) {
     std::string strThree = kSampleMin + " " + Trig(15, "b", "x") + " " + Trig(3, "b", "y");
     const std::pair<std::string, std::string> astRuns[] = {
         {"snmpget -Cf", strThree},
-        {"snmpgetnext", strThree},
+        {"snmpgetnext -Cf", strThree},
         {"snmpbulkget -Cr5", strThree},
-        {"snmpset", Trig(15, "b", "late") + " i 4"},
+        {"snmpset", Trig(15, "b", "late") + " i 5"},
     };
     ASSERT_TRUE(s_pstDaemon->Signal(SIGSTOP));
     for (const auto& stRunCase : astRuns) {
@@ -466,9 +466,8 @@ TEST_F(MibBridgeTest, HungDaemonBoundsEveryPduAndAppliesNothingLate) {
         ToolRun stRun = stRunCase.first == "snmpset" ? Set(stRunCase.second)
                                                      : Tool(stRunCase.first, stRunCase.second);
         int64_t llTook = MteDaemonProcess::NowMs() - llStart;
-        fprintf(stderr, "%s: %lld ms\n", stRunCase.first.c_str(), (long long)llTook);
         EXPECT_NE(stRun.strOut.find("genError"), std::string::npos) << stRun.strOut;
-        EXPECT_LT(llTook, 2500) << stRunCase.first << ": " << stRun.strOut;
+        EXPECT_LT(llTook, 1600) << stRunCase.first << ": " << stRun.strOut;
     }
     ASSERT_TRUE(s_pstDaemon->Signal(SIGCONT));
     bool bBack = false;
