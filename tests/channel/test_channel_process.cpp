@@ -392,6 +392,45 @@ TEST_F(ChannelProcessTest, PeerThatStopsSendingIsClosed) {
     EXPECT_TRUE(FdCountReturnsTo(uiFdsBefore));
 }
 
+// Names set over SNMP may hold any byte: eventmibctl shows them escaped (no
+// byte reaches the terminal that could control it) and takes the escaped
+// form back as input.
+TEST_F(ChannelProcessTest, NamesFromTheDaemonArePrintedEscapedAndTypedBack) {
+    const struct {
+        const char* pszName;
+        const char* pszShown;
+    } astCases[] = {
+        {"\x1b[2J", "\\x1b[2J"},
+        {"tab\there\n", "tab\\x09here\\x0a"},
+        {"back\\slash", "back\\\\slash"},
+        {"caf\xc3\xa9\x7f", "caf\\xc3\\xa9\\x7f"},
+    };
+    ChannelClient stClient;
+    ASSERT_TRUE(stClient.Connect(SocketPath()));
+    for (const auto& stCase : astCases) {
+        MTE_TRIGGER_ROW_S stRow{};
+        strcpy(stRow.szOwner, "esc");
+        strcpy(stRow.szName, stCase.pszName);
+        stRow.uiEntryStatus = MTE_ROW_CREATE_AND_WAIT;
+        ASSERT_TRUE(stClient.Request(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET, MTE_COLUMN_BIT(15),
+                                     MTE_ITEM_TRIGGER, &stRow));
+        ASSERT_EQ(stClient.stReply.uiResult, MTE_OK) << stCase.pszShown;
+    }
+    CTL_RESULT_S stWalk = Ctl("walk trigger");
+    ASSERT_EQ(stWalk.iExit, 0) << stWalk.strOut;
+    for (unsigned char uc : stWalk.strOut) {
+        ASSERT_TRUE(uc == '\n' || (uc >= 0x20 && uc < 0x7f)) << "raw byte " << int(uc);
+    }
+    for (const auto& stCase : astCases) {
+        EXPECT_NE(stWalk.strOut.find(std::string(" ") + stCase.pszShown + " "), std::string::npos)
+            << stCase.pszShown << " in\n" << stWalk.strOut;
+        CTL_RESULT_S stGet =
+            Ctl(std::string("get trigger owner=esc name='") + stCase.pszShown + "'");
+        EXPECT_EQ(stGet.iExit, 0) << stCase.pszShown << ": " << stGet.strOut;
+    }
+    EXPECT_EQ(Ctl("get trigger owner=esc name='a\\q'").iExit, 2) << "unknown escape";
+}
+
 // CPU time (user + system) the process has used, in milliseconds.
 int64_t ProcessCpuMs(pid_t iPid) {
     std::ifstream stIn("/proc/" + std::to_string(iPid) + "/stat");

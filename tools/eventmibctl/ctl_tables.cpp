@@ -3,6 +3,7 @@
 // compile time.
 #include "ctl_tables.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -310,12 +311,72 @@ std::string FormatNamed(const CTL_COLUMN_S& stColumn, uint32_t uiValue) {
     return std::to_string(uiValue);
 }
 
-std::string FieldString(const uint8_t* pucRow, const CTL_COLUMN_S& stColumn) {
+// Strings come from the daemon as they were set, also over SNMP: a byte
+// outside printable ASCII is shown as \xHH and a backslash as \\, so that
+// a name cannot drive the operator's terminal and every name stays
+// readable, distinct and can be typed back (CTL_UnescapeString).
+std::string EscapeString(const char* psz, size_t uiLen) {
+    static const char acHex[] = "0123456789abcdef";
+    std::string strOut;
+    for (size_t i = 0; i < uiLen; i++) {
+        auto uc = static_cast<unsigned char>(psz[i]);
+        if (uc == '\\') {
+            strOut += "\\\\";
+        } else if (uc >= 0x20 && uc < 0x7f) {
+            strOut += static_cast<char>(uc);
+        } else {
+            strOut += {'\\', 'x', acHex[uc >> 4], acHex[uc & 0xf]};
+        }
+    }
+    return strOut;
+}
+
+// The field's bytes as stored, up to its terminating zero.
+std::string FieldBytes(const uint8_t* pucRow, const CTL_COLUMN_S& stColumn) {
     const char* psz = reinterpret_cast<const char*>(pucRow + stColumn.usOffset);
     return std::string(psz, strnlen(psz, stColumn.usSize));
 }
 
+std::string FieldString(const uint8_t* pucRow, const CTL_COLUMN_S& stColumn) {
+    std::string strBytes = FieldBytes(pucRow, stColumn);
+    return EscapeString(strBytes.data(), strBytes.size());
+}
+
+int HexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+}
+
 }  // namespace
+
+bool CTL_UnescapeString(const std::string& strText, std::string* pstrOut, std::string* pstrError) {
+    pstrOut->clear();
+    for (size_t i = 0; i < strText.size(); i++) {
+        if (strText[i] != '\\') {
+            *pstrOut += strText[i];
+            continue;
+        }
+        std::string strRest = strText.substr(i + 1, 3);
+        int iByte = strRest.size() == 3 && strRest[0] == 'x' && HexDigit(strRest[1]) >= 0 &&
+                            HexDigit(strRest[2]) >= 0
+                        ? HexDigit(strRest[1]) * 16 + HexDigit(strRest[2])
+                        : 0;
+        if (!strRest.empty() && strRest[0] == '\\') {
+            *pstrOut += '\\';
+            i += 1;
+        } else if (iByte != 0) {
+            *pstrOut += static_cast<char>(iByte);
+            i += 3;
+        } else {
+            *pstrError = "a backslash starts \\xHH (a byte other than 00) or \\\\";
+            return false;
+        }
+    }
+    return true;
+}
 
 bool CTL_ParseNumber(const std::string& strText, int64_t llMin, int64_t llMax, int64_t* pllOut) {
     if (strText.empty()) {
@@ -389,15 +450,21 @@ bool CTL_ApplyAssignment(const CTL_TABLE_S& stTable, const std::string& strAssig
     switch (c.eKind) {
         case K::OWNER:
         case K::NAME:
-        case K::STR:
-            if (strValue.size() >= c.usSize) {
+        case K::STR: {
+            std::string strBytes;
+            if (!CTL_UnescapeString(strValue, &strBytes, pstrError)) {
+                *pstrError = "'" + strName + "': " + *pstrError;
+                return false;
+            }
+            if (strBytes.size() >= c.usSize) {
                 *pstrError = "'" + strName + "' is longer than " + std::to_string(c.usSize - 1) +
                              " characters";
                 return false;
             }
             memset(pucRow + c.usOffset, 0, c.usSize);
-            memcpy(pucRow + c.usOffset, strValue.data(), strValue.size());
+            memcpy(pucRow + c.usOffset, strBytes.data(), strBytes.size());
             break;
+        }
         case K::INDEX:
         case K::U32:
             bOk = CTL_ParseNumber(strValue, 0, UINT32_MAX, &llValue);
@@ -496,8 +563,8 @@ std::string CTL_ColumnName(const CTL_TABLE_S& stTable, uint32_t uiColumn) {
 }
 
 void CTL_KeyFromIndex(const CTL_TABLE_S& stTable, const uint8_t* pucRow, uint8_t* pucKey) {
-    std::string strOwner = FieldString(pucRow, *FindColumn(stTable, K::OWNER));
-    std::string strName = FieldString(pucRow, *FindColumn(stTable, K::NAME));
+    std::string strOwner = FieldBytes(pucRow, *FindColumn(stTable, K::OWNER));
+    std::string strName = FieldBytes(pucRow, *FindColumn(stTable, K::NAME));
     if (stTable.usKeyItem == MTE_ITEM_OBJECTS_KEY) {
         MTE_OBJ_INDEX_KEY_S stKey = {};
         stKey.uiOwnerLen = static_cast<uint32_t>(strOwner.size());

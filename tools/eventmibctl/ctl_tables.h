@@ -64,6 +64,9 @@ std::string CTL_ColumnName(const CTL_TABLE_S& stTable, uint32_t uiColumn);
 // from an operator's arguments, or from the last row of a walk.
 void CTL_KeyFromIndex(const CTL_TABLE_S& stTable, const uint8_t* pucRow, uint8_t* pucKey);
 
+// Reads the escapes that strings are shown with: \xHH (any byte but 00) and
+// \\; false with a message on any other backslash.
+bool CTL_UnescapeString(const std::string& strText, std::string* pstrOut, std::string* pstrError);
 // Parses a number (decimal, 0x hex); false when it is not one or out of range.
 bool CTL_ParseNumber(const std::string& strText, int64_t llMin, int64_t llMax, int64_t* pllOut);
 
