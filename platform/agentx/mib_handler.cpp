@@ -626,6 +626,9 @@ uint64_t ema_RequestKey(const netsnmp_agent_request_info* pstInfo) {
 int ema_Handler(netsnmp_mib_handler* pstHandler, netsnmp_handler_registration* pstReg,
                 netsnmp_agent_request_info* pstInfo, netsnmp_request_info* pstRequests) {
     EMA_CLIENT_BeginRequest(ema_RequestKey(pstInfo));
+    for (netsnmp_request_info* pstReq = pstRequests; pstReq != nullptr; pstReq = pstReq->next) {
+        EMA_SubIdsTo32Bits(pstReq->requestvb->name, pstReq->requestvb->name_length);
+    }
     switch (pstInfo->mode) {
         case MODE_GET:
         case MODE_GETNEXT:

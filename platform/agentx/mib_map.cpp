@@ -464,11 +464,18 @@ bool EMA_DecodeIndex(const EMA_TABLE_S* pstTable, const oid* poid, size_t uiLen,
         !CopyChars(poid + uiPos, uiName, pstIndex->szName)) {
         return false;
     }
-    if (poid[uiPos + uiName] > UINT32_MAX) {
+    // mteObjectsIndex is 1..4294967295.
+    if (poid[uiPos + uiName] == 0 || poid[uiPos + uiName] > UINT32_MAX) {
         return false;
     }
     pstIndex->uiIndex = static_cast<uint32_t>(poid[uiPos + uiName]);
     return true;
+}
+
+void EMA_SubIdsTo32Bits(oid* poid, size_t uiLen) {
+    for (size_t i = 0; i < uiLen; ++i) {
+        poid[i] = static_cast<uint32_t>(poid[i]);
+    }
 }
 
 uint8_t EMA_LowerBound(const EMA_TABLE_S* pstTable, const oid* poid, size_t uiLen,

@@ -104,6 +104,11 @@ size_t EMA_EncodeIndex(const EMA_TABLE_S* pstTable, const EMA_INDEX_S* pstIndex,
 bool EMA_DecodeIndex(const EMA_TABLE_S* pstTable, const oid* poidSuffix, size_t uiLen,
                      EMA_INDEX_S* pstIndex);
 
+// AgentX carries 32-bit sub-identifiers, but net-snmp's AgentX decoder
+// sign-extends those of 2^31 and above into its 64-bit oids (3000000000
+// arrives as 0xffffffffb2d05e00): keeps the low 32 bits of each.
+void EMA_SubIdsTo32Bits(oid* poid, size_t uiLen);
+
 // Where a get-next after an arbitrary suffix starts: before the first row,
 // after a key whose encoding is at most the suffix (rows between it and the
 // suffix still have to be passed over), or past the table's end.

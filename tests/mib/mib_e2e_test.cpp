@@ -409,6 +409,9 @@ TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
         {Trig(8, "ab", "bad") + " s tag", "notWritable", Trig(8, "ab", "bad")},
         {Trig(3, "ab", "none") + " s x", "inconsistentName", Trig(3, "ab", "none")},
         {Trig(15, "ab", "bad") + " i 4", "inconsistentValue", Trig(15, "ab", "bad")},
+        // mteObjectsIndex is 1..4294967295.
+        {kObjects + ".5" + ObjectsIndex("ab", "o", 0) + " i 4", "noCreation",
+         kObjects + ".5" + ObjectsIndex("ab", "o", 0)},
         // Activation without a value identifier: the daemon blames that column.
         {Trig(3, "ab", "bad") + " s c " + Trig(15, "ab", "bad") + " i 1", "inconsistentValue",
          Trig(15, "ab", "bad")},
@@ -434,6 +437,19 @@ TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
     ASSERT_EQ(Set(kSampleMin + " i 1").iStatus, 0);
     EXPECT_NE(Tool("snmpget", Trig(15, "ab", "slow")).strOut.find("No Such Instance"),
               std::string::npos);
+}
+
+// Objects indexes above 2^31 are read as GETNEXT shows them.
+TEST_F(MibBridgeTest, LargeObjectsIndexesAreServed) {
+    for (uint32_t uiIndex : {2147483648u, 3000000000u, 4294967295u}) {
+        std::string strObj = ObjectsIndex("ab", "big", uiIndex);
+        ToolRun stSet = Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj +
+                            " o 1.3.6.1.2.1.1.5.0");
+        ASSERT_EQ(stSet.iStatus, 0) << uiIndex << ": " << stSet.strOut;
+        EXPECT_NE(Tool("snmpget", kObjects + ".3" + strObj).strOut.find("OID: .1.3.6.1.2.1.1.5.0"),
+                  std::string::npos)
+            << uiIndex << ": " << Tool("snmpget", kObjects + ".3" + strObj).strOut;
+    }
 }
 
 // A PDU whose second row fails: the row it created first is destroyed again.
