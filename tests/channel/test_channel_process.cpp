@@ -423,7 +423,8 @@ TEST_F(ChannelProcessTest, NamesFromTheDaemonArePrintedEscapedAndTypedBack) {
     }
     for (const auto& stCase : astCases) {
         EXPECT_NE(stWalk.strOut.find(std::string(" ") + stCase.pszShown + " "), std::string::npos)
-            << stCase.pszShown << " in\n" << stWalk.strOut;
+            << stCase.pszShown << " in\n"
+            << stWalk.strOut;
         CTL_RESULT_S stGet =
             Ctl(std::string("get trigger owner=esc name='") + stCase.pszShown + "'");
         EXPECT_EQ(stGet.iExit, 0) << stCase.pszShown << ": " << stGet.strOut;
