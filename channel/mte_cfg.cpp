@@ -14,6 +14,7 @@
 
 #include "mte_bool.h"
 #include "mte_dbg.h"
+#include "mte_delta.h"
 #include "mte_event.h"
 #include "mte_exist.h"
 #include "mte_msg.h"
@@ -141,6 +142,20 @@ bool ThresHasRows(uint8_t ucFlags) {
     return (ucFlags & MTE_PRESENT_THRESHOLD) != 0;
 }
 
+const void* DeltaGet(const void* p) {
+    return mte_DELTA_Get(As<MTE_DELTA_ENTRY_S>(p)->szOwner, As<MTE_DELTA_ENTRY_S>(p)->szName);
+}
+const void* DeltaGetNext(const void* p, uint8_t* pucFlags) {
+    const auto* pstKey = As<MTE_INDEX_KEY_S>(p);
+    return mte_DELTA_GetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName, pucFlags);
+}
+uint32_t DeltaSet(const void* p, uint32_t uiMask, uint32_t* puiFailed) {
+    return mte_DELTA_Set(As<MTE_DELTA_ENTRY_S>(p), uiMask, puiFailed);
+}
+bool DeltaHasRows(uint8_t ucFlags) {
+    return (ucFlags & MTE_PRESENT_DELTA) != 0;
+}
+
 // ---- objects and event side -----------------------------------------------
 
 const void* ObjGet(const void* p) {
@@ -227,6 +242,8 @@ constexpr TABLE_DESC_S g_astTables[MTE_MSG_TYPE_COUNT] = {
     {},
     {},
     {},
+    {MTE_ITEM_DELTA, MTE_ITEM_TRIGGER_KEY, sizeof(MTE_DELTA_ENTRY_S), LIST_LOCK_E::NONE, DeltaGet,
+     DeltaGetNext, DeltaSet, DeltaHasRows},
 };
 
 // Reply header and length for a reply with uiDataLen bytes of data.
@@ -307,7 +324,8 @@ void TableSet(const TABLE_DESC_S& stTable, const uint8_t* pucRequest, const MTE_
 template <uint16_t TYPE>
 void mte_cfg_TableProc(const uint8_t* pucRequest, const MTE_MSG_HEAD_S* pstHead,
                        uint32_t uiCapacity, uint8_t* pucReply, uint32_t* puiReplyLen) {
-    static_assert(TYPE >= MTE_MSG_TYPE_TRIGGER && TYPE <= MTE_MSG_TYPE_SET);
+    static_assert((TYPE >= MTE_MSG_TYPE_TRIGGER && TYPE <= MTE_MSG_TYPE_SET) ||
+                  TYPE == MTE_MSG_TYPE_DELTA);
     const TABLE_DESC_S& stTable = g_astTables[TYPE];
     switch (pstHead->usOperation) {
         case MTE_MSG_OP_GET:
@@ -384,6 +402,7 @@ constexpr MTE_MSG_PROC_PF g_apfMTEMsgProc[] = {
     mte_cfg_ValueProc<MTE_ITEM_DBG_SWITCH, mte_DBG_EnableSwitch>,
     mte_cfg_ValueProc<MTE_ITEM_DBG_SWITCH, mte_DBG_DisableSwitch>,
     mte_cfg_DbgGetProc,
+    mte_cfg_TableProc<MTE_MSG_TYPE_DELTA>,
 };
 static_assert(sizeof(g_apfMTEMsgProc) / sizeof(g_apfMTEMsgProc[0]) == MTE_MSG_TYPE_COUNT,
               "one handler slot per message type, slot 0 empty");

@@ -100,6 +100,11 @@ constexpr FIELD_S g_astThresFields[] = {
     {offsetof(MTE_THRES_ENTRY_S, szDeltaFallingEventOwner), NAME},
     {offsetof(MTE_THRES_ENTRY_S, szDeltaFallingEvent), NAME},
 };
+constexpr FIELD_S g_astDeltaFields[] = {
+    {offsetof(MTE_DELTA_ENTRY_S, stDiscontinuityID), 0},
+    {offsetof(MTE_DELTA_ENTRY_S, szOwner), NAME},
+    {offsetof(MTE_DELTA_ENTRY_S, szName), NAME},
+};
 constexpr FIELD_S g_astObjFields[] = {
     {offsetof(MTE_OBJ_ROW_S, stID), 0},
     {offsetof(MTE_OBJ_ROW_S, szOwner), NAME},
@@ -158,6 +163,7 @@ constexpr ITEM_DESC_S g_astItems[MTE_MSG_ITEM_COUNT + 1] = {
     Desc(sizeof(MTE_NOTIFY_ENTRY_S), g_astNotifyFields),
     Desc(sizeof(MTE_SET_ENTRY_S), g_astSetFields),
     {sizeof(uint32_t), nullptr, 0},
+    Desc(sizeof(MTE_DELTA_ENTRY_S), g_astDeltaFields),
 };
 static_assert(sizeof(g_astItems) / sizeof(g_astItems[0]) == MTE_MSG_ITEM_COUNT + 1);
 static_assert(g_astItems[MTE_ITEM_TRIGGER].uiSize == 1220);
@@ -187,10 +193,11 @@ constexpr TYPE_ITEMS_S g_astTypeItems[MTE_MSG_TYPE_COUNT] = {
     {MTE_ITEM_DBG_SWITCH, 0},
     {MTE_ITEM_DBG_SWITCH, 0},
     {0, 0},
+    {MTE_ITEM_DELTA, MTE_ITEM_TRIGGER_KEY},
 };
 
 // Whether a request of that type and operation may carry the item. Types
-// outside 1..14 are refused later by the dispatcher with its own code, so
+// outside 1..15 are refused later by the dispatcher with its own code, so
 // here any known item passes for them.
 bool ItemFitsType(uint16_t usType, uint16_t usOperation, uint16_t usItem) {
     if (usType == 0 || usType >= MTE_MSG_TYPE_COUNT) {

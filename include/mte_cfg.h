@@ -21,7 +21,8 @@ enum : uint16_t {
     MTE_MSG_TYPE_DBG_ENABLE = 12,
     MTE_MSG_TYPE_DBG_DISABLE = 13,
     MTE_MSG_TYPE_DBG_GET = 14,
-    MTE_MSG_TYPE_COUNT = 15,  // slots in the handler table, slot 0 empty
+    MTE_MSG_TYPE_DELTA = 15,  // an addition: mteTriggerDeltaTable
+    MTE_MSG_TYPE_COUNT = 16,  // slots in the handler table, slot 0 empty
 };
 
 // Operations.

@@ -24,6 +24,7 @@ enum : uint32_t {
     MTE_ITEM_ID_SAMP_MINI = 9,
     MTE_ITEM_ID_SAMP_INST_MAX = 10,
     MTE_ITEM_ID_STATISTIC_DATA = 11,
+    MTE_TBL_DELTA = 12,  // an addition: the delta rows (docs/store.md)
 };
 
 // The sort lists created at initialisation, one per table, and the recovery
@@ -40,6 +41,13 @@ constexpr uint32_t MTE_DBM_SORTLIST_ROWS = 8;
 constexpr uint32_t MTE_DBM_RECOVER_ROWS = 10;
 extern const MTE_DBM_SORTLIST_S g_astMteCreateSortListFunc[MTE_DBM_SORTLIST_ROWS];
 extern const DBM_BATCH_ROW_S g_astMteDbmRecoverFunc[MTE_DBM_RECOVER_ROWS];
+// Lists added to the eight above (the delta rows): created after them and
+// replayed after them, so that the eight lists, their order and the recovery
+// trace stay as they were and a store written before the addition recovers
+// unchanged (docs/store.md).
+constexpr uint32_t MTE_DBM_SORTLIST_EXT_ROWS = 1;
+extern const MTE_DBM_SORTLIST_S g_astMteCreateSortListExt[MTE_DBM_SORTLIST_EXT_ROWS];
+extern const DBM_BATCH_ROW_S g_astMteDbmRecoverExt[MTE_DBM_SORTLIST_EXT_ROWS];
 
 uint32_t mte_DBM_Init(void);
 void mte_DBM_Fini(void);

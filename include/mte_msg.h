@@ -10,7 +10,7 @@
 #include "mte_types.h"
 
 constexpr uint32_t MTE_MSG_HEAD_SIZE = 20;
-constexpr uint32_t MTE_MSG_ITEM_COUNT = 15;  // items 1..15
+constexpr uint32_t MTE_MSG_ITEM_COUNT = 16;  // items 1..16
 
 // Data items.
 enum : uint16_t {
@@ -29,6 +29,7 @@ enum : uint16_t {
     MTE_ITEM_NOTIFY = 13,
     MTE_ITEM_SET = 14,
     MTE_ITEM_DBG_SWITCH = 15,
+    MTE_ITEM_DELTA = 16,  // an addition: the delta row (docs/management-protocol.md)
 };
 
 // Wire constants of the 20-byte header (docs/management-protocol.md).

@@ -281,6 +281,39 @@ enum : uint32_t {
     MTE_THRES_COL_DELTA_FALLING_EVENT = 15,
 };
 
+// ---------------------------------------------------------------------------
+// Delta row of a trigger (mteTriggerDeltaTable, RFC 2981): where the sampler
+// reads the discontinuity indicator of a delta trigger's value. An addition
+// to the tables above: present exactly for triggers of sample type
+// deltaValue. See docs/trigger.md.
+// ---------------------------------------------------------------------------
+enum : uint32_t {
+    MTE_DELTA_TIME_TICKS = 1,
+    MTE_DELTA_TIME_STAMP = 2,
+    MTE_DELTA_DATE_AND_TIME = 3,
+};
+
+struct MTE_DELTA_ENTRY_S {
+    MTE_OID_S stDiscontinuityID;         // default sysUpTime.0
+    uint32_t uiDiscontinuityIDWildcard;  // TruthValue; default false
+    uint32_t uiDiscontinuityIDType;      // MTE_DELTA_*; default timeTicks
+    char szOwner[MTE_NAME_SIZE];
+    char szName[MTE_NAME_SIZE];
+    uint8_t aucPad[2];
+};
+static_assert(sizeof(MTE_DELTA_ENTRY_S) == 592);
+static_assert(offsetof(MTE_DELTA_ENTRY_S, stDiscontinuityID) == 0);
+static_assert(offsetof(MTE_DELTA_ENTRY_S, uiDiscontinuityIDWildcard) == 516);
+static_assert(offsetof(MTE_DELTA_ENTRY_S, uiDiscontinuityIDType) == 520);
+static_assert(offsetof(MTE_DELTA_ENTRY_S, szOwner) == 524);
+static_assert(offsetof(MTE_DELTA_ENTRY_S, szName) == 557);
+
+enum : uint32_t {
+    MTE_DELTA_COL_DISCONTINUITY_ID = 1,
+    MTE_DELTA_COL_DISCONTINUITY_ID_WILDCARD = 2,
+    MTE_DELTA_COL_DISCONTINUITY_ID_TYPE = 3,
+};
+
 // Per-sample test state bits (uiTestState of MTE_SAMPLE_S); a new sample has
 // all bits set (MTE_TSTATE_NEW).
 constexpr uint32_t MTE_TSTATE_RISING = 0x01;
@@ -459,6 +492,7 @@ static_assert(offsetof(MTE_OBJ_INDEX_KEY_S, szName) == 45);
 constexpr uint8_t MTE_PRESENT_EXISTENCE = 0x80;
 constexpr uint8_t MTE_PRESENT_BOOLEAN = 0x40;
 constexpr uint8_t MTE_PRESENT_THRESHOLD = 0x20;
+constexpr uint8_t MTE_PRESENT_DELTA = 0x10;
 constexpr uint8_t MTE_PRESENT_NOTIFY = 0x80;
 constexpr uint8_t MTE_PRESENT_SET = 0x40;
 
@@ -483,6 +517,13 @@ struct MTE_SAMPLE_S {
     SNMP_VALUE_S* pstValue;  // may be null; owned by the sample
     char szContextName[MTE_NAME_SIZE];
     uint16_t usOverLimit;  // 1: not counted, the instance maximum was reached
+    // Discontinuity indicators read with the sample of a delta trigger: the
+    // agent's sysUpTime.0 and the value of the delta row's discontinuity
+    // object (TimeTicks as 4 bytes, DateAndTime as 8 or 11).
+    uint16_t usDiscRead;  // 1: the two below were read with this sample
+    uint32_t uiUpTime;
+    uint32_t uiDiscLen;
+    uint8_t aucDisc[12];
 };
 
 // ---------------------------------------------------------------------------
@@ -513,6 +554,7 @@ struct MTE_TRIGGER_ENTRY_S {
     MTE_TRIGGER_ROW_S stRow;
     // 1: a non-wildcarded trigger whose one instance is not counted.
     uint16_t usInstanceReleased;
+    MTE_DELTA_ENTRY_S* pstDelta;  // present exactly when the sample type is deltaValue
 };
 
 // One event to run, collected by the evaluation.

@@ -79,6 +79,13 @@ void SNMP_EndWalk(const void* pWalk);
 // SNMP_ST_NO_MORE_CONTEXTS.
 uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext);
 void SNMP_FreeInstanceValue(SNMP_VALUE_S* pstValue);
+// Reads up to SNMP_GET_MANY_MAX instances in one request. Each apstValues[i]
+// (owned by the caller) or null, with its own status in auiStatus[i]; when
+// the request as a whole fails every status is the request's.
+constexpr uint32_t SNMP_GET_MANY_MAX = 4;
+void SNMP_GetInstanceValues(const char* pszOwner, const char* pszContext, uint32_t uiCount,
+                            const MTE_OID_S* astOids, SNMP_VALUE_S** apstValues,
+                            uint32_t* auiStatus);
 
 // Notifications of the Event MIB itself.
 struct SNMP_NOTIFY_VAR_S {

@@ -285,6 +285,18 @@ void mte_run_EvalThreshold(const MTE_OID_S* pstSuffix, MTE_TRIGGER_ENTRY_S* pstT
     }
 }
 
+void mte_run_DiscontinuityDebug(const MTE_TRIGGER_ENTRY_S* pstTrigger,
+                                const MTE_SAMPLE_S* pstSample) {
+    MTE_OID_S stOid;
+    mte_run_SampleOid(pstSample, &stOid);
+    char szOid[OID_TEXT_SIZE];
+    MTE_MSG_Oid2Str(&stOid, sizeof(szOid), szOid);
+    mte_DBG_Print(MTE_DBG_MNEMONIC_INFO,
+                  "Trigger %s-%s: discontinuity at %s (context %s); no delta this sample.",
+                  pstTrigger->stRow.szOwner, pstTrigger->stRow.szName, szOid,
+                  mte_run_OrNA(pstSample->szContextName));
+}
+
 }  // namespace
 
 int32_t mte_run_HotValue(const MTE_SAMPLE_S* pstSample) {
@@ -302,6 +314,15 @@ int32_t mte_run_HotValue(const MTE_SAMPLE_S* pstSample) {
 
 void mte_run_Evaluate(const MTE_OID_S* pstSuffix, MTE_TRIGGER_ENTRY_S* pstTrigger,
                       MTE_SAMPLE_S* pstPrev, MTE_SAMPLE_S* pstCur, MTE_EVENT_LIST_S* pstEvents) {
+    if (mte_run_Discontinuity(pstTrigger, pstPrev, pstCur)) {
+        // No delta across the discontinuity and no test on it: the new
+        // sample is the base of the next delta, with the alarms as they were.
+        pstCur->uiTestState = pstPrev->uiTestState;
+        if (mte_DBG_IsEnable(MTE_DBG_INFO) != 0) {
+            mte_run_DiscontinuityDebug(pstTrigger, pstCur);
+        }
+        return;
+    }
     uint8_t ucTest = pstTrigger->stRow.ucTest;
     if ((ucTest & MTE_TEST_EXISTENCE) != 0 && pstTrigger->pstExist != nullptr) {
         mte_run_EvalExistence(pstSuffix, pstTrigger, pstPrev, pstCur, pstEvents);

@@ -77,11 +77,46 @@ struct MTE_RUN_CFG_S {
     MTE_OID_S stValueID;
     bool bValueIDWildcard;
     bool bContextWildcard;
+    // The delta row: the discontinuity indicators are read with the samples.
+    bool bDelta;
+    bool bDiscWildcard;
+    bool bDiscIsUpTime;  // the discontinuity object is sysUpTime.0 itself
+    MTE_OID_S stDiscID;
 };
 void mte_run_Snapshot(const MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_RUN_CFG_S* pstCfg);
 // One cycle, or one batch of a walk, of a trigger dequeued in state 4. Lock
 // not held on entry or return; the trigger may have been freed on return.
 void mte_run_SampleStep(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg);
+
+// --- discontinuity check of delta triggers (mte_disc.cpp) -------------------
+// The indicators read with one sample: sysUpTime.0 and the discontinuity
+// object's value.
+struct MTE_DISC_S {
+    bool bRead;
+    uint32_t uiUpTime;
+    uint32_t uiLen;
+    uint8_t aucValue[12];
+};
+// One reading of the indicators; uiStatus is 0, or the client's status for
+// the indicator that could not be read (stFailedOid).
+struct MTE_DISC_READ_S {
+    MTE_DISC_S stDisc;
+    uint32_t uiStatus;
+    MTE_OID_S stFailedOid;
+};
+// Copies the delta row into the snapshot (caller holds the state lock).
+void mte_run_DeltaSnapshot(const MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_RUN_CFG_S* pstCfg);
+// One GET for the value at pstValueOid (none when null) and the indicators
+// of the instance pstInstance; returns the value, its status in
+// *puiValueStatus. No lock held.
+SNMP_VALUE_S* mte_run_ReadWithDisc(const MTE_RUN_CFG_S* pstCfg, const char* pszContext,
+                                   const MTE_OID_S* pstValueOid, const MTE_OID_S* pstInstance,
+                                   uint32_t* puiValueStatus, MTE_DISC_READ_S* pstRead);
+// Stores the indicators in the sample; nothing for null.
+void mte_run_SetDisc(MTE_SAMPLE_S* pstSample, const MTE_DISC_READ_S* pstRead);
+// True when the pair of a delta trigger straddles a discontinuity.
+bool mte_run_Discontinuity(const MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_SAMPLE_S* pstPrev,
+                           const MTE_SAMPLE_S* pstCur);
 
 // --- evaluation (mte_eval.cpp); caller holds the state lock ------------------
 // A list of event requests in the order collected.

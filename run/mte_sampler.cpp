@@ -35,6 +35,7 @@ struct MTE_STEP_S {
     SNMP_VALUE_S* pstValue;   // released by the handler unless a sample takes it
     bool bContinue;
     bool bRequeued = false;  // set by the handler: the cycle goes on in the next batch
+    const MTE_DISC_READ_S* pstDisc = nullptr;  // delta triggers: read with the value
 };
 
 int mte_run_CompareOid(const uint32_t* puiA, uint32_t uiLenA, const uint32_t* puiB,
@@ -194,9 +195,18 @@ void mte_run_Leave(MTE_TRIGGER_ENTRY_S* pstTrigger, bool bDeleted, SNMP_VALUE_S*
 
 void mte_run_SingleRequest(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg) {
     uint32_t uiStatus = 0;
+    MTE_DISC_READ_S stDisc{};
     SNMP_VALUE_S* pstValue =
-        SNMP_GetInstanceValue(pstCfg->szOwner, pstCfg->szContext, &pstCfg->stValueID, &uiStatus);
+        pstCfg->bDelta ? mte_run_ReadWithDisc(pstCfg, pstCfg->szContext, &pstCfg->stValueID,
+                                              &pstCfg->stValueID, &uiStatus, &stDisc)
+                       : SNMP_GetInstanceValue(pstCfg->szOwner, pstCfg->szContext,
+                                               &pstCfg->stValueID, &uiStatus);
     int32_t iReason = mte_RUN_convertErrCodeMor2Mte(uiStatus);
+    const MTE_OID_S* pstFailedOid = &pstCfg->stValueID;
+    if (iReason == MTE_REASON_NO_ERROR && stDisc.uiStatus != SNMP_ST_OK) {
+        iReason = mte_RUN_convertErrCodeMor2Mte(stDisc.uiStatus);
+        pstFailedOid = &stDisc.stFailedOid;
+    }
 
     MTE_EVENT_LIST_S stEvents{};
     bool bDeleted = false;
@@ -205,7 +215,7 @@ void mte_run_SingleRequest(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S*
         bDeleted = mte_run_TakeOver(pstTrigger);
     } else {
         if (iReason != MTE_REASON_NO_ERROR) {
-            mte_run_ReportFailure(pstTrigger, &pstCfg->stValueID, pstCfg->szContext, iReason);
+            mte_run_ReportFailure(pstTrigger, pstFailedOid, pstCfg->szContext, iReason);
         } else {
             if (pstValue == nullptr && mte_DBG_IsEnable(MTE_DBG_INFO) != 0) {
                 mte_DBG_Print(MTE_DBG_MNEMONIC_INFO, "%s", mte_DBG_Text(6));
@@ -214,6 +224,7 @@ void mte_run_SingleRequest(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S*
                 mte_run_MakeSample(pstCfg->szContext, &pstCfg->stValueID, pstValue);
             if (pstSample != nullptr) {
                 pstValue = nullptr;
+                mte_run_SetDisc(pstSample, pstCfg->bDelta ? &stDisc : nullptr);
                 MTE_OID_S stNoSuffix{};
                 mte_run_Evaluate(&stNoSuffix, pstTrigger, pstTrigger->pstPrevSamplesTail, pstSample,
                                  &stEvents);
@@ -234,6 +245,15 @@ bool mte_run_StepHandler(MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_STEP_S* pstStep) {
     MTE_EVENT_LIST_S stEvents{};
     bool bDeleted = false;
     SNMP_VALUE_S* pstValue = pstStep->pstValue;
+
+    // An instance whose discontinuity indicators cannot be read is a failed
+    // sample, as if its value could not be read.
+    const MTE_DISC_READ_S* pstDisc = pstStep->pstDisc;
+    if (pstStep->iReason == MTE_REASON_NO_ERROR && pstStep->bContinue &&
+        pstStep->pstOid->uiLen != 0 && pstDisc != nullptr && pstDisc->uiStatus != SNMP_ST_OK) {
+        pstStep->iReason = mte_RUN_convertErrCodeMor2Mte(pstDisc->uiStatus);
+        pstStep->pstOid = &pstDisc->stFailedOid;
+    }
 
     mte_run_Lock(pstTrigger);
     if (pstTrigger->uiRunState != MTE_RUN_BUSY) {
@@ -259,6 +279,7 @@ bool mte_run_StepHandler(MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_STEP_S* pstStep) {
                 mte_run_MakeSample(pstStep->pszContext, pstStep->pstOid, pstValue);
             if (pstSample != nullptr) {
                 pstValue = nullptr;
+                mte_run_SetDisc(pstSample, pstDisc);
                 mte_run_Merge(pstTrigger, pstSample, &stEvents);
                 mte_run_ProcForLimit(pstSample, pstTrigger);
                 mte_run_AppendCur(pstTrigger, pstSample);
@@ -286,6 +307,7 @@ struct MTE_RESUME_S {
     bool bMarker;
     char szContext[MTE_NAME_SIZE];
     MTE_OID_S stOid;
+    MTE_DISC_READ_S stDisc;  // the indicators read with the tail
 };
 
 bool mte_run_ReadResume(MTE_TRIGGER_ENTRY_S* pstTrigger, bool bTakeMarker,
@@ -303,12 +325,37 @@ bool mte_run_ReadResume(MTE_TRIGGER_ENTRY_S* pstTrigger, bool bTakeMarker,
         pstResume->bMarker = pstTail->uiOidLen == 0;
         mte_run_CopyContext(pstResume->szContext, pstTail->szContextName);
         mte_run_SampleOid(pstTail, &pstResume->stOid);
+        memset(&pstResume->stDisc, 0, sizeof(pstResume->stDisc));
+        pstResume->stDisc.stDisc.bRead = pstTail->usDiscRead == 1;
+        pstResume->stDisc.stDisc.uiUpTime = pstTail->uiUpTime;
+        pstResume->stDisc.stDisc.uiLen = pstTail->uiDiscLen;
+        memcpy(pstResume->stDisc.stDisc.aucValue, pstTail->aucDisc, sizeof(pstTail->aucDisc));
         if (pstResume->bMarker && bTakeMarker) {
             mte_run_FreeCurTail(pstTrigger);
         }
     }
     mte_run_Unlock(pstTrigger);
     return true;
+}
+
+// The indicators of an instance that a get-next walk found: read for the
+// instance when the discontinuity object is wildcarded, else once per
+// context and cycle and kept in *pstLeaf. Null for a trigger without a
+// delta row.
+const MTE_DISC_READ_S* mte_run_WalkDisc(const MTE_RUN_CFG_S* pstCfg, const char* pszContext,
+                                        const MTE_OID_S* pstInstance, MTE_DISC_READ_S* pstLeaf,
+                                        MTE_DISC_READ_S* pstOwn) {
+    if (!pstCfg->bDelta) {
+        return nullptr;
+    }
+    if (pstCfg->bDiscWildcard) {
+        (void)mte_run_ReadWithDisc(pstCfg, pszContext, nullptr, pstInstance, nullptr, pstOwn);
+        return pstOwn;
+    }
+    if (!pstLeaf->stDisc.bRead) {
+        (void)mte_run_ReadWithDisc(pstCfg, pszContext, nullptr, nullptr, nullptr, pstLeaf);
+    }
+    return pstLeaf;
 }
 
 void mte_run_AdvanceContext(char* pszContext) {
@@ -321,6 +368,7 @@ void mte_run_AdvanceContext(char* pszContext) {
 void mte_run_WalkContexts(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg) {
     char szContext[MTE_NAME_SIZE];
     MTE_OID_S stNoOid{};
+    MTE_DISC_READ_S stDisc{};
     bool bNewCycle = false;
     for (int iStep = 0; iStep < MTE_WALK_BATCH; ++iStep) {
         if (iStep == 0) {
@@ -346,8 +394,14 @@ void mte_run_WalkContexts(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* 
             stStep.bContinue = false;
         } else {
             uint32_t uiStatus = 0;
-            stStep.pstValue =
-                SNMP_GetInstanceValue(pstCfg->szOwner, szContext, &pstCfg->stValueID, &uiStatus);
+            if (pstCfg->bDelta) {
+                stStep.pstValue = mte_run_ReadWithDisc(pstCfg, szContext, &pstCfg->stValueID,
+                                                       &pstCfg->stValueID, &uiStatus, &stDisc);
+                stStep.pstDisc = &stDisc;
+            } else {
+                stStep.pstValue = SNMP_GetInstanceValue(pstCfg->szOwner, szContext,
+                                                        &pstCfg->stValueID, &uiStatus);
+            }
             bool bPrefixItself = strcmp(szContext, pstCfg->szContext) == 0;
             if (uiStatus == MTE_ST_NO_SUCH_INSTANCE ||
                 (bPrefixItself && uiStatus == MTE_ST_UNKNOWN_CONTEXT)) {
@@ -371,6 +425,8 @@ void mte_run_WalkContexts(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* 
 bool mte_run_WalkInstances(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg) {
     MTE_OID_S stOid;
     MTE_OID_S stLast;
+    MTE_DISC_READ_S stLeaf{};
+    MTE_DISC_READ_S stOwn{};
     for (int iStep = 0; iStep < MTE_WALK_BATCH; ++iStep) {
         if (iStep == 0) {
             MTE_RESUME_S stResume;
@@ -380,6 +436,9 @@ bool mte_run_WalkInstances(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S*
             mte_run_CopyOid(&stOid, stResume.bTail && stResume.stOid.uiLen != 0
                                         ? &stResume.stOid
                                         : &pstCfg->stValueID);
+            if (stResume.bTail) {
+                stLeaf = stResume.stDisc;
+            }
         }
         mte_run_CopyOid(&stLast, &stOid);
         uint32_t uiStatus = 0;
@@ -393,6 +452,8 @@ bool mte_run_WalkInstances(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S*
         if (!mte_run_OidUnder(&stOid, &pstCfg->stValueID) || uiStatus == MTE_ST_END_OF_MIB_VIEW ||
             !bForward) {
             stStep.bContinue = false;
+        } else if (uiStatus == 0) {
+            stStep.pstDisc = mte_run_WalkDisc(pstCfg, pstCfg->szContext, &stOid, &stLeaf, &stOwn);
         }
         if (!mte_run_StepHandler(pstTrigger, &stStep)) {
             return stStep.bRequeued;
@@ -408,17 +469,22 @@ bool mte_run_WalkBoth(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstC
     char szContext[MTE_NAME_SIZE];
     MTE_OID_S stOid;
     MTE_OID_S stLast;
+    MTE_DISC_READ_S stLeaf{};
+    MTE_DISC_READ_S stOwn{};
     for (int iStep = 0; iStep < MTE_WALK_BATCH; ++iStep) {
         MTE_RESUME_S stResume;
         if (!mte_run_ReadResume(pstTrigger, true, &stResume)) {
             return false;
         }
         if (stResume.bMarker) {
+            // A new context: its agent has a sysUpTime of its own.
+            memset(&stLeaf, 0, sizeof(stLeaf));
             mte_run_CopyContext(szContext, stResume.szContext);
             mte_run_CopyOid(&stOid, &pstCfg->stValueID);
         } else if (iStep == 0 && stResume.bTail) {
             mte_run_CopyContext(szContext, stResume.szContext);
             mte_run_CopyOid(&stOid, &stResume.stOid);
+            stLeaf = stResume.stDisc;
         } else if (iStep == 0) {
             mte_run_CopyContext(szContext, pstCfg->szContext);
             mte_run_CopyOid(&stOid, &pstCfg->stValueID);
@@ -445,6 +511,8 @@ bool mte_run_WalkBoth(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstC
             } else {
                 stStep.bContinue = false;
             }
+        } else if (uiStatus == 0) {
+            stStep.pstDisc = mte_run_WalkDisc(pstCfg, szContext, &stOid, &stLeaf, &stOwn);
         }
         if (!mte_run_StepHandler(pstTrigger, &stStep)) {
             return stStep.bRequeued;
@@ -462,6 +530,7 @@ void mte_run_Snapshot(const MTE_TRIGGER_ENTRY_S* pstTrigger, MTE_RUN_CFG_S* pstC
     mte_run_CopyOid(&pstCfg->stValueID, &stRow.stValueID);
     pstCfg->bValueIDWildcard = stRow.uiValueIDWildcard == MTE_TRUE;
     pstCfg->bContextWildcard = stRow.uiContextNameWildcard == MTE_TRUE;
+    mte_run_DeltaSnapshot(pstTrigger, pstCfg);
 }
 
 void mte_run_SampleStep(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstCfg) {

@@ -25,6 +25,7 @@
 #include "mte_bool.h"
 #include "mte_core.h"
 #include "mte_dbg.h"
+#include "mte_delta.h"
 #include "mte_event.h"
 #include "mte_exist.h"
 #include "mte_notify.h"
@@ -388,6 +389,15 @@ const DBM_BATCH_ROW_S g_astMteDbmRecoverFunc[MTE_DBM_RECOVER_ROWS] = {
     {MTE_TBL_THRESHOLD, mte_dbm_RecoverList<mte_THRES_Recover, sizeof(MTE_THRES_ENTRY_S)>, 0},
 };
 
+const MTE_DBM_SORTLIST_S g_astMteCreateSortListExt[MTE_DBM_SORTLIST_EXT_ROWS] = {
+    {"mteDelta", 9, MTE_TBL_DELTA, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_DELTA_ENTRY_S>>},
+};
+
+// After the triggers, whose recovery made every delta row with its defaults.
+const DBM_BATCH_ROW_S g_astMteDbmRecoverExt[MTE_DBM_SORTLIST_EXT_ROWS] = {
+    {MTE_TBL_DELTA, mte_dbm_RecoverList<mte_DELTA_Recover, sizeof(MTE_DELTA_ENTRY_S)>, 0},
+};
+
 uint32_t mte_DBM_Init(void) {
     g_llMteCfgHandle = MTE_DBM_OpenCfg(MTE_DBM_OPEN_MODE);
     if (g_llMteCfgHandle == -1) {
@@ -395,6 +405,10 @@ uint32_t mte_DBM_Init(void) {
     }
     int32_t iRet = 0;
     for (const MTE_DBM_SORTLIST_S& stList : g_astMteCreateSortListFunc) {
+        iRet += static_cast<int32_t>(
+            stList.pfCreate(g_llMteCfgHandle, stList.pszName, stList.uiNameSize, stList.uiTableId));
+    }
+    for (const MTE_DBM_SORTLIST_S& stList : g_astMteCreateSortListExt) {
         iRet += static_cast<int32_t>(
             stList.pfCreate(g_llMteCfgHandle, stList.pszName, stList.uiNameSize, stList.uiTableId));
     }
@@ -490,6 +504,7 @@ uint32_t mte_DBM_Recover(void) {
                            static_cast<unsigned long>(MTE_DBM_RECOVER_ROWS));
     mte_BIN_SetRecover(1);
     DBM_Batch_Proc(g_llMteCfgHandle, -1, g_astMteDbmRecoverFunc, MTE_DBM_RECOVER_ROWS);
+    DBM_Batch_Proc(g_llMteCfgHandle, -1, g_astMteDbmRecoverExt, MTE_DBM_SORTLIST_EXT_ROWS);
     mte_BIN_SetRecover(0);
     return g_llMteRunHandle != -1 ? MTE_OK : MTE_ERR_GENERAL;
 }

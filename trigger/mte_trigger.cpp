@@ -46,7 +46,9 @@ void FreeTestRows(MTE_TRIGGER_ENTRY_S* pstEntry) {
     free(pstEntry->pstBool);
     free(pstEntry->pstExist);
     free(pstEntry->pstThres);
+    free(pstEntry->pstDelta);
     pstEntry->pstBool = nullptr;
+    pstEntry->pstDelta = nullptr;
     pstEntry->pstExist = nullptr;
     pstEntry->pstThres = nullptr;
 }
@@ -143,6 +145,9 @@ MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetNextTriggerEntry(uint32_t uiOwnerLen, const 
         }
         if (pstEntry->pstThres != nullptr) {
             *pucFlags |= MTE_PRESENT_THRESHOLD;
+        }
+        if (pstEntry->pstDelta != nullptr) {
+            *pucFlags |= MTE_PRESENT_DELTA;
         }
     }
     return nullptr;

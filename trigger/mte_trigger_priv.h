@@ -15,6 +15,8 @@ constexpr const char* MTE_LIST_THRESHOLD = "mteThreshold";
 constexpr uint32_t MTE_LIST_THRESHOLD_NAME_SIZE = 13;
 constexpr const char* MTE_LIST_EXISTENCE = "mteExistence";
 constexpr uint32_t MTE_LIST_EXISTENCE_NAME_SIZE = 13;
+constexpr const char* MTE_LIST_DELTA = "mteDelta";
+constexpr uint32_t MTE_LIST_DELTA_NAME_SIZE = 9;
 
 // Links a new entry into the list in index order (after an equal key).
 void mte_trigger_Insert(MTE_TRIGGER_ENTRY_S* pstEntry);

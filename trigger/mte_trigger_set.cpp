@@ -11,6 +11,7 @@
 #include "mte_bool.h"
 #include "mte_dbg.h"
 #include "mte_dbm.h"
+#include "mte_delta.h"
 #include "mte_exist.h"
 #include "mte_memalert.h"
 #include "mte_msg.h"
@@ -160,11 +161,13 @@ bool RequestChanges(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
            bNumDiffers(MTE_TRIGGER_COL_ENTRY_STATUS, pstReq->uiEntryStatus, pstRow->uiEntryStatus);
 }
 
-// The test rows of one entry, made or to be destroyed together.
+// The test rows of one entry, and its delta row, made or to be destroyed
+// together.
 struct TestRows {
     MTE_BOOL_ENTRY_S* pstBool = nullptr;
     MTE_EXIST_ENTRY_S* pstExist = nullptr;
     MTE_THRES_ENTRY_S* pstThres = nullptr;
+    MTE_DELTA_ENTRY_S* pstDelta = nullptr;
 };
 
 // Makes the rows of the bits in ucBits, boolean first; every one is tried and
@@ -209,6 +212,25 @@ void DestroyTestRows(TestRows* pstRows) {
         mte_THRES_Destroy(pstRows->pstThres);
         pstRows->pstThres = nullptr;
     }
+    if (pstRows->pstDelta != nullptr) {
+        mte_DELTA_Destroy(pstRows->pstDelta);
+        pstRows->pstDelta = nullptr;
+    }
+}
+
+// A delta trigger owns a delta row: makes it when the sample type asks for
+// one that the entry lacks. False when it could not be made.
+bool CreateDeltaRow(const MTE_TRIGGER_ROW_S* pstRow, const MTE_DELTA_ENTRY_S* pstHave,
+                    TestRows* pstRows, uint32_t* puiFailedColumn) {
+    if (pstRow->uiSampleType != MTE_SAMPLE_DELTA || pstHave != nullptr) {
+        return true;
+    }
+    pstRows->pstDelta = mte_DELTA_Create(pstRow->szOwner, pstRow->szName);
+    if (pstRows->pstDelta == nullptr) {
+        *puiFailedColumn = MTE_TRIGGER_COL_SAMPLE_TYPE;
+        return false;
+    }
+    return true;
 }
 
 uint32_t Create(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, uint32_t* puiFailedColumn) {
@@ -274,7 +296,8 @@ uint32_t Create(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, uint32_t* puiF
     // The whole test byte of the request decides, whatever the mask says.
     TestRows stRows;
     if (!CreateTestRows(pstReq->ucTest, pstRow->szOwner, pstRow->szName, &stRows,
-                        puiFailedColumn)) {
+                        puiFailedColumn) ||
+        !CreateDeltaRow(pstRow, nullptr, &stRows, puiFailedColumn)) {
         DestroyTestRows(&stRows);
         if (pstEntry->llTimerId != -1) {
             mte_TIMER_Del(pstEntry->llTimerId);
@@ -287,6 +310,7 @@ uint32_t Create(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, uint32_t* puiF
     pstEntry->pstBool = stRows.pstBool;
     pstEntry->pstExist = stRows.pstExist;
     pstEntry->pstThres = stRows.pstThres;
+    pstEntry->pstDelta = stRows.pstDelta;
     pstRow->ucTest = pstReq->ucTest;
 
     if (!IsRecovering()) {
@@ -439,7 +463,8 @@ uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_EN
     uint8_t ucRemoved = static_cast<uint8_t>(ucOldTest & ~ucNewTest & ucTestBits);
 
     TestRows stMade;
-    if (!CreateTestRows(ucAdded, pstReq->szOwner, pstReq->szName, &stMade, puiFailedColumn)) {
+    if (!CreateTestRows(ucAdded, pstReq->szOwner, pstReq->szName, &stMade, puiFailedColumn) ||
+        !CreateDeltaRow(&stCopy.stRow, stCopy.pstDelta, &stMade, puiFailedColumn)) {
         DestroyTestRows(&stMade);
         UndoTimer(pstEntry, uiOldRunState, uiOldStatus, uiOldFrequency, uiRequested);
         return MTE_ERR_GENERAL;
@@ -455,6 +480,9 @@ uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_EN
     if (stMade.pstThres != nullptr) {
         stCopy.pstThres = stMade.pstThres;
     }
+    if (stMade.pstDelta != nullptr) {
+        stCopy.pstDelta = stMade.pstDelta;
+    }
     TestRows stGone;
     if (ucRemoved & MTE_TEST_BOOLEAN) {
         stGone.pstBool = stCopy.pstBool;
@@ -468,6 +496,10 @@ uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_EN
         stGone.pstThres = stCopy.pstThres;
         stCopy.pstThres = nullptr;
     }
+    if (stCopy.stRow.uiSampleType != MTE_SAMPLE_DELTA) {
+        stGone.pstDelta = stCopy.pstDelta;
+        stCopy.pstDelta = nullptr;
+    }
     DestroyTestRows(&stGone);
     StoreRow(&stCopy.stRow);
 
@@ -476,6 +508,7 @@ uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_EN
     pstEntry->pstExist = stCopy.pstExist;
     pstEntry->pstBool = stCopy.pstBool;
     pstEntry->pstThres = stCopy.pstThres;
+    pstEntry->pstDelta = stCopy.pstDelta;
     pstEntry->pstPrevSamples = stCopy.pstPrevSamples;
     pstEntry->pstPrevSamplesTail = stCopy.pstPrevSamplesTail;
     pstEntry->pstCurSamples = stCopy.pstCurSamples;
@@ -518,6 +551,10 @@ uint32_t Destroy(MTE_TRIGGER_ENTRY_S* pstEntry) {
     if (pstEntry->pstThres != nullptr) {
         (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_THRESHOLD, MTE_LIST_THRESHOLD_NAME_SIZE,
                                       pstEntry->pstThres, sizeof(MTE_THRES_ENTRY_S));
+    }
+    if (pstEntry->pstDelta != nullptr) {
+        (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_DELTA, MTE_LIST_DELTA_NAME_SIZE,
+                                      pstEntry->pstDelta, sizeof(MTE_DELTA_ENTRY_S));
     }
     if (pstEntry->uiRunState == MTE_RUN_IDLE) {
         if (uiOldStatus == MTE_ROW_ACTIVE) {

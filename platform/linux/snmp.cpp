@@ -1313,3 +1313,62 @@ uint32_t SNMP_SendTrapByVBList(const MTE_OID_S* pstNotification, const char* psz
     free(pstOut);
     return uiSt;
 }
+
+// One GET for the value and the discontinuity indicators of a delta trigger:
+// the agent answers each binding on its own, so one missing object does not
+// hide the others.
+void SNMP_GetInstanceValues(const char* pszOwner, const char* pszContext, uint32_t uiCount,
+                            const MTE_OID_S* astOids, SNMP_VALUE_S** apstValues,
+                            uint32_t* auiStatus) {
+    auto fail = [&](uint32_t uiSt) {
+        for (uint32_t i = 0; i < uiCount; i++) {
+            auiStatus[i] = uiSt;
+        }
+    };
+    for (uint32_t i = 0; i < uiCount; i++) {
+        apstValues[i] = nullptr;
+    }
+    if (uiCount == 0 || uiCount > SNMP_GET_MANY_MAX || astOids == nullptr) {
+        fail(SNMP_ST_CLIENT_ERROR);
+        return;
+    }
+    oid aaulOid[SNMP_GET_MANY_MAX][MTE_OID_MAX_LEN];
+    size_t aulLen[SNMP_GET_MANY_MAX] = {};
+    for (uint32_t i = 0; i < uiCount; i++) {
+        if (!OidToNetsnmp(&astOids[i], aaulOid[i], &aulLen[i])) {
+            fail(SNMP_ST_CLIENT_ERROR);
+            return;
+        }
+    }
+    std::lock_guard<std::mutex> stGuard(g_stClientLock);
+    uint32_t uiSt = CheckContext(pszContext);
+    if (uiSt == SNMP_ST_OK) {
+        uiSt = EnsureSession();
+    }
+    netsnmp_pdu* pstPdu = uiSt == SNMP_ST_OK ? snmp_pdu_create(SNMP_MSG_GET) : nullptr;
+    if (uiSt == SNMP_ST_OK && pstPdu == nullptr) {
+        uiSt = SNMP_ST_LOCAL_RESOURCE;
+    }
+    if (uiSt != SNMP_ST_OK) {
+        fail(uiSt);
+        return;
+    }
+    for (uint32_t i = 0; i < uiCount; i++) {
+        snmp_add_null_var(pstPdu, aaulOid[i], aulLen[i]);
+    }
+    netsnmp_pdu* pstResponse = nullptr;
+    uiSt = Exchange(pstPdu, pszContext, &pstResponse);
+    if (uiSt != SNMP_ST_OK) {
+        fail(uiSt);
+        return;
+    }
+    netsnmp_variable_list* pstVar = pstResponse->variables;
+    for (uint32_t i = 0; i < uiCount; i++, pstVar = pstVar != nullptr ? pstVar->next_variable
+                                                                         : nullptr) {
+        auiStatus[i] = pstVar == nullptr ? SNMP_ST_GEN_ERR : VarException(pstVar);
+        if (auiStatus[i] == SNMP_ST_OK) {
+            apstValues[i] = ValueFromVar(pstVar, &auiStatus[i]);
+        }
+    }
+    snmp_free_pdu(pstResponse);
+}

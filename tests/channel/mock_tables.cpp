@@ -5,6 +5,7 @@
 
 #include "mte_bool.h"
 #include "mte_dbg.h"
+#include "mte_delta.h"
 #include "mte_event.h"
 #include "mte_exist.h"
 #include "mte_notify.h"
@@ -108,6 +109,15 @@ MTE_THRES_ENTRY_S* mte_THRES_GetNext(uint32_t l, const char* o, const char* n, u
 }
 uint32_t mte_THRES_Set(const MTE_THRES_ENTRY_S* r, uint32_t m, uint32_t* f) {
     return Set("thres.set", r, m, f);
+}
+MTE_DELTA_ENTRY_S* mte_DELTA_Get(const char* o, const char* n) {
+    return Get<MTE_DELTA_ENTRY_S>("delta.get", o, n);
+}
+MTE_DELTA_ENTRY_S* mte_DELTA_GetNext(uint32_t l, const char* o, const char* n, uint8_t* f) {
+    return GetNext<MTE_DELTA_ENTRY_S>("delta.next", l, o, n, f);
+}
+uint32_t mte_DELTA_Set(const MTE_DELTA_ENTRY_S* r, uint32_t m, uint32_t* f) {
+    return Set("delta.set", r, m, f);
 }
 uint32_t mte_OBJ_IsEmpty(void) {
     return M().uiObjEmpty;

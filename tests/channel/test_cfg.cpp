@@ -45,7 +45,7 @@ class CfgTest : public ::testing::Test {
 };
 
 TEST_F(CfgTest, TypesOutsideTheTableAreRefused) {
-    for (uint16_t usType : {0, 15, 16, 0xffff}) {
+    for (uint16_t usType : {0, 16, 17, 0xffff}) {
         REPLY_S r = Send(usType, MTE_MSG_OP_GET);
         EXPECT_EQ(r.uiLen, 20u);
         EXPECT_EQ(r.stReply.uiResult, MTE_ERR_GENERAL) << usType;
@@ -137,6 +137,7 @@ const TABLE_CASE_S g_astTableCases[] = {
     {9, 11, 12, "event", 8, 41, "evt:rd", "evt:wr", 0},
     {10, 13, 12, "notify", 516, 549, "evt:rd", "evt:wr", 0x80},
     {11, 14, 12, "set", 528, 561, "evt:rd", "evt:wr", 0x40},
+    {15, 16, 5, "delta", 524, 557, "", "", 0x10},
 };
 
 Bytes RowWithIndex(const TABLE_CASE_S& c, const char* pszOwner, const char* pszName) {

@@ -348,6 +348,37 @@ void SNMP_EndWalk(const void* pWalk) {
     g_apEndedWalks.push_back(pWalk);
 }
 
+// One request in the fake's eyes too: each OID answered as a get, the stall
+// once.
+void SNMP_GetInstanceValues(const char* pszOwner, const char* pszContext, uint32_t uiCount,
+                            const MTE_OID_S* astOids, SNMP_VALUE_S** apstValues,
+                            uint32_t* auiStatus) {
+    EnterRequest();
+    std::lock_guard guard(g_stLock);
+    for (uint32_t i = 0; i < uiCount; i++) {
+        FAKE_OID astOid = FAKE_SNMP_ToVector(astOids[i]);
+        g_astGets.push_back({Str(pszOwner), Str(pszContext), astOid});
+        g_astJournal.push_back("get " + FAKE_SNMP_OidStr(astOid));
+        apstValues[i] = nullptr;
+        auiStatus[i] = FailureOf(astOid);
+        if (auiStatus[i] != 0) {
+            continue;
+        }
+        auto itCtx = g_mapMib.find(Str(pszContext));
+        if (itCtx == g_mapMib.end()) {
+            auiStatus[i] = SNMP_ST_UNKNOWN_CONTEXT;
+            continue;
+        }
+        auto it = itCtx->second.find(astOid);
+        if (it == itCtx->second.end()) {
+            auiStatus[i] = SNMP_ST_NO_SUCH_INSTANCE;
+            continue;
+        }
+        apstValues[i] = NewValue(it->second);
+        auiStatus[i] = apstValues[i] == nullptr ? static_cast<uint32_t>(SNMP_ST_LOCAL_RESOURCE) : 0u;
+    }
+}
+
 uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext) {
     EnterRequest();
     std::lock_guard guard(g_stLock);

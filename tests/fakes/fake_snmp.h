@@ -9,6 +9,8 @@
 // - SNMP_GetInstanceValue: a malloc'ed copy of the value (release it with
 //   SNMP_FreeInstanceValue); a missing OID gives null and
 //   SNMP_ST_NO_SUCH_INSTANCE.
+// - SNMP_GetInstanceValues: each OID answered as SNMP_GetInstanceValue would,
+//   recorded as that many gets.
 // - SNMP_GetNextInstanceValue: the first OID of the context greater than the
 //   given one (lexicographic on sub-identifiers); at the end null and
 //   SNMP_ST_END_OF_MIB_VIEW.

@@ -116,7 +116,8 @@ TEST_F(StoreRecoverTest, InitFailsWhenEitherDatabaseCannotBeOpened) {
 
 TEST_F(StoreRecoverTest, EmptyStoreKeepsTheDefaults) {
     ASSERT_EQ(Restart(), 0u);
-    EXPECT_EQ(FAKE_DBM_BatchCalls(), MTE_DBM_SORTLIST_ROWS);  // one empty read per list
+    // One empty read per list, the delta rows' list included.
+    EXPECT_EQ(FAKE_DBM_BatchCalls(), MTE_DBM_SORTLIST_ROWS + MTE_DBM_SORTLIST_EXT_ROWS);
     MTE_SCALAR_S stScalars;
     mte_SCALAR_Get(&stScalars);
     EXPECT_EQ(stScalars.uiSampleMinimum, 1u);
@@ -143,7 +144,8 @@ TEST_F(StoreRecoverTest, ListsAreReadInBatchesOfFive) {
         uint64_t ulBefore = FAKE_DBM_BatchCalls();
         ASSERT_EQ(Restart(), 0u);
         EXPECT_EQ(FAKE_DBM_BatchCalls() - ulBefore,
-                  MTE_DBM_SORTLIST_ROWS - 1 + stCase.ulCallsForTheList);
+                  MTE_DBM_SORTLIST_ROWS + MTE_DBM_SORTLIST_EXT_ROWS - 1 +
+                      stCase.ulCallsForTheList);
     }
 }
 
