@@ -99,6 +99,19 @@ MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t ui
     return pstRow;
 }
 
+MTE_DELTA_ENTRY_S* ENG_AddDelta(MTE_TRIGGER_ENTRY_S* pstTrigger, const FAKE_OID& astDiscId,
+                                bool bWildcard, uint32_t uiType) {
+    auto* pstRow = static_cast<MTE_DELTA_ENTRY_S*>(calloc(1, sizeof(MTE_DELTA_ENTRY_S)));
+    strcpy(pstRow->szOwner, pstTrigger->stRow.szOwner);
+    strcpy(pstRow->szName, pstTrigger->stRow.szName);
+    pstRow->stDiscontinuityID = FAKE_SNMP_MakeOid(astDiscId);
+    pstRow->uiDiscontinuityIDWildcard = bWildcard ? MTE_TRUE : MTE_FALSE;
+    pstRow->uiDiscontinuityIDType = uiType;
+    pstTrigger->pstDelta = pstRow;
+    pstTrigger->stRow.uiSampleType = MTE_SAMPLE_DELTA;
+    return pstRow;
+}
+
 std::vector<ENG_NOTIFY_S> ENG_Notifies(void) {
     std::vector<ENG_NOTIFY_S> astOut;
     for (const auto& stNotify : FAKE_SNMP_Notifies()) {

@@ -27,6 +27,10 @@ MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t ui
                                     int32_t iRising, int32_t iFalling, int32_t iDeltaRising,
                                     int32_t iDeltaFalling);
 
+// Makes the trigger a delta trigger with a delta row (freed with the trigger).
+MTE_DELTA_ENTRY_S* ENG_AddDelta(MTE_TRIGGER_ENTRY_S* pstTrigger, const FAKE_OID& astDiscId,
+                                bool bWildcard, uint32_t uiType);
+
 // One captured notification, decoded.
 struct ENG_NOTIFY_S {
     std::string strName;

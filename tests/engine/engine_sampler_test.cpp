@@ -614,6 +614,87 @@ TEST_F(EngineSampler, AbsoluteRisingAndDeltaFallingInOnePairRunInThatOrder) {
     EXPECT_NE(astEvents[1].find("own-evDeltaFalling"), std::string::npos);
 }
 
+// --- discontinuities of delta triggers ----------------------------------------
+
+const FAKE_OID kUpTime = {1, 3, 6, 1, 2, 1, 1, 3, 0};
+const FAKE_OID kDiscTime = {1, 3, 6, 1, 2, 1, 31, 1, 1, 1, 15};  // ifCounterDiscontinuityTime
+
+// A delta threshold that fires on a rise or fall of 100 per sample.
+MTE_TRIGGER_ENTRY_S* DeltaThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    ENG_AddThreshold(pstTrigger, MTE_THRES_STARTUP_RISING_OR_FALLING, INT32_MAX, INT32_MIN, 100,
+                     -100);
+    return pstTrigger;
+}
+
+TEST_F(EngineSampler, AgentRestartIsNoDeltaAndTheNextRealRiseFires) {
+    MTE_TRIGGER_ENTRY_S* pstTrigger = DeltaThreshold(Make("d", kScalar));
+    ENG_AddDelta(pstTrigger, kUpTime, false, MTE_DELTA_TIME_TICKS);
+    mte_DBG_EnableSwitch(MTE_DBG_INFO);
+    struct {
+        int32_t iValue;
+        uint32_t uiUpTime;
+        std::vector<std::string> astFired;
+    } astCycles[] = {
+        {1000, 500, {}},
+        {1050, 600, {}},
+        {5, 10, {}},  // restarted: a fall of 1045 that is no delta
+        {300, 110, {"mteTriggerRising"}},
+        {100, 210, {"mteTriggerFalling"}},
+    };
+    size_t uiSeen = 0;
+    for (const auto& stCycle : astCycles) {
+        SCOPED_TRACE(stCycle.iValue);
+        FAKE_SNMP_SetInteger("", kScalar, stCycle.iValue);
+        FAKE_SNMP_SetUnsigned("", kUpTime, stCycle.uiUpTime, SNMP_VTYPE_TIMETICKS);
+        Cycle(pstTrigger);
+        auto astNames = ENG_NotifyNames();
+        EXPECT_EQ(std::vector<std::string>(astNames.begin() + uiSeen, astNames.end()),
+                  stCycle.astFired);
+        uiSeen = astNames.size();
+    }
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "discontinuity at 1.3.6.1.4.1.99.1.0"), 1u);
+    // The sysUpTime is read in the sample's own request.
+    EXPECT_EQ(FAKE_SNMP_Gets().size(), 2 * std::size(astCycles));
+
+    // An indicator that cannot be read makes the sample a failed one.
+    FAKE_SNMP_FailOid(kUpTime, SNMP_ST_NO_ACCESS);
+    Cycle(pstTrigger);
+    auto astNotifies = ENG_Notifies();
+    EXPECT_EQ(astNotifies.back().strName, "mteTriggerFailure");
+    EXPECT_EQ(astNotifies.back().astOid, kUpTime);
+    EXPECT_EQ(astNotifies.back().iLast, 6);
+    EXPECT_EQ(pstTrigger->pstPrevSamples, nullptr);
+}
+
+// A wildcarded timeStamp per instance, as ifCounterDiscontinuityTime: only the
+// instance whose counter was reset skips its delta, in walks of any length.
+TEST_F(EngineSampler, PerInstanceTimeStampSkipsOnlyTheResetInstance) {
+    const uint32_t uiCount = 7;  // more than one batch
+    FAKE_SNMP_SetUnsigned("", kUpTime, 900, SNMP_VTYPE_TIMETICKS);
+    for (uint32_t i = 1; i <= uiCount; ++i) {
+        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1000);
+        FAKE_SNMP_SetUnsigned("", Sub(kDiscTime, {i}), 5, SNMP_VTYPE_TIMETICKS);
+    }
+    MTE_TRIGGER_ENTRY_S* pstTrigger = DeltaThreshold(Make("w", kIfIn, "", true));
+    ENG_AddDelta(pstTrigger, kDiscTime, true, MTE_DELTA_TIME_STAMP);
+    Cycle(pstTrigger);
+    // Instance 2 was reset (its timeStamp moved on); instance 6 fell for real.
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {2}), 0);
+    FAKE_SNMP_SetUnsigned("", Sub(kDiscTime, {2}), 800, SNMP_VTYPE_TIMETICKS);
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {6}), 0);
+    Cycle(pstTrigger);
+    auto astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 1u);
+    EXPECT_EQ(astNotifies[0].strName, "mteTriggerFalling");
+    EXPECT_EQ(astNotifies[0].astOid, Sub(kIfIn, {6}));
+    // A rise after the reset is a delta again.
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {2}), 500);
+    Cycle(pstTrigger);
+    ASSERT_EQ(ENG_Notifies().size(), 2u);
+    EXPECT_EQ(ENG_Notifies()[1].astOid, Sub(kIfIn, {2}));
+    EXPECT_EQ(ENG_Notifies()[1].strName, "mteTriggerRising");
+}
+
 TEST_F(EngineSampler, UnsignedValuesAreSentWithHotValueZero) {
     FAKE_SNMP_SetUnsigned("", kScalar, 77, SNMP_VTYPE_GAUGE32);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar);

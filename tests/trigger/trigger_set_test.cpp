@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "mte_bool.h"
+#include "mte_delta.h"
 #include "mte_exist.h"
 #include "mte_thres.h"
 #include "table_fixture.h"
@@ -315,6 +316,86 @@ TEST_F(TriggerTableTest, TestBitsMakeAndDestroyRowsWithTheirRecords) {
     EXPECT_EQ(pstEntry->pstExist, nullptr);
     EXPECT_EQ(pstEntry->pstThres, nullptr);
     EXPECT_EQ(pstEntry->stRow.ucTest, 0);
+}
+
+// The delta row exists exactly while the sample type is deltaValue, is
+// written only while the trigger is not active, and comes back at start-up,
+// with its defaults when the store has no record of it (an older store).
+TEST_F(TriggerTableTest, DeltaRowFollowsTheSampleTypeAndIsStored) {
+    MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "d", MTE_ROW_CREATE_AND_WAIT);
+    stReq.uiSampleType = MTE_SAMPLE_DELTA;
+    ASSERT_EQ(Set(stReq, kGoMask | COL(MTE_TRIGGER_COL_SAMPLE_TYPE)), 0u);
+    const MTE_DELTA_ENTRY_S* pstDelta = mte_DELTA_Get("own", "d");
+    ASSERT_NE(pstDelta, nullptr);
+    EXPECT_TRUE(mte_DELTA_IsSysUpTime(&pstDelta->stDiscontinuityID));
+    EXPECT_EQ(pstDelta->uiDiscontinuityIDWildcard, MTE_FALSE);
+    EXPECT_EQ(pstDelta->uiDiscontinuityIDType, MTE_DELTA_TIME_TICKS);
+    EXPECT_EQ(FAKE_DBM_Records("mteDelta").size(), 1u);
+
+    MTE_DELTA_ENTRY_S stRow = *pstDelta;
+    stRow.stDiscontinuityID.uiLen = 11;
+    const uint32_t auiDisc[] = {1, 3, 6, 1, 2, 1, 31, 1, 1, 1, 15};
+    memcpy(stRow.stDiscontinuityID.auiOid, auiDisc, sizeof(auiDisc));
+    stRow.uiDiscontinuityIDWildcard = MTE_TRUE;
+    stRow.uiDiscontinuityIDType = MTE_DELTA_TIME_STAMP;
+    const uint32_t uiAll = COL(1) | COL(2) | COL(3);
+    struct {
+        const char* pszWhat;
+        uint32_t uiType;
+        uint32_t uiWildcard;
+        uint32_t uiResult;
+        uint32_t uiFailed;
+    } astRefused[] = {
+        {"wildcard on a trigger whose value is not", MTE_DELTA_TIME_STAMP, MTE_TRUE,
+         MTE_ERR_INCONSISTENT, 2},
+        {"wildcard not a TruthValue", MTE_DELTA_TIME_STAMP, 0, MTE_ERR_INCONSISTENT, 2},
+        {"unknown type", 4, MTE_FALSE, MTE_ERR_INCONSISTENT, 3},
+    };
+    for (const auto& stCase : astRefused) {
+        SCOPED_TRACE(stCase.pszWhat);
+        MTE_DELTA_ENTRY_S stBad = stRow;
+        stBad.uiDiscontinuityIDType = stCase.uiType;
+        stBad.uiDiscontinuityIDWildcard = stCase.uiWildcard;
+        uint32_t uiFailed = 0;
+        EXPECT_EQ(mte_DELTA_Set(&stBad, uiAll, &uiFailed), stCase.uiResult);
+        EXPECT_EQ(uiFailed, stCase.uiFailed);
+    }
+    stReq = TriggerReq("own", "d", MTE_ROW_NONE);
+    stReq.uiValueIDWildcard = MTE_TRUE;
+    ASSERT_EQ(Set(stReq, COL(MTE_TRIGGER_COL_VALUE_ID_WILDCARD)), 0u);
+    uint32_t uiFailed = 0;
+    ASSERT_EQ(mte_DELTA_Set(&stRow, uiAll, &uiFailed), 0u);
+    ASSERT_EQ(Set(TriggerReq("own", "d", MTE_ROW_ACTIVE), COL(MTE_TRIGGER_COL_ENTRY_STATUS)), 0u);
+    stRow.uiDiscontinuityIDType = MTE_DELTA_DATE_AND_TIME;
+    EXPECT_EQ(mte_DELTA_Set(&stRow, uiAll, &uiFailed), MTE_ERR_INCONSISTENT);  // active
+    stRow.uiDiscontinuityIDType = MTE_DELTA_TIME_STAMP;
+    const std::string strStored = Bytes(mte_DELTA_Get("own", "d"), sizeof(MTE_DELTA_ENTRY_S));
+    ASSERT_EQ(FAKE_DBM_Records("mteDelta"), std::vector<std::string>{strStored});
+
+    for (bool bOlderStore : {false, true}) {
+        SCOPED_TRACE(bOlderStore ? "store without delta rows" : "store with its delta row");
+        if (bOlderStore) {
+            // Only the stored record goes, as in a store written before delta rows.
+            mte_DELTA_Destroy(mte_DELTA_Get("own", "d"));
+            Entry("own", "d")->pstDelta = nullptr;
+        }
+        mte_TRIGGER_Fini();
+        ASSERT_EQ(mte_TRIGGER_Init(), 0u);
+        ASSERT_EQ(mte_DBM_Recover(), 0u);
+        ASSERT_NE(mte_DELTA_Get("own", "d"), nullptr);
+        EXPECT_EQ(Bytes(mte_DELTA_Get("own", "d"), sizeof(MTE_DELTA_ENTRY_S)) == strStored,
+                  !bOlderStore);
+    }
+    EXPECT_EQ(mte_DELTA_Get("own", "d")->uiDiscontinuityIDType, MTE_DELTA_TIME_TICKS);
+
+    ASSERT_EQ(Set(TriggerReq("own", "d", MTE_ROW_NOT_IN_SERVICE), COL(MTE_TRIGGER_COL_ENTRY_STATUS)),
+              0u);
+    stReq = TriggerReq("own", "d", MTE_ROW_NONE);
+    stReq.uiSampleType = MTE_SAMPLE_ABSOLUTE;
+    ASSERT_EQ(Set(stReq, COL(MTE_TRIGGER_COL_SAMPLE_TYPE)), 0u);
+    EXPECT_EQ(mte_DELTA_Get("own", "d"), nullptr);
+    EXPECT_TRUE(FAKE_DBM_Records("mteDelta").empty());
+    EXPECT_EQ(mte_DELTA_Set(&stRow, uiAll, &uiFailed), MTE_ERR_NO_SUCH_ROW);
 }
 
 TEST_F(TriggerTableTest, OddStatusesChangeOnlyTestBits) {
