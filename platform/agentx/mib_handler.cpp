@@ -448,10 +448,11 @@ const EMA_TABLE_S* ema_ParentOf(const EMA_TABLE_S* pstTable) {
         case 5:
         case 6:
         case 7:
-            return &g_astEmaTables[0];  // mteTriggerTable
+        case 15:  // the delta rows
+            return EMA_TableOfType(4);  // mteTriggerTable
         case 10:
         case 11:
-            return &g_astEmaTables[5];  // mteEventTable
+            return EMA_TableOfType(9);  // mteEventTable
         default:
             return nullptr;
     }

@@ -89,6 +89,16 @@ constexpr EMA_COLUMN_S g_astTriggerCols[] = {
     {15, EMA_SYN_STATUS, 1, 0, EMA_OFF(T, uiEntryStatus), 4, 1, 6, B(MTE_TRIGGER_COL_ENTRY_STATUS)},
 };
 
+using D = MTE_DELTA_ENTRY_S;
+constexpr EMA_COLUMN_S g_astDeltaCols[] = {
+    {1, EMA_SYN_OID, 1, 0, EMA_OFF(D, stDiscontinuityID), EMA_SZ(D, stDiscontinuityID), 0, 0,
+     B(MTE_DELTA_COL_DISCONTINUITY_ID)},
+    {2, EMA_SYN_TRUTH, 1, 0, EMA_OFF(D, uiDiscontinuityIDWildcard), 4, 1, 2,
+     B(MTE_DELTA_COL_DISCONTINUITY_ID_WILDCARD)},
+    {3, EMA_SYN_INTEGER, 1, 0, EMA_OFF(D, uiDiscontinuityIDType), 4, MTE_DELTA_TIME_TICKS,
+     MTE_DELTA_DATE_AND_TIME, B(MTE_DELTA_COL_DISCONTINUITY_ID_TYPE)},
+};
+
 using X = MTE_EXIST_ENTRY_S;
 constexpr EMA_COLUMN_S g_astExistCols[] = {
     {1, EMA_SYN_BITS, 1, BitsAllowed(6, 1), EMA_OFF(X, ucTest), 1, 0, 0, BitsMask(6, 1)},
@@ -282,6 +292,21 @@ const EMA_TABLE_S g_astEmaTables[EMA_TABLE_COUNT] = {
      B(MTE_TRIGGER_COL_ENTRY_STATUS),
      g_astTriggerCols,
      Count(g_astTriggerCols)},
+    {"mteTriggerDeltaTable",
+     {2, 3, 1},
+     15,
+     16,
+     5,
+     sizeof(D),
+     EMA_INDEX_NAMED,
+     EMA_OFF(D, szOwner),
+     EMA_OFF(D, szName),
+     0,
+     0,
+     0,
+     0,
+     g_astDeltaCols,
+     Count(g_astDeltaCols)},
     {"mteTriggerExistenceTable",
      {2, 4, 1},
      6,
@@ -388,6 +413,15 @@ const EMA_TABLE_S g_astEmaTables[EMA_TABLE_COUNT] = {
      g_astSetCols,
      Count(g_astSetCols)},
 };
+
+const EMA_TABLE_S* EMA_TableOfType(uint16_t usMsgType) {
+    for (const EMA_TABLE_S& stTable : g_astEmaTables) {
+        if (stTable.usMsgType == usMsgType) {
+            return &stTable;
+        }
+    }
+    return nullptr;
+}
 
 const EMA_SCALAR_S g_astEmaScalars[EMA_SCALAR_COUNT] = {
     {"mteResourceSampleMinimum", {1, 1, 0}, 3, EMA_SYN_INTEGER, 0, 2, 2, 1},

@@ -65,10 +65,13 @@ struct EMA_TABLE_S {
     uint32_t uiColumnCount;
 };
 
-// The eight tables in OID order (which is also the order in which one SET's
-// rows are applied: triggers before their tests, events before actions).
-constexpr uint32_t EMA_TABLE_COUNT = 8;
+// The nine tables in OID order (which is also the order in which one SET's
+// rows are applied: triggers before their delta rows and tests, events before
+// actions).
+constexpr uint32_t EMA_TABLE_COUNT = 9;
 extern const EMA_TABLE_S g_astEmaTables[EMA_TABLE_COUNT];
+// The table served with that message type; null for none.
+const EMA_TABLE_S* EMA_TableOfType(uint16_t usMsgType);
 
 // The seven scalars in OID order.
 struct EMA_SCALAR_S {

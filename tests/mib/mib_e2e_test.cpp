@@ -363,7 +363,7 @@ TEST_F(MibBridgeTest, GetNextFromArbitraryNamesFollowsTheWalk) {
         kTrigger + ".3.40",             // owner longer than 32
         kTrigger + ".3.1.98.113.113.113",
         kTrigger + ".15.4294967295",
-        "1.3.6.1.2.1.88.1.2.3",           // the absent delta table
+        "1.3.6.1.2.1.88.1.2.3",           // the delta table
         kObjects + ".3.2.97.97",          // objects: owner without name
         kObjects + ".3.2.97.97.1.111",    // name without index
         kObjects + ".3.2.97.97.1.111.2",  // index just before the row

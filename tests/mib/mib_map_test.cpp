@@ -290,12 +290,14 @@ TEST(MibMapTest, ValuesOfTheWrongTypeLengthOrRangeAreRefused) {
         {0, 15, ASN_INTEGER, {}, 3, SNMP_ERR_WRONGVALUE},  // notReady is never written
         {0, 15, ASN_INTEGER, {}, 7, SNMP_ERR_WRONGVALUE},
         {0, 15, ASN_INTEGER, {}, 4, SNMP_ERR_NOERROR},
-        {1, 2, ASN_OCTET_STR, {0x20}, 0, SNMP_ERR_WRONGVALUE},  // startup has no "changed"
-        {2, 1, ASN_INTEGER, {}, 7, SNMP_ERR_WRONGVALUE},
-        {2, 2, ASN_INTEGER, {}, -5, SNMP_ERR_NOERROR},
-        {3, 1, ASN_INTEGER, {}, 4, SNMP_ERR_WRONGVALUE},
-        {5, 3, ASN_OCTET_STR, {0x80}, 0, SNMP_ERR_NOERROR},
-        {5, 3, ASN_OCTET_STR, {0x20}, 0, SNMP_ERR_WRONGVALUE},
+        {2, 2, ASN_OCTET_STR, {0x20}, 0, SNMP_ERR_WRONGVALUE},  // startup has no "changed"
+        {3, 1, ASN_INTEGER, {}, 7, SNMP_ERR_WRONGVALUE},
+        {3, 2, ASN_INTEGER, {}, -5, SNMP_ERR_NOERROR},
+        {4, 1, ASN_INTEGER, {}, 4, SNMP_ERR_WRONGVALUE},
+        {6, 3, ASN_OCTET_STR, {0x80}, 0, SNMP_ERR_NOERROR},
+        {6, 3, ASN_OCTET_STR, {0x20}, 0, SNMP_ERR_WRONGVALUE},
+        {1, 3, ASN_INTEGER, {}, 4, SNMP_ERR_WRONGVALUE},  // delta: no type beyond dateAndTime
+        {1, 2, ASN_INTEGER, {}, 0, SNMP_ERR_WRONGVALUE},
     };
     for (const auto& stCase : aCases) {
         const EMA_TABLE_S* pstTable = &g_astEmaTables[stCase.uiTableNo];
