@@ -37,6 +37,11 @@ constexpr CTL_NAMED_S g_astThresStartups[] = {
     {"falling", MTE_THRES_STARTUP_FALLING, 0},
     {"risingOrFalling", MTE_THRES_STARTUP_RISING_OR_FALLING, 0},
 };
+constexpr CTL_NAMED_S g_astDiscontinuityTypes[] = {
+    {"timeTicks", MTE_DELTA_TIME_TICKS, 0},
+    {"timeStamp", MTE_DELTA_TIME_STAMP, 0},
+    {"dateAndTime", MTE_DELTA_DATE_AND_TIME, 0},
+};
 constexpr CTL_NAMED_S g_astTriggerTests[] = {
     {"existence", MTE_TEST_EXISTENCE, MTE_TRIGGER_COL_TEST_EXISTENCE},
     {"boolean", MTE_TEST_BOOLEAN, MTE_TRIGGER_COL_TEST_BOOLEAN},
@@ -139,6 +144,17 @@ const CTL_COLUMN_S g_astThresColumns[] = {
      33},
 };
 
+using DLT = MTE_DELTA_ENTRY_S;
+const CTL_COLUMN_S g_astDeltaColumns[] = {
+    {"owner", K::OWNER, 0, OFF(DLT, szOwner), 33},
+    {"name", K::NAME, 0, OFF(DLT, szName), 33},
+    {"discontinuityid", K::OID, MTE_DELTA_COL_DISCONTINUITY_ID, OFF(DLT, stDiscontinuityID), 516},
+    {"discontinuityidwildcard", K::TRUTH, MTE_DELTA_COL_DISCONTINUITY_ID_WILDCARD,
+     OFF(DLT, uiDiscontinuityIDWildcard), 4},
+    {"discontinuityidtype", K::ENUM, MTE_DELTA_COL_DISCONTINUITY_ID_TYPE,
+     OFF(DLT, uiDiscontinuityIDType), 4, NAMES(g_astDiscontinuityTypes)},
+};
+
 using OBJ = MTE_OBJ_ROW_S;
 const CTL_COLUMN_S g_astObjColumns[] = {
     {"owner", K::OWNER, 0, OFF(OBJ, szOwner), 33},
@@ -189,6 +205,8 @@ const CTL_COLUMN_S g_astSetColumns[] = {
 const CTL_TABLE_S g_astTables[] = {
     TABLE("trigger", MTE_MSG_TYPE_TRIGGER, MTE_ITEM_TRIGGER, MTE_ITEM_TRIGGER_KEY, TRG,
           g_astTriggerColumns),
+    TABLE("delta", MTE_MSG_TYPE_DELTA, MTE_ITEM_DELTA, MTE_ITEM_TRIGGER_KEY, DLT,
+          g_astDeltaColumns),
     TABLE("existence", MTE_MSG_TYPE_EXISTENCE, MTE_ITEM_EXISTENCE, MTE_ITEM_TRIGGER_KEY, EXI,
           g_astExistColumns),
     TABLE("boolean", MTE_MSG_TYPE_BOOLEAN, MTE_ITEM_BOOLEAN, MTE_ITEM_TRIGGER_KEY, BOO,

@@ -48,8 +48,8 @@ struct CTL_TABLE_S {
     size_t uiColumnCount;
 };
 
-// The table of that name (trigger, existence, boolean, threshold, objects,
-// event, notification, set), or null.
+// The table of that name (trigger, delta, existence, boolean, threshold,
+// objects, event, notification, set), or null.
 const CTL_TABLE_S* CTL_FindTable(const std::string& strName);
 const std::vector<const CTL_TABLE_S*>& CTL_Tables(void);
 

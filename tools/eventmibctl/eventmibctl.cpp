@@ -136,7 +136,7 @@ int Usage(const std::string& strWhy) {
             "  set scalars sample-minimum=N | instance-maximum=N\n"
             "  debug get | debug enable BITS | debug disable BITS\n"
             "  trap-switch on | off | get\n"
-            "tables: trigger existence boolean threshold objects event notification set\n");
+            "tables: trigger delta existence boolean threshold objects event notification set\n");
     return EXIT_USAGE;
 }
 
