@@ -338,18 +338,28 @@ bool mte_run_ReadResume(MTE_TRIGGER_ENTRY_S* pstTrigger, bool bTakeMarker,
     return true;
 }
 
-// The indicators of an instance that a get-next walk found: read for the
-// instance when the discontinuity object is wildcarded, else once per
-// context and cycle and kept in *pstLeaf. Null for a trigger without a
-// delta row.
+// The indicators of an instance that a get-next walk found, null for a
+// trigger without a delta row. A wildcarded discontinuity object is read
+// for the instance, in one GET with the instance's value again, so that a
+// reset between the two reads cannot pass for a delta; the value of that GET
+// replaces the walk's. A leaf is read once per context and cycle and kept in
+// *pstLeaf.
 const MTE_DISC_READ_S* mte_run_WalkDisc(const MTE_RUN_CFG_S* pstCfg, const char* pszContext,
                                         const MTE_OID_S* pstInstance, MTE_DISC_READ_S* pstLeaf,
-                                        MTE_DISC_READ_S* pstOwn) {
+                                        MTE_DISC_READ_S* pstOwn, SNMP_VALUE_S** ppstValue) {
     if (!pstCfg->bDelta) {
         return nullptr;
     }
     if (pstCfg->bDiscWildcard) {
-        (void)mte_run_ReadWithDisc(pstCfg, pszContext, nullptr, pstInstance, nullptr, pstOwn);
+        uint32_t uiStatus = 0;
+        SNMP_VALUE_S* pstAgain =
+            mte_run_ReadWithDisc(pstCfg, pszContext, pstInstance, pstInstance, &uiStatus, pstOwn);
+        if (uiStatus == SNMP_ST_OK && pstAgain != nullptr) {
+            mte_run_FreeValue(*ppstValue);
+            *ppstValue = pstAgain;
+        } else {
+            mte_run_FreeValue(pstAgain);
+        }
         return pstOwn;
     }
     if (!pstLeaf->stDisc.bRead) {
@@ -453,7 +463,8 @@ bool mte_run_WalkInstances(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S*
             !bForward) {
             stStep.bContinue = false;
         } else if (uiStatus == 0) {
-            stStep.pstDisc = mte_run_WalkDisc(pstCfg, pstCfg->szContext, &stOid, &stLeaf, &stOwn);
+            stStep.pstDisc = mte_run_WalkDisc(pstCfg, pstCfg->szContext, &stOid, &stLeaf, &stOwn,
+                                              &stStep.pstValue);
         }
         if (!mte_run_StepHandler(pstTrigger, &stStep)) {
             return stStep.bRequeued;
@@ -512,7 +523,8 @@ bool mte_run_WalkBoth(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S* pstC
                 stStep.bContinue = false;
             }
         } else if (uiStatus == 0) {
-            stStep.pstDisc = mte_run_WalkDisc(pstCfg, szContext, &stOid, &stLeaf, &stOwn);
+            stStep.pstDisc =
+                mte_run_WalkDisc(pstCfg, szContext, &stOid, &stLeaf, &stOwn, &stStep.pstValue);
         }
         if (!mte_run_StepHandler(pstTrigger, &stStep)) {
             return stStep.bRequeued;

@@ -19,22 +19,32 @@ class E2eManager : public E2eStack {
   protected:
     // snmpset with the write community; arguments are "OID TYPE VALUE" triples.
     std::string Set(const std::string& strArgs) {
-        std::string strCommand = "env SNMPCONFPATH=" + m_stSnmpd.Dir() +
-                                 "/etc MIBS= timeout 30 snmpset -v2c -c private -On -t 3 -r 0 "
-                                 "127.0.0.1:" +
-                                 std::to_string(m_stSnmpd.Port()) + " " + strArgs + " 2>&1";
         std::string strOut;
+        return Run("snmpset -v2c -c private", strArgs, &strOut) ? ""
+               : strOut.empty()                                 ? "failed"
+                                                                : strOut;
+    }
+    // snmpwalk with the read community: "OID = TYPE: VALUE" lines.
+    std::string Walk(const std::string& strOid) {
+        std::string strOut;
+        return Run("snmpwalk -v2c -c public", strOid, &strOut) ? strOut : "failed: " + strOut;
+    }
+    bool Run(const std::string& strTool, const std::string& strArgs, std::string* pstrOut) {
+        std::string strCommand = "env SNMPCONFPATH=" + m_stSnmpd.Dir() + "/etc MIBS= timeout 30 " +
+                                 strTool + " -On -t 3 -r 0 127.0.0.1:" +
+                                 std::to_string(m_stSnmpd.Port()) + " " + strArgs + " 2>&1";
+        std::string& strOut = *pstrOut;
         FILE* pstPipe = popen(strCommand.c_str(), "r");
         if (pstPipe == nullptr) {
-            return "popen failed";
+            strOut = "popen failed";
+            return false;
         }
         char acBuf[4096];
         size_t uiGot;
         while ((uiGot = fread(acBuf, 1, sizeof(acBuf), pstPipe)) > 0) {
             strOut.append(acBuf, uiGot);
         }
-        int iStatus = pclose(pstPipe);
-        return iStatus == 0 ? "" : strOut.empty() ? "failed" : strOut;
+        return pclose(pstPipe) == 0;
     }
     static std::string Column(const char* pszTable, int iColumn, const char* pszName) {
         return std::string(MTE_MIB) + "." + pszTable + ".1." + std::to_string(iColumn) + "." +
@@ -75,6 +85,76 @@ TEST_F(E2eManager, SnmpsetAloneConfiguresATriggerThatNotifies) {
     ASSERT_TRUE(WaitTraps(RISING, "t", 1));
     ExpectHot(Traps(RISING, "t")[0], "t", "", InstanceOid(1, 9), Int(150));
     ASSERT_TRUE(WaitTraps(CONFIGURED, "", 1));
+}
+
+// The delta row of a delta trigger, kept by managers alone: it appears with
+// the sample type, is written and read with snmpset and snmpwalk, outlives a
+// daemon restart and goes with the trigger. Its discontinuity object, an
+// agent up time in row 9's column 4, keeps a counter reset from firing, and
+// a real rise after it still fires.
+TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
+    AgentOk("add - 9 1000");
+    AgentOk("set - 9 ticks 50000");
+    const std::string strTrigger = "2.2";
+    const std::string strDelta = "2.3";
+    const std::string strThreshold = "2.6";
+    const std::string strDeltaWalk = std::string(MTE_MIB) + "." + strDelta;
+    const std::string strUpTime = std::string(TABLE) + ".4.9";
+    // A delta trigger on row 9's counter, with a threshold test.
+    EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 5 " +
+                  Column(strTrigger.c_str(), 4, NAME_T) + " x 20 " +
+                  Column(strTrigger.c_str(), 5, NAME_T) + " i 2 " +
+                  Column(strTrigger.c_str(), 6, NAME_T) + " o " + TABLE + ".1.9 " +
+                  Column(strTrigger.c_str(), 11, NAME_T) + " u 1"),
+              "");
+    // The row came with the trigger, at its defaults.
+    EXPECT_EQ(Walk(strDeltaWalk),
+              "." + Column(strDelta.c_str(), 1, NAME_T) + " = OID: .1.3.6.1.2.1.1.3.0\n." +
+                  Column(strDelta.c_str(), 2, NAME_T) + " = INTEGER: 2\n." +
+                  Column(strDelta.c_str(), 3, NAME_T) + " = INTEGER: 1\n");
+    EXPECT_NE(Set(Column(strDelta.c_str(), 3, NAME_T) + " i 4"), "");  // no such type
+    EXPECT_EQ(Set(Column(strDelta.c_str(), 1, NAME_T) + " o " + strUpTime + " " +
+                  Column(strDelta.c_str(), 3, NAME_T) + " i 1"),
+              "");
+    EXPECT_EQ(Set(Column(strThreshold.c_str(), 2, NAME_T) + " i 1000000 " +
+                  Column(strThreshold.c_str(), 3, NAME_T) + " i -1000000 " +
+                  Column(strThreshold.c_str(), 4, NAME_T) + " i 100 " +
+                  Column(strThreshold.c_str(), 5, NAME_T) + " i -100"),
+              "");
+    EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 1"), "");
+    // Written while active: refused, the row unchanged.
+    EXPECT_NE(Set(Column(strDelta.c_str(), 3, NAME_T) + " i 2"), "");
+    const std::string strConfigured = Walk(strDeltaWalk);
+    EXPECT_NE(strConfigured.find("OID: ." + strUpTime), std::string::npos) << strConfigured;
+
+    // The agent "restarts": its up time goes back and the counter starts at 0,
+    // a fall of 1000 that is no delta. Then a real rise of 300 fires.
+    usleep(2500 * 1000);
+    AgentOk("reset - 9 20");
+    usleep(2500 * 1000);
+    EXPECT_TRUE(Traps(FALLING, "t").empty());
+    EXPECT_TRUE(Traps(RISING, "t").empty());
+    AgentOk("set - 9 int 300");
+    ASSERT_TRUE(WaitTraps(RISING, "t", 1));
+    ExpectHot(Traps(RISING, "t")[0], "t", "", InstanceOid(1, 9), Int(300));
+    EXPECT_TRUE(Traps(FALLING, "t").empty());
+
+    // The row outlives a daemon restart.
+    ASSERT_TRUE(m_stDaemon.Signal(SIGRTMIN + 1));
+    int iStatus = 0;
+    ASSERT_TRUE(m_stDaemon.WaitExit(10000, &iStatus));
+    ASSERT_TRUE(StartDaemon());
+    EXPECT_TRUE(WaitUntil([&] { return Walk(strDeltaWalk) == strConfigured; }, START_WAIT_MS))
+        << Walk(strDeltaWalk);
+
+    // It goes with the delta sample type, and with the trigger.
+    EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 2"), "");
+    EXPECT_EQ(Set(Column(strTrigger.c_str(), 5, NAME_T) + " i 1"), "");
+    EXPECT_EQ(Walk(strDeltaWalk).find(strDeltaWalk + ".1."), std::string::npos) << Walk(strDeltaWalk);
+    EXPECT_EQ(Set(Column(strTrigger.c_str(), 5, NAME_T) + " i 2"), "");
+    EXPECT_NE(Walk(strDeltaWalk).find("OID: .1.3.6.1.2.1.1.3.0"), std::string::npos);
+    EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 6"), "");
+    EXPECT_EQ(Walk(strDeltaWalk).find(strDeltaWalk + ".1."), std::string::npos) << Walk(strDeltaWalk);
 }
 
 }  // namespace

@@ -94,11 +94,12 @@ void Usage(FILE* pstOut) {
             "usage: %s -c CONTROL_SOCKET [-x MASTER_SOCKET] [-n CONTEXT]...\n"
             "       %s -C CONTROL_SOCKET COMMAND...\n"
             "  Serves 1.3.6.1.4.1.99999.1.1.1.<col>.<index> (1 Integer32 read-write,\n"
-            "  2 Gauge32, 3 OCTET STRING) in the default context and each -n CONTEXT.\n"
-            "  Commands (CTX \"-\" is the default context):\n"
+            "  2 Gauge32, 3 OCTET STRING, 4 TimeTicks) in the default context and each\n"
+            "  -n CONTEXT. Commands (CTX \"-\" is the default context):\n"
             "    ping | context CTX | add CTX INDEX [INT [GAUGE [STRING]]]\n"
-            "    del CTX INDEX | set CTX INDEX int|gauge|string VALUE\n"
-            "    get CTX INDEX int|gauge|string | clear CTX\n",
+            "    del CTX INDEX | set CTX INDEX int|gauge|string|ticks VALUE\n"
+            "    get CTX INDEX int|gauge|string|ticks | clear CTX\n"
+            "    reset CTX INDEX TICKS   (int to 0 and ticks to TICKS at once)\n",
             TA_APP_NAME, TA_APP_NAME);
 }
 

@@ -26,7 +26,8 @@ constexpr size_t TA_ENTRY_LEN = OID_LENGTH(TA_ENTRY_OID);
 constexpr uint32_t TA_COL_INTEGER = 1;
 constexpr uint32_t TA_COL_GAUGE = 2;
 constexpr uint32_t TA_COL_STRING = 3;
-constexpr uint32_t TA_COL_LAST = TA_COL_STRING;
+constexpr uint32_t TA_COL_TICKS = 4;
+constexpr uint32_t TA_COL_LAST = TA_COL_TICKS;
 constexpr size_t TA_STRING_MAX = 255;
 constexpr const char* TA_OLD_VALUE = "mteTestOldValue";
 
@@ -34,6 +35,7 @@ struct Row {
     int32_t iInteger;
     uint32_t uiGauge;
     std::string strText;
+    uint32_t uiTicks;
 };
 
 struct Context {
@@ -67,6 +69,9 @@ void SetValue(netsnmp_variable_list* pstVar, uint32_t uiCol, const Row& stRow) {
     } else if (uiCol == TA_COL_GAUGE) {
         u_long ulValue = stRow.uiGauge;
         snmp_set_var_typed_value(pstVar, ASN_GAUGE, &ulValue, sizeof(ulValue));
+    } else if (uiCol == TA_COL_TICKS) {
+        u_long ulValue = stRow.uiTicks;
+        snmp_set_var_typed_value(pstVar, ASN_TIMETICKS, &ulValue, sizeof(ulValue));
     } else {
         snmp_set_var_typed_value(pstVar, ASN_OCTET_STR, stRow.strText.data(), stRow.strText.size());
     }
@@ -259,6 +264,7 @@ bool ParseColumn(const std::string& strWord, uint32_t* puiCol) {
     static const std::pair<const char*, uint32_t> s_astNames[] = {
         {"int", TA_COL_INTEGER}, {"1", TA_COL_INTEGER},     {"gauge", TA_COL_GAUGE},
         {"2", TA_COL_GAUGE},     {"string", TA_COL_STRING}, {"3", TA_COL_STRING},
+        {"ticks", TA_COL_TICKS}, {"4", TA_COL_TICKS},
     };
     for (const auto& [pszName, uiCol] : s_astNames) {
         if (strWord == pszName) {
@@ -281,6 +287,11 @@ std::string SetColumn(Row* pstRow, uint32_t uiCol, const std::string& strValue) 
             return "error gauge value out of range: " + strValue;
         }
         pstRow->uiGauge = static_cast<uint32_t>(llValue);
+    } else if (uiCol == TA_COL_TICKS) {
+        if (!ParseInt64(strValue, 0, UINT32_MAX, &llValue)) {
+            return "error ticks value out of range: " + strValue;
+        }
+        pstRow->uiTicks = static_cast<uint32_t>(llValue);
     } else {
         if (strValue.size() > TA_STRING_MAX) {
             return "error string longer than 255 bytes";
@@ -296,6 +307,9 @@ std::string ColumnText(const Row& stRow, uint32_t uiCol) {
     }
     if (uiCol == TA_COL_GAUGE) {
         return std::to_string(stRow.uiGauge);
+    }
+    if (uiCol == TA_COL_TICKS) {
+        return std::to_string(stRow.uiTicks);
     }
     return stRow.strText;
 }
@@ -313,7 +327,7 @@ std::string CmdAdd(const std::vector<std::string>& astrArgs) {
     if (pstCtx->mapRows.count(static_cast<uint32_t>(llIndex)) != 0) {
         return "error row exists";
     }
-    Row stRow = {0, 0, ""};
+    Row stRow = {0, 0, "", 0};
     for (size_t i = 3; i < astrArgs.size(); i++) {
         std::string strReply = SetColumn(&stRow, static_cast<uint32_t>(i - 2), astrArgs[i]);
         if (strReply != "ok") {
@@ -324,7 +338,8 @@ std::string CmdAdd(const std::vector<std::string>& astrArgs) {
     return "ok";
 }
 
-// set CTX INDEX COLUMN VALUE / get CTX INDEX COLUMN / del CTX INDEX
+// set CTX INDEX COLUMN VALUE / get CTX INDEX COLUMN / del CTX INDEX /
+// reset CTX INDEX TICKS
 std::string CmdRow(const std::vector<std::string>& astrArgs) {
     const std::string& strVerb = astrArgs[0];
     Context* pstCtx = FindContext(ContextName(astrArgs[1]).c_str());
@@ -343,9 +358,21 @@ std::string CmdRow(const std::vector<std::string>& astrArgs) {
         pstCtx->mapRows.erase(it);
         return "ok";
     }
+    if (strVerb == "reset") {
+        // A counter reset as a device shows it: the value and its
+        // discontinuity time change in one step, so no reader sees one
+        // without the other.
+        int64_t llTicks = 0;
+        if (!ParseInt64(astrArgs[3], 0, UINT32_MAX, &llTicks)) {
+            return "error ticks value out of range: " + astrArgs[3];
+        }
+        it->second.iInteger = 0;
+        it->second.uiTicks = static_cast<uint32_t>(llTicks);
+        return "ok";
+    }
     uint32_t uiCol = 0;
     if (astrArgs.size() < 4 || !ParseColumn(astrArgs[3], &uiCol)) {
-        return "error column must be int, gauge or string";
+        return "error column must be int, gauge, string or ticks";
     }
     if (strVerb == "get") {
         return "ok " + ColumnText(it->second, uiCol);
@@ -413,10 +440,11 @@ void TA_RunCommand(const std::string& strCommand, std::string* pstrReply) {
         strReply = CmdAdd(astrArgs);
     } else if ((strVerb == "del" && astrArgs.size() == 3) ||
                (strVerb == "get" && astrArgs.size() == 4) ||
+               (strVerb == "reset" && astrArgs.size() == 4) ||
                (strVerb == "set" && astrArgs.size() == 5)) {
         strReply = CmdRow(astrArgs);
     } else {
-        strReply = "error unknown command (ping, context, add, del, set, get, clear)";
+        strReply = "error unknown command (ping, context, add, del, set, get, reset, clear)";
     }
     *pstrReply = strReply;
 }
