@@ -127,6 +127,44 @@ TEST_F(E2eTriggers, ThresholdOnASingleTriggerAndDeltaOnAWildcardedOne) {
     EXPECT_EQ(Traps(FALLING, "thres").size(), 1u);
 }
 
+// A wildcarded delta trigger with a per-instance timeStamp as its
+// discontinuity object (column 4, as ifCounterDiscontinuityTime): the row
+// whose counter was reset fires nothing, the row that really fell does, and
+// the reset row fires again on a real rise.
+TEST_F(E2eTriggers, PerInstanceDiscontinuityTimeKeepsAResetRowFromFiring) {
+    for (int iRow : {5, 6}) {
+        AgentOk("add - " + std::to_string(iRow) + " 1000");
+        AgentOk("set - " + std::to_string(iRow) + " ticks 7");
+    }
+    const std::string strColumn4 = std::string(TABLE) + ".4";
+    CtlScenario("set trigger owner=e2e name=reset frequency=1 test=threshold sampletype=delta "
+                "valueid=" +
+                std::string(TABLE) +
+                ".1 wildcard=true status=createAndWait\n"
+                "set delta owner=e2e name=reset discontinuityid=" +
+                strColumn4 +
+                " discontinuityidwildcard=true discontinuityidtype=timeStamp\n"
+                "set threshold owner=e2e name=reset " +
+                std::string(NO_ABSOLUTE) +
+                " deltarising=100 deltafalling=-100\n"
+                "set trigger owner=e2e name=reset status=active\n");
+    std::string strRow;
+    ASSERT_EQ(CtlStatus("get delta owner=e2e name=reset", &strRow), 0);
+    EXPECT_NE(strRow.find(strColumn4), std::string::npos) << strRow;
+    EXPECT_NE(strRow.find("timeStamp"), std::string::npos) << strRow;
+    usleep(2500 * 1000);
+
+    AgentOk("reset - 5 900");
+    AgentOk("set - 6 int 0");
+    Trap stTrap;
+    ASSERT_TRUE(WaitTrapWith(FALLING, "reset", HOT_OID, InstanceOid(1, 6), &stTrap));
+    usleep(1500 * 1000);
+    AgentOk("set - 5 int 400");
+    ASSERT_TRUE(WaitTrapWith(RISING, "reset", HOT_OID, InstanceOid(1, 5), &stTrap));
+    ExpectHot(stTrap, "reset", "", InstanceOid(1, 5), Int(400));
+    EXPECT_EQ(Traps(FALLING, "reset").size(), 1u);
+}
+
 TEST_F(E2eTriggers, FailingSamplesArriveAsTriggerFailureWithTheirReason) {
     AgentOk("add - 5 1 2 not a number");
     struct Case {
