@@ -2,6 +2,7 @@
 // contexts are out of reach and refused without a request.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "client_test_util.h"
@@ -53,6 +54,34 @@ TEST_F(SnmpClientV2cTest, DefaultContextReadsAndSets) {
     EXPECT_EQ(SNMP_ST_OK, uiStatus);
     EXPECT_EQ("1.3.6.1.2.1.1.1.0", mte_test::OidText(stCursor));
     SNMP_FreeInstanceValue(pstValue);
+}
+
+// Several instances in one GET: each binding with its own value or status.
+TEST_F(SnmpClientV2cTest, ManyInstancesInOneGetAnswerEachOnItsOwn) {
+    const MTE_OID_S astOids[] = {Oid("1.3.6.1.2.1.1.3.0"), Oid("1.3.6.1.2.1.1.3.7"),
+                                 Oid("1.3.6.1.2.1.1.5.0")};
+    SNMP_VALUE_S* apstValues[3] = {};
+    uint32_t auiStatus[3] = {};
+    SNMP_GetInstanceValues("owner", "", 3, astOids, apstValues, auiStatus);
+    EXPECT_EQ(auiStatus[0], SNMP_ST_OK);
+    ASSERT_NE(apstValues[0], nullptr);
+    EXPECT_EQ(apstValues[0]->uiType, SNMP_VTYPE_TIMETICKS);
+    EXPECT_EQ(auiStatus[1], SNMP_ST_NO_SUCH_INSTANCE);
+    EXPECT_EQ(apstValues[1], nullptr);
+    EXPECT_EQ(auiStatus[2], SNMP_ST_OK);
+    ASSERT_NE(apstValues[2], nullptr);
+    EXPECT_EQ(apstValues[2]->uiType, SNMP_VTYPE_OCTET_STRING);
+    for (SNMP_VALUE_S* pstValue : apstValues) {
+        SNMP_FreeInstanceValue(pstValue);
+    }
+    // More than a request may carry: refused without a request.
+    MTE_OID_S astMany[SNMP_GET_MANY_MAX + 1];
+    std::fill(std::begin(astMany), std::end(astMany), astOids[0]);
+    SNMP_VALUE_S* apstMany[SNMP_GET_MANY_MAX + 1] = {};
+    uint32_t auiMany[SNMP_GET_MANY_MAX + 1] = {};
+    SNMP_GetInstanceValues("owner", "", SNMP_GET_MANY_MAX + 1, astMany, apstMany, auiMany);
+    EXPECT_EQ(auiMany[0], SNMP_ST_CLIENT_ERROR);
+    EXPECT_EQ(apstMany[0], nullptr);
 }
 
 TEST_F(SnmpClientV2cTest, NamedContextsAreOutOfReach) {
