@@ -24,8 +24,8 @@ void CopyIndicator(const SNMP_VALUE_S* pstValue, MTE_DISC_S* pstDisc) {
     if (pstValue == nullptr || pstValue->pData == nullptr) {
         return;
     }
-    pstDisc->uiLen = pstValue->uiLen < sizeof(pstDisc->aucValue) ? pstValue->uiLen
-                                                                 : sizeof(pstDisc->aucValue);
+    pstDisc->uiLen =
+        pstValue->uiLen < sizeof(pstDisc->aucValue) ? pstValue->uiLen : sizeof(pstDisc->aucValue);
     memcpy(pstDisc->aucValue, pstValue->pData, pstDisc->uiLen);
 }
 

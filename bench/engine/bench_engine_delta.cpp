@@ -174,8 +174,8 @@ int main() {
             }
         }
         double dMedian = Median(stVariant.adMicros);
-        auto [itMin, itMax] = std::minmax_element(stVariant.adMicros.begin(),
-                                                  stVariant.adMicros.end());
+        auto [itMin, itMax] =
+            std::minmax_element(stVariant.adMicros.begin(), stVariant.adMicros.end());
         printf("%-32s %10.1f %10.1f-%-10.1f %8.2f\n", stVariant.pszName, dMedian, *itMin, *itMax,
                dMedian / dBase);
     }

@@ -448,7 +448,7 @@ const EMA_TABLE_S* ema_ParentOf(const EMA_TABLE_S* pstTable) {
         case 5:
         case 6:
         case 7:
-        case 15:  // the delta rows
+        case 15:                        // the delta rows
             return EMA_TableOfType(4);  // mteTriggerTable
         case 10:
         case 11:

@@ -1363,8 +1363,8 @@ void SNMP_GetInstanceValues(const char* pszOwner, const char* pszContext, uint32
         return;
     }
     netsnmp_variable_list* pstVar = pstResponse->variables;
-    for (uint32_t i = 0; i < uiCount; i++, pstVar = pstVar != nullptr ? pstVar->next_variable
-                                                                         : nullptr) {
+    for (uint32_t i = 0; i < uiCount;
+         i++, pstVar = pstVar != nullptr ? pstVar->next_variable : nullptr) {
         auiStatus[i] = pstVar == nullptr ? SNMP_ST_GEN_ERR : VarException(pstVar);
         if (auiStatus[i] == SNMP_ST_OK) {
             apstValues[i] = ValueFromVar(pstVar, &auiStatus[i]);

@@ -31,8 +31,9 @@ class E2eManager : public E2eStack {
     }
     bool Run(const std::string& strTool, const std::string& strArgs, std::string* pstrOut) {
         std::string strCommand = "env SNMPCONFPATH=" + m_stSnmpd.Dir() + "/etc MIBS= timeout 30 " +
-                                 strTool + " -On -t 3 -r 0 127.0.0.1:" +
-                                 std::to_string(m_stSnmpd.Port()) + " " + strArgs + " 2>&1";
+                                 strTool +
+                                 " -On -t 3 -r 0 127.0.0.1:" + std::to_string(m_stSnmpd.Port()) +
+                                 " " + strArgs + " 2>&1";
         std::string& strOut = *pstrOut;
         FILE* pstPipe = popen(strCommand.c_str(), "r");
         if (pstPipe == nullptr) {
@@ -108,10 +109,10 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
                   Column(strTrigger.c_str(), 11, NAME_T) + " u 1"),
               "");
     // The row came with the trigger, at its defaults.
-    EXPECT_EQ(Walk(strDeltaWalk),
-              "." + Column(strDelta.c_str(), 1, NAME_T) + " = OID: .1.3.6.1.2.1.1.3.0\n." +
-                  Column(strDelta.c_str(), 2, NAME_T) + " = INTEGER: 2\n." +
-                  Column(strDelta.c_str(), 3, NAME_T) + " = INTEGER: 1\n");
+    EXPECT_EQ(Walk(strDeltaWalk), "." + Column(strDelta.c_str(), 1, NAME_T) +
+                                      " = OID: .1.3.6.1.2.1.1.3.0\n." +
+                                      Column(strDelta.c_str(), 2, NAME_T) + " = INTEGER: 2\n." +
+                                      Column(strDelta.c_str(), 3, NAME_T) + " = INTEGER: 1\n");
     EXPECT_NE(Set(Column(strDelta.c_str(), 3, NAME_T) + " i 4"), "");  // no such type
     EXPECT_EQ(Set(Column(strDelta.c_str(), 1, NAME_T) + " o " + strUpTime + " " +
                   Column(strDelta.c_str(), 3, NAME_T) + " i 1"),
@@ -150,11 +151,13 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
     // It goes with the delta sample type, and with the trigger.
     EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 2"), "");
     EXPECT_EQ(Set(Column(strTrigger.c_str(), 5, NAME_T) + " i 1"), "");
-    EXPECT_EQ(Walk(strDeltaWalk).find(strDeltaWalk + ".1."), std::string::npos) << Walk(strDeltaWalk);
+    EXPECT_EQ(Walk(strDeltaWalk).find(strDeltaWalk + ".1."), std::string::npos)
+        << Walk(strDeltaWalk);
     EXPECT_EQ(Set(Column(strTrigger.c_str(), 5, NAME_T) + " i 2"), "");
     EXPECT_NE(Walk(strDeltaWalk).find("OID: .1.3.6.1.2.1.1.3.0"), std::string::npos);
     EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 6"), "");
-    EXPECT_EQ(Walk(strDeltaWalk).find(strDeltaWalk + ".1."), std::string::npos) << Walk(strDeltaWalk);
+    EXPECT_EQ(Walk(strDeltaWalk).find(strDeltaWalk + ".1."), std::string::npos)
+        << Walk(strDeltaWalk);
 }
 
 }  // namespace

@@ -137,17 +137,18 @@ TEST_F(E2eTriggers, PerInstanceDiscontinuityTimeKeepsAResetRowFromFiring) {
         AgentOk("set - " + std::to_string(iRow) + " ticks 7");
     }
     const std::string strColumn4 = std::string(TABLE) + ".4";
-    CtlScenario("set trigger owner=e2e name=reset frequency=1 test=threshold sampletype=delta "
-                "valueid=" +
-                std::string(TABLE) +
-                ".1 wildcard=true status=createAndWait\n"
-                "set delta owner=e2e name=reset discontinuityid=" +
-                strColumn4 +
-                " discontinuityidwildcard=true discontinuityidtype=timeStamp\n"
-                "set threshold owner=e2e name=reset " +
-                std::string(NO_ABSOLUTE) +
-                " deltarising=100 deltafalling=-100\n"
-                "set trigger owner=e2e name=reset status=active\n");
+    CtlScenario(
+        "set trigger owner=e2e name=reset frequency=1 test=threshold sampletype=delta "
+        "valueid=" +
+        std::string(TABLE) +
+        ".1 wildcard=true status=createAndWait\n"
+        "set delta owner=e2e name=reset discontinuityid=" +
+        strColumn4 +
+        " discontinuityidwildcard=true discontinuityidtype=timeStamp\n"
+        "set threshold owner=e2e name=reset " +
+        std::string(NO_ABSOLUTE) +
+        " deltarising=100 deltafalling=-100\n"
+        "set trigger owner=e2e name=reset status=active\n");
     std::string strRow;
     ASSERT_EQ(CtlStatus("get delta owner=e2e name=reset", &strRow), 0);
     EXPECT_NE(strRow.find(strColumn4), std::string::npos) << strRow;

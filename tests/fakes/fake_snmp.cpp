@@ -375,7 +375,8 @@ void SNMP_GetInstanceValues(const char* pszOwner, const char* pszContext, uint32
             continue;
         }
         apstValues[i] = NewValue(it->second);
-        auiStatus[i] = apstValues[i] == nullptr ? static_cast<uint32_t>(SNMP_ST_LOCAL_RESOURCE) : 0u;
+        auiStatus[i] =
+            apstValues[i] == nullptr ? static_cast<uint32_t>(SNMP_ST_LOCAL_RESOURCE) : 0u;
     }
 }
 

@@ -144,8 +144,7 @@ TEST_F(StoreRecoverTest, ListsAreReadInBatchesOfFive) {
         uint64_t ulBefore = FAKE_DBM_BatchCalls();
         ASSERT_EQ(Restart(), 0u);
         EXPECT_EQ(FAKE_DBM_BatchCalls() - ulBefore,
-                  MTE_DBM_SORTLIST_ROWS + MTE_DBM_SORTLIST_EXT_ROWS - 1 +
-                      stCase.ulCallsForTheList);
+                  MTE_DBM_SORTLIST_ROWS + MTE_DBM_SORTLIST_EXT_ROWS - 1 + stCase.ulCallsForTheList);
     }
 }
 

@@ -388,8 +388,8 @@ TEST_F(TriggerTableTest, DeltaRowFollowsTheSampleTypeAndIsStored) {
     }
     EXPECT_EQ(mte_DELTA_Get("own", "d")->uiDiscontinuityIDType, MTE_DELTA_TIME_TICKS);
 
-    ASSERT_EQ(Set(TriggerReq("own", "d", MTE_ROW_NOT_IN_SERVICE), COL(MTE_TRIGGER_COL_ENTRY_STATUS)),
-              0u);
+    ASSERT_EQ(
+        Set(TriggerReq("own", "d", MTE_ROW_NOT_IN_SERVICE), COL(MTE_TRIGGER_COL_ENTRY_STATUS)), 0u);
     stReq = TriggerReq("own", "d", MTE_ROW_NONE);
     stReq.uiSampleType = MTE_SAMPLE_ABSOLUTE;
     ASSERT_EQ(Set(stReq, COL(MTE_TRIGGER_COL_SAMPLE_TYPE)), 0u);
