@@ -626,44 +626,58 @@ MTE_TRIGGER_ENTRY_S* DeltaThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     return pstTrigger;
 }
 
+// A single trigger reads sysUpTime.0 in the sample's own GET; a walk reads it
+// once per cycle (instance 7 is in the second batch).
 TEST_F(EngineSampler, AgentRestartIsNoDeltaAndTheNextRealRiseFires) {
-    MTE_TRIGGER_ENTRY_S* pstTrigger = DeltaThreshold(Make("d", kScalar));
-    ENG_AddDelta(pstTrigger, kUpTime, false, MTE_DELTA_TIME_TICKS);
-    mte_DBG_EnableSwitch(MTE_DBG_INFO);
-    struct {
-        int32_t iValue;
-        uint32_t uiUpTime;
-        std::vector<std::string> astFired;
-    } astCycles[] = {
-        {1000, 500, {}},
-        {1050, 600, {}},
-        {5, 10, {}},  // restarted: a fall of 1045 that is no delta
-        {300, 110, {"mteTriggerRising"}},
-        {100, 210, {"mteTriggerFalling"}},
-    };
-    size_t uiSeen = 0;
-    for (const auto& stCycle : astCycles) {
-        SCOPED_TRACE(stCycle.iValue);
-        FAKE_SNMP_SetInteger("", kScalar, stCycle.iValue);
-        FAKE_SNMP_SetUnsigned("", kUpTime, stCycle.uiUpTime, SNMP_VTYPE_TIMETICKS);
-        Cycle(pstTrigger);
-        auto astNames = ENG_NotifyNames();
-        EXPECT_EQ(std::vector<std::string>(astNames.begin() + uiSeen, astNames.end()),
-                  stCycle.astFired);
-        uiSeen = astNames.size();
-    }
-    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "discontinuity at 1.3.6.1.4.1.99.1.0"), 1u);
-    // The sysUpTime is read in the sample's own request.
-    EXPECT_EQ(FAKE_SNMP_Gets().size(), 2 * std::size(astCycles));
+    for (bool bWalk : {false, true}) {
+        SCOPED_TRACE(bWalk ? "walk" : "single");
+        FAKE_SNMP_Reset();
+        const FAKE_OID astValue = bWalk ? Sub(kIfIn, {7}) : kScalar;
+        for (uint32_t i = 1; bWalk && i <= 6; ++i) {
+            FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1000);
+        }
+        MTE_TRIGGER_ENTRY_S* pstTrigger = DeltaThreshold(
+            bWalk ? Make("dw", kIfIn, "", true) : Make("d", kScalar));
+        ENG_AddDelta(pstTrigger, kUpTime, false, MTE_DELTA_TIME_TICKS);
+        mte_DBG_EnableSwitch(MTE_DBG_INFO);
+        struct {
+            int32_t iValue;
+            uint32_t uiUpTime;
+            std::vector<std::string> astFired;
+        } astCycles[] = {
+            {1000, 500, {}},
+            {1050, 600, {}},
+            {5, 10, {}},  // restarted: a fall of 1045 that is no delta
+            {300, 110, {"mteTriggerRising"}},
+            {100, 210, {"mteTriggerFalling"}},
+        };
+        size_t uiSeen = 0;
+        for (const auto& stCycle : astCycles) {
+            SCOPED_TRACE(stCycle.iValue);
+            FAKE_SNMP_SetInteger("", astValue, stCycle.iValue);
+            FAKE_SNMP_SetUnsigned("", kUpTime, stCycle.uiUpTime, SNMP_VTYPE_TIMETICKS);
+            Cycle(pstTrigger);
+            auto astNames = ENG_NotifyNames();
+            EXPECT_EQ(std::vector<std::string>(astNames.begin() + uiSeen, astNames.end()),
+                      stCycle.astFired);
+            uiSeen = astNames.size();
+        }
+        EXPECT_EQ(ENG_Notifies().back().astOid, astValue);
+        EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                                 "discontinuity at " + FAKE_SNMP_OidStr(astValue) + " "),
+                  1u);
+        EXPECT_EQ(FAKE_SNMP_Gets().size(), (bWalk ? 1 : 2) * std::size(astCycles));
 
-    // An indicator that cannot be read makes the sample a failed one.
-    FAKE_SNMP_FailOid(kUpTime, SNMP_ST_NO_ACCESS);
-    Cycle(pstTrigger);
-    auto astNotifies = ENG_Notifies();
-    EXPECT_EQ(astNotifies.back().strName, "mteTriggerFailure");
-    EXPECT_EQ(astNotifies.back().astOid, kUpTime);
-    EXPECT_EQ(astNotifies.back().iLast, 6);
-    EXPECT_EQ(pstTrigger->pstPrevSamples, nullptr);
+        // An indicator that cannot be read makes the sample a failed one.
+        FAKE_SNMP_FailOid(kUpTime, SNMP_ST_NO_ACCESS);
+        Cycle(pstTrigger);
+        auto astNotifies = ENG_Notifies();
+        EXPECT_EQ(astNotifies.back().strName, "mteTriggerFailure");
+        EXPECT_EQ(astNotifies.back().astOid, kUpTime);
+        EXPECT_EQ(astNotifies.back().iLast, 6);
+        EXPECT_EQ(pstTrigger->pstPrevSamples, nullptr);
+        FAKE_LOG_Clear();
+    }
 }
 
 // A wildcarded timeStamp per instance, as ifCounterDiscontinuityTime: only the
