@@ -125,6 +125,9 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
     EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 1"), "");
     // Written while active: refused, the row unchanged.
     EXPECT_NE(Set(Column(strDelta.c_str(), 3, NAME_T) + " i 2"), "");
+    std::string strGot;
+    EXPECT_TRUE(Run("snmpget -v2c -c public", Column(strDelta.c_str(), 1, NAME_T), &strGot));
+    EXPECT_NE(strGot.find("OID: ." + strUpTime), std::string::npos) << strGot;
     const std::string strConfigured = Walk(strDeltaWalk);
     EXPECT_NE(strConfigured.find("OID: ." + strUpTime), std::string::npos) << strConfigured;
 
