@@ -12,6 +12,7 @@
 // byte-by-byte description.
 #include "mte_msg.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -308,6 +309,7 @@ constexpr RESULT_NAME_S g_astResultNames[] = {
     {MTE_ERR_MSG_STRING, "MTE_ERR_MSG_STRING"},
     {MTE_ERR_MSG_OID, "MTE_ERR_MSG_OID"},
     {MTE_ERR_MSG_KEY, "MTE_ERR_MSG_KEY"},
+    {MTE_ERR_MSG_EXPIRED, "MTE_ERR_MSG_EXPIRED"},
 };
 
 }  // namespace
@@ -485,6 +487,34 @@ uint32_t MTE_MSG_BuildRequest(uint32_t uiSequence, uint16_t usMsgType, uint16_t 
     PutWord<uint16_t>(pucOut, OFF_REQ_TYPE, usMsgType);
     PutWord<uint16_t>(pucOut, OFF_REQ_OPERATION, usOperation);
     return MTE_MSG_HEAD_SIZE + uiDataLen;
+}
+
+uint32_t MTE_MSG_AddExpiry(uint64_t ullDeadlineNs, uint8_t* pucMsg, uint32_t uiLen,
+                           uint32_t uiCapacity) {
+    if (pucMsg == nullptr || uiLen < MTE_MSG_HEAD_SIZE ||
+        uiLen + MTE_MSG_EXPIRY_SIZE > std::min(uiCapacity, MTE_MSG_MAX_LEN)) {
+        return 0;
+    }
+    PutWord<uint8_t>(pucMsg, OFF_FLAGS, GetWord<uint8_t>(pucMsg, OFF_FLAGS) | MTE_MSG_FLAG_EXPIRY);
+    PutWord<uint64_t>(pucMsg, uiLen, ullDeadlineNs);
+    return uiLen + MTE_MSG_EXPIRY_SIZE;
+}
+
+bool MTE_MSG_TakeExpiry(uint8_t* pucMsg, uint32_t* puiLen, uint64_t* pullDeadlineNs) {
+    uint32_t uiLen = *puiLen;
+    if (pucMsg == nullptr || uiLen < MTE_MSG_HEAD_SIZE + MTE_MSG_EXPIRY_SIZE) {
+        return false;
+    }
+    uint8_t ucFlags = GetWord<uint8_t>(pucMsg, OFF_FLAGS);
+    uint32_t uiPlainLen = uiLen - MTE_MSG_EXPIRY_SIZE;
+    if ((ucFlags & MTE_MSG_FLAG_EXPIRY) == 0 ||
+        GetWord<uint32_t>(pucMsg, OFF_REQ_DATA_LEN) != uiPlainLen - MTE_MSG_HEAD_SIZE) {
+        return false;
+    }
+    *pullDeadlineNs = GetWord<uint64_t>(pucMsg, uiPlainLen);
+    PutWord<uint8_t>(pucMsg, OFF_FLAGS, static_cast<uint8_t>(ucFlags & ~MTE_MSG_FLAG_EXPIRY));
+    *puiLen = uiPlainLen;
+    return true;
 }
 
 uint32_t MTE_MSG_ParseReply(const uint8_t* pucMsg, uint32_t uiLen, MTE_MSG_REPLY_S* pstReply) {

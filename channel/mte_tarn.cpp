@@ -30,6 +30,7 @@
 #include "mte_cfg.h"
 #include "mte_core.h"
 #include "mte_dbg.h"
+#include "mte_msg.h"
 #include "mte_tarn_priv.h"
 #include "mte_timer.h"
 #include "plat_paths.h"
@@ -55,6 +56,7 @@ constexpr int64_t MTE_TRACE_ACCEPT_PAUSED = 349;
 // and the listening socket stays readable: it is taken off the epoll set for
 // this long at a time instead of being polled in a busy loop.
 constexpr long MTE_TARN_ACCEPT_PAUSE_MS = 100;
+constexpr uint32_t MTE_TARN_NO_FAILED_COLUMN = 0xFFFFFFFF;
 
 int g_iTarnListenFd = -1;
 int g_iTarnPauseFd = -1;  // timer that puts the listening socket back
@@ -107,21 +109,32 @@ bool mte_tarn_PeerStoppedSending(int iConn) {
     return poll(&stPoll, 1, 0) == 1 && (stPoll.revents & (POLLRDHUP | POLLHUP)) != 0;
 }
 
-// A peer that has closed its end can no longer read a reply; it may have
-// given up on its request already (the bridge closes its connection when an
-// exchange times out and answers snmpd with an error), so a request still
-// queued from it is dropped rather than applied late.
-bool mte_tarn_PeerHasClosed(int iConn) {
-    pollfd stPoll = {iConn, 0, 0};
-    return poll(&stPoll, 1, 0) == 1 && (stPoll.revents & POLLHUP) != 0;
+uint64_t mte_tarn_NowNs(void) {
+    timespec stNow{};
+    clock_gettime(CLOCK_MONOTONIC, &stNow);
+    return static_cast<uint64_t>(stNow.tv_sec) * 1000000000ULL +
+           static_cast<uint64_t>(stNow.tv_nsec);
+}
+
+// A request that states how long it is good for and is read later is refused
+// and never carried out: its sender has given up on it and answered its own
+// caller with an error (the AgentX bridge after its per-request budget), so
+// applying it now would contradict that answer. Every other request goes to
+// the dispatcher exactly as received.
+uint32_t mte_tarn_ProcRequest(uint8_t* pucRequest, uint32_t uiLen, uint8_t* pucReply) {
+    uint64_t ullDeadlineNs = 0;
+    if (MTE_MSG_TakeExpiry(pucRequest, &uiLen, &ullDeadlineNs) &&
+        mte_tarn_NowNs() >= ullDeadlineNs) {
+        (void)MTE_MSG_CheckMsg(pucRequest, uiLen, nullptr, pucReply);  // the matching words
+        MTE_MSG_SetResponseMsgHead(MTE_ERR_MSG_EXPIRED, MTE_TARN_NO_FAILED_COLUMN, 0, pucReply);
+        return MTE_MSG_HEAD_SIZE;
+    }
+    return mte_CFG_Proc(pucRequest, uiLen, MTE_TARN_BUF_SIZE, pucReply);
 }
 
 // Receives one request and sends its one reply. Returns false when the
 // connection must be closed although no error or hang-up was reported.
 bool mte_tarn_ServeRequest(int iConn) {
-    if (mte_tarn_PeerHasClosed(iConn)) {
-        return false;
-    }
     uint8_t aucRequest[MTE_TARN_BUF_SIZE];
     uint8_t aucReply[MTE_TARN_BUF_SIZE];
     ssize_t lReceived;
@@ -136,7 +149,7 @@ bool mte_tarn_ServeRequest(int iConn) {
         return !mte_tarn_PeerStoppedSending(iConn);
     }
     uint32_t uiReplyLen =
-        mte_CFG_Proc(aucRequest, static_cast<uint32_t>(lReceived), MTE_TARN_BUF_SIZE, aucReply);
+        mte_tarn_ProcRequest(aucRequest, static_cast<uint32_t>(lReceived), aucReply);
     ssize_t lSent;
     do {
         errno = 0;
@@ -158,6 +171,8 @@ void mte_tarn_ConnectionProc(uint32_t uiEvents, int iConn) {
         mte_tarn_CloseConnection(iConn);
         return;
     }
+    // A request that came with the hang-up is still served (its reply cannot
+    // be sent and is traced) before the connection is closed.
     bool bKeep = true;
     if ((uiEvents & EPOLLIN) != 0) {
         bKeep = mte_tarn_ServeRequest(iConn);

@@ -48,6 +48,16 @@ constexpr uint32_t MTE_ERR_MSG_STRING = 0x40010024;     // string field without 
 constexpr uint32_t MTE_ERR_MSG_OID = 0x40010025;        // OID count above 128
 constexpr uint32_t MTE_ERR_MSG_KEY = 0x40010026;  // index key length disagrees with its string
 
+// Request extension "expiry" (docs/management-protocol.md, section 10): with
+// this flag bit the request carries, after its data, a u64 CLOCK_MONOTONIC
+// time in nanoseconds after which it must not be carried out any more. A
+// client that gives up on a request it has sent (and has told its own caller
+// so) states this, so the daemon never applies the request afterwards.
+constexpr uint8_t MTE_MSG_FLAG_EXPIRY = 0x02;
+constexpr uint32_t MTE_MSG_EXPIRY_SIZE = 8;
+// The reply to a request read after its expiry: refused, nothing done.
+constexpr uint32_t MTE_ERR_MSG_EXPIRED = 0x40010027;
+
 // The request header as the check decodes it for the handlers.
 struct MTE_MSG_HEAD_S {
     // Matching words, copied into the reply by the check; the handlers ignore them.
@@ -115,6 +125,16 @@ void MTE_MSG_Oid2Str(const MTE_OID_S* pstOid, uint32_t uiSize, char* pszOut);
 uint32_t MTE_MSG_BuildRequest(uint32_t uiSequence, uint16_t usMsgType, uint16_t usOperation,
                               uint32_t uiColumnMask, uint16_t usItem, const void* pValue,
                               uint8_t* pucOut, uint32_t uiCapacity);
+
+// Client side: adds the expiry to a request of uiLen bytes built by
+// MTE_MSG_BuildRequest; returns the new length, 0 when it does not fit.
+uint32_t MTE_MSG_AddExpiry(uint64_t ullDeadlineNs, uint8_t* pucMsg, uint32_t uiLen,
+                           uint32_t uiCapacity);
+// Daemon side, before the check: a request with a well-formed expiry loses it
+// (flag cleared, *puiLen shortened by 8), so that the check sees the plain
+// request; returns true with the deadline. Anything else is left as it is and
+// returns false (a flag without its 8 bytes is then refused by the check).
+bool MTE_MSG_TakeExpiry(uint8_t* pucMsg, uint32_t* puiLen, uint64_t* pullDeadlineNs);
 
 // A decoded reply.
 struct MTE_MSG_REPLY_S {

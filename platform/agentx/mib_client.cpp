@@ -4,7 +4,9 @@
 // alarm: the daemon's orderly stop waits for its last open connection) and
 // dropped on any failure; the connect, sends and receives of one agent request
 // share EMA_CLIENT_PDU_BUDGET_MS so that snmpd is never kept waiting on a
-// daemon that is away. Agent thread only; no locks.
+// daemon that is away. Every request carries an expiry inside that budget, so
+// the daemon never carries out a request that the bridge has already answered
+// with an error. Agent thread only; no locks.
 #include "mib_client.h"
 
 #include <poll.h>
@@ -39,6 +41,13 @@ int64_t NowMs(void) {
 }
 
 void ema_ArmIdleAlarm(int64_t llDelayMs);
+
+// The daemon must have finished a request by the time the bridge stops
+// waiting for its reply: the request expires EMA_CLIENT_APPLY_MARGIN_MS before
+// the budget ends, the time a change may take once the daemon has read it.
+uint64_t ema_ExpiryNs(void) {
+    return static_cast<uint64_t>(g_llRequestDeadlineMs - EMA_CLIENT_APPLY_MARGIN_MS) * 1000000ULL;
+}
 
 int ema_BudgetLeftMs(void) {
     int64_t llLeft = g_llRequestDeadlineMs - NowMs();
@@ -175,6 +184,9 @@ uint32_t ema_TryExchange(const uint8_t* pucRequest, uint32_t uiLen, uint32_t uiS
         EMA_CLIENT_Close();
         return EMA_ERR_TRANSPORT;
     }
+    if (stParsed.uiResult == MTE_ERR_MSG_EXPIRED) {
+        return EMA_ERR_TRANSPORT;  // read too late: not carried out
+    }
     pstReply->uiResult = stParsed.uiResult;
     pstReply->uiFailedColumn = stParsed.uiFailedColumn;
     pstReply->usItem = stParsed.usItem;
@@ -217,6 +229,8 @@ uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t 
     uint32_t uiSequence = ++g_uiSequence;
     uint32_t uiLen = MTE_MSG_BuildRequest(uiSequence, usMsgType, usOperation, uiColumnMask, usItem,
                                           pRecord, aucRequest, sizeof(aucRequest));
+    uiLen =
+        uiLen != 0 ? MTE_MSG_AddExpiry(ema_ExpiryNs(), aucRequest, uiLen, sizeof(aucRequest)) : 0;
     if (uiLen == 0) {
         return EMA_ERR_TRANSPORT;
     }

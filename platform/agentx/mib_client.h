@@ -17,6 +17,9 @@ constexpr uint32_t EMA_ERR_TRANSPORT = 0xFFFFFFFFu;
 // snmpd's default AgentX time-out of 1 s, so that the answer reaches snmpd
 // before it gives up and sends the same request again.
 constexpr int EMA_CLIENT_PDU_BUDGET_MS = 900;
+// Part of the budget kept for the daemon to carry out a request it has read:
+// each request expires this long before the budget ends.
+constexpr int64_t EMA_CLIENT_APPLY_MARGIN_MS = 200;
 // Idle time after which the connection is closed.
 constexpr int64_t EMA_CLIENT_IDLE_CLOSE_MS = 200;
 
@@ -41,9 +44,10 @@ void EMA_CLIENT_BeginRequest(uint64_t ullRequestKey);
 // last connection). The program's loop must run net-snmp's alarms.
 void EMA_CLIENT_EndRequest(void);
 // Sends one request and waits for its reply, within what is left of the
-// budget. 0 with *pstReply filled, or EMA_ERR_TRANSPORT; the connection is
-// then closed, so that eventmibd drops the request if it has not read it yet
-// (it never applies a request whose sender has hung up).
+// budget. 0 with *pstReply filled, or EMA_ERR_TRANSPORT (the connection is
+// then closed). Each request carries the expiry of the management protocol:
+// one that eventmibd reads after it is refused there, never carried out, so a
+// request the bridge has given up on is never applied later.
 uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t uiColumnMask,
                              uint16_t usItem, const void* pRecord, EMA_REPLY_S* pstReply);
 void EMA_CLIENT_Close(void);

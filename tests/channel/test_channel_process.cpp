@@ -392,6 +392,72 @@ TEST_F(ChannelProcessTest, PeerThatStopsSendingIsClosed) {
     EXPECT_TRUE(FdCountReturnsTo(uiFdsBefore));
 }
 
+// A request that states how long it is good for is refused, not applied, when
+// read later; any other request is served even when its sender has hung up by
+// the time it is read.
+TEST_F(ChannelProcessTest, ExpiredRequestsAreRefusedAndHungUpOnesServed) {
+    auto NowNs = [] {
+        timespec stNow{};
+        clock_gettime(CLOCK_MONOTONIC, &stNow);
+        return static_cast<uint64_t>(stNow.tv_sec) * 1000000000ULL + stNow.tv_nsec;
+    };
+    auto Create = [](const char* pszName, uint8_t* pucMsg) {
+        MTE_TRIGGER_ROW_S stRow{};
+        strcpy(stRow.szOwner, "x");
+        strcpy(stRow.szName, pszName);
+        stRow.uiEntryStatus = MTE_ROW_CREATE_AND_WAIT;
+        return MTE_MSG_BuildRequest(7, MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET, MTE_COLUMN_BIT(15),
+                                    MTE_ITEM_TRIGGER, &stRow, pucMsg, MTE_MSG_MAX_LEN);
+    };
+    auto Exists = [&](const char* pszName) {
+        return Ctl(std::string("get trigger owner=x name=") + pszName).iExit == 0;
+    };
+    const int64_t llNever = -1;
+    struct {
+        const char* pszName;
+        int64_t llLeftNs;  // llNever: the flag without its 8 bytes
+        uint32_t uiCode;
+    } const astCases[] = {
+        {"past", -1000000, MTE_ERR_MSG_EXPIRED},
+        {"future", 60000000000, MTE_OK},
+        {"cut", llNever, MTE_ERR_MSG_HEADER},
+    };
+    ChannelClient stClient;
+    ASSERT_TRUE(stClient.Connect(SocketPath()));
+    uint8_t aucMsg[MTE_MSG_MAX_LEN];
+    for (const auto& c : astCases) {
+        SCOPED_TRACE(c.pszName);
+        uint32_t uiLen = Create(c.pszName, aucMsg);
+        if (c.llLeftNs == llNever) {
+            aucMsg[3] |= MTE_MSG_FLAG_EXPIRY;
+        } else {
+            uiLen = MTE_MSG_AddExpiry(NowNs() + c.llLeftNs, aucMsg, uiLen, sizeof(aucMsg));
+        }
+        ASSERT_TRUE(stClient.SendRaw(aucMsg, uiLen));
+        ASSERT_TRUE(stClient.ReceiveReply(7));
+        EXPECT_EQ(stClient.stReply.uiResult, c.uiCode)
+            << MTE_MSG_ResultName(stClient.stReply.uiResult);
+        EXPECT_EQ(Exists(c.pszName), c.uiCode == MTE_OK);
+    }
+
+    // Sent and hung up while the daemon cannot read: both reach it with the
+    // hang-up; the plain one is applied, the one that expired meanwhile not.
+    ASSERT_TRUE(stDaemon.Signal(SIGSTOP));
+    for (const char* pszName : {"hungup", "late"}) {
+        ChannelClient stGone;
+        ASSERT_TRUE(stGone.Connect(SocketPath()));
+        uint32_t uiLen = Create(pszName, aucMsg);
+        if (strcmp(pszName, "late") == 0) {
+            uiLen = MTE_MSG_AddExpiry(NowNs() + 50000000, aucMsg, uiLen, sizeof(aucMsg));
+        }
+        ASSERT_TRUE(stGone.SendRaw(aucMsg, uiLen));
+    }
+    usleep(200 * 1000);
+    ASSERT_TRUE(stDaemon.Signal(SIGCONT));
+    EXPECT_TRUE(Exists("hungup"));
+    EXPECT_FALSE(Exists("late"));
+}
+
 // Names set over SNMP may hold any byte: eventmibctl shows them escaped (no
 // byte reaches the terminal that could control it) and takes the escaped
 // form back as input.
