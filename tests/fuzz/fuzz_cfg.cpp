@@ -1,8 +1,9 @@
 // libFuzzer target for the management dispatcher: every input is one request
-// as the socket would deliver it (at most 5120 bytes) to mte_CFG_Proc, with
-// the real tables behind it on the in-memory store. Whatever the input, the
-// reply must be a well-formed reply of at most 5120 bytes; crashes, sanitizer
-// findings and malformed replies are findings.
+// as the socket would deliver it (at most 5120 bytes, its expiry taken off as
+// the socket does) to mte_CFG_Proc, with the real tables behind it on the
+// in-memory store. Whatever the input, the reply must be a well-formed reply
+// of at most 5120 bytes; crashes, sanitizer findings and malformed replies are
+// findings.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -42,9 +43,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pucData, size_t uiSize) {
     // is caught by the address sanitizer.
     uint8_t* pucRequest = static_cast<uint8_t*>(malloc(uiSize == 0 ? 1 : uiSize));
     memcpy(pucRequest, pucData, uiSize);
+    // The socket takes a request's expiry off before the dispatcher sees it.
+    uint32_t uiRequestLen = static_cast<uint32_t>(uiSize);
+    uint64_t ullDeadlineNs = 0;
+    (void)MTE_MSG_TakeExpiry(pucRequest, &uiRequestLen, &ullDeadlineNs);
     static uint8_t s_aucReply[MTE_MSG_MAX_LEN];
-    uint32_t uiLen =
-        mte_CFG_Proc(pucRequest, static_cast<uint32_t>(uiSize), MTE_MSG_MAX_LEN, s_aucReply);
+    uint32_t uiLen = mte_CFG_Proc(pucRequest, uiRequestLen, MTE_MSG_MAX_LEN, s_aucReply);
     free(pucRequest);
     MTE_MSG_REPLY_S stReply;
     if (uiLen < MTE_MSG_HEAD_SIZE || uiLen > MTE_MSG_MAX_LEN ||
