@@ -44,9 +44,10 @@ void EMA_CLIENT_BeginRequest(uint64_t ullRequestKey);
 // last connection). The program's loop must run net-snmp's alarms.
 void EMA_CLIENT_EndRequest(void);
 // Sends one request and waits for its reply, within what is left of the
-// budget. 0 with *pstReply filled, or EMA_ERR_TRANSPORT (the connection is
-// then closed). Each request carries the expiry of the management protocol:
-// one that eventmibd reads after it is refused there, never carried out, so a
+// budget. 0 with *pstReply filled, or EMA_ERR_TRANSPORT: no reply in time
+// (the connection is then closed) or the daemon's refusal of an expired
+// request. Each request carries the expiry of the management protocol: one
+// that eventmibd reads after it is refused there, never carried out, so a
 // request the bridge has given up on is never applied later.
 uint32_t EMA_CLIENT_Exchange(uint16_t usMsgType, uint16_t usOperation, uint32_t uiColumnMask,
                              uint16_t usItem, const void* pRecord, EMA_REPLY_S* pstReply);
