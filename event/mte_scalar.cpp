@@ -31,6 +31,7 @@ std::atomic<uint32_t> g_uiMteSampleInstancesHigh{0};
 std::atomic<uint32_t> g_uiMteSampleInstanceLacks{0};
 std::atomic<uint32_t> g_uiMteTriggerFailures{0};
 std::atomic<uint32_t> g_uiMteEventFailures{0};
+std::atomic<uint32_t> g_uiMteSamplesMissed{0};  // never stored
 // 1 when the four stored counters changed since the last save. A plain flag
 // store: a change racing with a save is saved by the next one.
 std::atomic<uint16_t> g_usMteStatChanged{0};
@@ -114,6 +115,7 @@ uint32_t mte_SCALAR_Init(void) {
     g_uiMteSampleInstanceLacks = 0;
     g_uiMteTriggerFailures = 0;
     g_uiMteEventFailures = 0;
+    g_uiMteSamplesMissed = 0;
     g_usMteStatChanged = 0;
     return MTE_OK;
 }
@@ -178,6 +180,14 @@ void mte_SCALAR_TriggerFailuresInc(void) {
 void mte_SCALAR_EventFailuresInc(void) {
     mte_scalar_MarkChanged();
     g_uiMteEventFailures.fetch_add(1, std::memory_order_relaxed);
+}
+
+void mte_SCALAR_SamplesMissedAdd(uint32_t uiCount) {
+    g_uiMteSamplesMissed.fetch_add(uiCount, std::memory_order_relaxed);
+}
+
+uint32_t mte_SCALAR_GetSamplesMissed(void) {
+    return g_uiMteSamplesMissed.load(std::memory_order_relaxed);
 }
 
 uint32_t mte_SCALAR_SampMinRecover(uint32_t uiLen, const void* pData) {

@@ -20,6 +20,11 @@ void mte_SCALAR_CurInstanceSub(uint32_t uiCount);
 void mte_SCALAR_InstanceLacksInc(void);
 void mte_SCALAR_TriggerFailuresInc(void);
 void mte_SCALAR_EventFailuresInc(void);
+// Trigger samples not taken at their frequency because the sampling worker
+// could not keep up (main thread). Counted since start, not stored, and not
+// part of the 28-byte record (docs/engine.md says where it shows).
+void mte_SCALAR_SamplesMissedAdd(uint32_t uiCount);
+uint32_t mte_SCALAR_GetSamplesMissed(void);
 
 uint32_t mte_SCALAR_SampMinRecover(uint32_t uiLen, const void* pData);
 uint32_t mte_SCALAR_SampInstanceMaxRecover(uint32_t uiLen, const void* pData);

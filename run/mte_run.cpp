@@ -52,6 +52,47 @@ bool g_bRunThreadMade = false;
 std::atomic<bool> g_bRunWorkerAlive{false};
 // Worker thread only: set by the control handler, read by the loop.
 bool g_bRunExit = false;
+// Messages waiting in the queue, counted beside it so that the timers can
+// hold back what it has no room for (mte_run_TimerGate).
+std::atomic<uint32_t> g_uiRunQueued{0};
+// Set by the main thread when it held timers back for lack of room; the
+// worker clears it and wakes the main thread once the queue has drained.
+std::atomic<bool> g_bRunRoomWanted{false};
+
+bool mte_run_HasRoom(void) {
+    return g_uiRunQueued.load() < MTE_RUN_TIMER_ROOM;
+}
+
+// Asks for a wake-up when room is back, then looks again: a worker that
+// drained the queue between the two looks is then seen, not missed.
+bool mte_run_WantRoom(void) {
+    g_bRunRoomWanted.store(true);
+    return mte_run_HasRoom();
+}
+
+// A message left the queue (read by the worker, drained or dropped).
+void mte_run_Taken(void) {
+    uint32_t uiLeft = g_uiRunQueued.fetch_sub(1) - 1;
+    if (uiLeft <= MTE_RUN_ROOM_LOW && g_bRunRoomWanted.load() && g_bRunRoomWanted.exchange(false)) {
+        mte_timer_RoomFreed();
+    }
+}
+
+bool mte_run_ReadQueue(MTE_QUEUE_MSG_S* pstMsg) {
+    if (g_uiRunQueue == QUEUE_INVALID || QUEUE_Read(g_uiRunQueue, 1, 0, pstMsg) != 0) {
+        return false;
+    }
+    mte_run_Taken();
+    return true;
+}
+
+// No room for a sample taken at once (port-up, activation, restart): the
+// trigger's timer falls due now instead, and the timer set fires it as soon
+// as the worker has made room, rather than at its next expiry.
+void mte_run_DeferAtOnce(MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    (void)mte_run_WantRoom();
+    (void)mte_timer_ExpireNow(pstTrigger->llTimerId);
+}
 
 // Queue for sampling; the caller holds the lock and the state is idle.
 uint32_t mte_run_Enqueue(MTE_TRIGGER_ENTRY_S* pstTrigger) {
@@ -77,7 +118,7 @@ uint32_t mte_run_Enqueue(MTE_TRIGGER_ENTRY_S* pstTrigger) {
 // destroyed meanwhile); the cycles under way are dropped.
 void mte_run_Drain(void) {
     MTE_QUEUE_MSG_S stMsg{};
-    while (QUEUE_Read(g_uiRunQueue, 1, 0, &stMsg) == 0) {
+    while (mte_run_ReadQueue(&stMsg)) {
         MTE_TRIGGER_ENTRY_S* pstTrigger = stMsg.pstTrigger;
         if (pstTrigger == nullptr) {
             continue;
@@ -100,7 +141,7 @@ void mte_run_Drain(void) {
 // Takes one message; false when the queue is empty.
 bool mte_run_HandleOneMsg(void) {
     MTE_QUEUE_MSG_S stMsg{};
-    if (g_uiRunQueue == QUEUE_INVALID || QUEUE_Read(g_uiRunQueue, 1, 0, &stMsg) != 0) {
+    if (!mte_run_ReadQueue(&stMsg)) {
         return false;
     }
     MTE_TRIGGER_ENTRY_S* pstTrigger = stMsg.pstTrigger;
@@ -200,7 +241,17 @@ uint32_t mte_run_WriteQueue(MTE_TRIGGER_ENTRY_S* pstTrigger) {
         return MTE_ERR_GENERAL;
     }
     MTE_QUEUE_MSG_S stMsg{0, pstTrigger};
-    return QUEUE_Write(g_uiRunQueue, 1, 0, &stMsg);
+    // Counted before the write: the worker may read the message at once.
+    g_uiRunQueued.fetch_add(1);
+    uint32_t uiResult = QUEUE_Write(g_uiRunQueue, 1, 0, &stMsg);
+    if (uiResult != 0) {
+        g_uiRunQueued.fetch_sub(1);
+    }
+    return uiResult;
+}
+
+int mte_run_TimerGate(void) {
+    return mte_run_HasRoom() || mte_run_WantRoom() ? 1 : 0;
 }
 
 bool mte_run_TakeOver(MTE_TRIGGER_ENTRY_S* pstTrigger) {
@@ -282,7 +333,7 @@ uint32_t mte_RUN_Init(void) {
 // worker has been joined, so nothing else looks at the run states now.
 static void mte_run_DropQueued(void) {
     MTE_QUEUE_MSG_S stMsg{};
-    while (QUEUE_Read(g_uiRunQueue, 1, 0, &stMsg) == 0) {
+    while (mte_run_ReadQueue(&stMsg)) {
         MTE_TRIGGER_ENTRY_S* pstTrigger = stMsg.pstTrigger;
         if (pstTrigger != nullptr && pstTrigger->uiRunState == MTE_RUN_DELETED) {
             mte_run_FreeTrigger(pstTrigger);
@@ -311,6 +362,8 @@ void mte_RUN_Fini(void) {
         QUEUE_Delete(g_uiRunQueue, 0);
         g_uiRunQueue = QUEUE_INVALID;
     }
+    g_uiRunQueued.store(0);
+    g_bRunRoomWanted.store(false);
     mte_EPSET_Destroy(&g_stRunEpoll);
 }
 
@@ -326,7 +379,13 @@ uint32_t mte_RUN_ProcTimer(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     uint32_t uiResult = MTE_OK;
     mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
     if (pstTrigger->uiRunState == MTE_RUN_IDLE) {
+        // The gate let this timer fire, so the queue refuses it only when
+        // walks took the last room meanwhile; the trigger then waits for its
+        // next expiry, and the lost sample is counted.
         uiResult = mte_run_Enqueue(pstTrigger);
+        if (uiResult == QUEUE_ERR_FULL) {
+            mte_timer_CountShortfall(1);
+        }
     } else if (pstTrigger->uiRunState == MTE_RUN_BUSY) {
         mte_run_ReportFailure(pstTrigger, &pstTrigger->stRow.stValueID,
                               pstTrigger->stRow.szContextName, MTE_REASON_SAMPLE_OVERRUN);
@@ -338,6 +397,10 @@ uint32_t mte_RUN_ProcTimer(MTE_TRIGGER_ENTRY_S* pstTrigger) {
 uint32_t mte_RUN_Sample4AtOnce(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     if (mte_TIMER_GetPortFlag() != 1 || pstTrigger->uiRunState != MTE_RUN_IDLE) {
         return MTE_OK;
+    }
+    if (!mte_run_HasRoom()) {
+        mte_run_DeferAtOnce(pstTrigger);
+        return QUEUE_ERR_FULL;
     }
     return mte_run_Enqueue(pstTrigger);
 }

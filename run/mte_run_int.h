@@ -45,6 +45,26 @@ void mte_run_FreeTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger);
 // trigger is marked deleted: the caller frees it after unlocking.
 bool mte_run_TakeOver(MTE_TRIGGER_ENTRY_S* pstTrigger);
 
+// --- room in the queue, shared by the timers and the worker ------------------
+// Due timers fire while fewer messages than this wait; the rest of the depth
+// stays free for the walks the worker continues and for the samples taken at
+// once, so that the queue itself refuses almost nothing.
+constexpr uint32_t MTE_RUN_TIMER_ROOM = MTE_QUEUE_DEPTH - 100;
+// Timers held back are fired again once the worker has drained the queue to
+// this many messages.
+constexpr uint32_t MTE_RUN_ROOM_LOW = MTE_QUEUE_DEPTH / 2;
+// The timer set's gate (main thread): nonzero while a due timer may fire.
+// When it answers 0 the worker is asked to say when room is back.
+int mte_run_TimerGate(void);
+// Worker: the queue has drained after the gate held timers back
+// (mte_timer.cpp fires them on the main thread).
+void mte_timer_RoomFreed(void);
+// Main: a timer expiry that gave no sample because the worker could not
+// take it (statistics counter and rate-limited trace).
+void mte_timer_CountShortfall(uint32_t uiMissed);
+// Makes the timer due at once; it fires as soon as the queue has room.
+uint32_t mte_timer_ExpireNow(int64_t llTimerId);
+
 // --- sample store (mte_samplist.cpp); caller holds the state lock -----------
 // A new sample (context cut to 32 characters, state 255, not over-limit);
 // null when memory is exhausted. The value is not taken on failure.

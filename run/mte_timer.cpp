@@ -23,6 +23,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 
 #include "mte_core.h"
@@ -49,7 +50,12 @@ constexpr uint32_t STATS_PERIOD_S = 10;
 // the agent for longer than this lets the port-down go on without its answer.
 constexpr int DRAIN_WAIT_MS = 60000;
 
+// The shortfall trace: the first at once, then at most one a minute with the
+// count since the last one.
+constexpr int64_t SHORTFALL_TRACE_INTERVAL_S = 60;
+
 // Trace numbers of this module.
+constexpr int64_t TRACE_SHORTFALL = 2291;
 constexpr int64_t TRACE_TIMER_CREATE = 176;    // text 2
 constexpr int64_t TRACE_TIMER_INTERVAL = 541;  // text 41
 constexpr int64_t TRACE_SET_INIT = 579;        // text 43
@@ -61,7 +67,17 @@ std::atomic<uint64_t> g_ulTimerSet{0};
 int g_iTickFd = -1;
 int g_iStatsFd = -1;
 int g_iNotifyFd = -1;
+// Written by the worker when the queue has room again for timers the gate
+// held back; its handler fires them on the main thread.
+std::atomic<int> g_iRoomFd{-1};
 std::atomic<uint16_t> g_usPortFlag{0};
+
+// Main thread only: the timer set's skipped expiries already counted, the
+// misses not yet traced, and when the last shortfall trace was written
+// (seconds on the monotonic clock, -1 never).
+uint64_t g_ullSkippedSeen = 0;
+uint32_t g_uiShortfallUntraced = 0;
+int64_t g_llShortfallTracedS = -1;
 
 // Timer context handed to Timer_Create: the trigger's address, then zeros.
 struct MTE_TIMER_CTX_S {
@@ -119,6 +135,35 @@ void mte_timer_CloseFd(int* piFd) {
     }
 }
 
+int64_t mte_timer_NowS(void) {
+    timespec stNow{};
+    clock_gettime(CLOCK_MONOTONIC, &stNow);
+    return stNow.tv_sec;
+}
+
+// Takes the expiries the timer set skipped since the last look into the
+// statistics, and writes the rate-limited trace.
+void mte_timer_TakeShortfall(void) {
+    uint64_t ullSkipped = Timer_Skipped(g_ulTimerSet);
+    if (ullSkipped > g_ullSkippedSeen) {
+        mte_timer_CountShortfall(static_cast<uint32_t>(ullSkipped - g_ullSkippedSeen));
+    }
+    g_ullSkippedSeen = ullSkipped;
+    if (g_uiShortfallUntraced == 0) {
+        return;
+    }
+    int64_t llNow = mte_timer_NowS();
+    if (g_llShortfallTracedS >= 0 && llNow - g_llShortfallTracedS < SHORTFALL_TRACE_INTERVAL_S) {
+        return;
+    }
+    mte_DBG_PrintTraceInfo(TRACE_SHORTFALL,
+                           "Sampling fell behind: %u trigger samples were not taken at their "
+                           "frequency (%u in all); the sampling worker cannot keep up.",
+                           g_uiShortfallUntraced, mte_SCALAR_GetSamplesMissed());
+    g_uiShortfallUntraced = 0;
+    g_llShortfallTracedS = llNow;
+}
+
 // Several missed seconds are announced as one tick: a trigger that is late is
 // sampled once, not once per missed second.
 void mte_timer_TickProc(uint32_t uiEvents, int iFd) {
@@ -134,6 +179,33 @@ void mte_timer_TickProc(uint32_t uiEvents, int iFd) {
         return;
     }
     Timer_Tick_Announce(g_ulTimerSet);
+    mte_timer_TakeShortfall();
+}
+
+// The worker has made room: fire the timers the gate held back, within the
+// second they fell due.
+void mte_timer_RoomProc(uint32_t uiEvents, int iFd) {
+    if ((uiEvents & EPOLLIN) == 0) {
+        return;
+    }
+    eventfd_t ulValue = 0;
+    if (eventfd_read(iFd, &ulValue) != 0 || g_ulTimerSet == 0) {
+        return;
+    }
+    (void)Timer_Fire_Due(g_ulTimerSet);
+}
+
+// A non-blocking eventfd on the main epoll set; -1 on failure.
+int mte_timer_CreateRoomFd(void) {
+    int iFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (iFd < 0) {
+        return -1;
+    }
+    if (mte_EPOLL_Add(iFd, mte_timer_RoomProc) != MTE_OK) {
+        close(iFd);
+        return -1;
+    }
+    return iFd;
 }
 
 // True while a drain request has been written and not yet answered. A second
@@ -196,8 +268,10 @@ uint32_t mte_TIMER_Init(void) {
             iTickFd = mte_timer_CreateFd(TICK_PERIOD_S, mte_timer_TickProc);
         }
         if (iTickFd >= 0) {
+            Timer_SetGate(ulSet, mte_run_TimerGate);
             g_ulTimerSet = ulSet;
             g_iTickFd = iTickFd;
+            g_ullSkippedSeen = 0;
         } else {
             mte_DBG_PrintTraceInfo(TRACE_TIMER_FD, "%s", mte_DBG_Text(42));
             Timer_Finalize(ulSet);
@@ -209,6 +283,12 @@ uint32_t mte_TIMER_Init(void) {
         g_iStatsFd = mte_timer_CreateFd(STATS_PERIOD_S, mte_SCALAR_freshStati2DbmCallBack);
     }
     if (g_iStatsFd < 0) {
+        uiResult = MTE_ERR_GENERAL;
+    }
+    if (g_iRoomFd < 0) {
+        g_iRoomFd = mte_timer_CreateRoomFd();
+    }
+    if (g_iRoomFd < 0) {
         uiResult = MTE_ERR_GENERAL;
     }
     if (uiResult != MTE_OK) {
@@ -232,6 +312,8 @@ void mte_TIMER_Fini(void) {
     }
     mte_timer_CloseFd(&g_iTickFd);
     mte_timer_CloseFd(&g_iStatsFd);
+    int iRoomFd = g_iRoomFd.exchange(-1);
+    mte_timer_CloseFd(&iRoomFd);
     if (g_iNotifyFd >= 0) {
         close(g_iNotifyFd);
         g_iNotifyFd = -1;
@@ -349,4 +431,24 @@ uint16_t mte_TIMER_GetPortFlag(void) {
 
 int mte_GetNotifyEvtFd(void) {
     return g_iNotifyFd;
+}
+
+void mte_timer_RoomFreed(void) {
+    int iFd = g_iRoomFd.load();
+    if (iFd >= 0) {
+        (void)eventfd_write(iFd, 1);
+    }
+}
+
+void mte_timer_CountShortfall(uint32_t uiMissed) {
+    mte_SCALAR_SamplesMissedAdd(uiMissed);
+    g_uiShortfallUntraced += uiMissed;
+}
+
+uint32_t mte_timer_ExpireNow(int64_t llTimerId) {
+    uint64_t ulSet = g_ulTimerSet.load();
+    if (ulSet == 0 || llTimerId == -1) {
+        return MTE_ERR_GENERAL;
+    }
+    return Timer_SetStatus(ulSet, llTimerId, TIMER_STATUS_EXPIRE, 0);
 }

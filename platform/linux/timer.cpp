@@ -9,6 +9,15 @@
 // dropped when it surfaces (lazy invalidation); the heap is compacted when
 // stale entries outnumber live ones.
 //
+// A gate (Timer_SetGate) is asked before each callback: while it says no, the
+// due timers stay due in the heap, oldest first, and Timer_Fire_Due fires them
+// later without moving the clock. The daemon's gate is the room left in the
+// sampling queue, so a crowd of timers due in one tick is fired as fast as
+// the worker takes them, not refused. A timer held back a whole tick has
+// missed an expiry: it takes its new phase from the tick that fires it (a
+// crowd the worker cannot take in one tick spreads itself out), and the
+// expiries it missed are counted (Timer_Skipped).
+//
 // Threads: callbacks run on the announcing thread (the main thread). Every
 // operation may be called from any thread: the set's mutex guards all of its
 // state and is never held while a callback runs, so a callback may take other
@@ -21,6 +30,7 @@
 // creation, so an id is never reused within a set; the slot makes lookup O(1).
 #include "plat_timer.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -31,13 +41,6 @@ constexpr uint64_t SET_MAGIC = 0x54494d4552534554ull;  // "TIMERSET"
 constexpr uint32_t MIN_CAPACITY = 16;
 constexpr uint32_t NO_SLOT = 0xFFFFFFFFu;
 constexpr int64_t MAX_SEQUENCE = 0x7FFFFFFF;
-// At most this many callbacks per announced tick. Timers started together
-// with one period (every trigger at port-up) would otherwise all fall due in
-// the same tick forever, and the sampling queue (1000 messages) would refuse
-// the same overflow every period. A timer held back fires at the next tick
-// and keeps that later phase, so a crowd spreads itself out once. Half the
-// queue: a tick's expiries always fit while the worker drains.
-constexpr uint32_t MAX_FIRES_PER_TICK = 500;
 
 enum : uint8_t { SLOT_FREE = 0, SLOT_ACTIVE = 1, SLOT_SUSPENDED = 2 };
 
@@ -73,6 +76,8 @@ struct TimerSet {
     HeapEntry* pstHeap;
     uint32_t uiHeapLen;
     uint32_t uiHeapCap;
+    TIMER_GATE_PF pfGate;  // null: every due timer fires
+    uint64_t ullSkipped;   // expiries missed by timers the gate held back
 };
 
 TimerSet* SetFromHandle(uint64_t ulSet) {
@@ -224,12 +229,36 @@ bool ArmSlot(TimerSet* pstSet, TimerSlot* pstSlot) {
     return true;
 }
 
+// Makes a running timer due now; it keeps its period.
+bool ExpireSlot(TimerSet* pstSet, TimerSlot* pstSlot) {
+    pstSlot->uiGen++;
+    pstSlot->ullDueMs = pstSet->ullNowMs;
+    if (!HeapPush(pstSet, pstSlot->ullDueMs, SlotIndex(pstSet, pstSlot), pstSlot->uiGen)) {
+        pstSlot->ucState = SLOT_SUSPENDED;
+        pstSet->uiActive--;
+        return false;
+    }
+    return true;
+}
+
 void DisarmSlot(TimerSet* pstSet, TimerSlot* pstSlot) {
     pstSlot->uiGen++;
     if (pstSlot->ucState == SLOT_ACTIVE) {
         pstSet->uiActive--;
     }
     pstSlot->ucState = SLOT_SUSPENDED;
+}
+
+// True when a live timer is due at or before the set's clock; drops the
+// stale entries on top of the heap on the way.
+bool HasDue(TimerSet* pstSet) {
+    while (pstSet->uiHeapLen > 0 && pstSet->pstHeap[0].ullDueMs <= pstSet->ullNowMs) {
+        if (EntryIsLive(pstSet, pstSet->pstHeap[0])) {
+            return true;
+        }
+        HeapPop(pstSet);
+    }
+    return false;
 }
 
 // Pops the next timer due at or before the set's clock, reschedules it and
@@ -244,11 +273,14 @@ bool TakeNextDue(TimerSet* pstSet, TIMER_CALLBACK_PF* ppfCallback,
         }
         TimerSlot* pstSlot = &pstSet->pstSlots[stTop.uiSlot];
         // A period shorter than the tick fires once per tick; the phase is kept.
-        // A timer held back a whole tick by the per-tick limit takes its new
-        // phase from now.
-        uint64_t ullBase = pstSlot->ullDueMs + pstSet->uiTickMs <= pstSet->ullNowMs
-                               ? pstSet->ullNowMs
-                               : pstSlot->ullDueMs;
+        // A timer the gate held back a whole tick has missed the expiries
+        // that fell meanwhile and takes its new phase from now.
+        uint64_t ullBase = pstSlot->ullDueMs;
+        if (pstSlot->ullDueMs + pstSet->uiTickMs <= pstSet->ullNowMs) {
+            uint64_t ullStep = std::max(pstSlot->uiPeriodMs, pstSet->uiTickMs);
+            pstSet->ullSkipped += (pstSet->ullNowMs - pstSlot->ullDueMs) / ullStep;
+            ullBase = pstSet->ullNowMs;
+        }
         uint64_t ullNext = ullBase + pstSlot->uiPeriodMs;
         if (ullNext <= pstSet->ullNowMs) {
             uint64_t ullBehind = pstSet->ullNowMs - ullNext;
@@ -380,6 +412,11 @@ uint32_t Timer_SetStatus(uint64_t ulSet, int64_t llId, uint32_t uiStatus, uint32
                 return 0;
             }
             return ArmSlot(pstSet, pstSlot) ? 0 : 1;
+        case TIMER_STATUS_EXPIRE:
+            if (pstSlot->ucState != SLOT_ACTIVE) {
+                return 0;
+            }
+            return ExpireSlot(pstSet, pstSlot) ? 0 : 1;
         default:
             return 1;
     }
@@ -414,6 +451,40 @@ void Timer_Finalize(uint64_t ulSet) {
     delete pstSet;
 }
 
+namespace {
+
+// Fires due timers one at a time, the lock released around each callback: a
+// callback may delete or suspend a timer that is due in this same tick, and
+// that timer must then not fire. Stops when nothing more is due or the gate
+// says no; returns true when due timers are left (held back).
+bool FireDue(TimerSet* pstSet) {
+    for (;;) {
+        TIMER_CALLBACK_PF pfCallback = nullptr;
+        TIMER_GATE_PF pfGate = nullptr;
+        unsigned char aucContext[TIMER_CONTEXT_SIZE];
+        {
+            std::lock_guard<std::mutex> stGuard(pstSet->stLock);
+            if (!pstSet->bRunning || !HasDue(pstSet)) {
+                return false;
+            }
+            pfGate = pstSet->pfGate;
+        }
+        // Asked without the lock: the gate may look at other threads' state.
+        if (pfGate != nullptr && pfGate() == 0) {
+            return true;
+        }
+        {
+            std::lock_guard<std::mutex> stGuard(pstSet->stLock);
+            if (!pstSet->bRunning || !TakeNextDue(pstSet, &pfCallback, aucContext)) {
+                return false;
+            }
+        }
+        pfCallback(aucContext);
+    }
+}
+
+}  // namespace
+
 void Timer_Tick_Announce(uint64_t ulSet) {
     TimerSet* pstSet = SetFromHandle(ulSet);
     if (pstSet == nullptr) {
@@ -426,18 +497,31 @@ void Timer_Tick_Announce(uint64_t ulSet) {
         }
         pstSet->ullNowMs += pstSet->uiTickMs;
     }
-    // One timer per pass, the lock released around its callback: a callback
-    // may delete or suspend a timer that is due in this same tick, and that
-    // timer must then not fire.
-    for (uint32_t uiFired = 0; uiFired < MAX_FIRES_PER_TICK; ++uiFired) {
-        TIMER_CALLBACK_PF pfCallback = nullptr;
-        unsigned char aucContext[TIMER_CONTEXT_SIZE];
-        {
-            std::lock_guard<std::mutex> stGuard(pstSet->stLock);
-            if (!pstSet->bRunning || !TakeNextDue(pstSet, &pfCallback, aucContext)) {
-                return;
-            }
-        }
-        pfCallback(aucContext);
+    (void)FireDue(pstSet);
+}
+
+uint32_t Timer_Fire_Due(uint64_t ulSet) {
+    TimerSet* pstSet = SetFromHandle(ulSet);
+    if (pstSet == nullptr) {
+        return 0;
     }
+    return FireDue(pstSet) ? 1 : 0;
+}
+
+void Timer_SetGate(uint64_t ulSet, TIMER_GATE_PF pfGate) {
+    TimerSet* pstSet = SetFromHandle(ulSet);
+    if (pstSet == nullptr) {
+        return;
+    }
+    std::lock_guard<std::mutex> stGuard(pstSet->stLock);
+    pstSet->pfGate = pfGate;
+}
+
+uint64_t Timer_Skipped(uint64_t ulSet) {
+    TimerSet* pstSet = SetFromHandle(ulSet);
+    if (pstSet == nullptr) {
+        return 0;
+    }
+    std::lock_guard<std::mutex> stGuard(pstSet->stLock);
+    return pstSet->ullSkipped;
 }

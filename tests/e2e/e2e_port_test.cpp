@@ -150,4 +150,47 @@ TEST_F(E2ePort, RestartedDaemonRecoversItsConfigurationAndSamplesAgain) {
     EXPECT_TRUE(WaitUntil([&] { return Agent("get - 2 int") == "ok 1"; }, FIRE_WAIT_MS));
 }
 
+// 2,000 triggers of 1 s are each sampled every second: the timers hold back
+// only what the worker's queue has no room for and fire it as soon as the
+// worker has made room, within the same second. Counted at snmpd over 20 s;
+// the floor is generous for a shared machine (bench_engine_idle measures it).
+TEST_F(E2ePort, TwoThousandTriggersOfOneSecondAreEachSampledEverySecond) {
+    constexpr int kTriggers = 2000;
+    constexpr int kWindowS = 20;
+    constexpr const char* kInGets = "1.3.6.1.2.1.11.15.0";  // snmpInGetRequests.0
+    // Thresholds around snmpd's value (5): no notification, only samples.
+    for (int iFirst = 0; iFirst < kTriggers; iFirst += 500) {
+        std::string strLines;
+        for (int i = iFirst; i < iFirst + 500; i++) {
+            std::string strName = " name=t" + std::to_string(i);
+            strLines += "set trigger owner=rate" + strName + " frequency=1 test=threshold valueid=" +
+                        MTE_TEST_WRITABLE_INTEGER + " status=createAndWait\n" +
+                        "set threshold owner=rate" + strName + " rising=10 falling=1\n" +
+                        "set trigger owner=rate" + strName + " status=active\n";
+        }
+        CtlScenario(strLines);
+    }
+    auto InGets = [&] {
+        std::string strOut;
+        int iStatus = mte_test::RunTool({"/usr/bin/snmpget", "-Oqv",
+                                         "127.0.0.1:" + std::to_string(m_stSnmpd.Port()), kInGets},
+                                        m_stSnmpd.Dir() + "/gets.out", 5000, &strOut);
+        return iStatus == 0 ? std::atol(strOut.c_str()) : -1L;
+    };
+    usleep(2000 * 1000);  // every trigger has its first sample and its timer
+    long lBefore = InGets();
+    int64_t llStart = MonoMs();
+    usleep(kWindowS * 1000 * 1000);
+    long lAfter = InGets();
+    double dSeconds = static_cast<double>(MonoMs() - llStart) / 1000.0;
+    ASSERT_GE(lBefore, 0);
+    ASSERT_GE(lAfter, 0);
+    long lExpected = static_cast<long>(kTriggers * dSeconds);
+    long lSampled = lAfter - lBefore - 1;  // the second reading's own get
+    std::cerr << "samples in " << dSeconds << " s: " << lSampled << " of " << lExpected << " ("
+              << 100.0 * static_cast<double>(lSampled) / static_cast<double>(lExpected) << " %)\n";
+    EXPECT_GE(lSampled, lExpected * 8 / 10);
+    EXPECT_FALSE(m_stDaemon.HasExited());
+}
+
 }  // namespace
