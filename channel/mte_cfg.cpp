@@ -244,6 +244,7 @@ constexpr TABLE_DESC_S g_astTables[MTE_MSG_TYPE_COUNT] = {
     {},
     {MTE_ITEM_DELTA, MTE_ITEM_TRIGGER_KEY, sizeof(MTE_DELTA_ENTRY_S), LIST_LOCK_E::NONE, DeltaGet,
      DeltaGetNext, DeltaSet, DeltaHasRows},
+    {},
 };
 
 // Reply header and length for a reply with uiDataLen bytes of data.
@@ -357,6 +358,19 @@ void mte_cfg_ScalarsProc(const uint8_t*, const MTE_MSG_HEAD_S* pstHead, uint32_t
                 pucReply, puiReplyLen);
 }
 
+void mte_cfg_SamplingProc(const uint8_t*, const MTE_MSG_HEAD_S* pstHead, uint32_t uiCapacity,
+                          uint8_t* pucReply, uint32_t* puiReplyLen) {
+    if (pstHead->usOperation != MTE_MSG_OP_GET) {
+        FinishReply(MTE_ERR_GENERAL, NO_FAILED_COLUMN, 0, pucReply, puiReplyLen);
+        return;
+    }
+    MTE_SAMPLING_S stSampling = {mte_SCALAR_GetSamplesMissed()};
+    uint32_t uiDataLen = MTE_MSG_AppendData2Msg(MTE_ITEM_SAMPLING, &stSampling,
+                                                ReplyRoom(uiCapacity), pucReply + MTE_MSG_HEAD_SIZE);
+    FinishReply(uiDataLen != 0 ? MTE_OK : MTE_ERR_REPLY_TOO_SMALL, NO_FAILED_COLUMN, uiDataLen,
+                pucReply, puiReplyLen);
+}
+
 // Types 2, 3, 12 and 13: one 32-bit value to a setter whose result the agent
 // never sees (the operation is not looked at).
 template <uint16_t ITEM, void (*SETTER)(uint32_t)>
@@ -403,6 +417,7 @@ constexpr MTE_MSG_PROC_PF g_apfMTEMsgProc[] = {
     mte_cfg_ValueProc<MTE_ITEM_DBG_SWITCH, mte_DBG_DisableSwitch>,
     mte_cfg_DbgGetProc,
     mte_cfg_TableProc<MTE_MSG_TYPE_DELTA>,
+    mte_cfg_SamplingProc,
 };
 static_assert(sizeof(g_apfMTEMsgProc) / sizeof(g_apfMTEMsgProc[0]) == MTE_MSG_TYPE_COUNT,
               "one handler slot per message type, slot 0 empty");

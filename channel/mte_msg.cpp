@@ -165,6 +165,7 @@ constexpr ITEM_DESC_S g_astItems[MTE_MSG_ITEM_COUNT + 1] = {
     Desc(sizeof(MTE_SET_ENTRY_S), g_astSetFields),
     {sizeof(uint32_t), nullptr, 0},
     Desc(sizeof(MTE_DELTA_ENTRY_S), g_astDeltaFields),
+    {sizeof(MTE_SAMPLING_S), nullptr, 0},
 };
 static_assert(sizeof(g_astItems) / sizeof(g_astItems[0]) == MTE_MSG_ITEM_COUNT + 1);
 static_assert(g_astItems[MTE_ITEM_TRIGGER].uiSize == 1220);
@@ -195,6 +196,7 @@ constexpr TYPE_ITEMS_S g_astTypeItems[MTE_MSG_TYPE_COUNT] = {
     {MTE_ITEM_DBG_SWITCH, 0},
     {0, 0},
     {MTE_ITEM_DELTA, MTE_ITEM_TRIGGER_KEY},
+    {0, 0},
 };
 
 // Whether a request of that type and operation may carry the item. Types

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-// Message types (handler table slots 1..14).
+// Message types (handler table slots 1..16).
 enum : uint16_t {
     MTE_MSG_TYPE_SCALARS = 1,
     MTE_MSG_TYPE_SAMPLE_MIN = 2,
@@ -22,7 +22,8 @@ enum : uint16_t {
     MTE_MSG_TYPE_DBG_DISABLE = 13,
     MTE_MSG_TYPE_DBG_GET = 14,
     MTE_MSG_TYPE_DELTA = 15,  // an addition: mteTriggerDeltaTable
-    MTE_MSG_TYPE_COUNT = 16,  // slots in the handler table, slot 0 empty
+    MTE_MSG_TYPE_SAMPLING = 16,  // an addition: the sampling engine's counters (get only)
+    MTE_MSG_TYPE_COUNT = 17,  // slots in the handler table, slot 0 empty
 };
 
 // Operations.

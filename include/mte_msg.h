@@ -10,7 +10,7 @@
 #include "mte_types.h"
 
 constexpr uint32_t MTE_MSG_HEAD_SIZE = 20;
-constexpr uint32_t MTE_MSG_ITEM_COUNT = 16;  // items 1..16
+constexpr uint32_t MTE_MSG_ITEM_COUNT = 17;  // items 1..17
 
 // Data items.
 enum : uint16_t {
@@ -30,6 +30,7 @@ enum : uint16_t {
     MTE_ITEM_SET = 14,
     MTE_ITEM_DBG_SWITCH = 15,
     MTE_ITEM_DELTA = 16,  // an addition: the delta row (docs/management-protocol.md)
+    MTE_ITEM_SAMPLING = 17,  // an addition: reply to type 16
 };
 
 // Wire constants of the 20-byte header (docs/management-protocol.md).

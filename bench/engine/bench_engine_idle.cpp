@@ -8,7 +8,9 @@
 //
 // Usage: bench_engine_idle [TRIGGERS [SECONDS [FREQUENCY]]]
 //        (defaults 10000, 60 and 600; a shorter frequency shows how many
-//        samples a period gets, from snmpd's request count in the window)
+//        samples a period gets, from snmpd's request count in the window,
+//        and, when the worker cannot keep up, the samples-missed counter and
+//        the shortfall traces: for example 2000 20 1)
 // Every wait is bounded; everything started is stopped at the end.
 #include <signal.h>
 #include <spawn.h>
@@ -249,6 +251,9 @@ int main(int iArgc, char** ppszArgv) {
            lWindowPkts);
     printf("daemon CPU while idle           %.3f s = %.3f %% of a core\n", dCpuS,
            100.0 * dCpuS / dWindowS);
+    const double dExpected = iTriggers * dWindowS / iFrequency;
+    printf("samples in window               %ld of %.0f expected (%.1f %%)\n", lWindowPkts,
+           dExpected, 100.0 * static_cast<double>(lWindowPkts) / dExpected);
     printf("VmRSS empty / configured / sampled / idle   %.1f / %.1f / %.1f / %.1f MiB\n",
            lRssEmpty / 1024.0, lRssConfigured / 1024.0, lRssSampled / 1024.0, lRssIdle / 1024.0);
     printf("VmRSS per 1,000 triggers        %.2f MiB\n",
@@ -260,6 +265,13 @@ int main(int iArgc, char** ppszArgv) {
     if (Run({strCtl, "-s", strSock, "get", "scalars"}, stSnmpd.Dir() + "/scalars.out", 10000,
             &strScalars) == 0) {
         printf("--- eventmibctl get scalars\n%s", strScalars.c_str());
+    }
+    // The shortfall traces (the first at once, then one a minute).
+    std::istringstream stLog(stDaemon.Stderr());
+    for (std::string strLine; std::getline(stLog, strLine);) {
+        if (strLine.find("Ln:2291") != std::string::npos) {
+            printf("%s\n", strLine.c_str());
+        }
     }
 
     stDaemon.Signal(SIGRTMIN + 1);

@@ -186,6 +186,9 @@ void mte_SCALAR_Get(MTE_SCALAR_S* pstOut) {
     Record("scalar.get");
     *pstOut = M().stScalars;
 }
+uint32_t mte_SCALAR_GetSamplesMissed(void) {
+    return 9;
+}
 uint32_t mte_SCALAR_SetSampleMin(uint32_t v) {
     M().uiSampleMin = v;
     return MTE_ERR_GENERAL;  // the reply must say 0 anyway

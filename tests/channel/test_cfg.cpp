@@ -45,7 +45,7 @@ class CfgTest : public ::testing::Test {
 };
 
 TEST_F(CfgTest, TypesOutsideTheTableAreRefused) {
-    for (uint16_t usType : {0, 16, 17, 0xffff}) {
+    for (uint16_t usType : {0, 17, 18, 0xffff}) {
         REPLY_S r = Send(usType, MTE_MSG_OP_GET);
         EXPECT_EQ(r.uiLen, 20u);
         EXPECT_EQ(r.stReply.uiResult, MTE_ERR_GENERAL) << usType;
@@ -70,6 +70,7 @@ TEST_F(CfgTest, MalformedRequestGetsTheCheckCodeAndTouchesNoTable) {
     EXPECT_TRUE(g_stMockTables.vecCalls.empty());
 }
 
+// The scalars and, beside them, the sampling counters (type 15).
 TEST_F(CfgTest, ScalarsOnlyAnswerGet) {
     g_stMockTables.stScalars = {1, 2, 3, 4, 5, 6, 7};
     REPLY_S r = Send(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET);
@@ -86,6 +87,12 @@ TEST_F(CfgTest, ScalarsOnlyAnswerGet) {
     r = Send(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET, 0, nullptr, 0, 20 + 35);
     EXPECT_EQ(r.stReply.uiResult, MTE_ERR_REPLY_TOO_SMALL);
     EXPECT_EQ(r.uiLen, 20u);
+
+    r = Send(MTE_MSG_TYPE_SAMPLING, MTE_MSG_OP_GET);
+    ASSERT_EQ(r.stReply.usItem, MTE_ITEM_SAMPLING);
+    EXPECT_EQ(r.uiLen, 20u + 8u + 4u);
+    EXPECT_EQ(r.stReply.pucData[0], 9);
+    EXPECT_EQ(Send(MTE_MSG_TYPE_SAMPLING, MTE_MSG_OP_SET).stReply.uiResult, MTE_ERR_GENERAL);
 }
 
 TEST_F(CfgTest, ValueSettersIgnoreTheOperationAndAlwaysSucceed) {

@@ -190,7 +190,8 @@ TEST_F(ChannelProcessTest, EveryMessageTypeIsAnswered) {
         {MTE_MSG_TYPE_DBG_DISABLE, MTE_MSG_OP_SET, MTE_ITEM_DBG_SWITCH, MTE_OK, 0},
         {MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET, 0, MTE_OK, MTE_ITEM_DBG_SWITCH},
         {0, MTE_MSG_OP_GET, 0, MTE_ERR_GENERAL, 0},
-        {15, MTE_MSG_OP_GET, 0, MTE_ERR_GENERAL, 0},
+        {MTE_MSG_TYPE_SAMPLING, MTE_MSG_OP_GET, 0, MTE_OK, MTE_ITEM_SAMPLING},
+        {17, MTE_MSG_OP_GET, 0, MTE_ERR_GENERAL, 0},
     };
     for (const auto& c : astCases) {
         SCOPED_TRACE(testing::Message() << "type " << c.usType << " op " << c.usOp);

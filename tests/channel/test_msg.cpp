@@ -45,8 +45,8 @@ MTE_TRIGGER_ROW_S SampleTrigger() {
 
 TEST(MsgTest, ItemSizesMatchTheRecords) {
     const uint32_t auiSizes[] = {0,   28, 4,   4,  1220, 72,  212, 200, 416,
-                                 596, 80, 332, 72, 648,  884, 4,   592, 0};
-    for (uint16_t i = 0; i <= 17; i++) {
+                                 596, 80, 332, 72, 648,  884, 4,   592, 4, 0};
+    for (uint16_t i = 0; i <= 18; i++) {
         EXPECT_EQ(MTE_MSG_ItemSize(i), auiSizes[i]) << "item " << i;
     }
 }
@@ -159,7 +159,7 @@ TEST(MsgTest, EveryMalformedShapeIsRefused) {
          },
          MTE_ERR_MSG_LENGTH},
         {"item 0", [](Bytes& m) { m[20] = 0; }, MTE_ERR_MSG_ITEM},
-        {"item 17", [](Bytes& m) { m[20] = 17; }, MTE_ERR_MSG_ITEM},
+        {"item 18", [](Bytes& m) { m[20] = 18; }, MTE_ERR_MSG_ITEM},
         {"item zero word", [](Bytes& m) { m[22] = 1; }, MTE_ERR_MSG_ITEM},
         {"item of another table", [](Bytes& m) { m[20] = MTE_ITEM_EVENT; }, MTE_ERR_MSG_ITEM},
         {"key item for a set", [](Bytes& m) { m[20] = MTE_ITEM_TRIGGER_KEY; }, MTE_ERR_MSG_ITEM},
@@ -272,7 +272,7 @@ TEST(MsgTest, ItemsAcceptedPerTypeAndOperation) {
     EXPECT_EQ(Check(Build(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_GET, 0, nullptr)), MTE_OK);
     // Types the dispatcher refuses itself pass the check with any known item.
     EXPECT_EQ(Check(Build(0, 1, MTE_ITEM_SAMPLE_MIN, &uiValue)), MTE_OK);
-    EXPECT_EQ(Check(Build(16, 1, MTE_ITEM_SAMPLE_MIN, &uiValue)), MTE_OK);
+    EXPECT_EQ(Check(Build(17, 1, MTE_ITEM_SAMPLE_MIN, &uiValue)), MTE_OK);
     // Unknown operation of a table: either of its items.
     MTE_INDEX_KEY_S stKey = {};
     EXPECT_EQ(Check(Build(MTE_MSG_TYPE_NOTIFY, 7, MTE_ITEM_EVENT_KEY, &stKey)), MTE_OK);
