@@ -222,7 +222,10 @@ int main(int iArgc, char** ppszArgv) {
         bool bSettled = lNow - lPkts <= lPerCheck + 1 && llTicksNow - llTicks <= 2;
         lPkts = lNow;
         llTicks = llTicksNow;
-        if (bSettled || NowMs() - llStart > 300000) {
+        // A short frequency never lets snmpd go quiet: two periods and a
+        // check are enough for every trigger's first sample and its timer.
+        bool bShortFrequency = iFrequency <= 10 && NowMs() - llStart > 2000L * iFrequency;
+        if (bSettled || bShortFrequency || NowMs() - llStart > 300000) {
             break;
         }
     }
