@@ -365,8 +365,8 @@ void mte_cfg_SamplingProc(const uint8_t*, const MTE_MSG_HEAD_S* pstHead, uint32_
         return;
     }
     MTE_SAMPLING_S stSampling = {mte_SCALAR_GetSamplesMissed()};
-    uint32_t uiDataLen = MTE_MSG_AppendData2Msg(MTE_ITEM_SAMPLING, &stSampling,
-                                                ReplyRoom(uiCapacity), pucReply + MTE_MSG_HEAD_SIZE);
+    uint32_t uiDataLen = MTE_MSG_AppendData2Msg(
+        MTE_ITEM_SAMPLING, &stSampling, ReplyRoom(uiCapacity), pucReply + MTE_MSG_HEAD_SIZE);
     FinishReply(uiDataLen != 0 ? MTE_OK : MTE_ERR_REPLY_TOO_SMALL, NO_FAILED_COLUMN, uiDataLen,
                 pucReply, puiReplyLen);
 }

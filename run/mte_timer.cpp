@@ -312,8 +312,13 @@ void mte_TIMER_Fini(void) {
     }
     mte_timer_CloseFd(&g_iTickFd);
     mte_timer_CloseFd(&g_iStatsFd);
-    int iRoomFd = g_iRoomFd.exchange(-1);
-    mte_timer_CloseFd(&iRoomFd);
+    // The worker may write the room descriptor at any moment: it is closed
+    // only once the worker is gone (at shutdown), never under its hands,
+    // and a set made again later uses it as it is.
+    if (!mte_run_WorkerAlive()) {
+        int iRoomFd = g_iRoomFd.exchange(-1);
+        mte_timer_CloseFd(&iRoomFd);
+    }
     if (g_iNotifyFd >= 0) {
         close(g_iNotifyFd);
         g_iNotifyFd = -1;

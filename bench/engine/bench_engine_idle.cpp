@@ -38,6 +38,7 @@ namespace {
 
 constexpr const char* kSampled = MTE_TEST_WRITABLE_INTEGER;  // an Integer32 (5)
 constexpr const char* kInPkts = "1.3.6.1.2.1.11.1.0";        // snmpInPkts.0
+constexpr const char* kInGets = "1.3.6.1.2.1.11.15.0";       // snmpInGetRequests.0
 
 int64_t NowMs() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -130,10 +131,11 @@ bool SendPortUp(const std::string& strRuntime) {
     return bSent;
 }
 
-// snmpInPkts of the private snmpd (the client configuration of this process).
-long InPkts(const std::string& strDir, uint16_t usPort) {
+// A counter of the private snmpd (the client configuration of this process):
+// snmpInPkts, or with pszOid another one.
+long InPkts(const std::string& strDir, uint16_t usPort, const char* pszOid = kInPkts) {
     std::string strOut;
-    if (Run({"/usr/bin/snmpget", "-Oqv", "127.0.0.1:" + std::to_string(usPort), kInPkts},
+    if (Run({"/usr/bin/snmpget", "-Oqv", "127.0.0.1:" + std::to_string(usPort), pszOid},
             strDir + "/snmpget.out", 5000, &strOut) != 0) {
         return -1;
     }
@@ -235,13 +237,17 @@ int main(int iArgc, char** ppszArgv) {
 
     // The idle window.
     const long lPktsWindow = InPkts(stSnmpd.Dir(), stSnmpd.Port());
+    const long lGetsWindow = InPkts(stSnmpd.Dir(), stSnmpd.Port(), kInGets);
     const long long llTicksStart = CpuTicks(iPid);
     const int64_t llWindowStart = NowMs();
     std::this_thread::sleep_for(std::chrono::seconds(iSeconds));
     const long long llTicksEnd = CpuTicks(iPid);
     const double dWindowS = static_cast<double>(NowMs() - llWindowStart) / 1000.0;
     const long lRssIdle = RssKiB(iPid);
-    const long lWindowPkts = InPkts(stSnmpd.Dir(), stSnmpd.Port()) - lPktsWindow - lPerCheck;
+    // The get requests of the window: the samples, and the first reading's
+    // own get after it was counted.
+    const long lWindowGets = InPkts(stSnmpd.Dir(), stSnmpd.Port(), kInGets) - lGetsWindow - 1;
+    const long lWindowPkts = InPkts(stSnmpd.Dir(), stSnmpd.Port()) - lPktsWindow - 3 * lPerCheck;
     const double dCpuS =
         static_cast<double>(llTicksEnd - llTicksStart) / static_cast<double>(sysconf(_SC_CLK_TCK));
 
@@ -255,8 +261,8 @@ int main(int iArgc, char** ppszArgv) {
     printf("daemon CPU while idle           %.3f s = %.3f %% of a core\n", dCpuS,
            100.0 * dCpuS / dWindowS);
     const double dExpected = iTriggers * dWindowS / iFrequency;
-    printf("samples in window               %ld of %.0f expected (%.1f %%)\n", lWindowPkts,
-           dExpected, 100.0 * static_cast<double>(lWindowPkts) / dExpected);
+    printf("samples in window (get requests) %ld of %.0f expected (%.1f %%)\n", lWindowGets,
+           dExpected, 100.0 * static_cast<double>(lWindowGets) / dExpected);
     printf("VmRSS empty / configured / sampled / idle   %.1f / %.1f / %.1f / %.1f MiB\n",
            lRssEmpty / 1024.0, lRssConfigured / 1024.0, lRssSampled / 1024.0, lRssIdle / 1024.0);
     printf("VmRSS per 1,000 triggers        %.2f MiB\n",

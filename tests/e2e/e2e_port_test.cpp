@@ -163,18 +163,19 @@ TEST_F(E2ePort, TwoThousandTriggersOfOneSecondAreEachSampledEverySecond) {
         std::string strLines;
         for (int i = iFirst; i < iFirst + 500; i++) {
             std::string strName = " name=t" + std::to_string(i);
-            strLines += "set trigger owner=rate" + strName + " frequency=1 test=threshold valueid=" +
-                        MTE_TEST_WRITABLE_INTEGER + " status=createAndWait\n" +
-                        "set threshold owner=rate" + strName + " rising=10 falling=1\n" +
-                        "set trigger owner=rate" + strName + " status=active\n";
+            strLines += "set trigger owner=rate" + strName +
+                        " frequency=1 test=threshold valueid=" + MTE_TEST_WRITABLE_INTEGER +
+                        " status=createAndWait\n" + "set threshold owner=rate" + strName +
+                        " rising=10 falling=1\n" + "set trigger owner=rate" + strName +
+                        " status=active\n";
         }
         CtlScenario(strLines);
     }
     auto InGets = [&] {
         std::string strOut;
-        int iStatus = mte_test::RunTool({"/usr/bin/snmpget", "-Oqv",
-                                         "127.0.0.1:" + std::to_string(m_stSnmpd.Port()), kInGets},
-                                        m_stSnmpd.Dir() + "/gets.out", 5000, &strOut);
+        int iStatus = mte_test::RunTool(
+            {"/usr/bin/snmpget", "-Oqv", "127.0.0.1:" + std::to_string(m_stSnmpd.Port()), kInGets},
+            m_stSnmpd.Dir() + "/gets.out", 5000, &strOut);
         return iStatus == 0 ? std::atol(strOut.c_str()) : -1L;
     };
     usleep(2000 * 1000);  // every trigger has its first sample and its timer
