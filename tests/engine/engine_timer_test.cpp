@@ -176,4 +176,21 @@ TEST_F(EngineTimer, MissedSecondsAreAnnouncedAsOneTick) {
     EXPECT_EQ(FAKE_TIMER_CallsOf("Tick").size(), 1u);
 }
 
+// Expiries the set skipped reach the statistics at each tick; the trace says
+// so at once and then stays quiet for a minute however much more is missed.
+TEST_F(EngineTimer, SkippedExpiriesAreCountedAndTracedAtMostOnceAMinute) {
+    ASSERT_EQ(mte_TIMER_StartAll(), 0u);
+    pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
+    for (uint64_t ullSkipped : {5, 12}) {
+        FAKE_TIMER_SetSkipped(ullSkipped);
+        size_t uiTicks = FAKE_TIMER_CallsOf("Tick").size();
+        while (FAKE_TIMER_CallsOf("Tick").size() == uiTicks && poll(&stPoll, 1, 3000) == 1) {
+            mte_EPOLL_WaitAndDispatch(8);
+        }
+        EXPECT_EQ(mte_SCALAR_GetSamplesMissed(), ullSkipped);
+    }
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE", "Ln:2291"), 1u);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE", "5 trigger samples were not taken"), 1u);
+}
+
 }  // namespace

@@ -21,6 +21,7 @@ std::vector<FAKE_TIMER_CALL_S> g_astCalls;
 std::map<int64_t, FAKE_TIMER_S> g_mapTimers;
 std::vector<uint32_t> g_auiInitArgs;
 int64_t g_llNextId = 1;
+uint64_t g_ullSkipped = 0;
 bool g_bFailInit = false, g_bFailConfig = false, g_bFailCreate = false;
 constexpr uint64_t FAKE_SET = 0x5e7;
 
@@ -36,6 +37,7 @@ void FAKE_TIMER_Reset(void) {
     g_mapTimers.clear();
     g_auiInitArgs.clear();
     g_llNextId = 1;
+    g_ullSkipped = 0;
     g_bFailInit = g_bFailConfig = g_bFailCreate = false;
 }
 
@@ -168,7 +170,7 @@ void Timer_Tick_Announce(uint64_t ulSet) {
 }
 
 // The gate and the hold-back are the real set's business: the fake fires
-// only what a test asks for, so nothing is ever held back.
+// only what a test asks for; a test sets the skipped count it reports.
 void Timer_SetGate(uint64_t ulSet, TIMER_GATE_PF pfGate) {}
 
 uint32_t Timer_Fire_Due(uint64_t ulSet) {
@@ -178,5 +180,11 @@ uint32_t Timer_Fire_Due(uint64_t ulSet) {
 }
 
 uint64_t Timer_Skipped(uint64_t ulSet) {
-    return 0;
+    std::lock_guard<std::mutex> stGuard(g_stLock);
+    return g_ullSkipped;
+}
+
+void FAKE_TIMER_SetSkipped(uint64_t ullSkipped) {
+    std::lock_guard<std::mutex> stGuard(g_stLock);
+    g_ullSkipped = ullSkipped;
 }

@@ -31,5 +31,7 @@ bool FAKE_TIMER_Get(int64_t llId, uint32_t* puiPeriod, uint32_t* puiRunning);
 uint32_t FAKE_TIMER_Count(void);
 // Calls the callback of a timer as if it had expired.
 bool FAKE_TIMER_Expire(int64_t llId);
+// What Timer_Skipped answers from now on (0 after a reset).
+void FAKE_TIMER_SetSkipped(uint64_t ullSkipped);
 
 #endif  // FAKE_TIMER_H
