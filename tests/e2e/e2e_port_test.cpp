@@ -158,6 +158,13 @@ TEST_F(E2ePort, TwoThousandTriggersOfOneSecondAreEachSampledEverySecond) {
     constexpr int kTriggers = 2000;
     constexpr int kWindowS = 20;
     constexpr const char* kInGets = "1.3.6.1.2.1.11.15.0";  // snmpInGetRequests.0
+    // A daemon built with a sanitizer samples several times slower (85 % seen
+    // under TSan on a busy machine); the fault, a cap, gave 25 %.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    constexpr long kFloorPercent = 50;
+#else
+    constexpr long kFloorPercent = 80;
+#endif
     // Thresholds around snmpd's value (5): no notification, only samples.
     for (int iFirst = 0; iFirst < kTriggers; iFirst += 500) {
         std::string strLines;
@@ -190,7 +197,7 @@ TEST_F(E2ePort, TwoThousandTriggersOfOneSecondAreEachSampledEverySecond) {
     long lSampled = lAfter - lBefore - 1;  // the second reading's own get
     std::cerr << "samples in " << dSeconds << " s: " << lSampled << " of " << lExpected << " ("
               << 100.0 * static_cast<double>(lSampled) / static_cast<double>(lExpected) << " %)\n";
-    EXPECT_GE(lSampled, lExpected * 8 / 10);
+    EXPECT_GE(lSampled, lExpected * kFloorPercent / 100);
     // What could not be taken would be counted (0 on an idle machine).
     long lMissed = Scalar("samples-missed");
     std::cerr << "samples-missed " << lMissed << "\n";
