@@ -70,7 +70,7 @@ TEST_F(CfgTest, MalformedRequestGetsTheCheckCodeAndTouchesNoTable) {
     EXPECT_TRUE(g_stMockTables.vecCalls.empty());
 }
 
-// The scalars and, beside them, the sampling counters (type 15).
+// The scalars and, beside them, the sampling counters (type 16).
 TEST_F(CfgTest, ScalarsOnlyAnswerGet) {
     g_stMockTables.stScalars = {1, 2, 3, 4, 5, 6, 7};
     REPLY_S r = Send(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET);
