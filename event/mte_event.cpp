@@ -19,6 +19,7 @@
 
 #include "mte_dbg.h"
 #include "mte_dbm.h"
+#include "mte_list_cursor.h"
 #include "mte_list_guard.h"
 #include "mte_memalert.h"
 #include "mte_notify.h"
@@ -45,49 +46,45 @@ int Sign(int i) {
 // Orders a row against a key as the table's SNMP index (mteOwner, IMPLIED
 // mteEventName) does: owner length, owner bytes, then the event name by its
 // bytes alone, since an implied name carries no length in the OID.
-int CompareKey(const MTE_EVENT_ROW_S& stRow, uint32_t uiOwnerLen, const char* pszOwner,
+int CompareKey(const MTE_EVENT_ENTRY_S* pstEntry, uint32_t uiOwnerLen, const char* pszOwner,
                const char* pszName) {
-    uint32_t uiRowOwnerLen = static_cast<uint32_t>(strlen(stRow.szOwner));
-    if (uiRowOwnerLen != uiOwnerLen) {
-        return uiRowOwnerLen < uiOwnerLen ? -1 : 1;
+    if (pstEntry->uiOwnerLen != uiOwnerLen) {
+        return pstEntry->uiOwnerLen < uiOwnerLen ? -1 : 1;
     }
-    int iCmp = Sign(strcmp(stRow.szOwner, pszOwner));
-    return iCmp != 0 ? iCmp : Sign(strcmp(stRow.szName, pszName));
+    int iCmp = Sign(strcmp(pstEntry->stRow.szOwner, pszOwner));
+    return iCmp != 0 ? iCmp : Sign(strcmp(pstEntry->stRow.szName, pszName));
 }
 
-MTE_EVENT_ENTRY_S* FindEntry(const char* pszOwner, const char* pszName,
-                             MTE_EVENT_ENTRY_S** ppstPrev) {
+struct EVENT_ORDER_S {
+    static int Compare(const MTE_EVENT_ENTRY_S* pstA, const MTE_EVENT_ENTRY_S* pstB) {
+        return CompareKey(pstA, pstB->uiOwnerLen, pstB->stRow.szOwner, pstB->stRow.szName);
+    }
+    static uint8_t Flags(const MTE_EVENT_ENTRY_S* pstEntry) {
+        return (pstEntry->pstNotify != nullptr ? MTE_PRESENT_NOTIFY : 0) |
+               (pstEntry->pstSet != nullptr ? MTE_PRESENT_SET : 0);
+    }
+};
+// Where the last get-next walks and insertions ended (main thread only: the
+// worker's lookups walk from the head, so that readers under the read lock
+// never write shared state).
+MTE_LIST_CURSORS<MTE_EVENT_ENTRY_S, EVENT_ORDER_S> g_stEventCursors;
+
+// Walks from the head: the worker looks events up too (under the read lock).
+MTE_EVENT_ENTRY_S* FindEntry(const char* pszOwner, const char* pszName) {
     uint32_t uiOwnerLen = static_cast<uint32_t>(strlen(pszOwner));
-    MTE_EVENT_ENTRY_S* pstPrev = nullptr;
-    MTE_EVENT_ENTRY_S* pstFound = nullptr;
     for (MTE_EVENT_ENTRY_S* pst = g_pstEventList; pst != nullptr; pst = pst->pstNext) {
-        int iCmp = CompareKey(pst->stRow, uiOwnerLen, pszOwner, pszName);
-        if (iCmp > 0) {
-            break;
+        int iCmp = CompareKey(pst, uiOwnerLen, pszOwner, pszName);
+        if (iCmp >= 0) {
+            return iCmp == 0 ? pst : nullptr;
         }
-        if (iCmp == 0) {
-            pstFound = pst;
-            break;
-        }
-        pstPrev = pst;
     }
-    if (ppstPrev != nullptr) {
-        *ppstPrev = pstPrev;
-    }
-    return pstFound;
+    return nullptr;
 }
 
 // Inserts after every row with an equal or smaller key.
 void InsertEntry(MTE_EVENT_ENTRY_S* pstEntry) {
-    const MTE_EVENT_ROW_S& stRow = pstEntry->stRow;
-    uint32_t uiOwnerLen = static_cast<uint32_t>(strlen(stRow.szOwner));
-    MTE_EVENT_ENTRY_S** ppstLink = &g_pstEventList;
-    while (*ppstLink != nullptr &&
-           CompareKey((*ppstLink)->stRow, uiOwnerLen, stRow.szOwner, stRow.szName) <= 0) {
-        ppstLink = &(*ppstLink)->pstNext;
-    }
-    pstEntry->pstNext = *ppstLink;
-    *ppstLink = pstEntry;
+    pstEntry->uiOwnerLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner));
+    g_stEventCursors.Insert(&g_pstEventList, pstEntry);
 }
 
 MTE_EVENT_ROW_S TerminatedCopy(const MTE_EVENT_ROW_S& stRequest) {
@@ -193,16 +190,12 @@ void FreeEntryMemory(MTE_EVENT_ENTRY_S* pstEntry) {
     free(pstEntry);
 }
 
-void DestroyEntry(MTE_EVENT_ENTRY_S* pstEntry, MTE_EVENT_ENTRY_S* pstPrev) {
+void DestroyEntry(MTE_EVENT_ENTRY_S* pstEntry) {
     mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_EVENT_LIST_NAME, sizeof(MTE_EVENT_LIST_NAME),
                             &pstEntry->stRow, sizeof(pstEntry->stRow));
     mte_SET_Destroy(pstEntry->pstSet);
     mte_NOTIFY_Destroy(pstEntry->pstNotify);
-    if (pstPrev == nullptr) {
-        g_pstEventList = pstEntry->pstNext;
-    } else {
-        pstPrev->pstNext = pstEntry->pstNext;
-    }
+    g_stEventCursors.Unlink(&g_pstEventList, pstEntry);
     free(pstEntry);
 }
 
@@ -262,6 +255,9 @@ uint32_t ModifyEntry(MTE_EVENT_ENTRY_S* pstEntry, const MTE_EVENT_ROW_S& stReque
         mte_NOTIFY_Destroy(pstEntry->pstNotify);
         pstEntry->pstNotify = nullptr;
     }
+    if (((ucOn | ucOff) & (MTE_ACTION_SET | MTE_ACTION_NOTIFICATION)) != 0) {
+        g_stEventCursors.FlagsChanged();
+    }
     if (stRequest.uiEntryStatus == MTE_ROW_ACTIVE) {
         stRow.uiEntryStatus = MTE_ROW_ACTIVE;
         stRow.uiEnabled = MTE_TRUE;
@@ -312,7 +308,7 @@ struct RUN_COPY_S {
 // Copies what the event's actions need; false when the event cannot run.
 bool CopyForRun(const MTE_FIRED_EVENT_S& stFired, RUN_COPY_S* pstCopy) {
     EVENT_READ_GUARD stGuard;
-    MTE_EVENT_ENTRY_S* pstEntry = FindEntry(stFired.szEventOwner, stFired.szEventName, nullptr);
+    MTE_EVENT_ENTRY_S* pstEntry = FindEntry(stFired.szEventOwner, stFired.szEventName);
     if (pstEntry == nullptr) {
         WarnRun(14, stFired);
         return false;
@@ -339,6 +335,7 @@ void CopyPair(char (*paszPair)[MTE_NAME_SIZE], const char* pszOwner, const char*
 
 uint32_t mte_EVENT_Init(void) {
     g_pstEventList = nullptr;
+    g_stEventCursors.Reset();
     return g_stEventListLock.Ready();
 }
 
@@ -346,6 +343,7 @@ void mte_EVENT_Fini(void) {
     g_stEventListLock.Destroy();
     MTE_EVENT_ENTRY_S* pst = g_pstEventList;
     g_pstEventList = nullptr;
+    g_stEventCursors.Reset();
     while (pst != nullptr) {
         MTE_EVENT_ENTRY_S* pstNext = pst->pstNext;
         FreeEntryMemory(pst);  // the store keeps the rows for the next start
@@ -373,7 +371,7 @@ MTE_EVENT_ENTRY_S* mte_EVENT_GetEventEntry(const char* pszOwner, const char* psz
     if (pszOwner == nullptr || pszName == nullptr) {
         return nullptr;
     }
-    return FindEntry(pszOwner, pszName, nullptr);
+    return FindEntry(pszOwner, pszName);
 }
 
 MTE_EVENT_ROW_S* mte_EVENT_Get(const char* pszOwner, const char* pszName) {
@@ -386,22 +384,20 @@ MTE_EVENT_ENTRY_S* mte_EVENT_GetNextEventEntry(uint32_t uiOwnerLen, const char* 
     if (pszOwner == nullptr || pszName == nullptr) {
         return nullptr;
     }
-    for (MTE_EVENT_ENTRY_S* pst = g_pstEventList; pst != nullptr; pst = pst->pstNext) {
-        if (CompareKey(pst->stRow, uiOwnerLen, pszOwner, pszName) > 0) {
-            return pst;
-        }
-        if (pucFlags != nullptr) {
-            *pucFlags |= (pst->pstNotify != nullptr ? MTE_PRESENT_NOTIFY : 0) |
-                         (pst->pstSet != nullptr ? MTE_PRESENT_SET : 0);
-        }
+    auto stWalk = g_stEventCursors.Seek(
+        g_pstEventList,
+        [=](const MTE_EVENT_ENTRY_S* pst) { return CompareKey(pst, uiOwnerLen, pszOwner, pszName); },
+        pucFlags != nullptr);
+    if (pucFlags != nullptr) {
+        *pucFlags |= stWalk.ucFlags;
     }
-    return nullptr;
+    g_stEventCursors.Remember(stWalk, stWalk.pstAfter != nullptr);
+    return stWalk.pstAfter;
 }
 
 MTE_EVENT_ROW_S* mte_EVENT_GetNext(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName) {
-    uint8_t ucFlags = 0;
     MTE_EVENT_ENTRY_S* pstEntry =
-        mte_EVENT_GetNextEventEntry(uiOwnerLen, pszOwner, pszName, &ucFlags);
+        mte_EVENT_GetNextEventEntry(uiOwnerLen, pszOwner, pszName, nullptr);
     return pstEntry == nullptr ? nullptr : &pstEntry->stRow;
 }
 
@@ -415,11 +411,10 @@ uint32_t mte_EVENT_Set(const MTE_EVENT_ROW_S* pstRequest, uint32_t uiColumnMask,
         return MTE_ERR_GENERAL;
     }
     MTE_EVENT_ROW_S stRequest = TerminatedCopy(*pstRequest);
-    MTE_EVENT_ENTRY_S* pstPrev = nullptr;
-    MTE_EVENT_ENTRY_S* pstEntry = FindEntry(stRequest.szOwner, stRequest.szName, &pstPrev);
+    MTE_EVENT_ENTRY_S* pstEntry = FindEntry(stRequest.szOwner, stRequest.szName);
     if (stRequest.uiEntryStatus == MTE_ROW_DESTROY) {
         if (pstEntry != nullptr) {
-            DestroyEntry(pstEntry, pstPrev);
+            DestroyEntry(pstEntry);
         }
         return MTE_OK;
     }
@@ -466,7 +461,7 @@ uint32_t mte_EVENT_Recover(uint32_t uiLen, const void* pRecord) {
         EVENT_WRITE_GUARD stGuard;
         uint32_t uiFailedColumn = 0;
         // One stored record per index; a second would break the uniqueness.
-        if (FindEntry(stRecord.szOwner, stRecord.szName, nullptr) != nullptr) {
+        if (FindEntry(stRecord.szOwner, stRecord.szName) != nullptr) {
             uiRet = MTE_ERR_ROW_EXISTS;
         } else {
             uiRet = CreateEntry(stRecord, MTE_MASK_ALL_COLUMNS, &uiFailedColumn);

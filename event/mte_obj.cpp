@@ -17,6 +17,7 @@
 
 #include "mte_dbg.h"
 #include "mte_dbm.h"
+#include "mte_list_cursor.h"
 #include "mte_list_guard.h"
 #include "mte_memalert.h"
 #include "mte_msg.h"
@@ -54,61 +55,59 @@ int Sign(int i) {
 
 // Orders a row against a group (owner, name) as the table's SNMP index does:
 // owner length, owner bytes, name length, name bytes.
-int CompareGroup(const MTE_OBJ_ROW_S& stRow, const OBJ_KEY_S& stKey) {
-    int iCmp = CompareLen(static_cast<uint32_t>(strlen(stRow.szOwner)), stKey.uiOwnerLen);
+int CompareGroup(const MTE_OBJ_ENTRY_S* pstEntry, const OBJ_KEY_S& stKey) {
+    int iCmp = CompareLen(pstEntry->uiOwnerLen, stKey.uiOwnerLen);
     if (iCmp == 0) {
-        iCmp = Sign(strcmp(stRow.szOwner, stKey.pszOwner));
+        iCmp = Sign(strcmp(pstEntry->stRow.szOwner, stKey.pszOwner));
     }
     if (iCmp == 0) {
-        iCmp = CompareLen(static_cast<uint32_t>(strlen(stRow.szName)), stKey.uiNameLen);
+        iCmp = CompareLen(pstEntry->uiNameLen, stKey.uiNameLen);
     }
     if (iCmp == 0) {
-        iCmp = Sign(strcmp(stRow.szName, stKey.pszName));
+        iCmp = Sign(strcmp(pstEntry->stRow.szName, stKey.pszName));
     }
     return iCmp;
 }
 
 // The full index order: the group, then the objects index.
-int CompareIndex(const MTE_OBJ_ROW_S& stRow, const OBJ_KEY_S& stKey) {
-    int iCmp = CompareGroup(stRow, stKey);
-    return iCmp != 0 ? iCmp : CompareLen(stRow.uiIndex, stKey.uiIndex);
+int CompareIndex(const MTE_OBJ_ENTRY_S* pstEntry, const OBJ_KEY_S& stKey) {
+    int iCmp = CompareGroup(pstEntry, stKey);
+    return iCmp != 0 ? iCmp : CompareLen(pstEntry->stRow.uiIndex, stKey.uiIndex);
 }
+
+struct OBJ_ORDER_S {
+    static int Compare(const MTE_OBJ_ENTRY_S* pstA, const MTE_OBJ_ENTRY_S* pstB) {
+        return CompareIndex(pstA, OBJ_KEY_S{pstB->uiOwnerLen, pstB->stRow.szOwner,
+                                            pstB->uiNameLen, pstB->stRow.szName,
+                                            pstB->stRow.uiIndex});
+    }
+    static uint8_t Flags(const MTE_OBJ_ENTRY_S*) { return 0; }
+};
+// Where the last get-next walks and insertions ended (main thread only: the
+// worker's walks start at the head, so that readers under the read lock never
+// write shared state).
+MTE_LIST_CURSORS<MTE_OBJ_ENTRY_S, OBJ_ORDER_S> g_stObjCursors;
 
 OBJ_KEY_S KeyOf(const char* pszOwner, const char* pszName, uint32_t uiIndex) {
     return OBJ_KEY_S{static_cast<uint32_t>(strlen(pszOwner)), pszOwner,
                      static_cast<uint32_t>(strlen(pszName)), pszName, uiIndex};
 }
 
-MTE_OBJ_ENTRY_S* FindEntry(const OBJ_KEY_S& stKey, MTE_OBJ_ENTRY_S** ppstPrev) {
-    MTE_OBJ_ENTRY_S* pstPrev = nullptr;
-    MTE_OBJ_ENTRY_S* pstFound = nullptr;
+MTE_OBJ_ENTRY_S* FindEntry(const OBJ_KEY_S& stKey) {
     for (MTE_OBJ_ENTRY_S* pst = g_pstObjList; pst != nullptr; pst = pst->pstNext) {
-        int iCmp = CompareIndex(pst->stRow, stKey);
-        if (iCmp > 0) {
-            break;
+        int iCmp = CompareIndex(pst, stKey);
+        if (iCmp >= 0) {
+            return iCmp == 0 ? pst : nullptr;
         }
-        if (iCmp == 0) {
-            pstFound = pst;
-            break;
-        }
-        pstPrev = pst;
     }
-    if (ppstPrev != nullptr) {
-        *ppstPrev = pstPrev;
-    }
-    return pstFound;
+    return nullptr;
 }
 
 // Inserts before the first row whose key is greater.
 void InsertEntry(MTE_OBJ_ENTRY_S* pstEntry) {
-    OBJ_KEY_S stKey =
-        KeyOf(pstEntry->stRow.szOwner, pstEntry->stRow.szName, pstEntry->stRow.uiIndex);
-    MTE_OBJ_ENTRY_S** ppstLink = &g_pstObjList;
-    while (*ppstLink != nullptr && CompareIndex((*ppstLink)->stRow, stKey) <= 0) {
-        ppstLink = &(*ppstLink)->pstNext;
-    }
-    pstEntry->pstNext = *ppstLink;
-    *ppstLink = pstEntry;
+    pstEntry->uiOwnerLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner));
+    pstEntry->uiNameLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szName));
+    g_stObjCursors.Insert(&g_pstObjList, pstEntry);
 }
 
 // A request as it came, with its strings terminated so that no lookup or copy
@@ -162,14 +161,10 @@ uint32_t CreateEntry(const MTE_OBJ_ROW_S& stRequest, uint32_t uiMask, uint32_t* 
     return MTE_OK;
 }
 
-void DestroyEntry(MTE_OBJ_ENTRY_S* pstEntry, MTE_OBJ_ENTRY_S* pstPrev) {
+void DestroyEntry(MTE_OBJ_ENTRY_S* pstEntry) {
     mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_OBJ_LIST_NAME, sizeof(MTE_OBJ_LIST_NAME),
                             &pstEntry->stRow, sizeof(pstEntry->stRow));
-    if (pstPrev == nullptr) {
-        g_pstObjList = pstEntry->pstNext;
-    } else {
-        pstPrev->pstNext = pstEntry->pstNext;
-    }
+    g_stObjCursors.Unlink(&g_pstObjList, pstEntry);
     free(pstEntry);
 }
 
@@ -235,7 +230,7 @@ uint32_t CollectGroup(const OBJ_KEY_S& stGroup, const MTE_OID_S* pstSuffix,
     OBJ_READ_GUARD stGuard;
     uint32_t uiFound = 0;
     for (MTE_OBJ_ENTRY_S* pst = g_pstObjList; pst != nullptr; pst = pst->pstNext) {
-        int iCmp = CompareGroup(pst->stRow, stGroup);
+        int iCmp = CompareGroup(pst, stGroup);
         if (iCmp > 0) {
             break;
         }
@@ -281,6 +276,7 @@ void FetchValues(const char* pszOwner, const char* pszContext, MTE_VB_S* pstLast
 
 uint32_t mte_OBJ_Init(void) {
     g_pstObjList = nullptr;
+    g_stObjCursors.Reset();
     return g_stObjListLock.Ready();
 }
 
@@ -288,6 +284,7 @@ void mte_OBJ_Fini(void) {
     g_stObjListLock.Destroy();
     MTE_OBJ_ENTRY_S* pst = g_pstObjList;
     g_pstObjList = nullptr;
+    g_stObjCursors.Reset();
     while (pst != nullptr) {
         MTE_OBJ_ENTRY_S* pstNext = pst->pstNext;
         free(pst);
@@ -315,7 +312,7 @@ MTE_OBJ_ROW_S* mte_OBJ_Get(const char* pszOwner, const char* pszName, uint32_t u
     if (pszOwner == nullptr || pszName == nullptr) {
         return nullptr;
     }
-    MTE_OBJ_ENTRY_S* pstEntry = FindEntry(KeyOf(pszOwner, pszName, uiIndex), nullptr);
+    MTE_OBJ_ENTRY_S* pstEntry = FindEntry(KeyOf(pszOwner, pszName, uiIndex));
     return pstEntry == nullptr ? nullptr : &pstEntry->stRow;
 }
 
@@ -325,12 +322,11 @@ MTE_OBJ_ROW_S* mte_OBJ_GetNext(uint32_t uiOwnerLen, const char* pszOwner, uint32
         return nullptr;
     }
     OBJ_KEY_S stKey{uiOwnerLen, pszOwner, uiNameLen, pszName, uiIndex};
-    for (MTE_OBJ_ENTRY_S* pst = g_pstObjList; pst != nullptr; pst = pst->pstNext) {
-        if (CompareIndex(pst->stRow, stKey) > 0) {
-            return &pst->stRow;
-        }
-    }
-    return nullptr;
+    auto stWalk = g_stObjCursors.Seek(
+        g_pstObjList, [&stKey](const MTE_OBJ_ENTRY_S* pst) { return CompareIndex(pst, stKey); },
+        false);
+    g_stObjCursors.Remember(stWalk, stWalk.pstAfter != nullptr);
+    return stWalk.pstAfter != nullptr ? &stWalk.pstAfter->stRow : nullptr;
 }
 
 uint32_t mte_OBJ_Set(const MTE_OBJ_ROW_S* pstRequest, uint32_t uiColumnMask,
@@ -343,12 +339,11 @@ uint32_t mte_OBJ_Set(const MTE_OBJ_ROW_S* pstRequest, uint32_t uiColumnMask,
         return MTE_ERR_GENERAL;
     }
     MTE_OBJ_ROW_S stRequest = TerminatedCopy(*pstRequest);
-    MTE_OBJ_ENTRY_S* pstPrev = nullptr;
     MTE_OBJ_ENTRY_S* pstEntry =
-        FindEntry(KeyOf(stRequest.szOwner, stRequest.szName, stRequest.uiIndex), &pstPrev);
+        FindEntry(KeyOf(stRequest.szOwner, stRequest.szName, stRequest.uiIndex));
     if (stRequest.uiEntryStatus == MTE_ROW_DESTROY) {
         if (pstEntry != nullptr) {
-            DestroyEntry(pstEntry, pstPrev);
+            DestroyEntry(pstEntry);
         }
         return MTE_OK;
     }
@@ -378,7 +373,7 @@ uint32_t mte_OBJ_Recover(uint32_t uiLen, const void* pRecord) {
         uint32_t uiFailedColumn = 0;
         // The store holds one record per index; a second one would break the
         // list's uniqueness, so it is dropped.
-        if (FindEntry(KeyOf(stRecord.szOwner, stRecord.szName, stRecord.uiIndex), nullptr)) {
+        if (FindEntry(KeyOf(stRecord.szOwner, stRecord.szName, stRecord.uiIndex))) {
             uiRet = MTE_ERR_ROW_EXISTS;
         } else {
             uiRet = CreateEntry(stRecord, MTE_MASK_ALL_COLUMNS, &uiFailedColumn);

@@ -10,6 +10,7 @@ struct MTE_EVENT_ENTRY_S {
     MTE_SET_ENTRY_S* pstSet;        // present exactly when ucActions has the set bit
     MTE_NOTIFY_ENTRY_S* pstNotify;  // present exactly when ucActions has the notification bit
     MTE_EVENT_ROW_S stRow;
+    uint32_t uiOwnerLen;  // strlen of stRow.szOwner, set when the entry is linked
 };
 
 uint32_t mte_EVENT_Init(void);

@@ -9,6 +9,9 @@
 struct MTE_OBJ_ENTRY_S {
     MTE_OBJ_ENTRY_S* pstNext;
     MTE_OBJ_ROW_S stRow;
+    // strlen of stRow.szOwner and stRow.szName, set when the entry is linked.
+    uint32_t uiOwnerLen;
+    uint32_t uiNameLen;
 };
 
 uint32_t mte_OBJ_Init(void);

@@ -562,6 +562,7 @@ struct MTE_TRIGGER_ENTRY_S {
     // 1: a non-wildcarded trigger whose one instance is not counted.
     uint16_t usInstanceReleased;
     MTE_DELTA_ENTRY_S* pstDelta;  // present exactly when the sample type is deltaValue
+    uint32_t uiOwnerLen;          // strlen of stRow.szOwner, set when the entry is linked
 };
 
 // One event to run, collected by the evaluation.

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "mte_list_cursor.h"
 #include "mte_run.h"
 #include "mte_timer.h"
 #include "mte_trigger_priv.h"
@@ -16,30 +17,29 @@
 namespace {
 
 MTE_TRIGGER_ENTRY_S* g_pstTriggerHead = nullptr;
-// The entry last found or inserted. Recovery and bulk configuration visit
-// keys in ascending order, so starting a walk here instead of at the head
-// keeps them linear; any key before the hint still walks from the head.
-MTE_TRIGGER_ENTRY_S* g_pstTriggerHint = nullptr;
 
-uint32_t OwnerLen(const MTE_TRIGGER_ENTRY_S* pstEntry) {
-    return static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner));
-}
-
-// Sign of (key - entry) in index order.
-int CompareWithEntry(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName,
-                     const MTE_TRIGGER_ENTRY_S* pstEntry) {
-    return mte_TRIGGER_CompareKey(uiOwnerLen, pszOwner, pszName, OwnerLen(pstEntry),
-                                  pstEntry->stRow.szOwner, pstEntry->stRow.szName);
-}
-
-// The first entry of a walk for the key: the hint when the key is at or after
-// it, else the head. Everything before the returned entry is before the key.
-MTE_TRIGGER_ENTRY_S* WalkStart(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName) {
-    if (g_pstTriggerHint != nullptr &&
-        CompareWithEntry(uiOwnerLen, pszOwner, pszName, g_pstTriggerHint) >= 0) {
-        return g_pstTriggerHint;
+struct TRIGGER_ORDER_S {
+    static int Compare(const MTE_TRIGGER_ENTRY_S* pstA, const MTE_TRIGGER_ENTRY_S* pstB) {
+        return mte_TRIGGER_CompareKey(pstA->uiOwnerLen, pstA->stRow.szOwner, pstA->stRow.szName,
+                                      pstB->uiOwnerLen, pstB->stRow.szOwner, pstB->stRow.szName);
     }
-    return g_pstTriggerHead;
+    static uint8_t Flags(const MTE_TRIGGER_ENTRY_S* pstEntry) {
+        return (pstEntry->pstBool != nullptr ? MTE_PRESENT_BOOLEAN : 0) |
+               (pstEntry->pstExist != nullptr ? MTE_PRESENT_EXISTENCE : 0) |
+               (pstEntry->pstThres != nullptr ? MTE_PRESENT_THRESHOLD : 0) |
+               (pstEntry->pstDelta != nullptr ? MTE_PRESENT_DELTA : 0);
+    }
+};
+// Where the last walks ended: get-next after the row just returned, and the
+// ascending keys of recovery and bulk configuration, start there.
+MTE_LIST_CURSORS<MTE_TRIGGER_ENTRY_S, TRIGGER_ORDER_S> g_stTriggerCursors;
+
+// Sign of (entry - key) in index order, as the cursors' walks want it.
+auto EntryVsKey(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName) {
+    return [=](const MTE_TRIGGER_ENTRY_S* pstEntry) {
+        return mte_TRIGGER_CompareKey(pstEntry->uiOwnerLen, pstEntry->stRow.szOwner,
+                                      pstEntry->stRow.szName, uiOwnerLen, pszOwner, pszName);
+    };
 }
 
 void FreeTestRows(MTE_TRIGGER_ENTRY_S* pstEntry) {
@@ -69,7 +69,7 @@ int mte_TRIGGER_CompareKey(uint32_t uiOwnerLenA, const char* pszOwnerA, const ch
 
 uint32_t mte_TRIGGER_Init(void) {
     g_pstTriggerHead = nullptr;
-    g_pstTriggerHint = nullptr;
+    g_stTriggerCursors.Reset();
     return MTE_OK;
 }
 
@@ -89,7 +89,7 @@ void mte_TRIGGER_Fini(void) {
         pstEntry = pstNext;
     }
     g_pstTriggerHead = nullptr;
-    g_pstTriggerHint = nullptr;
+    g_stTriggerCursors.Reset();
 }
 
 uint32_t mte_TRIGGER_IsEmpty(void) {
@@ -105,19 +105,16 @@ int mte_TRIGGER_StateUnLock(pthread_mutex_t* pstLock) {
 }
 
 MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetTriggerEntry(const char* pszOwner, const char* pszName) {
-    uint32_t uiOwnerLen = static_cast<uint32_t>(strlen(pszOwner));
-    for (MTE_TRIGGER_ENTRY_S* pstEntry = WalkStart(uiOwnerLen, pszOwner, pszName);
-         pstEntry != nullptr; pstEntry = pstEntry->pstNext) {
-        int iCmp = CompareWithEntry(uiOwnerLen, pszOwner, pszName, pstEntry);
-        if (iCmp == 0) {
-            g_pstTriggerHint = pstEntry;
-            return pstEntry;
-        }
-        if (iCmp < 0) {
-            return nullptr;  // every later entry is larger still
-        }
+    auto stWalk = g_stTriggerCursors.Seek(
+        g_pstTriggerHead, EntryVsKey(static_cast<uint32_t>(strlen(pszOwner)), pszOwner, pszName),
+        false);
+    MTE_TRIGGER_ENTRY_S* pstEntry = stWalk.pstAtOrBefore;
+    if (pstEntry == nullptr || strcmp(pstEntry->stRow.szOwner, pszOwner) != 0 ||
+        strcmp(pstEntry->stRow.szName, pszName) != 0) {
+        return nullptr;
     }
-    return nullptr;
+    g_stTriggerCursors.Remember(stWalk, false);
+    return pstEntry;
 }
 
 MTE_TRIGGER_ROW_S* mte_TRIGGER_Get(const char* pszOwner, const char* pszName) {
@@ -127,30 +124,16 @@ MTE_TRIGGER_ROW_S* mte_TRIGGER_Get(const char* pszOwner, const char* pszName) {
 
 MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetNextTriggerEntry(uint32_t uiOwnerLen, const char* pszOwner,
                                                      const char* pszName, uint8_t* pucFlags) {
-    for (MTE_TRIGGER_ENTRY_S* pstEntry = g_pstTriggerHead; pstEntry != nullptr;
-         pstEntry = pstEntry->pstNext) {
-        if (CompareWithEntry(uiOwnerLen, pszOwner, pszName, pstEntry) < 0) {
-            return pstEntry;
-        }
-        // Tells the test tables that a row of their kind exists before the
-        // key, so that running out of rows means the end, not an empty table.
-        if (pucFlags == nullptr) {
-            continue;
-        }
-        if (pstEntry->pstBool != nullptr) {
-            *pucFlags |= MTE_PRESENT_BOOLEAN;
-        }
-        if (pstEntry->pstExist != nullptr) {
-            *pucFlags |= MTE_PRESENT_EXISTENCE;
-        }
-        if (pstEntry->pstThres != nullptr) {
-            *pucFlags |= MTE_PRESENT_THRESHOLD;
-        }
-        if (pstEntry->pstDelta != nullptr) {
-            *pucFlags |= MTE_PRESENT_DELTA;
-        }
+    // The flags tell the test tables that a row of their kind exists at or
+    // before the key, so that running out of rows means the end, not an
+    // empty table.
+    auto stWalk = g_stTriggerCursors.Seek(
+        g_pstTriggerHead, EntryVsKey(uiOwnerLen, pszOwner, pszName), pucFlags != nullptr);
+    if (pucFlags != nullptr) {
+        *pucFlags |= stWalk.ucFlags;
     }
-    return nullptr;
+    g_stTriggerCursors.Remember(stWalk, stWalk.pstAfter != nullptr);
+    return stWalk.pstAfter;
 }
 
 MTE_TRIGGER_ROW_S* mte_TRIGGER_GetNext(uint32_t uiOwnerLen, const char* pszOwner,
@@ -170,41 +153,16 @@ void mte_TRIGGER_FreeNode(MTE_TRIGGER_ENTRY_S* pstEntry) {
 }
 
 void mte_trigger_Insert(MTE_TRIGGER_ENTRY_S* pstEntry) {
-    uint32_t uiOwnerLen = OwnerLen(pstEntry);
-    MTE_TRIGGER_ENTRY_S* pstPrev = nullptr;
-    MTE_TRIGGER_ENTRY_S* pstCur = WalkStart(uiOwnerLen, pstEntry->stRow.szOwner,
-                                            pstEntry->stRow.szName);
-    if (pstCur != g_pstTriggerHead) {
-        // The hint is at or before the new key: the new entry goes after it.
-        pstPrev = pstCur;
-        pstCur = pstCur->pstNext;
-    }
-    while (pstCur != nullptr && CompareWithEntry(uiOwnerLen, pstEntry->stRow.szOwner,
-                                                 pstEntry->stRow.szName, pstCur) >= 0) {
-        pstPrev = pstCur;
-        pstCur = pstCur->pstNext;
-    }
-    pstEntry->pstNext = pstCur;
-    if (pstPrev == nullptr) {
-        g_pstTriggerHead = pstEntry;
-    } else {
-        pstPrev->pstNext = pstEntry;
-    }
-    g_pstTriggerHint = pstEntry;
+    pstEntry->uiOwnerLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner));
+    g_stTriggerCursors.Insert(&g_pstTriggerHead, pstEntry);
 }
 
 void mte_trigger_Unlink(MTE_TRIGGER_ENTRY_S* pstEntry) {
-    if (g_pstTriggerHint == pstEntry) {
-        g_pstTriggerHint = nullptr;
-    }
-    MTE_TRIGGER_ENTRY_S** ppstLink = &g_pstTriggerHead;
-    while (*ppstLink != nullptr && *ppstLink != pstEntry) {
-        ppstLink = &(*ppstLink)->pstNext;
-    }
-    if (*ppstLink == pstEntry) {
-        *ppstLink = pstEntry->pstNext;
-        pstEntry->pstNext = nullptr;
-    }
+    g_stTriggerCursors.Unlink(&g_pstTriggerHead, pstEntry);
+}
+
+void mte_trigger_TestRowsChanged(void) {
+    g_stTriggerCursors.FlagsChanged();
 }
 
 void mte_TRIGGER_StartAll(void) {

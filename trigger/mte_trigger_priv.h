@@ -22,6 +22,8 @@ constexpr uint32_t MTE_LIST_DELTA_NAME_SIZE = 9;
 void mte_trigger_Insert(MTE_TRIGGER_ENTRY_S* pstEntry);
 // Unlinks the entry from the list; nothing when it is not in it.
 void mte_trigger_Unlink(MTE_TRIGGER_ENTRY_S* pstEntry);
+// A linked entry gained or lost a test or delta row (the walks' presence flags).
+void mte_trigger_TestRowsChanged(void);
 
 // Terminates a fixed string field in place, so that request fields that
 // arrive without their NUL are read as at most size - 1 characters.

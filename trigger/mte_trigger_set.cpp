@@ -508,7 +508,12 @@ uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_EN
     pstEntry->pstExist = stCopy.pstExist;
     pstEntry->pstBool = stCopy.pstBool;
     pstEntry->pstThres = stCopy.pstThres;
+    bool bRowsChanged = (ucAdded | ucRemoved) != 0 ||
+                        (pstEntry->pstDelta == nullptr) != (stCopy.pstDelta == nullptr);
     pstEntry->pstDelta = stCopy.pstDelta;
+    if (bRowsChanged) {
+        mte_trigger_TestRowsChanged();  // the walks' presence flags count these rows
+    }
     pstEntry->pstPrevSamples = stCopy.pstPrevSamples;
     pstEntry->pstPrevSamplesTail = stCopy.pstPrevSamplesTail;
     pstEntry->pstCurSamples = stCopy.pstCurSamples;
