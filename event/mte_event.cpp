@@ -386,7 +386,9 @@ MTE_EVENT_ENTRY_S* mte_EVENT_GetNextEventEntry(uint32_t uiOwnerLen, const char* 
     }
     auto stWalk = g_stEventCursors.Seek(
         g_pstEventList,
-        [=](const MTE_EVENT_ENTRY_S* pst) { return CompareKey(pst, uiOwnerLen, pszOwner, pszName); },
+        [=](const MTE_EVENT_ENTRY_S* pst) {
+            return CompareKey(pst, uiOwnerLen, pszOwner, pszName);
+        },
         pucFlags != nullptr);
     if (pucFlags != nullptr) {
         *pucFlags |= stWalk.ucFlags;

@@ -77,9 +77,8 @@ int CompareIndex(const MTE_OBJ_ENTRY_S* pstEntry, const OBJ_KEY_S& stKey) {
 
 struct OBJ_ORDER_S {
     static int Compare(const MTE_OBJ_ENTRY_S* pstA, const MTE_OBJ_ENTRY_S* pstB) {
-        return CompareIndex(pstA, OBJ_KEY_S{pstB->uiOwnerLen, pstB->stRow.szOwner,
-                                            pstB->uiNameLen, pstB->stRow.szName,
-                                            pstB->stRow.uiIndex});
+        return CompareIndex(pstA, OBJ_KEY_S{pstB->uiOwnerLen, pstB->stRow.szOwner, pstB->uiNameLen,
+                                            pstB->stRow.szName, pstB->stRow.uiIndex});
     }
     static uint8_t Flags(const MTE_OBJ_ENTRY_S*) { return 0; }
 };

@@ -29,11 +29,11 @@ class MTE_LIST_CURSORS {
   public:
     // Where a walk for a key ended.
     struct WALK_S {
-        Entry* pstAfter;   // the first entry greater than the key, null at the end
+        Entry* pstAfter;       // the first entry greater than the key, null at the end
         Entry* pstAtOrBefore;  // the last entry at or before the key, null when none
-        uint8_t ucFlags;   // presence flags of every entry up to pstAtOrBefore
+        uint8_t ucFlags;       // presence flags of every entry up to pstAtOrBefore
         bool bFlagsKnown;
-        size_t uiSlot;     // the position the walk started from, N for the head
+        size_t uiSlot;  // the position the walk started from, N for the head
     };
 
     void Reset() {
@@ -97,8 +97,8 @@ class MTE_LIST_CURSORS {
     void Insert(Entry** ppstHead, Entry* pstNew) {
         WALK_S stWalk = Seek(
             *ppstHead, [pstNew](const Entry* pst) { return Traits::Compare(pst, pstNew); }, false);
-        Entry** ppstLink = stWalk.pstAtOrBefore != nullptr ? &stWalk.pstAtOrBefore->pstNext
-                                                          : ppstHead;
+        Entry** ppstLink =
+            stWalk.pstAtOrBefore != nullptr ? &stWalk.pstAtOrBefore->pstNext : ppstHead;
         pstNew->pstNext = *ppstLink;
         *ppstLink = pstNew;
         for (POS_S& stPos : m_astPos) {
@@ -133,8 +133,7 @@ class MTE_LIST_CURSORS {
         for (POS_S& stPos : m_astPos) {
             if (stPos.pstEntry == pstEntry) {
                 stPos = POS_S{};
-            } else if (stPos.pstEntry != nullptr &&
-                       Traits::Compare(pstEntry, stPos.pstEntry) < 0) {
+            } else if (stPos.pstEntry != nullptr && Traits::Compare(pstEntry, stPos.pstEntry) < 0) {
                 stPos.bFlagsKnown = false;  // a flag may have gone with the entry
             }
         }
