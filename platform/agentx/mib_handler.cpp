@@ -1,11 +1,12 @@
 // The agent-side handler of RFC 2981's mteObjects subtree in eventmib-agentx.
 // GET, GETNEXT (and GETBULK, which the agent library turns into GETNEXTs) and
-// SET are answered by asking eventmibd over its management socket; nothing of
-// the configuration is kept here. A SET is checked in RESERVE1 (types,
-// lengths, ranges, writability: nothing reaches the daemon) and applied in
-// ACTION, one management set request per row; rows that ACTION created are
-// destroyed again when the PDU fails (UNDO). Runs on the agent's one thread
-// (net-snmp's main loop); no locks.
+// SET are answered by asking eventmibd over its management socket; of the
+// configuration only the answers to recent get-nexts are kept here, for at
+// most EMA_CACHE_FRESH_MS and dropped by any SET (mib_cache.h). A SET is
+// checked in RESERVE1 (types, lengths, ranges, writability: nothing reaches the
+// daemon) and applied in ACTION, one management set request per row; rows that
+// ACTION created are destroyed again when the PDU fails (UNDO). Runs on the
+// agent's one thread (net-snmp's main loop); no locks.
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 #include <net-snmp/agent/net-snmp-agent-includes.h>
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "mib_bridge.h"
+#include "mib_cache.h"
 #include "mib_client.h"
 #include "mib_map.h"
 
@@ -158,17 +160,26 @@ uint8_t ema_GetRow(const EMA_TABLE_S* pstTable, const EMA_INDEX_S* pstIndex, uin
 uint8_t ema_NextRow(const EMA_TABLE_S* pstTable, const EMA_INDEX_S* pstKey, uint8_t* pucRow) {
     uint8_t aucKey[sizeof(MTE_OBJ_INDEX_KEY_S)] = {};
     EMA_INDEX_S stZero{};
-    (void)EMA_IndexToKey(pstTable, pstKey != nullptr ? pstKey : &stZero, aucKey);
+    size_t uiKeyLen = EMA_IndexToKey(pstTable, pstKey != nullptr ? pstKey : &stZero, aucKey);
+    uint8_t ucGot = EMA_ROW_ERROR;
+    if (EMA_CACHE_Find(pstTable->usMsgType, aucKey, uiKeyLen, &ucGot, pucRow)) {
+        return ucGot;
+    }
     EMA_REPLY_S stReply;
     uint32_t uiRet = EMA_CLIENT_Exchange(pstTable->usMsgType, EMA_OP_GETNEXT, 0,
                                          pstTable->usKeyItem, aucKey, &stReply);
     if (uiRet == 0 && stReply.uiResult == MTE_ERR_NO_SUCH_ROW) {
-        return EMA_ROW_NONE;
+        ucGot = EMA_ROW_NONE;
+    } else if (uiRet == 0 && stReply.uiResult == MTE_ERR_TABLE_EMPTY) {
+        ucGot = EMA_ROW_TABLE_EMPTY;
+    } else {
+        ucGot = ema_RowResult(pstTable, uiRet, stReply, pucRow);
     }
-    if (uiRet == 0 && stReply.uiResult == MTE_ERR_TABLE_EMPTY) {
-        return EMA_ROW_TABLE_EMPTY;
+    if (ucGot != EMA_ROW_ERROR) {
+        EMA_CACHE_Put(pstTable->usMsgType, aucKey, uiKeyLen, ucGot, pucRow,
+                      ucGot == EMA_ROW_FOUND ? pstTable->usRowSize : 0);
     }
-    return ema_RowResult(pstTable, uiRet, stReply, pucRow);
+    return ucGot;
 }
 
 // The first row whose index suffix follows the given one (or equals it when
@@ -630,6 +641,10 @@ int ema_Handler(netsnmp_mib_handler* pstHandler, netsnmp_handler_registration* p
     for (netsnmp_request_info* pstReq = pstRequests; pstReq != nullptr; pstReq = pstReq->next) {
         EMA_SubIdsTo32Bits(pstReq->requestvb->name, pstReq->requestvb->name_length);
     }
+    if (pstInfo->mode != MODE_GET && pstInfo->mode != MODE_GETNEXT) {
+        // A write through the bridge is seen by the very next read.
+        EMA_CACHE_Drop();
+    }
     switch (pstInfo->mode) {
         case MODE_GET:
         case MODE_GETNEXT:
@@ -690,5 +705,6 @@ void EMA_MIB_Unregister(void) {
         g_pstRegistration = nullptr;
     }
     g_mapCreated.clear();
+    EMA_CACHE_Drop();
     EMA_CLIENT_Close();
 }

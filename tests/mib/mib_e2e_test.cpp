@@ -258,6 +258,22 @@ TEST_F(MibBridgeTest, CreateAndWaitThenActiveWithABooleanTest) {
               std::string::npos);
 }
 
+// The bridge keeps the rows a walk fetched for a few seconds; a write through
+// it must still show in the very next read.
+TEST_F(MibBridgeTest, WriteThroughTheBridgeShowsInTheNextWalkAtOnce) {
+    ASSERT_EQ(Set(Trig(15, "c", "w") + " i 5 " + Trig(3, "c", "w") + " s one").iStatus, 0);
+    std::string strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
+    EXPECT_NE(strWalk.find(Trig(3, "c", "w") + " = STRING: \"one\""), std::string::npos)
+        << strWalk;
+    ASSERT_EQ(Set(Trig(3, "c", "w") + " s two").iStatus, 0);
+    strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
+    EXPECT_NE(strWalk.find(Trig(3, "c", "w") + " = STRING: \"two\""), std::string::npos)
+        << strWalk;
+    ASSERT_EQ(Set(Trig(15, "c", "w") + " i 6").iStatus, 0);
+    strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
+    EXPECT_EQ(strWalk.find(Trig(3, "c", "w")), std::string::npos) << strWalk;
+}
+
 TEST_F(MibBridgeTest, CreateAndGoWithSeveralColumnsInOnePdu) {
     ToolRun stRun = Set(Trig(15, "aa", "x") + " i 4 " + Trig(6, "aa", "x") +
                         " o 1.3.6.1.2.1.1.3.0 " + Trig(4, "aa", "x") + " x 80 " +
