@@ -1,16 +1,25 @@
-// snmpbulkwalk (-Cr50) of the trigger table with 1,000 rows (13 columns:
-// 13,000 varbinds) through snmpd -> AgentX -> the bridge -> eventmibd, and of
-// about as many varbinds that snmpd serves from its own modules. The figure
-// to compare is the time per varbind (counter "us_per_varbind").
-#include <benchmark/benchmark.h>
+// Two ratios measured side by side in one run, on the whole stack:
+//  - per varbind, snmpbulkwalk -Cr50 of the trigger table through snmpd ->
+//    AgentX -> the bridge -> eventmibd, against the same walk of a table of as
+//    many rows and columns that a plain AgentX subagent (ref_subagent) serves
+//    from memory; at 1,000, 5,000 and 20,000 rows (aim: at most 1.3x);
+//  - eventmibctl walk trigger of 20,000 triggers against the same walk of
+//    2,000 on a second daemon (linear is 10x; aim: at most 12x).
+// Walks alternate (bridge, reference, bridge, ...); each bridge walk starts
+// with its answers expired, as a walk after a quiet spell does. Prints the
+// medians with min-max and /proc/loadavg.
+//   bench_mib [ROUNDS [ROWS...]]   (default 5 rounds; 1000 5000 20000 rows)
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <string>
+#include <vector>
 
 #include "core/daemon_process.h"
 #include "mte_msg.h"
@@ -18,43 +27,55 @@
 
 namespace {
 
-constexpr int kTriggers = 1000;
+constexpr int kBridgeCacheMs = 5000;  // EMA_CACHE_FRESH_MS: bridge walks start cold
+const char* const kTriggerTable = "1.3.6.1.2.1.88.1.2.2";
+const char* const kRefTable = "1.3.6.1.4.1.8072.9999.1";
 
 mte_test::SnmpdHarness* g_pstAgent = nullptr;
-MteDaemonProcess* g_pstDaemon = nullptr;
-pid_t g_iSubagent = -1;
-bool g_bReady = false;
 
-// Runs the command, returns the number of output lines (one per varbind).
-long CountLines(const std::string& strCommand) {
+struct Sample {
+    double dMs;
+    long lVarbinds;
+};
+
+// Runs the command; its duration and the number of varbind lines it printed.
+Sample Run(const std::string& strCommand) {
     std::string strFull = "env SNMPCONFPATH=" + g_pstAgent->Dir() +
                           "/etc SNMP_PERSISTENT_DIR=" + g_pstAgent->Dir() +
-                          "/client-persist MIBS= timeout 120 " + strCommand + " 2>/dev/null";
+                          "/client-persist MIBS= timeout 300 " + strCommand + " 2>/dev/null";
+    int64_t llStart = MteDaemonProcess::NowMs();
     FILE* pstPipe = popen(strFull.c_str(), "r");
+    Sample stSample{0, 0};
     if (pstPipe == nullptr) {
-        return -1;
+        return stSample;
     }
-    long lLines = 0;
     char acBuf[8192];
     while (fgets(acBuf, sizeof(acBuf), pstPipe) != nullptr) {
-        lLines += acBuf[0] == '.' ? 1 : 0;
+        stSample.lVarbinds += (acBuf[0] == '.' || strncmp(acBuf, "trigger", 7) == 0) ? 1 : 0;
     }
     pclose(pstPipe);
-    return lLines;
+    stSample.dMs = static_cast<double>(MteDaemonProcess::NowMs() - llStart);
+    return stSample;
 }
 
-bool CreateTriggers(void) {
+std::string BulkWalk(const char* pszOid) {
+    return "snmpbulkwalk -v2c -c public -On -Cr50 -t 30 -r 0 127.0.0.1:" +
+           std::to_string(g_pstAgent->Port()) + " " + pszOid;
+}
+
+// Creates triggers iFrom .. iTo-1 (not in service) through the daemon's socket.
+bool CreateTriggers(const MteDaemonProcess& stDaemon, int iFrom, int iTo) {
     int iFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     sockaddr_un stAddr{};
     stAddr.sun_family = AF_UNIX;
-    std::string strPath = g_pstDaemon->RuntimeDir() + "/eventmibd.sock";
+    std::string strPath = stDaemon.RuntimeDir() + "/eventmibd.sock";
     strncpy(stAddr.sun_path, strPath.c_str(), sizeof(stAddr.sun_path) - 1);
     if (connect(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
         close(iFd);
         return false;
     }
     bool bOk = true;
-    for (int i = 0; i < kTriggers && bOk; ++i) {
+    for (int i = iFrom; i < iTo && bOk; ++i) {
         MTE_TRIGGER_ROW_S stRow{};
         snprintf(stRow.szOwner, sizeof(stRow.szOwner), "owner%d", i % 7);
         snprintf(stRow.szName, sizeof(stRow.szName), "trigger%d", i);
@@ -72,27 +93,31 @@ bool CreateTriggers(void) {
     return bOk;
 }
 
-bool Setup(void) {
-    g_pstAgent = new mte_test::SnmpdHarness();
-    g_pstDaemon = new MteDaemonProcess();
-    std::string strError;
-    if (!g_pstAgent->Start(&strError) || !g_pstDaemon->Start() || !g_pstDaemon->WaitReady(10000) ||
-        !CreateTriggers()) {
-        fprintf(stderr, "setup failed: %s\n", strError.c_str());
-        return false;
-    }
-    std::string strPersist = g_pstAgent->Dir() + "/subagent-persist";
+pid_t StartSubagent(const std::vector<std::string>& astrArgs, const std::string& strName,
+                    const std::vector<std::string>& astrEnv) {
+    std::string strPersist = g_pstAgent->Dir() + "/" + strName + "-persist";
     mkdir(strPersist.c_str(), 0700);
-    g_iSubagent = mte_test::SpawnProcess(
-        {MTE_AGENTX_PATH, "-f", "-i", "1", "-x", g_pstAgent->AgentxSocketPath()},
-        {"RUNTIME_DIRECTORY=" + g_pstDaemon->RuntimeDir(), "SNMPCONFPATH=" + strPersist,
-         "SNMP_PERSISTENT_DIR=" + strPersist, "MIBS="},
-        g_pstAgent->Dir() + "/subagent.log");
-    std::string strGet =
-        "snmpget -v2c -c public -On 127.0.0.1:" + std::to_string(g_pstAgent->Port()) +
-        " 1.3.6.1.2.1.88.1.1.1.0";
-    for (int i = 0; i < 100; ++i) {
-        if (CountLines(strGet) == 1) {
+    std::vector<std::string> astrFullEnv = {"SNMPCONFPATH=" + strPersist,
+                                            "SNMP_PERSISTENT_DIR=" + strPersist, "MIBS="};
+    astrFullEnv.insert(astrFullEnv.end(), astrEnv.begin(), astrEnv.end());
+    return mte_test::SpawnProcess(astrArgs, astrFullEnv,
+                                  g_pstAgent->Dir() + "/" + strName + ".log");
+}
+
+// Waits until a get-next at the OID returns something inside it.
+bool WaitServing(const char* pszOid) {
+    std::string strCommand =
+        "snmpgetnext -v2c -c public -On -t 2 -r 0 127.0.0.1:" + std::to_string(g_pstAgent->Port()) +
+        " " + pszOid;
+    for (int i = 0; i < 200; ++i) {
+        FILE* pstPipe = popen(("env MIBS= " + strCommand + " 2>/dev/null").c_str(), "r");
+        char acBuf[512] = {};
+        bool bIn = pstPipe != nullptr && fgets(acBuf, sizeof(acBuf), pstPipe) != nullptr &&
+                   strncmp(acBuf + 1, pszOid, strlen(pszOid)) == 0;
+        if (pstPipe != nullptr) {
+            pclose(pstPipe);
+        }
+        if (bIn) {
             return true;
         }
         usleep(100 * 1000);
@@ -100,49 +125,129 @@ bool Setup(void) {
     return false;
 }
 
-void Walk(benchmark::State& stState, const std::string& strOid) {
-    if (!g_bReady) {
-        stState.SkipWithError("setup failed");
-        return;
-    }
-    std::string strCommand = "snmpbulkwalk -v2c -c public -On -Cr50 -t 5 -r 0 127.0.0.1:" +
-                             std::to_string(g_pstAgent->Port()) + " " + strOid;
-    long lVarbinds = 0;
-    double dTotalUs = 0;
-    for (auto _ : stState) {
-        int64_t llStart = MteDaemonProcess::NowMs();
-        lVarbinds = CountLines(strCommand);
-        dTotalUs += (MteDaemonProcess::NowMs() - llStart) * 1000.0;
-    }
-    stState.counters["varbinds"] = static_cast<double>(lVarbinds);
-    if (lVarbinds > 0) {
-        stState.counters["us_per_varbind"] =
-            dTotalUs / (static_cast<double>(lVarbinds) * stState.iterations());
-    }
+struct Stats {
+    double dMedian, dMin, dMax;
+};
+
+Stats Summary(std::vector<double> adValues) {
+    std::sort(adValues.begin(), adValues.end());
+    size_t n = adValues.size();
+    double dMedian = n % 2 ? adValues[n / 2] : (adValues[n / 2 - 1] + adValues[n / 2]) / 2;
+    return {dMedian, adValues.front(), adValues.back()};
 }
 
-// 1,000 triggers x 13 columns through the bridge.
-void BM_BulkwalkTriggersThroughBridge(benchmark::State& stState) {
-    Walk(stState, "1.3.6.1.2.1.88.1.2.2");
-}
-// snmpd's own objects: the whole of mib-2 without the Event MIB, which the
-// agent serves itself (system, interfaces, ip, tcp, udp, host resources ...).
-void BM_BulkwalkAgentOwnObjects(benchmark::State& stState) {
-    Walk(stState, "1.3.6.1.2.1.25");
+std::string LoadAvg(void) {
+    std::ifstream stIn("/proc/loadavg");
+    std::string strLine;
+    std::getline(stIn, strLine);
+    return strLine;
 }
 
-BENCHMARK(BM_BulkwalkTriggersThroughBridge)->Unit(benchmark::kMillisecond)->Iterations(5);
-BENCHMARK(BM_BulkwalkAgentOwnObjects)->Unit(benchmark::kMillisecond)->Iterations(5);
+// Bridge against the reference subagent at one size; per-varbind figures in us.
+void CompareBridge(int iRows, int iRounds, int64_t* pllLastBridgeWalk) {
+    std::vector<double> adBridge, adRef, adRatio;
+    long lBridgeVb = 0, lRefVb = 0;
+    for (int i = 0; i < iRounds; ++i) {
+        int64_t llWait = *pllLastBridgeWalk + kBridgeCacheMs + 200 - MteDaemonProcess::NowMs();
+        if (llWait > 0) {
+            usleep(static_cast<useconds_t>(llWait) * 1000);
+        }
+        Sample stBridge = Run(BulkWalk(kTriggerTable));
+        *pllLastBridgeWalk = MteDaemonProcess::NowMs();
+        Sample stRef = Run(BulkWalk(kRefTable));
+        lBridgeVb = stBridge.lVarbinds;
+        lRefVb = stRef.lVarbinds;
+        if (lBridgeVb == 0 || lRefVb == 0) {
+            printf("walk failed at %d rows (bridge %ld, reference %ld varbinds)\n", iRows,
+                   lBridgeVb, lRefVb);
+            return;
+        }
+        adBridge.push_back(stBridge.dMs * 1000 / lBridgeVb);
+        adRef.push_back(stRef.dMs * 1000 / lRefVb);
+        adRatio.push_back(adBridge.back() / adRef.back());
+    }
+    Stats stB = Summary(adBridge), stR = Summary(adRef), stQ = Summary(adRatio);
+    printf(
+        "bridge/subagent %6d rows (%ld/%ld varbinds): bridge %.1f us (%.1f-%.1f), "
+        "subagent %.1f us (%.1f-%.1f), ratio %.2f (%.2f-%.2f)\n",
+        iRows, lBridgeVb, lRefVb, stB.dMedian, stB.dMin, stB.dMax, stR.dMedian, stR.dMin, stR.dMax,
+        stQ.dMedian, stQ.dMin, stQ.dMax);
+    fflush(stdout);
+}
+
+// eventmibctl walk of the large daemon against the small one.
+void CompareCtlWalks(const MteDaemonProcess& stLarge, int iLarge, const MteDaemonProcess& stSmall,
+                     int iSmall, int iRounds) {
+    auto Walk = [](const MteDaemonProcess& stDaemon) {
+        return Run(std::string(MTE_EVENTMIBCTL_PATH) + " -s " + stDaemon.RuntimeDir() +
+                   "/eventmibd.sock walk trigger");
+    };
+    std::vector<double> adLarge, adSmall, adRatio;
+    for (int i = 0; i < iRounds; ++i) {
+        Sample stL = Walk(stLarge);
+        Sample stS = Walk(stSmall);
+        adLarge.push_back(stL.dMs);
+        adSmall.push_back(stS.dMs);
+        adRatio.push_back(stS.dMs > 0 ? stL.dMs / stS.dMs : 0);
+    }
+    Stats stL = Summary(adLarge), stS = Summary(adSmall), stQ = Summary(adRatio);
+    printf(
+        "eventmibctl walk trigger: %d rows %.0f ms (%.0f-%.0f), %d rows %.0f ms (%.0f-%.0f), "
+        "ratio %.1f (%.1f-%.1f)\n",
+        iLarge, stL.dMedian, stL.dMin, stL.dMax, iSmall, stS.dMedian, stS.dMin, stS.dMax,
+        stQ.dMedian, stQ.dMin, stQ.dMax);
+    fflush(stdout);
+}
 
 }  // namespace
 
 int main(int iArgc, char** ppszArgv) {
-    benchmark::Initialize(&iArgc, ppszArgv);
-    g_bReady = Setup();
-    benchmark::RunSpecifiedBenchmarks();
-    mte_test::StopProcess(&g_iSubagent, 3000);
-    delete g_pstDaemon;
+    int iRounds = iArgc > 1 ? atoi(ppszArgv[1]) : 5;
+    std::vector<int> aiSizes;
+    for (int i = 2; i < iArgc; ++i) {
+        aiSizes.push_back(atoi(ppszArgv[i]));
+    }
+    if (aiSizes.empty()) {
+        aiSizes = {1000, 5000, 20000};
+    }
+    g_pstAgent = new mte_test::SnmpdHarness();
+    MteDaemonProcess stDaemon;
+    MteDaemonProcess stSmall;
+    std::string strError;
+    if (!g_pstAgent->Start(&strError) || !stDaemon.Start() || !stDaemon.WaitReady(10000) ||
+        !stSmall.Start() || !stSmall.WaitReady(10000) || !CreateTriggers(stSmall, 0, 2000)) {
+        fprintf(stderr, "setup failed: %s\n", strError.c_str());
+        delete g_pstAgent;
+        return 1;
+    }
+    pid_t iBridge =
+        StartSubagent({MTE_AGENTX_PATH, "-f", "-i", "1", "-x", g_pstAgent->AgentxSocketPath()},
+                      "bridge", {"RUNTIME_DIRECTORY=" + stDaemon.RuntimeDir()});
+    printf("load before: %s\n", LoadAvg().c_str());
+    int64_t llLastBridgeWalk = 0;
+    int iHave = 0;
+    for (int iRows : aiSizes) {
+        if (!CreateTriggers(stDaemon, iHave, iRows)) {
+            fprintf(stderr, "creating %d triggers failed\n", iRows);
+            break;
+        }
+        iHave = iRows;
+        pid_t iRef = StartSubagent({MTE_REF_SUBAGENT_PATH, "-x", g_pstAgent->AgentxSocketPath(),
+                                    "-n", std::to_string(iRows)},
+                                   "reference", {});
+        if (WaitServing(kTriggerTable) && WaitServing(kRefTable)) {
+            CompareBridge(iRows, iRows >= 20000 ? std::max(3, iRounds - 2) : iRounds,
+                          &llLastBridgeWalk);
+        } else {
+            printf("subagents not serving at %d rows\n", iRows);
+        }
+        mte_test::StopProcess(&iRef, 3000);
+    }
+    if (iHave == 20000) {
+        CompareCtlWalks(stDaemon, 20000, stSmall, 2000, iRounds);
+    }
+    printf("load after: %s\n", LoadAvg().c_str());
+    mte_test::StopProcess(&iBridge, 3000);
     delete g_pstAgent;
-    benchmark::Shutdown();
     return 0;
 }
