@@ -641,7 +641,7 @@ int ema_Handler(netsnmp_mib_handler* pstHandler, netsnmp_handler_registration* p
     for (netsnmp_request_info* pstReq = pstRequests; pstReq != nullptr; pstReq = pstReq->next) {
         EMA_SubIdsTo32Bits(pstReq->requestvb->name, pstReq->requestvb->name_length);
     }
-    if (pstInfo->mode != MODE_GET && pstInfo->mode != MODE_GETNEXT) {
+    if (MODE_IS_SET(pstInfo->mode)) {
         // A write through the bridge is seen by the very next read.
         EMA_CACHE_Drop();
     }
