@@ -65,10 +65,12 @@ class ChannelDispatchTest : public ::testing::Test {
         stRow.stValueID.auiOid[0] = 1;
         stRow.stValueID.auiOid[1] = 3;
         stRow.uiFrequency = 60;
-        stRow.ucTest = ucTest;
+        stRow.ucTest = ucTest & ~MTE_PRESENT_DELTA;  // the delta bit asks for delta sampling
+        stRow.uiSampleType = (ucTest & MTE_PRESENT_DELTA) != 0 ? MTE_SAMPLE_DELTA : 1;
         stRow.uiEntryStatus = MTE_ROW_CREATE_AND_WAIT;
         return Send(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET,
-                    MTE_COLUMN_BIT(MTE_TRIGGER_COL_VALUE_ID) |
+                    MTE_COLUMN_BIT(MTE_TRIGGER_COL_SAMPLE_TYPE) |
+                        MTE_COLUMN_BIT(MTE_TRIGGER_COL_VALUE_ID) |
                         MTE_COLUMN_BIT(MTE_TRIGGER_COL_FREQUENCY) |
                         MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_EXISTENCE) |
                         MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_BOOLEAN) |
@@ -82,7 +84,8 @@ class ChannelDispatchTest : public ::testing::Test {
         stKey.uiOwnerLen = static_cast<uint32_t>(strlen(pszOwner));
         strcpy(stKey.szOwner, pszOwner);
         strcpy(stKey.szName, pszName);
-        uint16_t usKey = usType >= MTE_MSG_TYPE_EVENT ? MTE_ITEM_EVENT_KEY : MTE_ITEM_TRIGGER_KEY;
+        bool bEventSide = usType >= MTE_MSG_TYPE_EVENT && usType <= MTE_MSG_TYPE_SET;
+        uint16_t usKey = bEventSide ? MTE_ITEM_EVENT_KEY : MTE_ITEM_TRIGGER_KEY;
         return Send(usType, MTE_MSG_OP_GET_NEXT, 0, usKey, &stKey);
     }
 
@@ -171,7 +174,7 @@ TEST_F(ChannelDispatchTest, SampleMinimumSetWithAGetOperation) {
     EXPECT_EQ(Send(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET_NEXT, 0, 0, nullptr), MTE_ERR_GENERAL);
 }
 
-// ---- walks of the eight tables against a reference computed from the rows ----
+// ---- walks of the nine tables against a reference computed from the rows ----
 
 enum Parent { kTriggers, kEvents, kObjects };
 
@@ -193,6 +196,8 @@ const WalkTable kWalkTables[] = {
      offsetof(MTE_EXIST_ENTRY_S, szOwner), offsetof(MTE_EXIST_ENTRY_S, szName)},
     {"threshold", MTE_MSG_TYPE_THRESHOLD, kTriggers, MTE_TEST_THRESHOLD,
      offsetof(MTE_THRES_ENTRY_S, szOwner), offsetof(MTE_THRES_ENTRY_S, szName)},
+    {"delta", MTE_MSG_TYPE_DELTA, kTriggers, MTE_PRESENT_DELTA,
+     offsetof(MTE_DELTA_ENTRY_S, szOwner), offsetof(MTE_DELTA_ENTRY_S, szName)},
     {"objects", MTE_MSG_TYPE_OBJECTS, kObjects, 0, offsetof(MTE_OBJ_ROW_S, szOwner),
      offsetof(MTE_OBJ_ROW_S, szName)},
     {"event", MTE_MSG_TYPE_EVENT, kEvents, 0, offsetof(MTE_EVENT_ROW_S, szOwner),
@@ -237,11 +242,13 @@ class DispatchWalkTest : public ChannelDispatchTest,
             strcpy(stRow.szOwner, st.strOwner.c_str());
             strcpy(stRow.szName, st.strName.c_str());
             stRow.uiEntryStatus = uiStatus;
-            stRow.ucTest = st.ucBits;
+            stRow.ucTest = st.ucBits & ~MTE_PRESENT_DELTA;
+            stRow.uiSampleType = (st.ucBits & MTE_PRESENT_DELTA) != 0 ? MTE_SAMPLE_DELTA : 1;
             uint32_t uiMask = uiStatus != 0 ? MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS)
                                             : MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_EXISTENCE) |
                                                   MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_BOOLEAN) |
-                                                  MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_THRESHOLD);
+                                                  MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_THRESHOLD) |
+                                                  MTE_COLUMN_BIT(MTE_TRIGGER_COL_SAMPLE_TYPE);
             return Send(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET, uiMask, MTE_ITEM_TRIGGER, &stRow);
         }
         if (eParent == kEvents) {
@@ -351,14 +358,17 @@ TEST_P(DispatchWalkTest, WalkMatchesTheRowsThroughInsertsAndDestroysMidWalk) {
     for (const char* pszOwner : apszOwners) {
         for (const char* pszName : apszNames) {
             ucBits = static_cast<uint8_t>((ucBits + 0x20) & 0xe0);
-            uint8_t ucRowBits = GetParam().eParent == kEvents ? (ucBits & 0xc0) : ucBits;
+            // Triggers: the test bits, and every third row samples deltas.
+            uint8_t ucRowBits = GetParam().eParent == kEvents
+                                    ? (ucBits & 0xc0)
+                                    : ucBits | (vecRows.size() % 3 == 0 ? MTE_PRESENT_DELTA : 0);
             Add({pszOwner, pszName, 1, ucRowBits});
             if (GetParam().eParent == kObjects) {
                 Add({pszOwner, pszName, 7, 0});
             }
         }
     }
-    const uint8_t ucAll = GetParam().eParent == kEvents ? 0xc0 : 0xe0;
+    const uint8_t ucAll = GetParam().eParent == kEvents ? 0xc0 : 0xf0;
     for (int iRound = 0; iRound < 2; ++iRound) {
         SCOPED_TRACE(iRound);
         ModelRow stKey{"", "", 0, 0};
