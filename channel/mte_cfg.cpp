@@ -358,15 +358,15 @@ void mte_cfg_ScalarsProc(const uint8_t*, const MTE_MSG_HEAD_S* pstHead, uint32_t
                 pucReply, puiReplyLen);
 }
 
-void mte_cfg_SamplingProc(const uint8_t*, const MTE_MSG_HEAD_S* pstHead, uint32_t uiCapacity,
-                          uint8_t* pucReply, uint32_t* puiReplyLen) {
+void mte_cfg_EngineCountersProc(const uint8_t*, const MTE_MSG_HEAD_S* pstHead, uint32_t uiCapacity,
+                                uint8_t* pucReply, uint32_t* puiReplyLen) {
     if (pstHead->usOperation != MTE_MSG_OP_GET) {
         FinishReply(MTE_ERR_GENERAL, NO_FAILED_COLUMN, 0, pucReply, puiReplyLen);
         return;
     }
-    MTE_SAMPLING_S stSampling = {mte_SCALAR_GetSamplesMissed()};
+    MTE_ENGINE_COUNTERS_S stCounters = {mte_SCALAR_GetSamplesMissed()};
     uint32_t uiDataLen = MTE_MSG_AppendData2Msg(
-        MTE_ITEM_SAMPLING, &stSampling, ReplyRoom(uiCapacity), pucReply + MTE_MSG_HEAD_SIZE);
+        MTE_ITEM_ENGINE_COUNTERS, &stCounters, ReplyRoom(uiCapacity), pucReply + MTE_MSG_HEAD_SIZE);
     FinishReply(uiDataLen != 0 ? MTE_OK : MTE_ERR_REPLY_TOO_SMALL, NO_FAILED_COLUMN, uiDataLen,
                 pucReply, puiReplyLen);
 }
@@ -417,7 +417,7 @@ constexpr MTE_MSG_PROC_PF g_apfMTEMsgProc[] = {
     mte_cfg_ValueProc<MTE_ITEM_DBG_SWITCH, mte_DBG_DisableSwitch>,
     mte_cfg_DbgGetProc,
     mte_cfg_TableProc<MTE_MSG_TYPE_DELTA>,
-    mte_cfg_SamplingProc,
+    mte_cfg_EngineCountersProc,
 };
 static_assert(sizeof(g_apfMTEMsgProc) / sizeof(g_apfMTEMsgProc[0]) == MTE_MSG_TYPE_COUNT,
               "one handler slot per message type, slot 0 empty");

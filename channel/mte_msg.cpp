@@ -165,7 +165,7 @@ constexpr ITEM_DESC_S g_astItems[MTE_MSG_ITEM_COUNT + 1] = {
     Desc(sizeof(MTE_SET_ENTRY_S), g_astSetFields),
     {sizeof(uint32_t), nullptr, 0},
     Desc(sizeof(MTE_DELTA_ENTRY_S), g_astDeltaFields),
-    {sizeof(MTE_SAMPLING_S), nullptr, 0},
+    {sizeof(MTE_ENGINE_COUNTERS_S), nullptr, 0},
 };
 static_assert(sizeof(g_astItems) / sizeof(g_astItems[0]) == MTE_MSG_ITEM_COUNT + 1);
 static_assert(g_astItems[MTE_ITEM_TRIGGER].uiSize == 1220);

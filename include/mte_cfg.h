@@ -21,9 +21,9 @@ enum : uint16_t {
     MTE_MSG_TYPE_DBG_ENABLE = 12,
     MTE_MSG_TYPE_DBG_DISABLE = 13,
     MTE_MSG_TYPE_DBG_GET = 14,
-    MTE_MSG_TYPE_DELTA = 15,  // an addition: mteTriggerDeltaTable
-    MTE_MSG_TYPE_SAMPLING = 16,  // an addition: the sampling engine's counters (get only)
-    MTE_MSG_TYPE_COUNT = 17,  // slots in the handler table, slot 0 empty
+    MTE_MSG_TYPE_DELTA = 15,            // an addition: mteTriggerDeltaTable
+    MTE_MSG_TYPE_ENGINE_COUNTERS = 16,  // an addition: the engine's counters (get only)
+    MTE_MSG_TYPE_COUNT = 17,            // slots in the handler table, slot 0 empty
 };
 
 // Operations.

@@ -29,8 +29,8 @@ enum : uint16_t {
     MTE_ITEM_NOTIFY = 13,
     MTE_ITEM_SET = 14,
     MTE_ITEM_DBG_SWITCH = 15,
-    MTE_ITEM_DELTA = 16,  // an addition: the delta row (docs/management-protocol.md)
-    MTE_ITEM_SAMPLING = 17,  // an addition: reply to type 16
+    MTE_ITEM_DELTA = 16,            // an addition: the delta row (docs/management-protocol.md)
+    MTE_ITEM_ENGINE_COUNTERS = 17,  // an addition: reply to type 16
 };
 
 // Wire constants of the 20-byte header (docs/management-protocol.md).

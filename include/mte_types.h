@@ -459,14 +459,14 @@ struct MTE_SCALAR_S {
     uint32_t uiEventFailures;
 };
 static_assert(sizeof(MTE_SCALAR_S) == 28);
+static_assert(offsetof(MTE_SCALAR_S, uiEventFailures) == 24);
 
-// The sampling engine's counters, an extension beside the scalars record
+// The engine's own counters, an extension beside the scalars record
 // (management type 16, item 17); the 28-byte record stays as it is.
-struct MTE_SAMPLING_S {
+struct MTE_ENGINE_COUNTERS_S {
     uint32_t uiSamplesMissed;  // trigger samples not taken at their frequency
 };
-static_assert(sizeof(MTE_SAMPLING_S) == 4);
-static_assert(offsetof(MTE_SCALAR_S, uiEventFailures) == 24);
+static_assert(sizeof(MTE_ENGINE_COUNTERS_S) == 4);
 
 // ---------------------------------------------------------------------------
 // Index keys of get-next requests (management items 5, 10, 12): the index of

@@ -70,7 +70,7 @@ TEST_F(CfgTest, MalformedRequestGetsTheCheckCodeAndTouchesNoTable) {
     EXPECT_TRUE(g_stMockTables.vecCalls.empty());
 }
 
-// The scalars and, beside them, the sampling counters (type 16).
+// The scalars and, beside them, the engine counters (type 16).
 TEST_F(CfgTest, ScalarsOnlyAnswerGet) {
     g_stMockTables.stScalars = {1, 2, 3, 4, 5, 6, 7};
     REPLY_S r = Send(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET);
@@ -88,11 +88,11 @@ TEST_F(CfgTest, ScalarsOnlyAnswerGet) {
     EXPECT_EQ(r.stReply.uiResult, MTE_ERR_REPLY_TOO_SMALL);
     EXPECT_EQ(r.uiLen, 20u);
 
-    r = Send(MTE_MSG_TYPE_SAMPLING, MTE_MSG_OP_GET);
-    ASSERT_EQ(r.stReply.usItem, MTE_ITEM_SAMPLING);
+    r = Send(MTE_MSG_TYPE_ENGINE_COUNTERS, MTE_MSG_OP_GET);
+    ASSERT_EQ(r.stReply.usItem, MTE_ITEM_ENGINE_COUNTERS);
     EXPECT_EQ(r.uiLen, 20u + 8u + 4u);
     EXPECT_EQ(r.stReply.pucData[0], 9);
-    EXPECT_EQ(Send(MTE_MSG_TYPE_SAMPLING, MTE_MSG_OP_SET).stReply.uiResult, MTE_ERR_GENERAL);
+    EXPECT_EQ(Send(MTE_MSG_TYPE_ENGINE_COUNTERS, MTE_MSG_OP_SET).stReply.uiResult, MTE_ERR_GENERAL);
 }
 
 TEST_F(CfgTest, ValueSettersIgnoreTheOperationAndAlwaysSucceed) {

@@ -323,13 +323,14 @@ int CmdScalars(CtlClient& client, const std::string& strCmd, const Args& args) {
         printf("instance-lacks            %u\n", stScalars.uiSampleInstanceLacks);
         printf("trigger-failures          %u\n", stScalars.uiTriggerFailures);
         printf("event-failures            %u\n", stScalars.uiEventFailures);
-        // The sampling counters are an extension: a daemon without them
+        // The engine counters are an extension: a daemon without them
         // refuses the type, and then there is nothing more to print.
-        if (client.Exchange(MTE_MSG_TYPE_SAMPLING, MTE_MSG_OP_GET, 0, 0, nullptr, &stReply) &&
-            stReply.uiResult == MTE_OK && stReply.usItem == MTE_ITEM_SAMPLING) {
-            MTE_SAMPLING_S stSampling;
-            memcpy(&stSampling, stReply.pucData, sizeof(stSampling));
-            printf("samples-missed            %u\n", stSampling.uiSamplesMissed);
+        if (client.Exchange(MTE_MSG_TYPE_ENGINE_COUNTERS, MTE_MSG_OP_GET, 0, 0, nullptr,
+                            &stReply) &&
+            stReply.uiResult == MTE_OK && stReply.usItem == MTE_ITEM_ENGINE_COUNTERS) {
+            MTE_ENGINE_COUNTERS_S stCounters;
+            memcpy(&stCounters, stReply.pucData, sizeof(stCounters));
+            printf("samples-missed            %u\n", stCounters.uiSamplesMissed);
         }
         return 0;
     }
