@@ -364,7 +364,8 @@ void mte_cfg_EngineCountersProc(const uint8_t*, const MTE_MSG_HEAD_S* pstHead, u
         FinishReply(MTE_ERR_GENERAL, NO_FAILED_COLUMN, 0, pucReply, puiReplyLen);
         return;
     }
-    MTE_ENGINE_COUNTERS_S stCounters = {mte_SCALAR_GetSamplesMissed()};
+    MTE_ENGINE_COUNTERS_S stCounters = {mte_SCALAR_GetSamplesMissed(),
+                                        mte_SCALAR_GetNotificationDrops()};
     uint32_t uiDataLen = MTE_MSG_AppendData2Msg(
         MTE_ITEM_ENGINE_COUNTERS, &stCounters, ReplyRoom(uiCapacity), pucReply + MTE_MSG_HEAD_SIZE);
     FinishReply(uiDataLen != 0 ? MTE_OK : MTE_ERR_REPLY_TOO_SMALL, NO_FAILED_COLUMN, uiDataLen,

@@ -20,6 +20,7 @@
 #include "mte_obj.h"
 #include "mte_oid.h"
 #include "mte_scalar.h"
+#include "mte_trap.h"
 #include "plat_snmp.h"
 
 namespace {
@@ -195,8 +196,10 @@ void mte_NOTIFY_SendNotify(const MTE_NOTIFY_ENTRY_S* pstRow,
     AppendGroup(paszTriggerObjects, pstSuffix, pszContext, &stList);
     AppendGroup(paszTestObjects, pstSuffix, pszContext, &stList);
     AppendGroup(paszNotifyObjects, pstSuffix, pszContext, &stList);
-    if (SNMP_SendTrapByVBList(&pstRow->stNotification, pszContext, &stList) != 0) {
+    uint32_t uiResult = SNMP_SendTrapByVBList(&pstRow->stNotification, pszContext, &stList);
+    if (uiResult != 0) {
         mte_SCALAR_EventFailuresInc();
     }
+    mte_TRAP_CountSend(uiResult);
     mte_OBJ_FreeVBlist(&stList);
 }

@@ -31,7 +31,8 @@ std::atomic<uint32_t> g_uiMteSampleInstancesHigh{0};
 std::atomic<uint32_t> g_uiMteSampleInstanceLacks{0};
 std::atomic<uint32_t> g_uiMteTriggerFailures{0};
 std::atomic<uint32_t> g_uiMteEventFailures{0};
-std::atomic<uint32_t> g_uiMteSamplesMissed{0};  // never stored
+std::atomic<uint32_t> g_uiMteSamplesMissed{0};      // never stored
+std::atomic<uint32_t> g_uiMteNotificationDrops{0};  // never stored
 // 1 when the four stored counters changed since the last save. A plain flag
 // store: a change racing with a save is saved by the next one.
 std::atomic<uint16_t> g_usMteStatChanged{0};
@@ -116,6 +117,7 @@ uint32_t mte_SCALAR_Init(void) {
     g_uiMteTriggerFailures = 0;
     g_uiMteEventFailures = 0;
     g_uiMteSamplesMissed = 0;
+    g_uiMteNotificationDrops = 0;
     g_usMteStatChanged = 0;
     return MTE_OK;
 }
@@ -177,6 +179,10 @@ void mte_SCALAR_TriggerFailuresInc(void) {
     g_uiMteTriggerFailures.fetch_add(1, std::memory_order_relaxed);
 }
 
+void mte_SCALAR_NotificationDropsInc(void) {
+    g_uiMteNotificationDrops.fetch_add(1, std::memory_order_relaxed);
+}
+
 void mte_SCALAR_EventFailuresInc(void) {
     mte_scalar_MarkChanged();
     g_uiMteEventFailures.fetch_add(1, std::memory_order_relaxed);
@@ -188,6 +194,10 @@ void mte_SCALAR_SamplesMissedAdd(uint32_t uiCount) {
 
 uint32_t mte_SCALAR_GetSamplesMissed(void) {
     return g_uiMteSamplesMissed.load(std::memory_order_relaxed);
+}
+
+uint32_t mte_SCALAR_GetNotificationDrops(void) {
+    return g_uiMteNotificationDrops.load(std::memory_order_relaxed);
 }
 
 uint32_t mte_SCALAR_SampMinRecover(uint32_t uiLen, const void* pData) {

@@ -21,10 +21,14 @@ void mte_SCALAR_InstanceLacksInc(void);
 void mte_SCALAR_TriggerFailuresInc(void);
 void mte_SCALAR_EventFailuresInc(void);
 // Trigger samples not taken at their frequency because the sampling worker
-// could not keep up (main thread). Counted since start, not stored, and not
-// part of the 28-byte record (docs/engine.md says where it shows).
+// could not keep up (main thread), and notifications dropped because the
+// queue for the bridge was full (any thread). Counted since start, not
+// stored, and not part of the 28-byte record: they travel as the engine
+// counters (docs/management-protocol.md).
 void mte_SCALAR_SamplesMissedAdd(uint32_t uiCount);
 uint32_t mte_SCALAR_GetSamplesMissed(void);
+void mte_SCALAR_NotificationDropsInc(void);
+uint32_t mte_SCALAR_GetNotificationDrops(void);
 
 uint32_t mte_SCALAR_SampMinRecover(uint32_t uiLen, const void* pData);
 uint32_t mte_SCALAR_SampInstanceMaxRecover(uint32_t uiLen, const void* pData);

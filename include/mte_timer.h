@@ -24,5 +24,8 @@ uint32_t mte_TIMER_Refresh(int64_t llTimerId, uint32_t uiFrequency);
 void mte_TIMER_SetPortFlag(uint16_t usFlag);
 uint16_t mte_TIMER_GetPortFlag(void);
 int mte_GetNotifyEvtFd(void);
+// True while a port-down waits for the worker's drain answer; the port then
+// counts as down, and a port-up is carried out once the answer has come.
+bool mte_TIMER_IsDraining(void);
 
 #endif  // MTE_TIMER_H

@@ -462,11 +462,16 @@ static_assert(sizeof(MTE_SCALAR_S) == 28);
 static_assert(offsetof(MTE_SCALAR_S, uiEventFailures) == 24);
 
 // The engine's own counters, an extension beside the scalars record
-// (management type 16, item 17); the 28-byte record stays as it is.
+// (management type 16, item 17); the 28-byte record stays as it is. Both
+// count since start and are never stored.
 struct MTE_ENGINE_COUNTERS_S {
     uint32_t uiSamplesMissed;  // trigger samples not taken at their frequency
+    // Notifications the daemon decided to send but had to drop because the
+    // queue held for eventmib-agentx was full.
+    uint32_t uiNotificationDrops;
 };
-static_assert(sizeof(MTE_ENGINE_COUNTERS_S) == 4);
+static_assert(sizeof(MTE_ENGINE_COUNTERS_S) == 8);
+static_assert(offsetof(MTE_ENGINE_COUNTERS_S, uiNotificationDrops) == 4);
 
 // ---------------------------------------------------------------------------
 // Index keys of get-next requests (management items 5, 10, 12): the index of

@@ -106,6 +106,31 @@ uint32_t SNMP_DestroyNotifyHandle(SNMP_NOTIFY_HANDLE hNotify);
 // bindings in order; 0 on success.
 uint32_t SNMP_SendTrapByVBList(const MTE_OID_S* pstNotification, const char* pszContext,
                                const MTE_VB_LIST_S* pstList);
+// Relay queue. Until SNMP_NotifyRelayOpen is called a notification is sent to
+// the relay at once (with a short wait for room) and fails when the relay is
+// absent. After it, every notification is held in order in a bounded queue
+// (SNMP_RELAY_QUEUE_MAX datagrams, SNMP_RELAY_QUEUE_MAX_BYTES bytes) and sent
+// by SNMP_NotifyRelayProc; a send then fails only when the queue is full
+// (SNMP_ST_LOCAL_RESOURCE). Open, Proc and Close belong to one thread (the
+// daemon's main thread); the send functions may be called from any thread.
+constexpr uint32_t SNMP_RELAY_QUEUE_MAX = 10000;
+constexpr uint32_t SNMP_RELAY_QUEUE_MAX_BYTES = 16u << 20;
+// What SNMP_NotifyRelayProc saw happen to the relay.
+enum : uint32_t {
+    SNMP_RELAY_UNCHANGED = 0,
+    SNMP_RELAY_LOST = 1,  // the relay stopped taking notifications; they are held
+    SNMP_RELAY_BACK = 2,  // the relay takes notifications again
+};
+// Starts holding notifications; a descriptor that is readable whenever
+// SNMP_NotifyRelayProc has work, or -1 (sends stay direct).
+int SNMP_NotifyRelayOpen(void);
+// Sends held notifications without ever blocking; returns SNMP_RELAY_* and
+// the number still held.
+uint32_t SNMP_NotifyRelayProc(uint32_t* puiHeld);
+// Sends what it can within iWaitMs, drops the rest and returns how many were
+// dropped; sends are direct again afterwards.
+uint32_t SNMP_NotifyRelayClose(int iWaitMs);
+
 // Sets an Integer32 object through the agent; 0 or a status code.
 uint32_t SNMP_SetIntegerValueByOID(const char* pszOwner, const char* pszContext,
                                    const MTE_OID_S* pstOid, int32_t iValue);

@@ -29,6 +29,7 @@
 #include "mte_run_int.h"
 #include "mte_scalar.h"
 #include "mte_timer.h"
+#include "mte_trap.h"
 #include "mte_trigger.h"
 #include "plat_queue.h"
 #include "plat_snmp.h"
@@ -319,6 +320,9 @@ uint32_t mte_RUN_Init(void) {
         return MTE_ERR_GENERAL;
     }
     g_bRunThreadMade = true;
+    // Without the relay queue notifications are still sent, only not held
+    // while the bridge is away; that is no reason to refuse to start.
+    (void)mte_TRAP_RelayInit();
     return MTE_OK;
 }
 
@@ -351,6 +355,7 @@ void mte_RUN_Fini(void) {
         g_bRunThreadMade = false;
         g_stRunThread = pthread_t{};
     }
+    mte_TRAP_RelayFini();
     if (g_iRunCtrlFd >= 0) {
         (void)mte_run_EPOLLDel(g_iRunCtrlFd);
         close(g_iRunCtrlFd);

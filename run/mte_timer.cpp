@@ -14,7 +14,6 @@
 // through the trigger table's whole-table walks, one at a time.
 #include "mte_timer.h"
 
-#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
@@ -44,11 +43,6 @@ constexpr uint32_t TIMER_TYPE_PERIODIC = 1;
 
 constexpr uint32_t TICK_PERIOD_S = 1;
 constexpr uint32_t STATS_PERIOD_S = 10;
-
-// How long a port-down waits for the worker to drain its queue. The worker
-// answers as soon as the step under way has returned; only a worker stuck in
-// the agent for longer than this lets the port-down go on without its answer.
-constexpr int DRAIN_WAIT_MS = 60000;
 
 // The shortfall trace: the first at once, then at most one a minute with the
 // count since the last one.
@@ -208,49 +202,50 @@ int mte_timer_CreateRoomFd(void) {
     return iFd;
 }
 
+// The port-down never waits for the worker, which may itself be waiting for
+// a stalled agent: it writes the drain request and finishes (drops the
+// samples) when the answer arrives on the notify descriptor, which is on the
+// main epoll set. Until then the port counts as down: a port-up in between
+// is remembered and carried out after the samples are dropped, so sampling
+// never restarts on samples from before the port went down.
+//
 // True while a drain request has been written and not yet answered. A second
 // request must not be written on top of an unanswered one: the control
 // word's values add up, and two drains would read as an exit.
 bool g_bDrainPending = false;
+// A port-up arrived while the drain was pending.
+bool g_bStartWhenDrained = false;
 
-// Takes the worker's answer within iWaitMs; true when it came.
-bool mte_timer_TakeAnswer(int iWaitMs) {
-    pollfd stPoll{g_iNotifyFd, POLLIN, 0};
-    int iReady;
-    do {
-        iReady = poll(&stPoll, 1, iWaitMs);
-    } while (iReady < 0 && errno == EINTR);
-    if (iReady != 1) {
-        return false;
-    }
-    eventfd_t ulValue = 0;
-    (void)eventfd_read(g_iNotifyFd, &ulValue);
-    return true;
-}
-
-// Asks the worker to drain its queue and waits for its answer (bounded, see
-// DRAIN_WAIT_MS). Without a running worker or a notify descriptor there is
-// nobody to answer, and the port-down goes on at once.
-void mte_timer_DrainWorker(void) {
-    int iCtrlFd = mte_RUN_GetEventFd();
-    if (iCtrlFd < 0 || g_iNotifyFd < 0 || !mte_run_WorkerAlive()) {
+void mte_timer_DrainAnswerProc(uint32_t uiEvents, int iFd) {
+    if ((uiEvents & EPOLLIN) == 0) {
         return;
     }
-    if (g_bDrainPending && mte_timer_TakeAnswer(0)) {
-        g_bDrainPending = false;
+    eventfd_t ulValue = 0;
+    if (eventfd_read(iFd, &ulValue) != 0 || !g_bDrainPending) {
+        return;
     }
-    if (!g_bDrainPending) {
-        if (eventfd_write(iCtrlFd, MTE_RUN_CTRL_DRAIN) != 0) {
-            return;
-        }
-        g_bDrainPending = true;
+    g_bDrainPending = false;
+    mte_TRIGGER_ClearAllSpl();
+    if (g_bStartWhenDrained) {
+        g_bStartWhenDrained = false;
+        g_usPortFlag.store(1);
+        (void)mte_TIMER_StartAll();
     }
-    if (mte_timer_TakeAnswer(DRAIN_WAIT_MS)) {
-        g_bDrainPending = false;
-    } else if (mte_DBG_IsEnable(MTE_DBG_WARNING) != 0) {
-        mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING, "%s",
-                      "The sampling worker did not answer the drain request in time.");
+}
+
+// Asks the worker to drain its queue; true when the answer will come on the
+// notify descriptor. Without a running worker there is nobody to answer.
+bool mte_timer_RequestDrain(void) {
+    if (g_bDrainPending) {
+        return true;
     }
+    int iCtrlFd = mte_RUN_GetEventFd();
+    if (iCtrlFd < 0 || g_iNotifyFd < 0 || !mte_run_WorkerAlive() ||
+        eventfd_write(iCtrlFd, MTE_RUN_CTRL_DRAIN) != 0) {
+        return false;
+    }
+    g_bDrainPending = true;
+    return true;
 }
 
 }  // namespace
@@ -296,8 +291,12 @@ uint32_t mte_TIMER_Init(void) {
     }
 
     if (g_iNotifyFd < 0) {
-        int iNotifyFd = eventfd(0, 0);
+        int iNotifyFd = eventfd(0, EFD_NONBLOCK);
         if (iNotifyFd < 0) {
+            return MTE_ERR_GENERAL;
+        }
+        if (mte_EPOLL_Add(iNotifyFd, mte_timer_DrainAnswerProc) != MTE_OK) {
+            close(iNotifyFd);
             return MTE_ERR_GENERAL;
         }
         g_iNotifyFd = iNotifyFd;
@@ -319,11 +318,9 @@ void mte_TIMER_Fini(void) {
         int iRoomFd = g_iRoomFd.exchange(-1);
         mte_timer_CloseFd(&iRoomFd);
     }
-    if (g_iNotifyFd >= 0) {
-        close(g_iNotifyFd);
-        g_iNotifyFd = -1;
-    }
+    mte_timer_CloseFd(&g_iNotifyFd);
     g_bDrainPending = false;
+    g_bStartWhenDrained = false;
 }
 
 // A set that already holds trigger timers is never torn down when it fails
@@ -332,6 +329,11 @@ void mte_TIMER_Fini(void) {
 // port-up tries again. A set made by this very call holds no trigger timer
 // yet and is torn down on failure.
 uint32_t mte_TIMER_StartAll(void) {
+    if (g_bDrainPending) {
+        g_bStartWhenDrained = true;
+        g_usPortFlag.store(0);
+        return MTE_OK;
+    }
     uint32_t uiResult = MTE_OK;
     if (g_ulTimerSet != 0) {
         if (Timer_Config(g_ulTimerSet, 1) != 0) {
@@ -366,11 +368,15 @@ uint32_t mte_TIMER_SuspendAll(void) {
         (void)Timer_Config(g_ulTimerSet, 0);
     }
     mte_TRIGGER_SuspendTmr();
-
-    mte_timer_DrainWorker();
-
-    mte_TRIGGER_ClearAllSpl();
+    g_bStartWhenDrained = false;
+    if (!mte_timer_RequestDrain()) {
+        mte_TRIGGER_ClearAllSpl();
+    }
     return MTE_OK;
+}
+
+bool mte_TIMER_IsDraining(void) {
+    return g_bDrainPending;
 }
 
 uint32_t mte_TIMER_Add(MTE_TRIGGER_ENTRY_S* pstTrigger) {

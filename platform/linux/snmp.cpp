@@ -18,17 +18,22 @@
 // from its sampling worker, so the lock is never contended there; it only
 // keeps a stray call from another thread from corrupting the library. The
 // notification functions do not touch net-snmp: they build a datagram in
-// memory and send it without blocking, from either thread, with no lock.
+// memory and send it without blocking, or append it to the relay queue under
+// its own leaf lock (g_stRelay.stLock), from either thread.
 #include "plat_snmp.h"
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 #include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
 #include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <algorithm>
@@ -1029,12 +1034,193 @@ void PutVar(Datagram* pstOut, const uint32_t* puiOid, uint32_t uiOidLen, uint32_
 // everything past the tenth while the relay is alive and draining.
 constexpr int NOTIFY_QUEUE_WAIT_MS = 50;
 
+// ---------------------------------------------------------------------------
+// Relay queue: notifications held for the relay while it is absent or busy.
+//
+// The kernel keeps only ten datagrams for a local socket, and a relay that is
+// restarting keeps none, so the queue that carries notifications over a
+// bridge restart or a burst has to be ours. Any thread appends under
+// g_stRelay.stLock; the owner thread (SNMP_NotifyRelayOpen's) alone takes
+// from the head, sends with no lock held and never waits: when the relay's
+// queue is full it watches the socket for room, when the relay is absent it
+// tries again on a short timer. Held datagrams keep their order.
+// ---------------------------------------------------------------------------
+
+constexpr int RELAY_RETRY_MS = 200;
+// Sends per call of SNMP_NotifyRelayProc, so that a long backlog leaves the
+// owner's other descriptors their turn.
+constexpr uint32_t RELAY_SENDS_PER_ROUND = 64;
+
+struct HeldDatagram {
+    unsigned char* pucBytes;
+    uint32_t uiLen;
+};
+
+struct RelayQueue {
+    std::mutex stLock;  // guards the ring and the counts; leaf
+    HeldDatagram astRing[SNMP_RELAY_QUEUE_MAX] = {};
+    uint32_t uiHead = 0;
+    uint32_t uiCount = 0;
+    uint64_t ulBytes = 0;
+    std::atomic<bool> bHolding{false};
+    // Owner thread only.
+    int iEpollFd = -1;       // readable when one of the three below is
+    int iWakeFd = -1;        // eventfd: the queue went from empty to not empty
+    int iRetryFd = -1;       // timerfd: time to look for an absent relay again
+    int iSockFd = -1;        // connected to the relay; -1 while it is absent
+    bool bWaitRoom = false;  // iSockFd is watched for room (EPOLLOUT)
+    bool bLost = false;      // the last attempt found the relay absent
+};
+RelayQueue g_stRelay;
+
+enum class RelaySend { SENT, FULL, ABSENT };
+
+uint32_t SendDirect(const Datagram* pstOut);
+
+bool RelayPush(const Datagram* pstOut) {
+    auto* pucCopy = static_cast<unsigned char*>(malloc(pstOut->uiLen));
+    if (pucCopy == nullptr) {
+        return false;
+    }
+    memcpy(pucCopy, pstOut->aucBytes, pstOut->uiLen);
+    bool bWasEmpty;
+    {
+        std::lock_guard<std::mutex> stGuard(g_stRelay.stLock);
+        if (g_stRelay.uiCount == SNMP_RELAY_QUEUE_MAX ||
+            g_stRelay.ulBytes + pstOut->uiLen > SNMP_RELAY_QUEUE_MAX_BYTES) {
+            free(pucCopy);
+            return false;
+        }
+        uint32_t uiSlot = (g_stRelay.uiHead + g_stRelay.uiCount) % SNMP_RELAY_QUEUE_MAX;
+        g_stRelay.astRing[uiSlot] = {pucCopy, pstOut->uiLen};
+        bWasEmpty = g_stRelay.uiCount++ == 0;
+        g_stRelay.ulBytes += pstOut->uiLen;
+    }
+    if (bWasEmpty) {
+        (void)eventfd_write(g_stRelay.iWakeFd, 1);
+    }
+    return true;
+}
+
+// The oldest held datagram, left in place; false when none is held. Only
+// the owner removes the head, so the slot stays valid without the lock.
+bool RelayFront(HeldDatagram* pstFront) {
+    std::lock_guard<std::mutex> stGuard(g_stRelay.stLock);
+    if (g_stRelay.uiCount == 0) {
+        return false;
+    }
+    *pstFront = g_stRelay.astRing[g_stRelay.uiHead];
+    return true;
+}
+
+uint32_t RelayPop(void) {
+    HeldDatagram stFront;
+    uint32_t uiLeft;
+    {
+        std::lock_guard<std::mutex> stGuard(g_stRelay.stLock);
+        stFront = g_stRelay.astRing[g_stRelay.uiHead];
+        g_stRelay.uiHead = (g_stRelay.uiHead + 1) % SNMP_RELAY_QUEUE_MAX;
+        g_stRelay.ulBytes -= stFront.uiLen;
+        uiLeft = --g_stRelay.uiCount;
+    }
+    free(stFront.pucBytes);
+    return uiLeft;
+}
+
+uint32_t RelayHeld(void) {
+    std::lock_guard<std::mutex> stGuard(g_stRelay.stLock);
+    return g_stRelay.uiCount;
+}
+
+void RelayWatchRoom(bool bWatch) {
+    if (bWatch == g_stRelay.bWaitRoom || g_stRelay.iSockFd < 0) {
+        return;
+    }
+    epoll_event stEvent{};
+    stEvent.events = EPOLLOUT;
+    stEvent.data.fd = g_stRelay.iSockFd;
+    (void)epoll_ctl(g_stRelay.iEpollFd, bWatch ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, g_stRelay.iSockFd,
+                    &stEvent);
+    g_stRelay.bWaitRoom = bWatch;
+}
+
+void RelayCloseSocket(void) {
+    RelayWatchRoom(false);
+    if (g_stRelay.iSockFd >= 0) {
+        close(g_stRelay.iSockFd);
+        g_stRelay.iSockFd = -1;
+    }
+}
+
+void RelayArmRetry(void) {
+    itimerspec stSpec{};
+    stSpec.it_value.tv_nsec = RELAY_RETRY_MS * 1000000L;
+    (void)timerfd_settime(g_stRelay.iRetryFd, 0, &stSpec, nullptr);
+}
+
+void RelayDrainFd(int iFd) {
+    uint64_t ulValue;
+    while (read(iFd, &ulValue, sizeof(ulValue)) > 0) {
+    }
+}
+
+// A socket connected to the relay, so that a full relay queue can be
+// watched for room; false while the relay is absent.
+bool RelayConnect(void) {
+    if (g_stRelay.iSockFd >= 0) {
+        return true;
+    }
+    sockaddr_un stAddr;
+    if (!PLAT_UnixAddress(PLAT_AgentxSocketPath(), &stAddr)) {
+        return false;
+    }
+    int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (iFd < 0) {
+        return false;
+    }
+    if (connect(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+        close(iFd);
+        return false;
+    }
+    g_stRelay.iSockFd = iFd;
+    return true;
+}
+
+RelaySend RelaySendOne(const HeldDatagram& stDatagram) {
+    if (!RelayConnect()) {
+        return RelaySend::ABSENT;
+    }
+    ssize_t lSent;
+    do {
+        lSent = send(g_stRelay.iSockFd, stDatagram.pucBytes, stDatagram.uiLen,
+                     MSG_DONTWAIT | MSG_NOSIGNAL);
+    } while (lSent < 0 && errno == EINTR);
+    if (lSent >= 0) {
+        return RelaySend::SENT;
+    }
+    if (errno == EAGAIN || errno == EWOULDBLOCK) {
+        return RelaySend::FULL;
+    }
+    // Refused, reset or not connected: the relay is gone (or restarted under
+    // the same path); the next attempt connects afresh.
+    RelayCloseSocket();
+    return RelaySend::ABSENT;
+}
+
 // Sends one datagram. A relay that is not listening fails at once; a live
-// relay whose queue is full is given a short, bounded wait for room.
+// relay whose queue is full is given a short, bounded wait for room. While
+// the relay queue is open the datagram is held there instead.
 uint32_t SendDatagram(const Datagram* pstOut) {
     if (pstOut->bOverflow) {
         return NOTIFY_ERR_TOO_BIG;
     }
+    if (g_stRelay.bHolding.load()) {
+        return RelayPush(pstOut) ? 0u : static_cast<uint32_t>(SNMP_ST_LOCAL_RESOURCE);
+    }
+    return SendDirect(pstOut);
+}
+
+uint32_t SendDirect(const Datagram* pstOut) {
     sockaddr_un stAddr;
     if (!PLAT_UnixAddress(PLAT_AgentxSocketPath(), &stAddr)) {
         return NOTIFY_ERR_SEND;
@@ -1278,6 +1464,97 @@ uint32_t SNMP_DestroyNotifyHandle(SNMP_NOTIFY_HANDLE hNotify) {
     }
     free(pstHandle);
     return uiSt;
+}
+
+int SNMP_NotifyRelayOpen(void) {
+    if (g_stRelay.iEpollFd >= 0) {
+        return g_stRelay.iEpollFd;
+    }
+    g_stRelay.iEpollFd = epoll_create1(EPOLL_CLOEXEC);
+    g_stRelay.iWakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    g_stRelay.iRetryFd = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+    bool bReady = g_stRelay.iEpollFd >= 0 && g_stRelay.iWakeFd >= 0 && g_stRelay.iRetryFd >= 0;
+    for (int iFd : {g_stRelay.iWakeFd, g_stRelay.iRetryFd}) {
+        epoll_event stEvent{};
+        stEvent.events = EPOLLIN;
+        stEvent.data.fd = iFd;
+        bReady = bReady && epoll_ctl(g_stRelay.iEpollFd, EPOLL_CTL_ADD, iFd, &stEvent) == 0;
+    }
+    if (!bReady) {
+        (void)SNMP_NotifyRelayClose(0);
+        return -1;
+    }
+    g_stRelay.bLost = false;
+    g_stRelay.bHolding.store(true);
+    return g_stRelay.iEpollFd;
+}
+
+uint32_t SNMP_NotifyRelayProc(uint32_t* puiHeld) {
+    if (g_stRelay.iEpollFd < 0) {
+        *puiHeld = 0;
+        return SNMP_RELAY_UNCHANGED;
+    }
+    RelayDrainFd(g_stRelay.iWakeFd);
+    RelayDrainFd(g_stRelay.iRetryFd);
+    RelayWatchRoom(false);
+    bool bWasLost = g_stRelay.bLost;
+    HeldDatagram stFront;
+    uint32_t uiSent = 0;
+    RelaySend eLast = RelaySend::SENT;
+    while (uiSent < RELAY_SENDS_PER_ROUND && RelayFront(&stFront)) {
+        eLast = RelaySendOne(stFront);
+        if (eLast != RelaySend::SENT) {
+            break;
+        }
+        (void)RelayPop();
+        ++uiSent;
+    }
+    if (eLast == RelaySend::FULL) {
+        RelayWatchRoom(true);
+    } else if (eLast == RelaySend::ABSENT) {
+        RelayArmRetry();
+    }
+    *puiHeld = RelayHeld();
+    if (eLast == RelaySend::SENT && *puiHeld != 0) {
+        (void)eventfd_write(g_stRelay.iWakeFd, 1);  // the rest in the next round
+    }
+    g_stRelay.bLost = eLast == RelaySend::ABSENT;
+    if (g_stRelay.bLost != bWasLost) {
+        return g_stRelay.bLost ? SNMP_RELAY_LOST : SNMP_RELAY_BACK;
+    }
+    return SNMP_RELAY_UNCHANGED;
+}
+
+uint32_t SNMP_NotifyRelayClose(int iWaitMs) {
+    g_stRelay.bHolding.store(false);
+    timespec stNow;
+    clock_gettime(CLOCK_MONOTONIC, &stNow);
+    int64_t llEnd = stNow.tv_sec * 1000LL + stNow.tv_nsec / 1000000 + iWaitMs;
+    uint32_t uiHeld = RelayHeld();
+    while (uiHeld != 0 && g_stRelay.iEpollFd >= 0) {
+        (void)SNMP_NotifyRelayProc(&uiHeld);
+        clock_gettime(CLOCK_MONOTONIC, &stNow);
+        int64_t llLeft = llEnd - (stNow.tv_sec * 1000LL + stNow.tv_nsec / 1000000);
+        if (uiHeld == 0 || llLeft <= 0) {
+            break;
+        }
+        pollfd stPoll{g_stRelay.iEpollFd, POLLIN, 0};
+        (void)poll(&stPoll, 1, static_cast<int>(llLeft));
+    }
+    uint32_t uiDropped = 0;
+    while (RelayHeld() != 0) {
+        (void)RelayPop();
+        ++uiDropped;
+    }
+    RelayCloseSocket();
+    for (int* piFd : {&g_stRelay.iWakeFd, &g_stRelay.iRetryFd, &g_stRelay.iEpollFd}) {
+        if (*piFd >= 0) {
+            close(*piFd);
+            *piFd = -1;
+        }
+    }
+    g_stRelay.bLost = false;
+    return uiDropped;
 }
 
 uint32_t SNMP_SendTrapByVBList(const MTE_OID_S* pstNotification, const char* pszContext,

@@ -189,6 +189,9 @@ void mte_SCALAR_Get(MTE_SCALAR_S* pstOut) {
 uint32_t mte_SCALAR_GetSamplesMissed(void) {
     return 9;
 }
+uint32_t mte_SCALAR_GetNotificationDrops(void) {
+    return 10;
+}
 uint32_t mte_SCALAR_SetSampleMin(uint32_t v) {
     M().uiSampleMin = v;
     return MTE_ERR_GENERAL;  // the reply must say 0 anyway

@@ -90,8 +90,9 @@ TEST_F(CfgTest, ScalarsOnlyAnswerGet) {
 
     r = Send(MTE_MSG_TYPE_ENGINE_COUNTERS, MTE_MSG_OP_GET);
     ASSERT_EQ(r.stReply.usItem, MTE_ITEM_ENGINE_COUNTERS);
-    EXPECT_EQ(r.uiLen, 20u + 8u + 4u);
+    EXPECT_EQ(r.uiLen, 20u + 8u + 8u);
     EXPECT_EQ(r.stReply.pucData[0], 9);
+    EXPECT_EQ(r.stReply.pucData[4], 10);
     EXPECT_EQ(Send(MTE_MSG_TYPE_ENGINE_COUNTERS, MTE_MSG_OP_SET).stReply.uiResult, MTE_ERR_GENERAL);
 }
 

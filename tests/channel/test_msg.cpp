@@ -44,8 +44,8 @@ MTE_TRIGGER_ROW_S SampleTrigger() {
 }
 
 TEST(MsgTest, ItemSizesMatchTheRecords) {
-    const uint32_t auiSizes[] = {0,   28, 4,   4,  1220, 72,  212, 200, 416,
-                                 596, 80, 332, 72, 648,  884, 4,   592, 4, 0};
+    const uint32_t auiSizes[] = {0,  28,  4,  4,   1220, 72, 212, 200, 416, 596,
+                                 80, 332, 72, 648, 884,  4,  592, 8,   0};
     for (uint16_t i = 0; i <= 18; i++) {
         EXPECT_EQ(MTE_MSG_ItemSize(i), auiSizes[i]) << "item " << i;
     }

@@ -114,9 +114,14 @@ class EngineThread : public ::testing::Test {
         ASSERT_EQ(mte_TIMER_StartAll(), 0u);
     }
 
+    // The port-down returns at once; the main loop takes the worker's answer.
     static void PortDown() {
         ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
         mte_TIMER_SetPortFlag(0);
+        ASSERT_TRUE(WaitFor([] {
+            RunMainLoop(10);
+            return !mte_TIMER_IsDraining();
+        }));
     }
 
     // Serves the main epoll set (tick and statistics) for a while.
@@ -197,6 +202,37 @@ TEST_F(EngineThread, PortDownDrainsTheQueueAndPortUpStartsFromAFirstCycle) {
     }));
     // Every instance is new again after the port came back.
     EXPECT_EQ(FiredCount(), uiFired + 40);
+}
+
+// The worker stuck in a slow agent must not hold the main thread: the
+// port-down returns at once, a port-up meanwhile waits for the drain, and
+// then samples from a first cycle.
+TEST_F(EngineThread, PortDownNeverWaitsForTheWorker) {
+    FAKE_SNMP_SetInteger("", kScalar, 1);
+    ASSERT_EQ(Create("a", kScalar, 60), 0u);
+    ASSERT_EQ(Create("b", kScalar, 60), 0u);
+    FAKE_SNMP_SetStallMs(1500);
+    PortUp();
+    ASSERT_TRUE(FAKE_SNMP_WaitForStall(3000));
+    auto tStart = std::chrono::steady_clock::now();
+    ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
+    mte_TIMER_SetPortFlag(0);
+    PortUp();  // before the worker has answered
+    EXPECT_LT(std::chrono::steady_clock::now() - tStart, std::chrono::milliseconds(500));
+    EXPECT_TRUE(mte_TIMER_IsDraining());
+    EXPECT_EQ(mte_TIMER_GetPortFlag(), 0);
+    FAKE_SNMP_SetStallMs(0);
+    ASSERT_TRUE(WaitFor([] {
+        RunMainLoop(10);
+        return !mte_TIMER_IsDraining();
+    }));
+    EXPECT_EQ(mte_TIMER_GetPortFlag(), 1);
+    // Both sampled again at the port-up that waited ("b" was sampled or
+    // drained before, depending on the worker's order).
+    ASSERT_TRUE(WaitFor([] {
+        return FiredCount() >= 3 && StateOf("a") == MTE_RUN_IDLE && StateOf("b") == MTE_RUN_IDLE;
+    })) << FiredCount();
+    EXPECT_EQ(ENG_Instances(), 2u);
 }
 
 TEST_F(EngineThread, TimerExpiriesSampleAndAnOverrunIsReported) {

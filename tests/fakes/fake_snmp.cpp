@@ -499,3 +499,17 @@ uint32_t SNMP_SetIntegerValueByOID(const char* pszOwner, const char* pszContext,
     g_astJournal.push_back("set " + Str(pszContext) + " " + FAKE_SNMP_OidStr(astOid));
     return uiStatus;
 }
+
+// The fake sends at once: there is no relay queue to hold anything.
+int SNMP_NotifyRelayOpen(void) {
+    return -1;
+}
+
+uint32_t SNMP_NotifyRelayProc(uint32_t* puiHeld) {
+    *puiHeld = 0;
+    return SNMP_RELAY_UNCHANGED;
+}
+
+uint32_t SNMP_NotifyRelayClose(int) {
+    return 0;
+}

@@ -331,6 +331,7 @@ int CmdScalars(CtlClient& client, const std::string& strCmd, const Args& args) {
             MTE_ENGINE_COUNTERS_S stCounters;
             memcpy(&stCounters, stReply.pucData, sizeof(stCounters));
             printf("samples-missed            %u\n", stCounters.uiSamplesMissed);
+            printf("notification-drops        %u\n", stCounters.uiNotificationDrops);
         }
         return 0;
     }
