@@ -1047,9 +1047,13 @@ constexpr int NOTIFY_QUEUE_WAIT_MS = 50;
 // ---------------------------------------------------------------------------
 
 constexpr int RELAY_RETRY_MS = 200;
-// Sends per call of SNMP_NotifyRelayProc, so that a long backlog leaves the
-// owner's other descriptors their turn.
-constexpr uint32_t RELAY_SENDS_PER_ROUND = 64;
+// A backlog goes out at most RELAY_SENDS_PER_ROUND every RELAY_PACE_MS
+// (500 a second, far above what the daemon produces): the agent passes each
+// notification on as a UDP datagram, and a receiver flooded with a whole
+// backlog at once drops what its socket buffer cannot hold. The pause also
+// leaves the owner's other descriptors their turn.
+constexpr uint32_t RELAY_SENDS_PER_ROUND = 10;
+constexpr int RELAY_PACE_MS = 20;
 
 struct HeldDatagram {
     unsigned char* pucBytes;
@@ -1066,7 +1070,7 @@ struct RelayQueue {
     // Owner thread only.
     int iEpollFd = -1;       // readable when one of the three below is
     int iWakeFd = -1;        // eventfd: the queue went from empty to not empty
-    int iRetryFd = -1;       // timerfd: time to look for an absent relay again
+    int iRetryFd = -1;       // timerfd: the next round of a backlog, or of an absent relay
     int iSockFd = -1;        // connected to the relay; -1 while it is absent
     bool bWaitRoom = false;  // iSockFd is watched for room (EPOLLOUT)
     bool bLost = false;      // the last attempt found the relay absent
@@ -1152,9 +1156,9 @@ void RelayCloseSocket(void) {
     }
 }
 
-void RelayArmRetry(void) {
+void RelayArmTimer(int iMs) {
     itimerspec stSpec{};
-    stSpec.it_value.tv_nsec = RELAY_RETRY_MS * 1000000L;
+    stSpec.it_value.tv_nsec = iMs * 1000000L;
     (void)timerfd_settime(g_stRelay.iRetryFd, 0, &stSpec, nullptr);
 }
 
@@ -1512,11 +1516,11 @@ uint32_t SNMP_NotifyRelayProc(uint32_t* puiHeld) {
     if (eLast == RelaySend::FULL) {
         RelayWatchRoom(true);
     } else if (eLast == RelaySend::ABSENT) {
-        RelayArmRetry();
+        RelayArmTimer(RELAY_RETRY_MS);
     }
     *puiHeld = RelayHeld();
     if (eLast == RelaySend::SENT && *puiHeld != 0) {
-        (void)eventfd_write(g_stRelay.iWakeFd, 1);  // the rest in the next round
+        RelayArmTimer(RELAY_PACE_MS);  // the rest in the next round
     }
     g_stRelay.bLost = eLast == RelaySend::ABSENT;
     if (g_stRelay.bLost != bWasLost) {

@@ -38,6 +38,7 @@ class SnmpdHarness {
     // on the same port.
     void Stop(int iGraceMs = 3000);
     bool IsRunning() const { return m_iPid > 0; }
+    pid_t Pid() const { return m_iPid; }
     // snmptrapd on its own free port, logging to TrapLogPath(); the agent
     // sends its notifications there (trap2sink).
     bool StartTrapd(std::string* pstrError, int iWaitMs = 5000);
