@@ -13,6 +13,7 @@
 #include <signal.h>
 #include <sys/select.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -326,7 +327,11 @@ bool agx_RunOnce(int iSignalFd) {
     snmp_select_info(&iMaxFd, &stReadFds, &stTimeout, &iBlock);
     FD_SET(iSignalFd, &stReadFds);
     iMaxFd = iMaxFd > iSignalFd + 1 ? iMaxFd : iSignalFd + 1;
-    if (g_stBridge.iSocket >= 0) {
+    // Without a session a notification could only be dropped: left unread,
+    // it waits in eventmibd's queue, which holds it until the session is
+    // back. (A status query waits as well; the answer would be "down", which
+    // eventmibd assumes until told otherwise.)
+    if (g_stBridge.iSocket >= 0 && g_stBridge.bConnected) {
         FD_SET(g_stBridge.iSocket, &stReadFds);
         iMaxFd = iMaxFd > g_stBridge.iSocket + 1 ? iMaxFd : g_stBridge.iSocket + 1;
     }
@@ -409,6 +414,14 @@ bool ParseOptions(int iArgc, char** ppszArgv) {
 }
 
 void agx_Shutdown(int iSignalFd) {
+    // From here on eventmibd's sends are refused (it holds them for the next
+    // bridge); what the kernel has already queued for us is relayed first.
+    if (g_stBridge.iSocket >= 0) {
+        (void)shutdown(g_stBridge.iSocket, SHUT_RD);
+        if (g_stBridge.bConnected) {
+            agx_ReadSocket();
+        }
+    }
     // Without the bridge eventmibd can no longer hear about the agent: the
     // port service is down as far as it is concerned.
     g_stBridge.bConnected = false;
