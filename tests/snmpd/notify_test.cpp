@@ -2,6 +2,7 @@
 // documented in docs/snmp-client.md, RFC 2981's OIDs for the built-in ones,
 // and an immediate failure when no relay listens.
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -249,6 +250,47 @@ TEST_F(NotifyTest, NoRelayListeningFailsAtOnce) {
     setenv("RUNTIME_DIRECTORY", (m_strDir + "/missing").c_str(), 1);
     MTE_OID_S stTrap = mte_test::Oid("1.3.6.1.4.1.99999.0.1");
     EXPECT_NE(0u, SNMP_SendTrapByVBList(&stTrap, "", nullptr));
+}
+
+// The daemon's relay queue: held while the relay is away, delivered in order
+// when it is back, refused (and reported) only when full, and sends are
+// direct again after it is closed.
+TEST_F(NotifyTest, RelayQueueHoldsInOrderAndRefusesOnlyWhenFull) {
+    close(m_iRelay);
+    unlink(m_strRelayPath.c_str());
+    int iFd = SNMP_NotifyRelayOpen();
+    ASSERT_GE(iFd, 0);
+    MTE_VB_LIST_S stEmpty{nullptr, nullptr};
+    for (const char* pszTrap : {"1.3.6.1.4.1.99999.0.1", "1.3.6.1.4.1.99999.0.2"}) {
+        MTE_OID_S stTrap = mte_test::Oid(pszTrap);
+        ASSERT_EQ(0u, SNMP_SendTrapByVBList(&stTrap, "", &stEmpty));
+    }
+    uint32_t uiHeld = 0;
+    EXPECT_EQ(SNMP_RELAY_LOST, SNMP_NotifyRelayProc(&uiHeld));
+    EXPECT_EQ(2u, uiHeld);
+
+    rmdir(m_strDir.c_str());
+    SetUp();  // the relay is back; the next try is due within 200 ms
+    pollfd stPoll{iFd, POLLIN, 0};
+    ASSERT_EQ(1, poll(&stPoll, 1, 2000));
+    EXPECT_EQ(SNMP_RELAY_BACK, SNMP_NotifyRelayProc(&uiHeld));
+    EXPECT_EQ(0u, uiHeld);
+    for (const char* pszTrap : {"1.3.6.1.4.1.99999.0.1", "1.3.6.1.4.1.99999.0.2"}) {
+        Parsed stGot;
+        ASSERT_TRUE(Receive(&stGot));
+        EXPECT_EQ(pszTrap, stGot.strTrapOid);
+    }
+
+    MTE_OID_S stTrap = mte_test::Oid("1.3.6.1.4.1.99999.0.3");
+    for (uint32_t i = 0; i < SNMP_RELAY_QUEUE_MAX; i++) {
+        ASSERT_EQ(0u, SNMP_SendTrapByVBList(&stTrap, "", &stEmpty)) << i;
+    }
+    EXPECT_EQ(static_cast<uint32_t>(SNMP_ST_LOCAL_RESOURCE),
+              SNMP_SendTrapByVBList(&stTrap, "", &stEmpty));
+    close(m_iRelay);
+    m_iRelay = -1;
+    EXPECT_EQ(SNMP_RELAY_QUEUE_MAX, SNMP_NotifyRelayClose(0));
+    EXPECT_NE(0u, SNMP_SendTrapByVBList(&stTrap, "", &stEmpty));  // direct again, nobody there
 }
 
 }  // namespace
