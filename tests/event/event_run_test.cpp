@@ -226,6 +226,19 @@ TEST_F(EventRunTest, NotificationWithoutOidSendsNothingAndRefusedSendIsCounted) 
     ASSERT_EQ(astTraps.size(), 1u);
     EXPECT_EQ(astTraps[0].strContext, "c1");
     EXPECT_EQ(EventFailures(), uiBefore + 1);
+
+    // The relay queue full: each refused one is also a notification drop,
+    // and a burst of them is traced at its start and its end only.
+    FAKE_SNMP_SetTrapResult(SNMP_ST_LOCAL_RESOURCE);
+    mte_EVENT_Run(&stTrigger, &stFired);
+    mte_EVENT_Run(&stTrigger, &stFired);
+    FAKE_SNMP_SetTrapResult(0);
+    mte_EVENT_Run(&stTrigger, &stFired);
+    mte_EVENT_Run(&stTrigger, &stFired);
+    EXPECT_EQ(mte_SCALAR_GetNotificationDrops(), 2u);
+    EXPECT_EQ(EventFailures(), uiBefore + 3);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE", "queue for eventmib-agentx is full"), 1u);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE", "has room again; 2 notifications were dropped"), 1u);
 }
 
 TEST_F(EventRunTest, DisabledAndMissingEventsOnlyWarn) {
