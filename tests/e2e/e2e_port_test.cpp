@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <map>
 
+#include "channel/channel_client.h"
+#include "mte_cfg.h"
 #include "e2e_stack.h"
 
 namespace {
@@ -24,18 +26,32 @@ class E2ePort : public E2eStack {
         return static_cast<long>(MonoMs() - llStart);
     }
 
-    // Milliseconds of the slowest single get over iMs, one every 100 ms; -1
-    // when one failed.
-    long SlowestGetOver(int iMs) {
-        long lSlowest = 0;
-        for (int64_t llEnd = MonoMs() + iMs; MonoMs() < llEnd; usleep(100 * 1000)) {
-            int64_t llStart = MonoMs();
-            if (CtlStatus("get trigger owner=e2e name=t0") != 0) {
-                return -1;
-            }
-            lSlowest = std::max<long>(lSlowest, static_cast<long>(MonoMs() - llStart));
+    // Answer times (ms) of single gets of trigger t0 over one connection,
+    // one every 20 ms for iMs, sorted; empty when one failed. The client is
+    // in this process, so the figure is the daemon's and not a tool's start.
+    std::vector<double> GetTimesOver(int iMs) {
+        ChannelClient stClient;
+        if (!stClient.Connect(m_strRuntime + "/eventmibd.sock")) {
+            return {};
         }
-        return lSlowest;
+        MTE_TRIGGER_ROW_S stRow{};
+        strcpy(stRow.szOwner, "e2e");
+        strcpy(stRow.szName, "t0");
+        std::vector<double> adTimes;
+        for (int64_t llEnd = MonoMs() + iMs; MonoMs() < llEnd; usleep(20 * 1000)) {
+            timespec stStart, stEnd;
+            clock_gettime(CLOCK_MONOTONIC, &stStart);
+            if (!stClient.Request(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_GET, 0, MTE_ITEM_TRIGGER,
+                                  &stRow) ||
+                stClient.stReply.uiResult != MTE_OK) {
+                return {};
+            }
+            clock_gettime(CLOCK_MONOTONIC, &stEnd);
+            adTimes.push_back((stEnd.tv_sec - stStart.tv_sec) * 1e3 +
+                              (stEnd.tv_nsec - stStart.tv_nsec) / 1e6);
+        }
+        std::sort(adTimes.begin(), adTimes.end());
+        return adTimes;
     }
 
     // Threshold triggers t<iFirst>..t<iFirst+iCount-1> on the test table's
@@ -157,11 +173,14 @@ TEST_F(E2ePort, AStalledAgentNeverStallsManagement) {
     ASSERT_TRUE(WaitTraps(RISING, "t199", 1));
 
     ASSERT_EQ(kill(m_stSnmpd.Pid(), SIGSTOP), 0);
-    long lSlowest = SlowestGetOver(15000);
+    std::vector<double> adTimes = GetTimesOver(15000);
     kill(m_stSnmpd.Pid(), SIGCONT);
-    std::cerr << "slowest get during a 15 s agent stall: " << lSlowest << " ms\n";
-    EXPECT_GE(lSlowest, 0) << "a get failed";
-    EXPECT_LT(lSlowest, 1000) << "management waited for the agent";
+    ASSERT_FALSE(adTimes.empty()) << "a get failed";
+    fprintf(stderr,
+            "%zu gets during a 15 s agent stall: median %.2f ms, 99%% %.2f ms, max %.2f ms\n",
+            adTimes.size(), adTimes[adTimes.size() / 2], adTimes[adTimes.size() * 99 / 100],
+            adTimes.back());
+    EXPECT_LT(adTimes.back(), 1000) << "management waited for the agent";
     size_t uiSeen = Traps(RISING, "t199").size();
     EXPECT_TRUE(WaitTraps(RISING, "t199", uiSeen + 1, 15000)) << "sampling did not resume";
 }
