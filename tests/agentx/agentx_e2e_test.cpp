@@ -266,14 +266,26 @@ TEST_F(AgentxEndToEnd, TheDaemonAsksAndIsAnswered) {
     EXPECT_TRUE(stDaemon.WaitExit(10000, &iStatus));
 }
 
+// A notification sent while the bridge has no session is not read (it
+// could only be dropped): it waits and is relayed once the session opens.
 TEST_F(AgentxEndToEnd, DownUntilTheMasterAppears) {
+    std::string strError;
+    ASSERT_TRUE(m_stSnmpd.StartTrapd(&strError)) << strError;
     m_stSnmpd.Stop();
     Subscribe();
     ASSERT_TRUE(StartBridge());
     EXPECT_EQ(WaitStatus(SERVICE_PORT_DOWN, START_WAIT_MS), SERVICE_PORT_DOWN);
-    std::string strError;
+    MTE_OID_S stTrap{};
+    const uint32_t auiTrap[] = {1, 3, 6, 1, 4, 1, 99999, 0, 9};
+    memcpy(stTrap.auiOid, auiTrap, sizeof(auiTrap));
+    stTrap.uiLen = 9;
+    ASSERT_EQ(SNMP_SendTrapByVBList(&stTrap, "", nullptr), 0u);
     ASSERT_TRUE(m_stSnmpd.Start(&strError)) << strError;
     EXPECT_EQ(WaitStatus(SERVICE_PORT_UP, 10000), SERVICE_PORT_UP);
+    EXPECT_TRUE(WaitUntil(
+        [&] { return TrapsWithOid(m_stSnmpd.TrapLogPath(), ".1.3.6.1.4.1.99999.0.9").size() == 1; },
+        10000))
+        << ReadFile(BridgeLog());
 }
 
 TEST_F(AgentxEndToEnd, NotificationsArriveWithTheirTypesAndValues) {
