@@ -128,7 +128,8 @@ int SNMP_NotifyRelayOpen(void);
 // the number still held.
 uint32_t SNMP_NotifyRelayProc(uint32_t* puiHeld);
 // Sends what it can within iWaitMs, drops the rest and returns how many were
-// dropped; sends are direct again afterwards.
+// dropped; sends are direct again afterwards. Only once no other thread
+// sends any more (the daemon: after the worker is joined).
 uint32_t SNMP_NotifyRelayClose(int iWaitMs);
 
 // Sets an Integer32 object through the agent; 0 or a status code.
