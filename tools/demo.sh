@@ -32,7 +32,7 @@ cmake --build build -j 2 --target eventmibd eventmibctl eventmib-agentx mte-test
 BUILD=$PWD/build
 DAEMON=$BUILD/eventmibd
 CTL_BIN=$BUILD/tools/eventmibctl/eventmibctl
-BRIDGE=$BUILD/platform/agentx/eventmib-agentx
+BRIDGE=$BUILD/agentx/eventmib-agentx
 TESTAGENT=$BUILD/tools/testagent/mte-testagent
 for tool in /usr/sbin/snmpd /usr/sbin/snmptrapd /usr/bin/snmpget; do
     [[ -x $tool ]] || die "$tool is missing (packages snmpd, snmptrapd, snmp)"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer target of the management dispatcher (tests/fuzz/) with
+# Builds the libFuzzer target of the management dispatcher (tests/channel/fuzz_cfg.cpp) with
 # clang, AddressSanitizer and UndefinedBehaviorSanitizer into build-fuzz/,
 # apart from the CMake build, and runs it for a bounded time (FUZZ_SECONDS,
 # default 60). Exits non-zero on any finding; the crashing input is kept in
@@ -27,7 +27,7 @@ SOURCES+=" platform/linux/paths.cpp platform/linux/trapswitch.cpp platform/linux
 SOURCES+=" platform/linux/unixsock.cpp"
 SOURCES+=" tests/fakes/fake_log.cpp tests/fakes/fake_dbm.cpp tests/fakes/fake_snmp.cpp"
 SOURCES+=" tests/fakes/fake_memalert.cpp tests/fakes/fake_service.cpp"
-SOURCES+=" tests/fuzz/fuzz_cfg.cpp"
+SOURCES+=" tests/channel/fuzz_cfg.cpp"
 
 # Compiles only what changed since the last run (two jobs: the machine is shared).
 OBJECTS=()

@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "engine/engine_helpers.h"
+#include "run/engine_helpers.h"
 #include "fake_snmp.h"
 #include "mte_dbg.h"
 #include "mte_event.h"
