@@ -1,6 +1,6 @@
-// Decoding of the notification datagrams that eventmibd sends to the AgentX
-// bridge ("MTEN" version 1, see docs/snmp-client.md) into a net-snmp variable
-// list ready for send_v2trap. Pure: no I/O, no global state; any thread.
+// The notification datagrams that eventmibd sends to the AgentX bridge
+// (plat_notify_dgram.h decodes them) turned into a net-snmp variable list
+// ready for send_v2trap. Pure: no I/O, no global state; any thread.
 #ifndef AGX_NOTIFY_H
 #define AGX_NOTIFY_H
 
@@ -10,23 +10,24 @@
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 
-constexpr uint32_t AGX_NOTIFY_MAGIC = 0x4e45544d;  // "MTEN" in host byte order
-constexpr uint16_t AGX_NOTIFY_VERSION = 1;
-constexpr size_t AGX_NOTIFY_MAX_BYTES = 65000;
-constexpr size_t AGX_CONTEXT_SIZE = 33;  // at most 32 characters and the NUL
+#include "plat_notify_dgram.h"
 
-// Result of AGX_DecodeNotify: 0 or the reason a datagram is dropped.
+constexpr size_t AGX_NOTIFY_MAX_BYTES = NDG_MAX_BYTES;
+constexpr size_t AGX_CONTEXT_SIZE = NDG_CONTEXT_SIZE;
+
+// Result of AGX_DecodeNotify: 0, the datagram decoder's reason for dropping
+// the datagram, or the bridge's own.
 enum : uint32_t {
-    AGX_DECODE_OK = 0,
-    AGX_DECODE_SHORT,         // ends inside a field
-    AGX_DECODE_LONG,          // bytes left after the last variable
-    AGX_DECODE_MAGIC,         // not a notification datagram
-    AGX_DECODE_VERSION,       // a version this bridge does not know
-    AGX_DECODE_OID_LENGTH,    // an OID of 0 or more than 128 sub-identifiers
-    AGX_DECODE_CONTEXT,       // context longer than 32 bytes or holding a NUL
-    AGX_DECODE_TYPE,          // unknown value type code
-    AGX_DECODE_VALUE_LENGTH,  // value length wrong for its type
-    AGX_DECODE_NO_MEMORY,
+    AGX_DECODE_OK = NDG_DECODE_OK,
+    AGX_DECODE_SHORT = NDG_DECODE_SHORT,
+    AGX_DECODE_LONG = NDG_DECODE_LONG,
+    AGX_DECODE_MAGIC = NDG_DECODE_MAGIC,
+    AGX_DECODE_VERSION = NDG_DECODE_VERSION,
+    AGX_DECODE_OID_LENGTH = NDG_DECODE_OID_LENGTH,
+    AGX_DECODE_CONTEXT = NDG_DECODE_CONTEXT,
+    AGX_DECODE_TYPE = NDG_DECODE_TYPE,
+    AGX_DECODE_VALUE_LENGTH = NDG_DECODE_VALUE_LENGTH,
+    AGX_DECODE_NO_MEMORY = NDG_DECODE_CODES,  // net-snmp could not hold a binding
 };
 
 struct AGX_NOTIFY_S {

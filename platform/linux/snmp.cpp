@@ -40,6 +40,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "plat_notify_dgram.h"
 #include "plat_paths.h"
 #include "plat_unixsock.h"
 
@@ -944,9 +945,6 @@ SNMP_VALUE_S* ReadNext(const char* pszContext, MTE_OID_S* pstOid, uint32_t* puiS
 // Notifications: one datagram per notification to the AgentX relay.
 // ---------------------------------------------------------------------------
 
-constexpr uint32_t NOTIFY_MAGIC = 0x4e45544d;  // "MTEN" read as little-endian bytes
-constexpr uint16_t NOTIFY_VERSION = 1;
-constexpr uint32_t NOTIFY_MAX_BYTES = 65000;
 constexpr uint32_t NOTIFY_MAX_VARS = 5;
 constexpr uint32_t NOTIFY_ERR_ARG = 1;
 constexpr uint32_t NOTIFY_ERR_NOMEM = 2;
@@ -976,57 +974,6 @@ struct NotifyHandle {
     uint32_t uiCount;
     uint32_t uiFirstError;  // reported by SNMP_DestroyNotifyHandle
 };
-
-struct Datagram {
-    unsigned char aucBytes[NOTIFY_MAX_BYTES];
-    uint32_t uiLen;
-    bool bOverflow;
-};
-
-void Put(Datagram* pstOut, const void* pBytes, uint32_t uiLen) {
-    if (uiLen == 0) {
-        return;
-    }
-    if (pstOut->bOverflow || uiLen > NOTIFY_MAX_BYTES - pstOut->uiLen) {
-        pstOut->bOverflow = true;
-        return;
-    }
-    memcpy(pstOut->aucBytes + pstOut->uiLen, pBytes, uiLen);
-    pstOut->uiLen += uiLen;
-}
-
-void PutU32(Datagram* pstOut, uint32_t uiValue) {
-    Put(pstOut, &uiValue, 4);
-}
-
-void PutOid(Datagram* pstOut, const uint32_t* puiOid, uint32_t uiLen) {
-    PutU32(pstOut, uiLen);
-    Put(pstOut, puiOid, uiLen * 4);
-}
-
-void PutHeader(Datagram* pstOut, const MTE_OID_S* pstTrapOid, const char* pszContext,
-               uint16_t usVarCount) {
-    pstOut->uiLen = 0;
-    pstOut->bOverflow = false;
-    PutU32(pstOut, NOTIFY_MAGIC);
-    Put(pstOut, &NOTIFY_VERSION, 2);
-    Put(pstOut, &usVarCount, 2);
-    PutOid(pstOut, pstTrapOid->auiOid, pstTrapOid->uiLen);
-    uint16_t usContextLen = 0;
-    if (pszContext != nullptr) {
-        usContextLen = static_cast<uint16_t>(strnlen(pszContext, CONTEXT_SIZE - 1));
-    }
-    Put(pstOut, &usContextLen, 2);
-    Put(pstOut, pszContext, usContextLen);
-}
-
-void PutVar(Datagram* pstOut, const uint32_t* puiOid, uint32_t uiOidLen, uint32_t uiType,
-            const void* pValue, uint32_t uiLen) {
-    PutOid(pstOut, puiOid, uiOidLen);
-    PutU32(pstOut, uiType);
-    PutU32(pstOut, uiLen);
-    Put(pstOut, pValue, uiLen);
-}
 
 // How long a send may wait for room in the relay's queue. The kernel queues
 // only a few datagrams on a local socket (net.unix.max_dgram_qlen, 10 by
@@ -1079,9 +1026,9 @@ RelayQueue g_stRelay;
 
 enum class RelaySend { SENT, FULL, ABSENT };
 
-uint32_t SendDirect(const Datagram* pstOut);
+uint32_t SendDirect(const NDG_WRITER_S* pstOut);
 
-bool RelayPush(const Datagram* pstOut) {
+bool RelayPush(const NDG_WRITER_S* pstOut) {
     auto* pucCopy = static_cast<unsigned char*>(malloc(pstOut->uiLen));
     if (pucCopy == nullptr) {
         return false;
@@ -1214,7 +1161,7 @@ RelaySend RelaySendOne(const HeldDatagram& stDatagram) {
 // Sends one datagram. A relay that is not listening fails at once; a live
 // relay whose queue is full is given a short, bounded wait for room. While
 // the relay queue is open the datagram is held there instead.
-uint32_t SendDatagram(const Datagram* pstOut) {
+uint32_t SendDatagram(const NDG_WRITER_S* pstOut) {
     if (pstOut->bOverflow) {
         return NOTIFY_ERR_TOO_BIG;
     }
@@ -1224,7 +1171,7 @@ uint32_t SendDatagram(const Datagram* pstOut) {
     return SendDirect(pstOut);
 }
 
-uint32_t SendDirect(const Datagram* pstOut) {
+uint32_t SendDirect(const NDG_WRITER_S* pstOut) {
     sockaddr_un stAddr;
     if (!PLAT_UnixAddress(PLAT_AgentxSocketPath(), &stAddr)) {
         return NOTIFY_ERR_SEND;
@@ -1426,7 +1373,7 @@ uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
     if (pstHandle == nullptr || pstBuiltin == nullptr || pstHandle->uiCount != NOTIFY_MAX_VARS) {
         uiSt = NOTIFY_ERR_ARG;
     } else {
-        auto* pstOut = static_cast<Datagram*>(malloc(sizeof(Datagram)));
+        auto* pstOut = static_cast<NDG_WRITER_S*>(malloc(sizeof(NDG_WRITER_S)));
         if (pstOut == nullptr) {
             uiSt = NOTIFY_ERR_NOMEM;
         } else {
@@ -1436,14 +1383,14 @@ uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
             stTrapOid.auiOid[8] = 0;
             stTrapOid.auiOid[9] = pstBuiltin->uiNumber;
             stTrapOid.uiLen = 10;
-            PutHeader(pstOut, &stTrapOid, "", NOTIFY_MAX_VARS);
+            NDG_PutHeader(pstOut, &stTrapOid, "", NOTIFY_MAX_VARS);
             for (uint32_t i = 0; i < NOTIFY_MAX_VARS; i++) {
                 uint32_t auiObject[] = {
                     1, 3,  6, 1, 2,
                     1, 88, 2, 1, i + 1 < NOTIFY_MAX_VARS ? i + 1 : pstBuiltin->uiLastObject,
                     0};
                 const NotifyVar& stVar = pstHandle->astVars[i];
-                PutVar(pstOut, auiObject, 11, stVar.uiType, stVar.pucValue, stVar.uiLen);
+                NDG_PutVar(pstOut, auiObject, 11, stVar.uiType, stVar.pucValue, stVar.uiLen);
             }
             uiSt = SendDatagram(pstOut);
             free(pstOut);
@@ -1574,20 +1521,21 @@ uint32_t SNMP_SendTrapByVBList(const MTE_OID_S* pstNotification, const char* psz
             return NOTIFY_ERR_ARG;
         }
     }
-    auto* pstOut = static_cast<Datagram*>(malloc(sizeof(Datagram)));
+    auto* pstOut = static_cast<NDG_WRITER_S*>(malloc(sizeof(NDG_WRITER_S)));
     if (pstOut == nullptr) {
         return NOTIFY_ERR_NOMEM;
     }
-    PutHeader(pstOut, pstNotification, pszContext, static_cast<uint16_t>(uiCount));
+    NDG_PutHeader(pstOut, pstNotification, pszContext, static_cast<uint16_t>(uiCount));
     for (const MTE_VB_S* pstVb = pstList != nullptr ? pstList->pstHead : nullptr; pstVb != nullptr;
          pstVb = pstVb->pstNext) {
         // A binding whose value could not be fetched goes as NULL.
         const SNMP_VALUE_S* pstValue = pstVb->pValue;
         if (pstValue == nullptr || (pstValue->pData == nullptr && pstValue->uiLen != 0)) {
-            PutVar(pstOut, pstVb->stOID.auiOid, pstVb->stOID.uiLen, SNMP_VTYPE_NULL, nullptr, 0);
+            NDG_PutVar(pstOut, pstVb->stOID.auiOid, pstVb->stOID.uiLen, SNMP_VTYPE_NULL, nullptr,
+                       0);
         } else {
-            PutVar(pstOut, pstVb->stOID.auiOid, pstVb->stOID.uiLen, pstValue->uiType,
-                   pstValue->pData, pstValue->uiLen);
+            NDG_PutVar(pstOut, pstVb->stOID.auiOid, pstVb->stOID.uiLen, pstValue->uiType,
+                       pstValue->pData, pstValue->uiLen);
         }
     }
     uint32_t uiSt = SendDatagram(pstOut);
