@@ -1,54 +1,41 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer target of the management dispatcher (tests/channel/fuzz_cfg.cpp) with
-# clang, AddressSanitizer and UndefinedBehaviorSanitizer into build-fuzz/,
-# apart from the CMake build, and runs it for a bounded time (FUZZ_SECONDS,
-# default 60). Exits non-zero on any finding; the crashing input is kept in
-# build-fuzz/findings/.
+# Builds the two libFuzzer targets with clang, AddressSanitizer and
+# UndefinedBehaviorSanitizer in a CMake tree of their own (build-fuzz/,
+# option MTE_FUZZ) and runs each for a bounded time from seed corpora:
+#   fuzz_cfg            the management dispatcher (tests/channel/fuzz_cfg.cpp)
+#   fuzz_agentx_notify  the bridge's datagram decoder (tests/agentx/fuzz_agentx_notify.cpp)
+# FUZZ_SECONDS (default 60) is shared: two thirds to the dispatcher, the rest
+# to the decoder. Exits non-zero on any finding; the crashing input is kept in
+# build-fuzz/findings/<target>/.
 set -euo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 CXX=${FUZZ_CXX:-clang++-14}
+CC=${FUZZ_CC:-${CXX/clang++/clang}}
 SECONDS_TO_RUN=${FUZZ_SECONDS:-60}
 OUT=build-fuzz
-mkdir -p "$OUT/obj" "$OUT/corpus" "$OUT/findings"
+mkdir -p "$OUT"
 
-CXXFLAGS=(-std=c++20 -g -O1 -fno-exceptions -fno-omit-frame-pointer
-          -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined
-          -Iinclude -Iplatform -Itests/fakes)
-
-# The daemon's modules without main, the message library, and the platform
-# behind them: pure or local real pieces, fakes for the log, store, agent,
-# memory alerts and service manager.
-SOURCES=$(ls core/*.cpp channel/*.cpp trigger/*.cpp event/*.cpp run/*.cpp store/*.cpp \
-              | grep -v '^core/main.cpp$')
-SOURCES+=" platform/linux/rc.cpp platform/linux/timer.cpp platform/linux/queue.cpp"
-SOURCES+=" platform/linux/paths.cpp platform/linux/trapswitch.cpp platform/linux/port.cpp"
-SOURCES+=" platform/linux/unixsock.cpp"
-SOURCES+=" tests/fakes/fake_log.cpp tests/fakes/fake_dbm.cpp tests/fakes/fake_snmp.cpp"
-SOURCES+=" tests/fakes/fake_memalert.cpp tests/fakes/fake_service.cpp"
-SOURCES+=" tests/channel/fuzz_cfg.cpp"
-
-# Compiles only what changed since the last run (two jobs: the machine is shared).
-OBJECTS=()
-TO_BUILD=()
-for src in $SOURCES; do
-    obj="$OUT/obj/$(echo "$src" | tr '/' '_').o"
-    OBJECTS+=("$obj")
-    if [[ ! -f $obj || $src -nt $obj || -n $(find include platform tests/fakes -newer "$obj" -name '*.h' -print -quit) ]]; then
-        TO_BUILD+=("$src")
-    fi
-done
-if ((${#TO_BUILD[@]})); then
-    echo "fuzz: compiling ${#TO_BUILD[@]} sources"
-    printf '%s\n' "${TO_BUILD[@]}" | xargs -P 2 -I{} sh -c \
-        'obj="'"$OUT"'/obj/$(echo "{}" | tr / _).o"; '"$CXX"' '"${CXXFLAGS[*]}"' -c "{}" -o "$obj"'
+LAUNCHER=()
+if command -v ccache >/dev/null; then
+    LAUNCHER=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
 fi
-"$CXX" -fsanitize=fuzzer,address,undefined "${OBJECTS[@]}" -lpthread -o "$OUT/fuzz_cfg"
+echo "fuzz: configure and build $OUT"
+cmake -S . -B "$OUT" -DMTE_FUZZ=ON -DMTE_BUILD_TESTS=OFF -DMTE_BUILD_BENCH=OFF \
+    -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_C_COMPILER="$CC" "${LAUNCHER[@]}" \
+    -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-g -O1" >"$OUT/configure.log" 2>&1 || {
+    cat "$OUT/configure.log"
+    exit 1
+}
+# Two jobs: the machine is shared.
+cmake --build "$OUT" -j 2 --target fuzz_cfg fuzz_agentx_notify
 
-# Seeds: one well-formed request per message type and operation, so that the
-# fuzzer starts inside every handler instead of at the message check.
-python3 - "$OUT/corpus" <<'PY'
+# Dispatcher seeds: one well-formed request per message type and operation,
+# so that the fuzzer starts inside every handler instead of at the message
+# check.
+mkdir -p "$OUT/corpus/fuzz_cfg" "$OUT/corpus/fuzz_agentx_notify"
+python3 - "$OUT/corpus/fuzz_cfg" <<'PY'
 import os, struct, sys
 out = sys.argv[1]
 sizes = {1: 28, 2: 4, 3: 4, 4: 1220, 5: 72, 6: 212, 7: 200, 8: 416, 9: 596, 10: 80,
@@ -87,8 +74,55 @@ for i, seed in enumerate(seeds):
         f.write(seed)
 PY
 
-echo "fuzz: running fuzz_cfg for ${SECONDS_TO_RUN} s"
-ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1} \
-UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1} \
-"$OUT/fuzz_cfg" -max_total_time="$SECONDS_TO_RUN" -max_len=5120 -rss_limit_mb=2048 \
-    -print_final_stats=1 -artifact_prefix="$OUT/findings/" "$OUT/corpus"
+# Decoder seeds: well-formed datagrams, one with a binding of every type code
+# and a context, one as the built-in notifications send it, one with no
+# binding; the layout is plat_notify_dgram.h's.
+python3 - "$OUT/corpus/fuzz_agentx_notify" <<'PY'
+import os, struct, sys
+out = sys.argv[1]
+def oid(subs):
+    return struct.pack("<I", len(subs)) + b"".join(struct.pack("<I", s) for s in subs)
+def datagram(trap, context, variables):
+    data = struct.pack("<IHH", 0x4E45544D, 1, len(variables)) + oid(trap)
+    data += struct.pack("<H", len(context)) + context
+    for name, vtype, value in variables:
+        data += oid(name) + struct.pack("<II", vtype, len(value)) + value
+    return data
+name = [1, 3, 6, 1, 4, 1, 99999, 1, 1]
+u32 = struct.pack("<I", 7)
+values = [(0, u32), (1, u32), (2, u32), (3, u32), (4, u32), (5, u32), (6, u32), (7, u32),
+          (8, struct.pack("<Q", 1 << 40)), (10, b"text"), (11, oid([1, 3, 6])[4:]),
+          (11, b""), (12, bytes([127, 0, 0, 1])), (13, b"\x9f\x78\x04\x00\x00\x00\x07"),
+          (14, b"")]
+hot = [1, 3, 6, 1, 2, 1, 88, 2, 1]
+seeds = [
+    datagram([1, 3, 6, 1, 4, 1, 99999, 0, 1], b"ctx", [(name, t, v) for t, v in values]),
+    datagram([1, 3, 6, 1, 2, 1, 88, 2, 0, 1], b"",
+             [(hot + [1, 0], 10, b"trig"), (hot + [2, 0], 10, b""), (hot + [3, 0], 10, b"ctx"),
+              (hot + [4, 0], 11, oid([1, 3, 6, 1])[4:]), (hot + [5, 0], 1, u32)]),
+    datagram([1, 3, 6, 1, 4, 1, 99999, 0, 2], b"", []),
+]
+for i, seed in enumerate(seeds):
+    with open(os.path.join(out, "seed-%02d" % i), "wb") as f:
+        f.write(seed)
+PY
+
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+
+# run_fuzzer <target> <seconds> <max input length>
+run_fuzzer() {
+    local target=$1 seconds=$2 max_len=$3
+    mkdir -p "$OUT/findings/$target"
+    echo "fuzz: running $target for $seconds s"
+    "$OUT/$target" -max_total_time="$seconds" -max_len="$max_len" -rss_limit_mb=2048 \
+        -print_final_stats=1 -artifact_prefix="$OUT/findings/$target/" "$OUT/corpus/$target"
+}
+
+CFG_SECONDS=$(((SECONDS_TO_RUN * 2 + 2) / 3))
+NOTIFY_SECONDS=$((SECONDS_TO_RUN - CFG_SECONDS))
+((NOTIFY_SECONDS > 0)) || NOTIFY_SECONDS=1
+failed=0
+run_fuzzer fuzz_cfg "$CFG_SECONDS" 5120 || failed=1
+run_fuzzer fuzz_agentx_notify "$NOTIFY_SECONDS" 65000 || failed=1
+exit "$failed"

@@ -1,8 +1,8 @@
 // libFuzzer target for the bridge's notification decoder: any datagram of up
 // to 65000 bytes either decodes to snmpTrapOID.0 plus exactly the announced
 // number of bindings, or is refused with nothing allocated. Crashes,
-// sanitizer findings and broken invariants are findings. Built and run by
-// hand (docs/agentx.md), apart from the CMake build.
+// sanitizer findings and broken invariants are findings. Built with
+// MTE_FUZZ=ON and run by tools/fuzz.sh.
 #include <cstdint>
 #include <cstdlib>
 
