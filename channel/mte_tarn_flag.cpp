@@ -5,8 +5,8 @@
 // is taken.
 #include <pthread.h>
 
-#include "mte_tarn.h"
 #include "mte_tarn_priv.h"
+#include "mte_trapflag.h"
 
 namespace {
 

@@ -3,20 +3,16 @@
 #ifndef MTE_CORE_H
 #define MTE_CORE_H
 
+#include "mte_epoll_set.h"
 #include "mte_types.h"
 
 // Runs the daemon: start-up, main loop, shutdown. Returns 0 after a normal
 // stop, -1 (exit status 255) after a failed start-up or registration.
 int mte_MAIN_Run(void);
 
-// Main epoll set. Registrations ask for EPOLLIN|EPOLLERR|EPOLLHUP, level-triggered.
+// Main epoll set (registration: mte_epoll_set.h).
 uint32_t mte_EPOLL_Init(void);
 void mte_EPOLL_Fini(void);
-// Registers the descriptor with its handler; 0, or 0x40010001 (trace 84).
-uint32_t mte_EPOLL_Add(int iFd, MTE_EPOLL_PROC_PF pfHandler);
-// Removes the descriptor; returns the result of epoll_ctl (callers ignore it).
-int mte_EPOLL_Del(int iFd);
-int mte_EPOLL_GetEpollFd(void);
 // One wait (no time-out) for at most iMaxEvents events, each handed to its
 // handler; the result of epoll_wait.
 int mte_EPOLL_WaitAndDispatch(int iMaxEvents);

@@ -54,4 +54,14 @@ void mte_EPSET_Dispatch(MTE_EPOLL_SET_S* pstSet, const struct epoll_event* pstRe
 // dispatch. The result of epoll_wait.
 int mte_EPSET_WaitAndDispatch(MTE_EPOLL_SET_S* pstSet, int iMax, int iTimeoutMs);
 
+// The main epoll set, run by the spine on the main thread (core/mte_epoll.cpp).
+// Every layer registers its descriptors here, so the registration is declared
+// with the set and not with the spine. Registrations ask for
+// EPOLLIN|EPOLLERR|EPOLLHUP, level-triggered.
+// Registers the descriptor with its handler; 0, or 0x40010001 (trace 84).
+uint32_t mte_EPOLL_Add(int iFd, MTE_EPOLL_PROC_PF pfHandler);
+// Removes the descriptor; returns the result of epoll_ctl (callers ignore it).
+int mte_EPOLL_Del(int iFd);
+int mte_EPOLL_GetEpollFd(void);
+
 #endif  // MTE_EPOLL_SET_H

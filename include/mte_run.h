@@ -5,6 +5,7 @@
 #ifndef MTE_RUN_H
 #define MTE_RUN_H
 
+#include "mte_trigger_run.h"
 #include "mte_types.h"
 
 // Queue message: the trigger's address travels by value.
@@ -24,21 +25,11 @@ void mte_RUN_Fini(void);
 int mte_RUN_GetEventFd(void);
 // Timer expiry (main thread): queues an idle trigger, reports an overrun for a busy one.
 uint32_t mte_RUN_ProcTimer(MTE_TRIGGER_ENTRY_S* pstTrigger);
-// Caller holds the state lock: if the port flag is 1 and the trigger idle, queues it now.
-uint32_t mte_RUN_Sample4AtOnce(MTE_TRIGGER_ENTRY_S* pstTrigger);
-// If the port flag is 1: creates or activates the trigger's timer; else 0.
-uint32_t mte_RUN_TriggerEnable(MTE_TRIGGER_ENTRY_S* pstTrigger);
-// If the port flag is 1: suspends the trigger's timer; else 0.
-uint32_t mte_RUN_TriggerDisable(MTE_TRIGGER_ENTRY_S* pstTrigger);
 
 // Worker epoll set.
 uint32_t mte_run_EpollInit(void);
 uint32_t mte_run_EPOLLAdd(int iFd, MTE_EPOLL_PROC_PF pfHandler);
 uint32_t mte_run_EPOLLDel(int iFd);
-
-// Sample store (caller holds the state lock).
-void mte_RUN_ClearSampleRes(MTE_TRIGGER_ENTRY_S* pstTrigger);
-void mte_RUN_FreeResList(MTE_SAMPLE_S** ppstHead, MTE_SAMPLE_S** ppstTail);
 
 // Evaluation and failure reporting.
 void mte_run_FailureDebug(int32_t iReason, const char* pszContext,

@@ -7,10 +7,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mte_trapflag.h"
+
 // Size of the receive and reply buffers of one request.
 constexpr size_t MTE_TARN_BUF_SIZE = 5120;
-// Module name under which the trap switch is kept.
-constexpr const char* MTE_TRAPSWITCH_MODULE = "event-mib";
 
 // Creates the listening socket and registers the trap switch; the OR of both.
 uint32_t mte_TARN_Init(void);
@@ -21,10 +21,5 @@ void mte_TARN_Fini(void);
 uint32_t mte_SNMP_RegService(void);
 // Number of accepted connections still open.
 uint32_t mte_GetTarnSocketNum(void);
-// 1 while notifications may be sent, 0 while the trap switch is off.
-uint16_t mte_TARN_TrapSwt(void);
-
-void mte_tarn_TrapSwtLock(void);
-void mte_tarn_TrapSwtUnLock(void);
 
 #endif  // MTE_TARN_H

@@ -5,6 +5,7 @@
 #ifndef MTE_TIMER_H
 #define MTE_TIMER_H
 
+#include "mte_trigger_run.h"
 #include "mte_types.h"
 
 uint32_t mte_TIMER_Init(void);
@@ -15,12 +16,6 @@ uint32_t mte_TIMER_StartAll(void);
 // Port service went down: stops the tick and the timers, drains the worker,
 // drops all samples.
 uint32_t mte_TIMER_SuspendAll(void);
-uint32_t mte_TIMER_Add(MTE_TRIGGER_ENTRY_S* pstTrigger);
-uint32_t mte_TIMER_Del(int64_t llTimerId);
-uint32_t mte_TIMER_Active(int64_t llTimerId);
-uint32_t mte_TIMER_Suspend(int64_t llTimerId);
-// Restarts the timer with the new frequency (seconds); id -1 does nothing.
-uint32_t mte_TIMER_Refresh(int64_t llTimerId, uint32_t uiFrequency);
 void mte_TIMER_SetPortFlag(uint16_t usFlag);
 uint16_t mte_TIMER_GetPortFlag(void);
 int mte_GetNotifyEvtFd(void);

@@ -25,8 +25,8 @@
 #include <ctime>
 #include <fcntl.h>
 
-#include "mte_core.h"
 #include "mte_dbg.h"
+#include "mte_epoll_set.h"
 #include "mte_run_int.h"
 #include "mte_scalar.h"
 #include "mte_trigger.h"

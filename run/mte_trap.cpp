@@ -18,10 +18,10 @@
 
 #include <atomic>
 
-#include "mte_core.h"
 #include "mte_dbg.h"
+#include "mte_epoll_set.h"
 #include "mte_scalar.h"
-#include "mte_tarn.h"
+#include "mte_trapflag.h"
 #include "plat_snmp.h"
 
 namespace {

@@ -10,9 +10,8 @@
 #include <cstring>
 
 #include "mte_list_cursor.h"
-#include "mte_run.h"
-#include "mte_timer.h"
 #include "mte_trigger_priv.h"
+#include "mte_trigger_run.h"
 
 namespace {
 

@@ -16,12 +16,11 @@
 #include "mte_memalert.h"
 #include "mte_msg.h"
 #include "mte_oid.h"
-#include "mte_run.h"
 #include "mte_scalar.h"
 #include "mte_thres.h"
-#include "mte_timer.h"
 #include "mte_trigger.h"
 #include "mte_trigger_priv.h"
+#include "mte_trigger_run.h"
 
 namespace {
 

@@ -19,7 +19,7 @@
 #include "ctl_tables.h"
 #include "mte_cfg.h"
 #include "mte_msg.h"
-#include "mte_tarn.h"
+#include "mte_trapflag.h"
 #include "plat_paths.h"
 #include "plat_unixsock.h"
 #include "plat_trapswitch.h"
