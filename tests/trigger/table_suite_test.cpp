@@ -1,0 +1,489 @@
+// What every row table promises, written once and run over the trigger,
+// event, objects, notification and set tables through the message dispatch
+// (so the locks and the reply codes are the ones a manager sees): accepted
+// changes are copied and stored, writes to active rows are refused or told
+// they change nothing, refused writes leave the row, the store and the write
+// count as they were, destroys take the stored records with them, recovery
+// brings back the same bytes without writing, and creation follows the row
+// status rules under the memory guard. Each table's own rules live beside its
+// module's tests.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "fake_dbm.h"
+#include "fake_memalert.h"
+#include "mte_cfg.h"
+#include "mte_core.h"
+#include "mte_dbg.h"
+#include "mte_dbm.h"
+#include "mte_event.h"
+#include "mte_memalert.h"
+#include "mte_msg.h"
+#include "mte_obj.h"
+#include "mte_scalar.h"
+#include "mte_trigger.h"
+
+namespace {
+
+constexpr uint32_t COL(uint32_t c) {
+    return MTE_COLUMN_BIT(c);
+}
+
+template <typename Row>
+Row Named(const char* pszOwner, const char* pszName) {
+    Row st{};
+    strcpy(st.szOwner, pszOwner);
+    strcpy(st.szName, pszName);
+    return st;
+}
+
+MTE_OID_S Oid(std::initializer_list<uint32_t> auiArcs) {
+    MTE_OID_S st{};
+    for (uint32_t ui : auiArcs) {
+        st.auiOid[st.uiLen++] = ui;
+    }
+    return st;
+}
+
+// ---- one traits struct per table -------------------------------------------
+// Req: a request for the row (with its status, where the table has one);
+// Change: a write to a column a waiting row accepts; kMissingFc: the failed
+// column of a write to a missing row; kSameOnActive: the code for a write to
+// an active row that changes nothing.
+
+struct TriggerTable {
+    using Row = MTE_TRIGGER_ROW_S;
+    static constexpr const char* kName = "trigger";
+    static constexpr uint16_t kType = MTE_MSG_TYPE_TRIGGER, kItem = MTE_ITEM_TRIGGER;
+    static constexpr const char* kList = "mteTrigger";
+    static constexpr bool kHasStatus = true;
+    static constexpr uint32_t kStatusCol = MTE_TRIGGER_COL_ENTRY_STATUS;
+    static constexpr uint32_t kCreateMask =
+        COL(MTE_TRIGGER_COL_VALUE_ID) | COL(MTE_TRIGGER_COL_FREQUENCY) | COL(kStatusCol);
+    static constexpr uint32_t kWaitStatus = MTE_ROW_NOT_IN_SERVICE;
+    static constexpr uint32_t kExistsFc = kStatusCol, kMissingFc = kStatusCol;
+    static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
+    static constexpr uint32_t kForcedStatusAlone = MTE_ERR_INCONSISTENT;  // on an active row
+    static constexpr uint32_t kChangeMask = COL(MTE_TRIGGER_COL_COMMENT);
+    static Row Req(const char* pszOwner, const char* pszName, uint32_t uiStatus) {
+        Row st = Named<Row>(pszOwner, pszName);
+        st.stValueID = Oid({1, 3, 6, 1, 2, 1, 1, 3, 0});
+        st.uiFrequency = 60;
+        st.uiEntryStatus = uiStatus;
+        return st;
+    }
+    static void Change(Row* p) { strcpy(p->szComment, "changed"); }
+    static bool Changed(const Row& st) { return strcmp(st.szComment, "changed") == 0; }
+};
+
+struct EventTable {
+    using Row = MTE_EVENT_ROW_S;
+    static constexpr const char* kName = "event";
+    static constexpr uint16_t kType = MTE_MSG_TYPE_EVENT, kItem = MTE_ITEM_EVENT;
+    static constexpr const char* kList = "mteEvent";
+    static constexpr bool kHasStatus = true;
+    static constexpr uint32_t kStatusCol = MTE_EVENT_COL_ENTRY_STATUS;
+    static constexpr uint32_t kCreateMask = COL(kStatusCol);
+    static constexpr uint32_t kWaitStatus = MTE_ROW_NOT_IN_SERVICE;
+    static constexpr uint32_t kExistsFc = kStatusCol, kMissingFc = kStatusCol;
+    static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
+    static constexpr uint32_t kForcedStatusAlone = MTE_OK;  // on an active row
+    static constexpr uint32_t kChangeMask = COL(MTE_EVENT_COL_COMMENT);
+    static Row Req(const char* pszOwner, const char* pszName, uint32_t uiStatus) {
+        Row st = Named<Row>(pszOwner, pszName);
+        st.uiEntryStatus = uiStatus;
+        return st;
+    }
+    static void Change(Row* p) { strcpy(p->szComment, "changed"); }
+    static bool Changed(const Row& st) { return strcmp(st.szComment, "changed") == 0; }
+};
+
+// An objects row never changes once made: every write but the status alone
+// is refused, waiting or not.
+struct ObjectsTable {
+    using Row = MTE_OBJ_ROW_S;
+    static constexpr const char* kName = "objects";
+    static constexpr uint16_t kType = MTE_MSG_TYPE_OBJECTS, kItem = MTE_ITEM_OBJECTS;
+    static constexpr const char* kList = "mteObjects";
+    static constexpr bool kHasStatus = true;
+    static constexpr uint32_t kStatusCol = MTE_OBJ_COL_ENTRY_STATUS;
+    static constexpr uint32_t kCreateMask = COL(MTE_OBJ_COL_ID) | COL(kStatusCol);
+    static constexpr uint32_t kWaitStatus = MTE_ROW_ACTIVE;
+    static constexpr uint32_t kExistsFc = 0, kMissingFc = kStatusCol;
+    static constexpr uint32_t kSameOnActive = MTE_ERR_INCONSISTENT;
+    static constexpr uint32_t kForcedStatusAlone = MTE_OK;  // on an active row
+    static constexpr uint32_t kChangeMask = COL(MTE_OBJ_COL_ID);
+    static Row Req(const char* pszOwner, const char* pszName, uint32_t uiStatus) {
+        Row st = Named<Row>(pszOwner, pszName);
+        st.uiIndex = 1;
+        st.stID = Oid({1, 3, 6});
+        st.uiEntryStatus = uiStatus;
+        return st;
+    }
+    static void Change(Row* p) { p->stID = Oid({1, 3, 7}); }
+    static bool Changed(const Row&) { return false; }
+};
+
+// The two action tables have no status: their rows come and go with the
+// event's action bits and follow the event's status.
+struct NotifyTable {
+    using Row = MTE_NOTIFY_ENTRY_S;
+    static constexpr const char* kName = "notification";
+    static constexpr uint16_t kType = MTE_MSG_TYPE_NOTIFY, kItem = MTE_ITEM_NOTIFY;
+    static constexpr const char* kList = "mteNotify";
+    static constexpr bool kHasStatus = false;
+    static constexpr uint8_t kAction = MTE_ACTION_NOTIFICATION;
+    static constexpr uint32_t kMissingFc = 0;
+    static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
+    static constexpr uint32_t kChangeMask = COL(MTE_NOTIFY_COL_NOTIFICATION);
+    static Row Req(const char* pszOwner, const char* pszName, uint32_t) {
+        return Named<Row>(pszOwner, pszName);
+    }
+    static void Change(Row* p) { p->stNotification = Oid({1, 3, 6, 1, 4, 1, 9}); }
+    static bool Changed(const Row& st) { return st.stNotification.uiLen == 7; }
+};
+
+struct SetTable {
+    using Row = MTE_SET_ENTRY_S;
+    static constexpr const char* kName = "set";
+    static constexpr uint16_t kType = MTE_MSG_TYPE_SET, kItem = MTE_ITEM_SET;
+    static constexpr const char* kList = "mteSet";
+    static constexpr bool kHasStatus = false;
+    static constexpr uint8_t kAction = MTE_ACTION_SET;
+    static constexpr uint32_t kMissingFc = 0;
+    static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
+    static constexpr uint32_t kChangeMask = COL(MTE_SET_COL_VALUE);
+    static Row Req(const char* pszOwner, const char* pszName, uint32_t) {
+        Row st = Named<Row>(pszOwner, pszName);
+        st.uiObjectWildcard = MTE_FALSE;  // the defaults of a new row
+        st.uiContextNameWildcard = MTE_FALSE;
+        return st;
+    }
+    static void Change(Row* p) { p->iValue = -42; }
+    static bool Changed(const Row& st) { return st.iValue == -42; }
+};
+
+struct Reply {
+    uint32_t uiResult;
+    uint32_t uiFailed;
+    std::string strData;
+};
+
+// The tables up on the in-memory store with the memory guard on the fake
+// alert service; every request goes through the dispatcher.
+class TableStack : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        FAKE_DBM_Reset();
+        FAKE_MEMALERT_Reset();
+        ASSERT_EQ(mte_DBG_Init(), 0u);
+        ASSERT_EQ(mte_EPOLL_Init(), 0u);
+        ASSERT_EQ(mte_MEMALERT_Init(), 0u);
+        ASSERT_EQ(mte_DBM_Init(), 0u);
+        UpTables();
+    }
+    void TearDown() override {
+        DownTables();
+        mte_DBM_Fini();
+        mte_MEMALERT_Fini();
+        mte_EPOLL_Fini();
+        mte_DBG_Fini();
+    }
+    void UpTables() {
+        ASSERT_EQ(mte_TRIGGER_Init(), 0u);
+        ASSERT_EQ(mte_OBJ_Init(), 0u);
+        ASSERT_EQ(mte_EVENT_Init(), 0u);
+    }
+    void DownTables() {
+        mte_EVENT_Fini();
+        mte_OBJ_Fini();
+        mte_TRIGGER_Fini();
+    }
+    // A restart: the tables go and come back from the store.
+    void Restart() {
+        DownTables();
+        UpTables();
+        ASSERT_EQ(mte_DBM_Recover(), 0u);
+    }
+    void SetMemoryState(uint32_t uiState) {
+        mte_MEMALERT_Fini();
+        FAKE_MEMALERT_SetCurrentState(uiState);
+        ASSERT_EQ(mte_MEMALERT_Init(), 0u);
+    }
+    static Reply Send(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,
+                      const void* pValue) {
+        uint8_t aucReq[MTE_MSG_MAX_LEN];
+        uint8_t aucReply[MTE_MSG_MAX_LEN];
+        uint32_t uiLen =
+            MTE_MSG_BuildRequest(7, usType, usOp, uiMask, usItem, pValue, aucReq, sizeof(aucReq));
+        EXPECT_NE(uiLen, 0u);
+        uint32_t uiReplyLen = mte_CFG_Proc(aucReq, uiLen, sizeof(aucReply), aucReply);
+        MTE_MSG_REPLY_S stReply{};
+        EXPECT_EQ(MTE_MSG_ParseReply(aucReply, uiReplyLen, &stReply), MTE_OK);
+        return {stReply.uiResult, stReply.uiFailedColumn,
+                std::string(reinterpret_cast<const char*>(stReply.pucData), stReply.uiDataSize)};
+    }
+    static uint32_t SetEvent(const char* pszName, uint32_t uiStatus, uint8_t ucActions) {
+        MTE_EVENT_ROW_S st = EventTable::Req("o", pszName, uiStatus);
+        st.ucActions = ucActions;
+        uint32_t uiMask = COL(MTE_EVENT_COL_ACTION_SET) | COL(MTE_EVENT_COL_ACTION_NOTIFICATION) |
+                          (uiStatus != MTE_ROW_NONE ? COL(MTE_EVENT_COL_ENTRY_STATUS) : 0);
+        return Send(MTE_MSG_TYPE_EVENT, MTE_MSG_OP_SET, uiMask, MTE_ITEM_EVENT, &st).uiResult;
+    }
+};
+
+template <typename T>
+class RowTableTest : public TableStack {
+  protected:
+    using Row = typename T::Row;
+
+    Reply Set(const Row& st, uint32_t uiMask) {
+        return Send(T::kType, MTE_MSG_OP_SET, uiMask, T::kItem, &st);
+    }
+    // The row as a get answers it, or "" when there is none.
+    std::string Get(const char* pszName) {
+        Row st = T::Req("o", pszName, MTE_ROW_NONE);
+        Reply stReply = Send(T::kType, MTE_MSG_OP_GET, 0, T::kItem, &st);
+        return stReply.uiResult == MTE_OK ? stReply.strData : "";
+    }
+    Row GetRow(const char* pszName) {
+        Row st{};
+        std::string str = Get(pszName);
+        EXPECT_EQ(str.size(), sizeof(st));
+        memcpy(&st, str.data(), std::min(str.size(), sizeof(st)));
+        return st;
+    }
+    // A waiting row (an action row: of a waiting event).
+    void Make(const char* pszName) {
+        if constexpr (T::kHasStatus) {
+            ASSERT_EQ(Set(T::Req("o", pszName, MTE_ROW_CREATE_AND_WAIT), T::kCreateMask).uiResult,
+                      MTE_OK);
+        } else {
+            ASSERT_EQ(SetEvent(pszName, MTE_ROW_CREATE_AND_WAIT, T::kAction), MTE_OK);
+        }
+        ASSERT_NE(Get(pszName), "");
+    }
+    void Status(const char* pszName, uint32_t uiStatus) {
+        if constexpr (T::kHasStatus) {
+            ASSERT_EQ(Set(T::Req("o", pszName, uiStatus), COL(T::kStatusCol)).uiResult, MTE_OK);
+        } else {
+            ASSERT_EQ(SetEvent(pszName, uiStatus, T::kAction), MTE_OK);
+        }
+    }
+    // The stored records of the table, sorted, against the rows a get returns.
+    static std::vector<std::string> Stored() {
+        std::vector<std::string> astr = FAKE_DBM_Records(T::kList);
+        std::sort(astr.begin(), astr.end());
+        return astr;
+    }
+    std::vector<std::string> RowsOf(std::initializer_list<const char*> apszNames) {
+        std::vector<std::string> astr;
+        for (const char* psz : apszNames) {
+            astr.push_back(Get(psz));
+        }
+        std::sort(astr.begin(), astr.end());
+        return astr;
+    }
+    // Everything a refused write must leave as it was.
+    struct Snapshot {
+        std::vector<std::string> astrRows, astrStored;
+        uint64_t ulWrites;
+        bool operator==(const Snapshot&) const = default;
+    };
+    Snapshot Take() { return {RowsOf({"a", "b"}), Stored(), FAKE_DBM_WriteCount()}; }
+};
+
+using AllTables = ::testing::Types<TriggerTable, EventTable, ObjectsTable, NotifyTable, SetTable>;
+struct TableNames {
+    template <typename T>
+    static std::string GetName(int) {
+        return T::kName;
+    }
+};
+TYPED_TEST_SUITE(RowTableTest, AllTables, TableNames);
+
+TYPED_TEST(RowTableTest, AcceptedWriteIsCopiedAndStoredAndARepeatWritesNothing) {
+    using T = TypeParam;
+    this->Make("a");
+    this->Make("b");
+    const std::string strNeighbour = this->Get("b");
+    auto stReq = T::Req("o", "a", MTE_ROW_NONE);
+    T::Change(&stReq);
+    Reply stReply = this->Set(stReq, T::kChangeMask);
+    if constexpr (std::is_same_v<T, ObjectsTable>) {
+        EXPECT_EQ(stReply.uiResult, MTE_ERR_INCONSISTENT);
+        stReq = T::Req("o", "a", MTE_ROW_ACTIVE);
+        EXPECT_EQ(this->Set(stReq, COL(T::kStatusCol) | MTE_MASK_FORCE).uiResult, MTE_OK);
+    } else {
+        ASSERT_EQ(stReply.uiResult, MTE_OK);
+        EXPECT_EQ(stReply.uiFailed, 0u);
+        EXPECT_TRUE(T::Changed(this->GetRow("a")));
+    }
+    EXPECT_EQ(this->Get("b"), strNeighbour);
+    EXPECT_EQ(this->Stored(), this->RowsOf({"a", "b"}));
+    auto stBefore = this->Take();
+    EXPECT_EQ(this->Set(stReq, T::kChangeMask).uiResult,
+              (std::is_same_v<T, ObjectsTable> ? MTE_ERR_INCONSISTENT : MTE_OK));
+    EXPECT_EQ(this->Take(), stBefore);
+}
+
+TYPED_TEST(RowTableTest, WritesToActiveRowsChangeNothing) {
+    using T = TypeParam;
+    this->Make("a");
+    this->Make("b");
+    this->Status("a", MTE_ROW_ACTIVE);
+    auto stBefore = this->Take();
+    auto stSame = this->GetRow("a");
+    if constexpr (T::kHasStatus) {
+        stSame.uiEntryStatus = MTE_ROW_NONE;
+    }
+    EXPECT_EQ(this->Set(stSame, T::kChangeMask).uiResult, T::kSameOnActive);
+    auto stChange = stSame;
+    T::Change(&stChange);
+    Reply stReply = this->Set(stChange, T::kChangeMask);
+    EXPECT_EQ(stReply.uiResult, MTE_ERR_INCONSISTENT);
+    EXPECT_EQ(stReply.uiFailed, 0u);
+    EXPECT_EQ(this->Take(), stBefore);
+    if constexpr (T::kHasStatus) {
+        // The status alone is the one write an active row takes.
+        EXPECT_EQ(this->Set(T::Req("o", "a", MTE_ROW_ACTIVE), COL(T::kStatusCol)).uiResult, MTE_OK);
+        EXPECT_EQ(this->Take(), stBefore);
+        EXPECT_EQ(this->Set(T::Req("o", "a", MTE_ROW_ACTIVE), COL(T::kStatusCol) | MTE_MASK_FORCE)
+                      .uiResult,
+                  T::kForcedStatusAlone);
+        EXPECT_EQ(this->Take(), stBefore);
+    }
+}
+
+TYPED_TEST(RowTableTest, WriteToAMissingRowIsRefused) {
+    using T = TypeParam;
+    this->Make("b");
+    auto stBefore = this->Take();
+    auto stReq = T::Req("o", "a", MTE_ROW_NONE);
+    T::Change(&stReq);
+    for (uint32_t uiMask : {T::kChangeMask, T::kChangeMask | MTE_MASK_FORCE}) {
+        Reply stReply = this->Set(stReq, uiMask);
+        EXPECT_EQ(stReply.uiResult, MTE_ERR_NO_SUCH_ROW);
+        EXPECT_EQ(stReply.uiFailed, T::kMissingFc);
+    }
+    if constexpr (!T::kHasStatus) {
+        // The event is there, without this action.
+        ASSERT_EQ(this->SetEvent("a", MTE_ROW_CREATE_AND_WAIT, 0), MTE_OK);
+        EXPECT_EQ(this->Set(stReq, T::kChangeMask).uiResult, MTE_ERR_NO_SUCH_ROW);
+        stBefore.ulWrites = FAKE_DBM_WriteCount();
+    }
+    EXPECT_EQ(this->Take(), stBefore);
+}
+
+TYPED_TEST(RowTableTest, DestroyTakesTheRowAndItsRecord) {
+    using T = TypeParam;
+    this->Make("a");
+    this->Make("b");
+    this->Status("a", MTE_ROW_ACTIVE);
+    this->Status("a", MTE_ROW_DESTROY);
+    EXPECT_EQ(this->Get("a"), "");
+    EXPECT_EQ(this->Stored(), std::vector<std::string>{this->Get("b")});
+    this->Status("a", MTE_ROW_DESTROY);  // a missing row is destroyed already
+    if constexpr (!T::kHasStatus) {
+        // Clearing the action bit takes the row too; setting it again makes
+        // a new one with the defaults.
+        auto stReq = T::Req("o", "b", MTE_ROW_NONE);
+        T::Change(&stReq);
+        ASSERT_EQ(this->Set(stReq, T::kChangeMask).uiResult, MTE_OK);
+        ASSERT_EQ(this->SetEvent("b", MTE_ROW_NONE, 0), MTE_OK);
+        EXPECT_EQ(this->Get("b"), "");
+        EXPECT_TRUE(this->Stored().empty());
+        ASSERT_EQ(this->SetEvent("b", MTE_ROW_NONE, T::kAction), MTE_OK);
+        EXPECT_FALSE(T::Changed(this->GetRow("b")));
+        EXPECT_EQ(this->Stored(), std::vector<std::string>{this->Get("b")});
+    }
+}
+
+TYPED_TEST(RowTableTest, RecoveryBringsBackTheSameRowsWithoutWriting) {
+    using T = TypeParam;
+    this->Make("a");
+    this->Make("b");
+    auto stReq = T::Req("o", "a", MTE_ROW_NONE);
+    T::Change(&stReq);
+    this->Set(stReq, T::kChangeMask);
+    this->Status("b", MTE_ROW_ACTIVE);
+    auto stBefore = this->Take();
+    this->Restart();
+    EXPECT_EQ(this->Take(), stBefore);
+}
+
+// ---- creation, for the tables with a status ---------------------------------
+
+template <typename T>
+class StatusTableTest : public RowTableTest<T> {};
+using StatusTables = ::testing::Types<TriggerTable, EventTable, ObjectsTable>;
+TYPED_TEST_SUITE(StatusTableTest, StatusTables, TableNames);
+
+TYPED_TEST(StatusTableTest, CreationFollowsTheRowStatus) {
+    using T = TypeParam;
+    constexpr uint32_t kNone = 0;  // no row afterwards
+    const uint32_t kWithoutStatus = T::kCreateMask & ~COL(T::kStatusCol);
+    struct {
+        const char* pszWhat;
+        bool bExisting;  // a waiting row is there before
+        uint32_t uiStatus, uiMask, uiResult, uiFailed, uiStatusAfter;
+    } astCases[] = {
+        {"createAndGo", false, MTE_ROW_CREATE_AND_GO, T::kCreateMask, MTE_OK, 0, MTE_ROW_ACTIVE},
+        {"createAndWait", false, MTE_ROW_CREATE_AND_WAIT, T::kCreateMask, MTE_OK, 0,
+         T::kWaitStatus},
+        {"no status column", false, MTE_ROW_NONE, kWithoutStatus, MTE_ERR_NO_SUCH_ROW,
+         T::kStatusCol, kNone},
+        {"active on a missing row", false, MTE_ROW_ACTIVE, T::kCreateMask, MTE_ERR_INCONSISTENT,
+         T::kStatusCol, kNone},
+        {"destroy of a missing row", false, MTE_ROW_DESTROY, T::kCreateMask, MTE_OK, 0, kNone},
+        {"createAndGo on a row", true, MTE_ROW_CREATE_AND_GO, T::kCreateMask, MTE_ERR_ROW_EXISTS,
+         T::kExistsFc, T::kWaitStatus},
+        {"destroy", true, MTE_ROW_DESTROY, COL(T::kStatusCol), MTE_OK, 0, kNone},
+    };
+    for (const auto& c : astCases) {
+        SCOPED_TRACE(c.pszWhat);
+        this->Status("a", MTE_ROW_DESTROY);
+        if (c.bExisting) {
+            this->Make("a");
+        }
+        auto stBefore = this->Take();
+        Reply stReply = this->Set(T::Req("o", "a", c.uiStatus), c.uiMask);
+        EXPECT_EQ(stReply.uiResult, c.uiResult);
+        EXPECT_EQ(stReply.uiFailed, c.uiFailed);
+        if (c.uiResult != MTE_OK) {
+            EXPECT_EQ(this->Take(), stBefore);
+        }
+        if (c.uiStatusAfter == kNone) {
+            EXPECT_EQ(this->Get("a"), "");
+            EXPECT_TRUE(this->Stored().empty());
+            continue;
+        }
+        auto stRow = this->GetRow("a");
+        EXPECT_EQ(stRow.uiEntryStatus, c.uiStatusAfter);
+        EXPECT_EQ(this->Stored(), std::vector<std::string>{this->Get("a")});
+    }
+}
+
+TYPED_TEST(StatusTableTest, MemoryGuardRefusesOnlyNewRowsWithoutTheForceBit) {
+    using T = TypeParam;
+    this->Make("a");
+    this->SetMemoryState(MTE_MEM_STATE_EXCEEDED);
+    ASSERT_EQ(mte_MEMALERT_GetFlag(), 1u);
+    auto stBefore = this->Take();
+    EXPECT_EQ(this->Set(T::Req("o", "b", MTE_ROW_CREATE_AND_GO), T::kCreateMask).uiResult,
+              MTE_ERR_MEMORY_PRESSURE);
+    EXPECT_EQ(this->Take(), stBefore);
+    this->Status("a", MTE_ROW_ACTIVE);  // changes go on
+    EXPECT_EQ(this->Set(T::Req("o", "b", MTE_ROW_CREATE_AND_GO), T::kCreateMask | MTE_MASK_FORCE)
+                  .uiResult,
+              MTE_OK);
+    this->Status("b", MTE_ROW_DESTROY);  // and destroys
+    this->SetMemoryState(MTE_MEM_STATE_NORMAL);
+    EXPECT_EQ(this->Set(T::Req("o", "b", MTE_ROW_CREATE_AND_GO), T::kCreateMask).uiResult, MTE_OK);
+}
+
+}  // namespace

@@ -1,0 +1,565 @@
+// The trigger table's own rules (what every table shares is in
+// table_suite_test.cpp): the checks on activation, the defaults and the
+// columns a write copies, the test rows that follow the test bits with their
+// stored records, the delta row that follows the sample type, the three test
+// tables' writes, the run-state hand-over to the worker, and recovery of the
+// test rows over their triggers. The port service is down throughout.
+#include <cstring>
+
+#include "mte_bool.h"
+#include "mte_delta.h"
+#include "mte_exist.h"
+#include "mte_thres.h"
+#include "table_fixture.h"
+
+namespace {
+
+constexpr uint32_t kStatus = COL(MTE_TRIGGER_COL_ENTRY_STATUS);
+constexpr uint32_t kFreq = COL(MTE_TRIGGER_COL_FREQUENCY);
+constexpr uint32_t kComment = COL(MTE_TRIGGER_COL_COMMENT);
+
+void NoAdjust(MTE_TRIGGER_ROW_S*) {}
+void LowFrequency(MTE_TRIGGER_ROW_S* p) {
+    p->uiFrequency = 5;
+}
+void OtherObjectsOwner(MTE_TRIGGER_ROW_S* p) {
+    strcpy(p->szObjectsOwner, "other");
+}
+void NoValueId(MTE_TRIGGER_ROW_S* p) {
+    p->stValueID.uiLen = 0;
+}
+void Comment(MTE_TRIGGER_ROW_S* p) {
+    strcpy(p->szComment, "new comment");
+}
+
+// A request on "own/t1", which is missing, waiting or active before it.
+struct RuleCase {
+    const char* pszWhat;
+    enum { MISSING, WAITING, ACTIVE } eBefore;
+    uint32_t uiStatus;
+    uint32_t uiMask;
+    void (*pfAdjust)(MTE_TRIGGER_ROW_S*);
+    uint32_t uiResult;
+    uint32_t uiFailed;
+    uint32_t uiStatusAfter = 0;  // for accepted requests
+};
+
+TEST_F(TriggerTableTest, ActivationChecksAndStatuses) {
+    const RuleCase astCases[] = {
+        {"createAndGo without value ID", RuleCase::MISSING, MTE_ROW_CREATE_AND_GO, kGoMask,
+         NoValueId, MTE_ERR_INCONSISTENT, 8},
+        {"createAndGo below the sample minimum", RuleCase::MISSING, MTE_ROW_CREATE_AND_GO, kGoMask,
+         LowFrequency, MTE_ERR_INCONSISTENT, 12},
+        {"createAndGo below the minimum, bit 31", RuleCase::MISSING, MTE_ROW_CREATE_AND_GO,
+         kGoMask | MTE_MASK_FORCE, LowFrequency, 0, 0, MTE_ROW_ACTIVE},
+        {"createAndGo checks the request row, not the defaults", RuleCase::MISSING,
+         MTE_ROW_CREATE_AND_GO, kGoMask & ~kFreq, [](MTE_TRIGGER_ROW_S* p) { p->uiFrequency = 0; },
+         MTE_ERR_INCONSISTENT, 12},
+        {"createAndWait below the minimum", RuleCase::MISSING, MTE_ROW_CREATE_AND_WAIT, kGoMask,
+         LowFrequency, 0, 0, MTE_ROW_NOT_IN_SERVICE},
+        {"objects owner of another owner", RuleCase::MISSING, MTE_ROW_CREATE_AND_WAIT,
+         kGoMask | COL(MTE_TRIGGER_COL_OBJECTS_OWNER), OtherObjectsOwner, MTE_ERR_INCONSISTENT, 13},
+        {"objects owner of another owner, column not written", RuleCase::MISSING,
+         MTE_ROW_CREATE_AND_WAIT, kGoMask, OtherObjectsOwner, 0, 0, MTE_ROW_NOT_IN_SERVICE},
+        {"value ID longer than an OID", RuleCase::MISSING, MTE_ROW_CREATE_AND_WAIT, kGoMask,
+         [](MTE_TRIGGER_ROW_S* p) { p->stValueID.uiLen = 129; }, MTE_ERR_INCONSISTENT, 8},
+        {"notReady is created as given", RuleCase::MISSING, MTE_ROW_NOT_READY, kGoMask, NoAdjust, 0,
+         0, MTE_ROW_NOT_READY},
+        {"a status above destroy is created as given", RuleCase::MISSING, 7, kGoMask, NoAdjust, 0,
+         0, 7},
+        {"notInService on a missing row", RuleCase::MISSING, MTE_ROW_NOT_IN_SERVICE, kGoMask,
+         NoAdjust, MTE_ERR_INCONSISTENT, 15},
+        {"activate with a new frequency too low", RuleCase::WAITING, MTE_ROW_ACTIVE,
+         kStatus | kFreq, LowFrequency, MTE_ERR_INCONSISTENT, 12},
+        {"activate with a new frequency too low, bit 31", RuleCase::WAITING, MTE_ROW_ACTIVE,
+         kStatus | kFreq | MTE_MASK_FORCE, LowFrequency, 0, 0, MTE_ROW_ACTIVE},
+        {"activate with the value ID emptied", RuleCase::WAITING, MTE_ROW_ACTIVE,
+         kStatus | COL(MTE_TRIGGER_COL_VALUE_ID), NoValueId, MTE_ERR_INCONSISTENT, 8},
+        {"a low frequency is fine while waiting", RuleCase::WAITING, MTE_ROW_NONE, kFreq,
+         LowFrequency, 0, 0, MTE_ROW_NOT_IN_SERVICE},
+        {"waiting, column change with notInService", RuleCase::WAITING, MTE_ROW_NOT_IN_SERVICE,
+         kComment | kStatus, Comment, 0, 0, MTE_ROW_NOT_IN_SERVICE},
+        {"waiting, objects owner of another owner", RuleCase::WAITING, MTE_ROW_NONE,
+         COL(MTE_TRIGGER_COL_OBJECTS_OWNER), OtherObjectsOwner, MTE_ERR_INCONSISTENT, 13},
+        {"stop with a new frequency", RuleCase::ACTIVE, MTE_ROW_NOT_IN_SERVICE, kStatus | kFreq,
+         [](MTE_TRIGGER_ROW_S* p) { p->uiFrequency = 120; }, 0, 0, MTE_ROW_NOT_IN_SERVICE},
+        {"active with an unchanged column", RuleCase::ACTIVE, MTE_ROW_ACTIVE, kStatus | kFreq,
+         NoAdjust, MTE_ERR_INCONSISTENT, 0},
+        {"active, test bit change", RuleCase::ACTIVE, MTE_ROW_NONE,
+         COL(MTE_TRIGGER_COL_TEST_BOOLEAN),
+         [](MTE_TRIGGER_ROW_S* p) { p->ucTest = MTE_TEST_BOOLEAN; }, MTE_ERR_INCONSISTENT, 0},
+        {"active, another value ID", RuleCase::ACTIVE, MTE_ROW_NONE, COL(MTE_TRIGGER_COL_VALUE_ID),
+         [](MTE_TRIGGER_ROW_S* p) { p->stValueID.auiOid[8] = 1; }, MTE_ERR_INCONSISTENT, 0},
+    };
+    for (const RuleCase& c : astCases) {
+        SCOPED_TRACE(c.pszWhat);
+        mte_TRIGGER_Fini();
+        FAKE_DBM_Reset();
+        mte_DBM_Fini();
+        ASSERT_EQ(mte_DBM_Init(), 0u);
+        CreateActive("own", "a", MTE_TEST_THRESHOLD);  // a neighbour never touched
+        if (c.eBefore == RuleCase::ACTIVE) {
+            CreateActive("own", "t1", MTE_TEST_EXISTENCE);
+        } else if (c.eBefore == RuleCase::WAITING) {
+            CreateWaiting("own", "t1", MTE_TEST_EXISTENCE);
+        }
+        Snapshot stBefore = TakeSnapshot();
+        MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "t1", c.uiStatus);
+        c.pfAdjust(&stReq);
+        uint32_t uiFailed = 0;
+        EXPECT_EQ(Set(stReq, c.uiMask, &uiFailed), c.uiResult);
+        EXPECT_EQ(uiFailed, c.uiFailed);
+        if (c.uiResult != 0) {
+            EXPECT_EQ(TakeSnapshot(), stBefore);
+            continue;
+        }
+        MTE_TRIGGER_ENTRY_S* pstEntry = Entry("own", "t1");
+        ASSERT_NE(pstEntry, nullptr);
+        EXPECT_EQ(pstEntry->stRow.uiEntryStatus, c.uiStatusAfter);
+        EXPECT_EQ(pstEntry->stRow.uiEnabled,
+                  c.uiStatusAfter == MTE_ROW_ACTIVE ? MTE_TRUE : MTE_FALSE);
+        EXPECT_EQ(StoredTrigger("own", "t1"), Bytes(&pstEntry->stRow, sizeof(MTE_TRIGGER_ROW_S)));
+        EXPECT_EQ(TakeSnapshot().astrEntries[0], stBefore.astrEntries[0]);  // neighbour
+    }
+}
+
+TEST_F(TriggerTableTest, DefaultsAndEveryWrittenColumnIsCopied) {
+    MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "t1", MTE_ROW_CREATE_AND_WAIT);
+    strcpy(stReq.szComment, "not written");
+    strcpy(stReq.szTargetTag, "never written by a set");
+    stReq.uiSampleType = MTE_SAMPLE_DELTA;
+    stReq.uiEnabled = MTE_TRUE;
+    ASSERT_EQ(Set(stReq, kStatus), 0u);
+    const MTE_TRIGGER_ROW_S& stRow = Entry("own", "t1")->stRow;
+    EXPECT_EQ(stRow.uiFrequency, 600u);
+    EXPECT_EQ(stRow.uiSampleType, MTE_SAMPLE_ABSOLUTE);
+    EXPECT_EQ(stRow.uiValueIDWildcard, MTE_FALSE);
+    EXPECT_EQ(stRow.uiContextNameWildcard, MTE_FALSE);
+    EXPECT_EQ(stRow.uiEnabled, MTE_FALSE);
+    EXPECT_EQ(stRow.stValueID.uiLen, 0u);
+    EXPECT_STREQ(stRow.szComment, "");
+    EXPECT_STREQ(stRow.szTargetTag, "");
+
+    stReq = TriggerReq("own", "t1", MTE_ROW_NONE);
+    strcpy(stReq.szComment, "watch uptime");
+    stReq.uiSampleType = MTE_SAMPLE_DELTA;
+    stReq.stValueID.uiLen = 3;
+    stReq.uiValueIDWildcard = MTE_TRUE;
+    strcpy(stReq.szContextName, "ctx");
+    stReq.uiContextNameWildcard = MTE_TRUE;
+    stReq.uiFrequency = 30;
+    strcpy(stReq.szObjectsOwner, "own");
+    strcpy(stReq.szObjects, "objs");
+    uint32_t uiMask = 0;
+    for (uint32_t c : {3u, 7u, 8u, 9u, 10u, 11u, 12u, 13u, 14u}) {
+        uiMask |= COL(c);
+    }
+    ASSERT_EQ(Set(stReq, uiMask), 0u);
+    EXPECT_STREQ(stRow.szComment, "watch uptime");
+    EXPECT_EQ(stRow.uiSampleType, MTE_SAMPLE_DELTA);
+    EXPECT_EQ(stRow.stValueID.uiLen, 3u);
+    EXPECT_EQ(stRow.stValueID.auiOid[2], 6u);
+    EXPECT_EQ(stRow.uiValueIDWildcard, MTE_TRUE);
+    EXPECT_STREQ(stRow.szContextName, "ctx");
+    EXPECT_EQ(stRow.uiContextNameWildcard, MTE_TRUE);
+    EXPECT_EQ(stRow.uiFrequency, 30u);
+    EXPECT_STREQ(stRow.szObjectsOwner, "own");
+    EXPECT_STREQ(stRow.szObjects, "objs");
+    EXPECT_EQ(stRow.uiEntryStatus, MTE_ROW_NOT_IN_SERVICE);
+
+    // Strings without their zero are bounded by their fields.
+    stReq = TriggerReq("own", "t2", MTE_ROW_CREATE_AND_WAIT);
+    memset(stReq.szComment, 'c', sizeof(stReq.szComment));
+    memset(stReq.szObjects, 'o', sizeof(stReq.szObjects));
+    ASSERT_EQ(Set(stReq, kGoMask | kComment | COL(MTE_TRIGGER_COL_OBJECTS)), 0u);
+    EXPECT_EQ(strlen(Entry("own", "t2")->stRow.szComment), 255u);
+    EXPECT_EQ(strlen(Entry("own", "t2")->stRow.szObjects), 32u);
+}
+
+TEST_F(TriggerTableTest, TestBitsMakeAndDestroyRowsWithTheirRecords) {
+    CreateWaiting("own", "t1", MTE_TEST_EXISTENCE | MTE_TEST_BOOLEAN | MTE_TEST_THRESHOLD);
+    MTE_TRIGGER_ENTRY_S* pstEntry = Entry("own", "t1");
+    ASSERT_TRUE(pstEntry->pstBool && pstEntry->pstExist && pstEntry->pstThres);
+    EXPECT_EQ(pstEntry->pstExist->ucTest, 0xC0);
+    EXPECT_EQ(pstEntry->pstExist->ucStartup, 0xC0);
+    EXPECT_EQ(pstEntry->pstBool->uiComparison, MTE_BOOL_UNEQUAL);
+    EXPECT_EQ(pstEntry->pstBool->uiStartup, MTE_TRUE);
+    EXPECT_EQ(pstEntry->pstThres->uiStartup, 3u);
+    EXPECT_EQ(FAKE_DBM_Records("mteBoolean"),
+              std::vector<std::string>{Bytes(pstEntry->pstBool, sizeof(MTE_BOOL_ENTRY_S))});
+    EXPECT_EQ(FAKE_DBM_Records("mteExistence"),
+              std::vector<std::string>{Bytes(pstEntry->pstExist, MTE_EXIST_ROW_SIZE)});
+    EXPECT_EQ(FAKE_DBM_Records("mteThreshold"),
+              std::vector<std::string>{Bytes(pstEntry->pstThres, sizeof(MTE_THRES_ENTRY_S))});
+
+    MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "t1", MTE_ROW_NONE);
+    stReq.ucTest = MTE_TEST_THRESHOLD;  // existence and boolean cleared
+    ASSERT_EQ(Set(stReq, COL(4) | COL(5) | COL(6)), 0u);
+    EXPECT_EQ(pstEntry->pstBool, nullptr);
+    EXPECT_EQ(pstEntry->pstExist, nullptr);
+    EXPECT_TRUE(FAKE_DBM_Records("mteBoolean").empty());
+    EXPECT_TRUE(FAKE_DBM_Records("mteExistence").empty());
+    EXPECT_EQ(FAKE_DBM_Records("mteThreshold").size(), 1u);
+    EXPECT_EQ(StoredTrigger("own", "t1"), Bytes(&pstEntry->stRow, sizeof(MTE_TRIGGER_ROW_S)));
+    // A test bit outside the mask is ignored.
+    stReq.ucTest = MTE_TEST_EXISTENCE;
+    ASSERT_EQ(Set(stReq, COL(MTE_TRIGGER_COL_TEST_THRESHOLD)), 0u);
+    EXPECT_EQ(pstEntry->pstExist, nullptr);
+    EXPECT_EQ(pstEntry->pstThres, nullptr);
+    EXPECT_EQ(pstEntry->stRow.ucTest, 0);
+
+    // notReady and other odd statuses take the test bits, nothing else, and
+    // only while the trigger is not active.
+    stReq = TriggerReq("own", "t1", MTE_ROW_NOT_READY);
+    stReq.ucTest = MTE_TEST_BOOLEAN;
+    strcpy(stReq.szComment, "ignored");
+    ASSERT_EQ(Set(stReq, COL(MTE_TRIGGER_COL_TEST_BOOLEAN) | kComment), 0u);
+    EXPECT_NE(pstEntry->pstBool, nullptr);
+    EXPECT_STREQ(pstEntry->stRow.szComment, "");
+    EXPECT_EQ(pstEntry->stRow.uiEntryStatus, MTE_ROW_NOT_IN_SERVICE);
+    CreateActive("own", "a");
+    Snapshot stBefore = TakeSnapshot();
+    stReq = TriggerReq("own", "a", 9);
+    stReq.ucTest = MTE_TEST_BOOLEAN;
+    EXPECT_EQ(Set(stReq, COL(MTE_TRIGGER_COL_TEST_BOOLEAN)), MTE_ERR_INCONSISTENT);
+    EXPECT_EQ(TakeSnapshot(), stBefore);
+    // A trigger created notReady is activated like a waiting one.
+    ASSERT_EQ(Set(TriggerReq("own", "nr", MTE_ROW_NOT_READY), kGoMask), 0u);
+    ASSERT_EQ(Set(TriggerReq("own", "nr", MTE_ROW_ACTIVE), kGoMask), 0u);
+    EXPECT_EQ(Entry("own", "nr")->stRow.uiEnabled, MTE_TRUE);
+}
+
+// The delta row exists exactly while the sample type is deltaValue, is
+// written only while the trigger is not active, and comes back at start-up,
+// with its defaults when the store has no record of it (an older store).
+TEST_F(TriggerTableTest, DeltaRowFollowsTheSampleTypeAndIsStored) {
+    MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "d", MTE_ROW_CREATE_AND_WAIT);
+    stReq.uiSampleType = MTE_SAMPLE_DELTA;
+    ASSERT_EQ(Set(stReq, kGoMask | COL(MTE_TRIGGER_COL_SAMPLE_TYPE)), 0u);
+    const MTE_DELTA_ENTRY_S* pstDelta = mte_DELTA_Get("own", "d");
+    ASSERT_NE(pstDelta, nullptr);
+    EXPECT_TRUE(mte_DELTA_IsSysUpTime(&pstDelta->stDiscontinuityID));
+    EXPECT_EQ(pstDelta->uiDiscontinuityIDWildcard, MTE_FALSE);
+    EXPECT_EQ(pstDelta->uiDiscontinuityIDType, MTE_DELTA_TIME_TICKS);
+    EXPECT_EQ(FAKE_DBM_Records("mteDelta").size(), 1u);
+
+    MTE_DELTA_ENTRY_S stRow = *pstDelta;
+    stRow.stDiscontinuityID.uiLen = 11;
+    const uint32_t auiDisc[] = {1, 3, 6, 1, 2, 1, 31, 1, 1, 1, 15};
+    memcpy(stRow.stDiscontinuityID.auiOid, auiDisc, sizeof(auiDisc));
+    stRow.uiDiscontinuityIDWildcard = MTE_TRUE;
+    stRow.uiDiscontinuityIDType = MTE_DELTA_TIME_STAMP;
+    const uint32_t uiAll = COL(1) | COL(2) | COL(3);
+    struct {
+        const char* pszWhat;
+        uint32_t uiType, uiWildcard, uiFailed;
+    } astRefused[] = {
+        {"wildcard on a trigger whose value is not", MTE_DELTA_TIME_STAMP, MTE_TRUE, 2},
+        {"wildcard not a TruthValue", MTE_DELTA_TIME_STAMP, 0, 2},
+        {"unknown type", 4, MTE_FALSE, 3},
+    };
+    for (const auto& stCase : astRefused) {
+        SCOPED_TRACE(stCase.pszWhat);
+        MTE_DELTA_ENTRY_S stBad = stRow;
+        stBad.uiDiscontinuityIDType = stCase.uiType;
+        stBad.uiDiscontinuityIDWildcard = stCase.uiWildcard;
+        uint32_t uiFailed = 0;
+        EXPECT_EQ(mte_DELTA_Set(&stBad, uiAll, &uiFailed), MTE_ERR_INCONSISTENT);
+        EXPECT_EQ(uiFailed, stCase.uiFailed);
+    }
+    stReq = TriggerReq("own", "d", MTE_ROW_NONE);
+    stReq.uiValueIDWildcard = MTE_TRUE;
+    ASSERT_EQ(Set(stReq, COL(MTE_TRIGGER_COL_VALUE_ID_WILDCARD)), 0u);
+    uint32_t uiFailed = 0;
+    ASSERT_EQ(mte_DELTA_Set(&stRow, uiAll, &uiFailed), 0u);
+    ASSERT_EQ(Set(TriggerReq("own", "d", MTE_ROW_ACTIVE), kStatus), 0u);
+    stRow.uiDiscontinuityIDType = MTE_DELTA_DATE_AND_TIME;
+    EXPECT_EQ(mte_DELTA_Set(&stRow, uiAll, &uiFailed), MTE_ERR_INCONSISTENT);  // active
+    stRow.uiDiscontinuityIDType = MTE_DELTA_TIME_STAMP;
+    const std::string strStored = Bytes(mte_DELTA_Get("own", "d"), sizeof(MTE_DELTA_ENTRY_S));
+    ASSERT_EQ(FAKE_DBM_Records("mteDelta"), std::vector<std::string>{strStored});
+
+    for (bool bOlderStore : {false, true}) {
+        SCOPED_TRACE(bOlderStore ? "store without delta rows" : "store with its delta row");
+        if (bOlderStore) {
+            // Only the stored record goes, as in a store written before delta rows.
+            mte_DELTA_Destroy(mte_DELTA_Get("own", "d"));
+            Entry("own", "d")->pstDelta = nullptr;
+        }
+        mte_TRIGGER_Fini();
+        ASSERT_EQ(mte_TRIGGER_Init(), 0u);
+        ASSERT_EQ(mte_DBM_Recover(), 0u);
+        ASSERT_NE(mte_DELTA_Get("own", "d"), nullptr);
+        EXPECT_EQ(Bytes(mte_DELTA_Get("own", "d"), sizeof(MTE_DELTA_ENTRY_S)) == strStored,
+                  !bOlderStore);
+    }
+    EXPECT_EQ(mte_DELTA_Get("own", "d")->uiDiscontinuityIDType, MTE_DELTA_TIME_TICKS);
+
+    ASSERT_EQ(Set(TriggerReq("own", "d", MTE_ROW_NOT_IN_SERVICE), kStatus), 0u);
+    stReq = TriggerReq("own", "d", MTE_ROW_NONE);
+    stReq.uiSampleType = MTE_SAMPLE_ABSOLUTE;
+    ASSERT_EQ(Set(stReq, COL(MTE_TRIGGER_COL_SAMPLE_TYPE)), 0u);
+    EXPECT_EQ(mte_DELTA_Get("own", "d"), nullptr);
+    EXPECT_TRUE(FAKE_DBM_Records("mteDelta").empty());
+    EXPECT_EQ(mte_DELTA_Set(&stRow, uiAll, &uiFailed), MTE_ERR_NO_SUCH_ROW);
+}
+
+TEST_F(TriggerTableTest, RunStateHandOverToTheWorker) {
+    CreateActive("own", "t1");
+    MTE_TRIGGER_ENTRY_S* pstEntry = Entry("own", "t1");
+    pstEntry->uiRunState = MTE_RUN_BUSY;  // the worker holds a cycle
+    ASSERT_EQ(Set(TriggerReq("own", "t1", MTE_ROW_NOT_IN_SERVICE), kStatus), 0u);
+    EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_CANCELLED);
+    ASSERT_EQ(Set(TriggerReq("own", "t1", MTE_ROW_ACTIVE), kStatus), 0u);
+    EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_RESTART);
+    ASSERT_EQ(Set(TriggerReq("own", "t1", MTE_ROW_NOT_IN_SERVICE), kStatus), 0u);
+    EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_CANCELLED);
+    // Idle stays idle across a stop.
+    pstEntry->uiRunState = MTE_RUN_IDLE;
+    ASSERT_EQ(Set(TriggerReq("own", "t1", MTE_ROW_ACTIVE), kStatus), 0u);
+    ASSERT_EQ(Set(TriggerReq("own", "t1", MTE_ROW_NOT_IN_SERVICE), kStatus), 0u);
+    EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_IDLE);
+
+    // A destroy while the worker holds the trigger only marks it; its test
+    // rows' samples are dropped and every stored record goes at once.
+    for (uint32_t uiState : {MTE_RUN_CANCELLED, MTE_RUN_BUSY, MTE_RUN_RESTART}) {
+        SCOPED_TRACE(uiState);
+        CreateWaiting("own", "t", MTE_TEST_EXISTENCE);
+        pstEntry = Entry("own", "t");
+        pstEntry->uiRunState = uiState;
+        pstEntry->pstExist->usFirstCycle = 0;
+        EXPECT_EQ(Set(TriggerReq("own", "t", MTE_ROW_DESTROY), 0), 0u);
+        EXPECT_EQ(Entry("own", "t"), nullptr);
+        EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_DELETED);
+        EXPECT_EQ(pstEntry->pstExist->usFirstCycle, 1);
+        EXPECT_EQ(FAKE_DBM_Records("mteTrigger").size(), 1u);
+        EXPECT_TRUE(FAKE_DBM_Records("mteExistence").empty());
+        mte_TRIGGER_FreeNode(pstEntry);  // the worker frees what it held
+    }
+    mte_TRIGGER_FreeNode(nullptr);
+}
+
+TEST_F(TriggerTableTest, ClearAllSamplesTouchesActiveTriggersOnly) {
+    CreateActive("o", "act", MTE_TEST_EXISTENCE);
+    CreateWaiting("o", "wait", MTE_TEST_EXISTENCE);
+    mte_EXIST_Get("o", "act")->usFirstCycle = 0;
+    mte_EXIST_Get("o", "wait")->usFirstCycle = 0;
+    mte_TRIGGER_ClearAllSpl();
+    EXPECT_EQ(mte_EXIST_Get("o", "act")->usFirstCycle, 1);
+    EXPECT_EQ(mte_EXIST_Get("o", "wait")->usFirstCycle, 0);
+    // With the port service down, starting and suspending change nothing.
+    Snapshot stBefore = TakeSnapshot();
+    mte_TRIGGER_StartAll();
+    mte_TRIGGER_SuspendTmr();
+    EXPECT_EQ(TakeSnapshot(), stBefore);
+}
+
+// ---- the three test tables ---------------------------------------------------
+
+template <typename Row>
+Row TestReq(const char* pszOwner, const char* pszName) {
+    Row st{};
+    strcpy(st.szOwner, pszOwner);
+    strcpy(st.szName, pszName);
+    return st;
+}
+
+// Every owner column of the test tables refuses another owner (bit 31 or
+// not), a missing row or test row is no such row, an active trigger's test
+// row takes no change, and an accepted write is stored.
+TEST_F(TriggerTableTest, TestTableWrites) {
+    CreateWaiting("o", "w", MTE_TEST_EXISTENCE | MTE_TEST_BOOLEAN | MTE_TEST_THRESHOLD);
+    CreateActive("o", "act", MTE_TEST_EXISTENCE | MTE_TEST_BOOLEAN | MTE_TEST_THRESHOLD);
+    CreateWaiting("o", "none");
+    struct {
+        const char* pszWhat;
+        uint32_t (*pfSet)(const char* pszName, const char* pszOwner, uint32_t uiMask,
+                          uint32_t* puiFailed);
+        std::vector<uint32_t> auiOwnerColumns;
+        uint32_t uiValueColumn;
+    } astTables[] = {
+        {"existence",
+         [](const char* pszName, const char* pszOwner, uint32_t uiMask, uint32_t* puiFailed) {
+             auto st = TestReq<MTE_EXIST_ENTRY_S>("o", pszName);
+             strcpy(st.szObjectsOwner, pszOwner);
+             strcpy(st.szEventOwner, pszOwner);
+             st.ucTest = 0x20;
+             return mte_EXIST_Set(&st, uiMask, puiFailed);
+         },
+         {6, 8},
+         MTE_EXIST_COL_TEST_CHANGED},
+        {"boolean",
+         [](const char* pszName, const char* pszOwner, uint32_t uiMask, uint32_t* puiFailed) {
+             auto st = TestReq<MTE_BOOL_ENTRY_S>("o", pszName);
+             strcpy(st.szObjectsOwner, pszOwner);
+             strcpy(st.szEventOwner, pszOwner);
+             st.iValue = -3;
+             return mte_BOOL_Set(&st, uiMask, puiFailed);
+         },
+         {4, 6},
+         MTE_BOOL_COL_VALUE},
+        {"threshold",
+         [](const char* pszName, const char* pszOwner, uint32_t uiMask, uint32_t* puiFailed) {
+             auto st = TestReq<MTE_THRES_ENTRY_S>("o", pszName);
+             for (char* psz : {st.szObjectsOwner, st.szRisingEventOwner, st.szFallingEventOwner,
+                               st.szDeltaRisingEventOwner, st.szDeltaFallingEventOwner}) {
+                 strcpy(psz, pszOwner);
+             }
+             st.uiStartup = 1;
+             return mte_THRES_Set(&st, uiMask, puiFailed);
+         },
+         {6, 8, 10, 12, 14},
+         MTE_THRES_COL_STARTUP},
+    };
+    for (const auto& t : astTables) {
+        SCOPED_TRACE(t.pszWhat);
+        Snapshot stBefore = TakeSnapshot();
+        uint32_t uiFailed = 0;
+        for (uint32_t uiColumn : t.auiOwnerColumns) {
+            for (uint32_t uiForce : {0u, MTE_MASK_FORCE}) {
+                EXPECT_EQ(t.pfSet("w", "x", COL(uiColumn) | uiForce, &uiFailed),
+                          MTE_ERR_INCONSISTENT);
+                EXPECT_EQ(uiFailed, uiColumn);
+            }
+        }
+        const uint32_t uiValue = COL(t.uiValueColumn);
+        EXPECT_EQ(t.pfSet("nope", "", uiValue, &uiFailed), MTE_ERR_NO_SUCH_ROW);
+        EXPECT_EQ(t.pfSet("none", "", uiValue, &uiFailed), MTE_ERR_NO_SUCH_ROW);
+        EXPECT_EQ(t.pfSet("act", "x", uiValue, &uiFailed), MTE_ERR_INCONSISTENT);  // owner unmasked
+        EXPECT_EQ(TakeSnapshot(), stBefore);
+        EXPECT_EQ(t.pfSet("w", "o", uiValue | COL(t.auiOwnerColumns[0]), &uiFailed), 0u);
+        Snapshot stAfter = TakeSnapshot();
+        EXPECT_NE(stAfter.astrEntries, stBefore.astrEntries);
+        EXPECT_NE(stAfter, stBefore);
+        // The same write again changes and writes nothing.
+        uint64_t ulWrites = FAKE_DBM_WriteCount();
+        EXPECT_EQ(t.pfSet("w", "o", uiValue, &uiFailed), 0u);
+        EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites);
+    }
+    EXPECT_EQ(mte_EXIST_Get("o", "w")->ucTest, 0xE0);  // the changed bit alone was written
+    EXPECT_EQ(mte_BOOL_Get("o", "w")->iValue, -3);
+    EXPECT_EQ(mte_THRES_Get("o", "w")->uiStartup, 1u);
+    EXPECT_EQ(FAKE_DBM_Records("mteBoolean").size(), 2u);
+    bool bStored = false;
+    for (const std::string& s : FAKE_DBM_Records("mteThreshold")) {
+        bStored |= s == Bytes(mte_THRES_Get("o", "w"), sizeof(MTE_THRES_ENTRY_S));
+    }
+    EXPECT_TRUE(bStored);
+    // An active trigger's test row: the same value is no change.
+    auto stSame = *mte_BOOL_Get("o", "act");
+    uint32_t uiFailed = 0;
+    EXPECT_EQ(mte_BOOL_Set(&stSame, 0xfe, &uiFailed), MTE_ERR_NO_CHANGE);
+}
+
+TEST_F(TriggerTableTest, ThresholdOrdering) {
+    const uint32_t R = COL(2), F = COL(3), DR = COL(4), DF = COL(5);
+    // Stored before each case: rising 80, falling 20, delta rising 10, delta falling -10.
+    struct {
+        const char* pszWhat;
+        int32_t iRising, iFalling, iDeltaRising, iDeltaFalling;
+        uint32_t uiMask, uiResult, uiFailed;
+    } astCases[] = {
+        {"rising below new falling", 10, 20, 0, 0, R | F, MTE_ERR_INCONSISTENT, 2},
+        {"rising below stored falling", 10, 0, 0, 0, R, MTE_ERR_INCONSISTENT, 2},
+        {"rising equal to falling", 20, 20, 0, 0, R | F, 0, 0},
+        {"falling above stored rising", 0, 90, 0, 0, F, MTE_ERR_INCONSISTENT, 3},
+        {"falling equal to stored rising", 0, 80, 0, 0, F, 0, 0},
+        {"delta rising below new delta falling", 0, 0, -20, -10, DR | DF, MTE_ERR_INCONSISTENT, 4},
+        {"delta rising below stored delta falling", 0, 0, -20, 0, DR, MTE_ERR_INCONSISTENT, 4},
+        {"delta falling above stored delta rising", 0, 0, 0, 11, DF, MTE_ERR_INCONSISTENT, 5},
+        {"bit 31 waives the ordering", 10, 20, -20, -10, R | F | DR | DF | MTE_MASK_FORCE, 0, 0},
+        {"signed comparison", -5, -6, 0, 0, R | F, 0, 0},
+    };
+    for (const auto& c : astCases) {
+        SCOPED_TRACE(c.pszWhat);
+        mte_TRIGGER_Fini();
+        CreateWaiting("o", "w", MTE_TEST_THRESHOLD);
+        MTE_THRES_ENTRY_S* pstRow = mte_THRES_Get("o", "w");
+        pstRow->iRising = 80;
+        pstRow->iFalling = 20;
+        pstRow->iDeltaRising = 10;
+        pstRow->iDeltaFalling = -10;
+        MTE_THRES_ENTRY_S stBefore = *pstRow;
+        auto stReq = TestReq<MTE_THRES_ENTRY_S>("o", "w");
+        stReq.iRising = c.iRising;
+        stReq.iFalling = c.iFalling;
+        stReq.iDeltaRising = c.iDeltaRising;
+        stReq.iDeltaFalling = c.iDeltaFalling;
+        uint32_t uiFailed = 0;
+        EXPECT_EQ(mte_THRES_Set(&stReq, c.uiMask, &uiFailed), c.uiResult);
+        EXPECT_EQ(uiFailed, c.uiFailed);
+        if (c.uiResult != 0) {
+            EXPECT_EQ(memcmp(pstRow, &stBefore, sizeof(stBefore)), 0);
+        }
+    }
+}
+
+// ---- recovery ------------------------------------------------------------
+
+TEST_F(TriggerTableTest, RecoveryLaysStoredTestsOverRecoveredTriggers) {
+    CreateWaiting("o", "act", MTE_TEST_THRESHOLD | MTE_TEST_EXISTENCE);
+    CreateWaiting("o", "wait", MTE_TEST_BOOLEAN);
+    auto stThres = TestReq<MTE_THRES_ENTRY_S>("o", "act");
+    stThres.iRising = 70;
+    stThres.iFalling = 30;
+    strcpy(stThres.szRisingEvent, "up");
+    uint32_t uiFailed = 0;
+    ASSERT_EQ(mte_THRES_Set(&stThres, COL(2) | COL(3) | COL(9), &uiFailed), 0u);
+    auto stExist = TestReq<MTE_EXIST_ENTRY_S>("o", "act");
+    stExist.ucTest = 0x20;
+    ASSERT_EQ(mte_EXIST_Set(&stExist, 0xe, &uiFailed), 0u);
+    ASSERT_EQ(Set(TriggerReq("o", "act", MTE_ROW_ACTIVE), kStatus), 0u);
+    auto stBool = TestReq<MTE_BOOL_ENTRY_S>("o", "wait");
+    stBool.iValue = 42;
+    ASSERT_EQ(mte_BOOL_Set(&stBool, 0x6, &uiFailed), 0u);
+    // A threshold record whose trigger is gone, and a trigger below the
+    // sample minimum stored with bit 31.
+    auto stOrphan = TestReq<MTE_THRES_ENTRY_S>("o", "gone");
+    FAKE_DBM_PutRaw("mteThreshold", Bytes(&stOrphan, sizeof(stOrphan)));
+    ASSERT_EQ(Set(TriggerReq("o", "fast", MTE_ROW_CREATE_AND_GO, 1), kGoMask | MTE_MASK_FORCE), 0u);
+    Snapshot stBefore = TakeSnapshot();
+
+    mte_TRIGGER_Fini();
+    ASSERT_EQ(mte_TRIGGER_Init(), 0u);
+    SetMemoryState(MTE_MEM_STATE_EXCEEDED);  // recovery is not refused by the guard
+    uint64_t ulWrites = FAKE_DBM_WriteCount();
+    ASSERT_EQ(mte_DBM_Recover(), 0u);
+    EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites);
+    EXPECT_EQ(TakeSnapshot().astrEntries, stBefore.astrEntries);
+    EXPECT_EQ(Entry("o", "gone"), nullptr);
+    EXPECT_EQ(mte_THRES_Get("o", "act")->iRising, 70);
+    EXPECT_EQ(mte_EXIST_Get("o", "act")->ucTest, 0x20);
+    EXPECT_EQ(mte_EXIST_Get("o", "act")->usFirstCycle, 1);
+    EXPECT_EQ(mte_BOOL_Get("o", "wait")->iValue, 42);
+    EXPECT_EQ(mte_BIN_GetRecover(), 0);
+}
+
+TEST_F(TriggerTableTest, RecoverRefusesOddRecords) {
+    MTE_TRIGGER_ROW_S stRow = TriggerReq("o", "t", MTE_ROW_ACTIVE);
+    EXPECT_EQ(mte_TRIGGER_Recover(sizeof(stRow) - 1, &stRow), MTE_ERR_GENERAL);
+    EXPECT_EQ(mte_TRIGGER_IsEmpty(), 1u);
+    auto stThres = TestReq<MTE_THRES_ENTRY_S>("o", "t");
+    auto stBool = TestReq<MTE_BOOL_ENTRY_S>("o", "t");
+    auto stExist = TestReq<MTE_EXIST_ENTRY_S>("o", "t");
+    EXPECT_EQ(mte_THRES_Recover(sizeof(stThres), &stThres), MTE_ERR_GENERAL);  // no trigger
+    EXPECT_EQ(mte_BOOL_Recover(sizeof(stBool), &stBool), MTE_ERR_GENERAL);
+    EXPECT_EQ(mte_EXIST_Recover(MTE_EXIST_ROW_SIZE, &stExist), MTE_ERR_GENERAL);
+    // With the trigger but without its rows: boolean and threshold accept,
+    // existence refuses.
+    mte_BIN_SetRecover(1);
+    stRow.uiEntryStatus = MTE_ROW_NOT_IN_SERVICE;
+    EXPECT_EQ(mte_TRIGGER_Recover(sizeof(stRow), &stRow), 0u);
+    EXPECT_EQ(mte_THRES_Recover(sizeof(stThres), &stThres), 0u);
+    EXPECT_EQ(mte_BOOL_Recover(sizeof(stBool), &stBool), 0u);
+    EXPECT_EQ(mte_EXIST_Recover(MTE_EXIST_ROW_SIZE, &stExist), MTE_ERR_GENERAL);
+    // A stored record without status is refused like a create without status.
+    MTE_TRIGGER_ROW_S stNoStatus = TriggerReq("o", "u", MTE_ROW_NONE);
+    EXPECT_EQ(mte_TRIGGER_Recover(sizeof(stNoStatus), &stNoStatus), MTE_ERR_NO_SUCH_ROW);
+    // A second record of the same trigger makes no twin.
+    EXPECT_EQ(mte_TRIGGER_Recover(sizeof(stRow), &stRow), MTE_ERR_ROW_EXISTS);
+    mte_BIN_SetRecover(0);
+    EXPECT_TRUE(FAKE_DBM_Records("mteTrigger").empty());
+    EXPECT_EQ(mte_TRIGGER_GetNext(1, "o", "t"), nullptr);
+}
+
+}  // namespace
