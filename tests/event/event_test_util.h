@@ -157,12 +157,6 @@ class EventFixture : public ::testing::Test {
         ASSERT_EQ(mte_EVENT_Init(), 0u);
         ASSERT_EQ(mte_DBM_Recover(), 0u);
     }
-    void RaiseMemoryAlert() {
-        mte_MEMALERT_Fini();
-        FAKE_MEMALERT_SetCurrentState(1);
-        ASSERT_EQ(mte_MEMALERT_Init(), 0u);
-        ASSERT_EQ(mte_MEMALERT_GetFlag(), 1u);
-    }
 };
 
 #endif  // EVENT_TEST_UTIL_H

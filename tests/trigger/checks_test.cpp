@@ -96,119 +96,42 @@ SampleMaker CounterMaker() {
 }
 
 TEST(BoolCheck, FiresWhenConditionBecomesTrue) {
+    constexpr uint32_t T = MTE_TRUE, F = MTE_FALSE, A = MTE_SAMPLE_ABSOLUTE, D = MTE_SAMPLE_DELTA;
+    constexpr uint32_t GT = MTE_BOOL_GREATER, GE = MTE_BOOL_GREATER_OR_EQUAL;
+    constexpr uint32_t LT = MTE_BOOL_LESS, LE = MTE_BOOL_LESS_OR_EQUAL;
+    constexpr uint32_t EQ = MTE_BOOL_EQUAL, NE = MTE_BOOL_UNEQUAL;
+    constexpr int32_t Y = 22, MAX = 2147483647;  // Y: fired
     struct Case {
         const char* pszWhat;
-        MTE_BOOL_ENTRY_S stRow;
-        uint32_t uiSampleType;
-        SampleMaker fnMake;
+        uint32_t uiComparison;
+        int32_t iValue;
+        uint32_t uiStartup, uiSampleType;
+        bool bCounter;  // unsigned values instead of Integer32
         std::vector<int64_t> allValues;
         std::vector<int32_t> aiExpected;
     } astCases[] = {
-        {"greater 10, startup true",
-         BoolRow(MTE_BOOL_GREATER, 10, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {5, 12, 15, 8, 20},
-         {N, 22, N, N, 22}},
-        {"startup true fires at once",
-         BoolRow(MTE_BOOL_GREATER, 10, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {12, 13},
-         {22, N}},
-        {"startup false arms only",
-         BoolRow(MTE_BOOL_GREATER, 10, MTE_FALSE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {12, 13, 14},
-         {N, 22, N}},
-        {"startup false, false first",
-         BoolRow(MTE_BOOL_GREATER, 10, MTE_FALSE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {5, 12},
-         {N, 22}},
-        {"unequal",
-         BoolRow(MTE_BOOL_UNEQUAL, 0, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {0, 1, 2, 0, -1},
-         {N, 22, N, N, 22}},
-        {"equal",
-         BoolRow(MTE_BOOL_EQUAL, 3, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {3, 3, 4, 3},
-         {22, N, N, 22}},
-        {"less",
-         BoolRow(MTE_BOOL_LESS, 0, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {-1, 0, -5},
-         {22, N, 22}},
-        {"lessOrEqual",
-         BoolRow(MTE_BOOL_LESS_OR_EQUAL, 0, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {1, 0, 1, -1},
-         {N, 22, N, 22}},
-        {"greaterOrEqual",
-         BoolRow(MTE_BOOL_GREATER_OR_EQUAL, 0, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {-1, 0, -1, 1},
-         {N, 22, N, 22}},
-        {"comparison 0 never fires",
-         BoolRow(0, 0, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {0, 1, -1},
-         {N, N, N}},
-        {"comparison 7 never fires",
-         BoolRow(7, 0, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         IntMaker(),
-         {0, 1, -1},
-         {N, N, N}},
-        {"unsigned 3000000000 is greater than any value",
-         BoolRow(MTE_BOOL_GREATER, 2147483647, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         CounterMaker(),
-         {3000000000LL},
-         {22}},
-        {"unsigned above the range never less",
-         BoolRow(MTE_BOOL_LESS, 0, MTE_TRUE),
-         MTE_SAMPLE_ABSOLUTE,
-         CounterMaker(),
-         {3000000000LL},
-         {N}},
-        {"delta of a counter, greaterOrEqual 0: first arms, second fires either way",
-         BoolRow(MTE_BOOL_GREATER_OR_EQUAL, 0, MTE_TRUE),
-         MTE_SAMPLE_DELTA,
-         CounterMaker(),
-         {100, 90},
-         {N, 22}},
-        {"signed delta below the range compares less",
-         BoolRow(MTE_BOOL_LESS, -5, MTE_TRUE),
-         MTE_SAMPLE_DELTA,
-         IntMaker(),
-         {2147483647, -2147483648LL},
-         {N, 22}},
-        {"signed delta above the range compares greater",
-         BoolRow(MTE_BOOL_GREATER, 2147483647, MTE_TRUE),
-         MTE_SAMPLE_DELTA,
-         IntMaker(),
-         {-1, 2147483647},
-         {N, 22}},
-        {"delta values",
-         BoolRow(MTE_BOOL_GREATER, 4, MTE_TRUE),
-         MTE_SAMPLE_DELTA,
-         IntMaker(),
-         {0, 5, 10, 12, 20},
-         {N, 22, N, N, 22}},
+        {"greater 10, startup true", GT, 10, T, A, false, {5, 12, 15, 8, 20}, {N, Y, N, N, Y}},
+        {"startup true fires at once", GT, 10, T, A, false, {12, 13}, {Y, N}},
+        {"startup false arms only", GT, 10, F, A, false, {12, 13, 14}, {N, Y, N}},
+        {"startup false, false first", GT, 10, F, A, false, {5, 12}, {N, Y}},
+        {"unequal", NE, 0, T, A, false, {0, 1, 2, 0, -1}, {N, Y, N, N, Y}},
+        {"equal", EQ, 3, T, A, false, {3, 3, 4, 3}, {Y, N, N, Y}},
+        {"less", LT, 0, T, A, false, {-1, 0, -5}, {Y, N, Y}},
+        {"lessOrEqual", LE, 0, T, A, false, {1, 0, 1, -1}, {N, Y, N, Y}},
+        {"greaterOrEqual", GE, 0, T, A, false, {-1, 0, -1, 1}, {N, Y, N, Y}},
+        {"comparison 0 never fires", 0, 0, T, A, false, {0, 1, -1}, {N, N, N}},
+        {"comparison 7 never fires", 7, 0, T, A, false, {0, 1, -1}, {N, N, N}},
+        {"unsigned 3000000000 is greater", GT, MAX, T, A, true, {3000000000LL}, {Y}},
+        {"unsigned above the range never less", LT, 0, T, A, true, {3000000000LL}, {N}},
+        {"delta of a counter: first arms, second fires", GE, 0, T, D, true, {100, 90}, {N, Y}},
+        {"signed delta below the range is less", LT, -5, T, D, false, {MAX, -MAX - 1}, {N, Y}},
+        {"signed delta above the range is greater", GT, MAX, T, D, false, {-1, MAX}, {N, Y}},
+        {"delta values", GT, 4, T, D, false, {0, 5, 10, 12, 20}, {N, Y, N, N, Y}},
     };
-    for (Case& c : astCases) {
-        EXPECT_EQ(WalkValues(c.allValues, c.fnMake, BoolCheck(&c.stRow, c.uiSampleType)),
+    for (const Case& c : astCases) {
+        MTE_BOOL_ENTRY_S stRow = BoolRow(c.uiComparison, c.iValue, c.uiStartup);
+        EXPECT_EQ(WalkValues(c.allValues, c.bCounter ? CounterMaker() : IntMaker(),
+                             BoolCheck(&stRow, c.uiSampleType)),
                   c.aiExpected)
             << c.pszWhat;
     }
@@ -262,84 +185,64 @@ Check Delta(const MTE_THRES_ENTRY_S* pstRow) {
     };
 }
 
-TEST(ThresCheck, AbsoluteHysteresisAndStartup) {
+TEST(ThresCheck, HysteresisAndStartup) {
     constexpr int32_t R = MTE_CHECK_RISING, F = MTE_CHECK_FALLING;
-    auto fnU64 = [](int64_t v) { return TestSample::Counter64(static_cast<uint64_t>(v)); };
+    constexpr int32_t DR = MTE_CHECK_DELTA_RISING, DF = MTE_CHECK_DELTA_FALLING;
+    constexpr int32_t MAX = 2147483647;
+    constexpr bool A = false, D = true;  // absolute or delta check
+    auto TR = [](uint32_t uiStartup, int32_t iR, int32_t iF, int32_t iDR = 0, int32_t iDF = 0) {
+        return ThresRow(uiStartup, iR, iF, iDR, iDF);
+    };
+    enum Kind { INT, U32, U64 };
+    const SampleMaker afnMake[] = {IntMaker(), CounterMaker(), [](int64_t v) {
+                                       return TestSample::Counter64(static_cast<uint64_t>(v));
+                                   }};
     struct Case {
         const char* pszWhat;
         MTE_THRES_ENTRY_S stRow;
-        SampleMaker fnMake;
+        bool bDelta;
+        Kind eKind;
         std::vector<int64_t> allValues;
         std::vector<int32_t> aiExpected;
     } astCases[] = {
-        {"rising 80 falling 20",
-         ThresRow(3, 80, 20),
-         IntMaker(),
-         {50, 85, 90, 60, 15, 10, 85},
-         {N, R, N, N, F, N, R}},
-        {"first value above rising", ThresRow(3, 80, 20), IntMaker(), {85, 90}, {R, N}},
-        {"startup falling, first above rising", ThresRow(2, 80, 20), IntMaker(), {85, 85}, {N, R}},
-        {"startup rising, first below falling", ThresRow(1, 80, 20), IntMaker(), {10, 10}, {N, F}},
-        {"startup rising, first above rising", ThresRow(1, 80, 20), IntMaker(), {85, 10}, {R, F}},
-        {"startup 0 disables the startup alarms",
-         ThresRow(0, 80, 20),
-         IntMaker(),
-         {85, 85, 10},
-         {N, R, F}},
-        {"equal thresholds: falling wins, rising re-armed",
-         ThresRow(3, 50, 50),
-         IntMaker(),
+        {"80/20", TR(3, 80, 20), A, INT, {50, 85, 90, 60, 15, 10, 85}, {N, R, N, N, F, N, R}},
+        {"first value above rising", TR(3, 80, 20), A, INT, {85, 90}, {R, N}},
+        {"startup falling, first above rising", TR(2, 80, 20), A, INT, {85, 85}, {N, R}},
+        {"startup rising, first below falling", TR(1, 80, 20), A, INT, {10, 10}, {N, F}},
+        {"startup rising, first above rising", TR(1, 80, 20), A, INT, {85, 10}, {R, F}},
+        {"startup 0: no startup alarm", TR(0, 80, 20), A, INT, {85, 85, 10}, {N, R, F}},
+        {"equal: falling wins, rising re-armed",
+         TR(3, 50, 50),
+         A,
+         INT,
          {50, 50, 60, 50},
          {F, R, N, F}},
-        {"unsigned 4000000000 is above any rising, never below falling",
-         ThresRow(3, 2147483647, 2147483647),
-         CounterMaker(),
-         {4000000000LL, 4000000000LL, 5},
+        {"unsigned above any rising",
+         TR(3, MAX, MAX),
+         A,
+         U32,
+         {4000000000, 4000000000, 5},
          {R, N, F}},
-        {"64-bit values", ThresRow(3, 1000, 10), fnU64, {5, 1ull << 40, 500, 9}, {F, R, N, F}},
-    };
-    for (Case& c : astCases) {
-        EXPECT_EQ(WalkValues(c.allValues, c.fnMake, Absolute(&c.stRow)), c.aiExpected) << c.pszWhat;
-    }
-}
-
-TEST(ThresCheck, DeltaHysteresis) {
-    constexpr int32_t R = MTE_CHECK_DELTA_RISING, F = MTE_CHECK_DELTA_FALLING;
-    struct Case {
-        const char* pszWhat;
-        MTE_THRES_ENTRY_S stRow;
-        SampleMaker fnMake;
-        std::vector<int64_t> allValues;
-        std::vector<int32_t> aiExpected;
-    } astCases[] = {
-        {"signed, delta rising 10, falling -10",
-         ThresRow(3, 0, 0, 10, -10),
-         IntMaker(),
+        {"64-bit values", TR(3, 1000, 10), A, U64, {5, 1ll << 40, 500, 9}, {F, R, N, F}},
+        {"signed delta 10/-10",
+         TR(3, 0, 0, 10, -10),
+         D,
+         INT,
          {0, 15, 40, 35, 20},
-         {N, R, N, N, F}},
-        {"unsigned distances: falling 0 fires only on a repeat",
-         ThresRow(3, 0, 0, 100, 0),
-         CounterMaker(),
+         {N, DR, N, N, DF}},
+        {"unsigned distances: falling 0 only on a repeat",
+         TR(3, 0, 0, 100, 0),
+         D,
+         U32,
          {50, 40, 40, 200, 200},
-         {N, N, F, R, F}},
-        {"signed delta below the range is at or below falling",
-         ThresRow(3, 0, 0, 2147483647, -2147483647 - 1 + 1),
-         IntMaker(),
-         {2147483647, -2147483648LL},
-         {N, F}},
-        {"signed delta above the range is at or above rising",
-         ThresRow(3, 0, 0, 2147483647, -100),
-         IntMaker(),
-         {-2, 2147483647},
-         {N, R}},
-        {"unsigned wrap is a distance above any rising",
-         ThresRow(3, 0, 0, 2147483647, 0),
-         CounterMaker(),
-         {4294967290LL, 5},
-         {N, R}},
+         {N, N, DF, DR, DF}},
+        {"signed delta below the range", TR(3, 0, 0, MAX, -MAX), D, INT, {MAX, -MAX - 1}, {N, DF}},
+        {"signed delta above the range", TR(3, 0, 0, MAX, -100), D, INT, {-2, MAX}, {N, DR}},
+        {"unsigned wrap: above any rising", TR(3, 0, 0, MAX, 0), D, U32, {4294967290, 5}, {N, DR}},
     };
     for (Case& c : astCases) {
-        EXPECT_EQ(WalkValues(c.allValues, c.fnMake, Delta(&c.stRow)), c.aiExpected) << c.pszWhat;
+        Check fnCheck = c.bDelta ? Delta(&c.stRow) : Absolute(&c.stRow);
+        EXPECT_EQ(WalkValues(c.allValues, afnMake[c.eKind], fnCheck), c.aiExpected) << c.pszWhat;
     }
 }
 
@@ -358,26 +261,20 @@ TEST(ThresCheck, BothPairsShareOneStateWord) {
     EXPECT_EQ(p2->st.uiTestState & MTE_TSTATE_BOOLEAN, MTE_TSTATE_BOOLEAN);
 }
 
-TEST(ThresCheck, NonNumericWarnsOnlyWhileItsBitIsOn) {
+TEST(ThresCheck, NonNumericIsBadTypeAndWarnsOnlyWhileItsBitIsOn) {
     MTE_THRES_ENTRY_S stRow = ThresRow(3, 80, 20);
     auto pText = TestSample::Text("85");
+    uint32_t auiOid[2] = {1, 3};
+    TestSample stOid(SNMP_VTYPE_OID, auiOid, sizeof(auiOid));
     FAKE_LOG_Clear();
     EXPECT_EQ(mte_THRES_CheckByAbsolute(&stRow, nullptr, &pText->st), MTE_CHECK_BADTYPE);
+    EXPECT_EQ(mte_THRES_CheckByDelta(&stRow, nullptr, &pText->st), MTE_CHECK_BADTYPE);
+    EXPECT_EQ(mte_THRES_CheckByAbsolute(&stRow, nullptr, &stOid.st), MTE_CHECK_BADTYPE);
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING"), 0u);
     mte_DBG_EnableSwitch(MTE_DBG_WARNING);
     EXPECT_EQ(mte_THRES_CheckByAbsolute(&stRow, nullptr, &pText->st), MTE_CHECK_BADTYPE);
     mte_DBG_DisableSwitch(MTE_DBG_WARNING);
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Sample value is not numeric."), 1u);
-}
-
-TEST(ThresCheck, NonNumericIsBadType) {
-    MTE_THRES_ENTRY_S stRow = ThresRow(3, 80, 20);
-    auto pText = TestSample::Text("85");
-    EXPECT_EQ(mte_THRES_CheckByAbsolute(&stRow, nullptr, &pText->st), MTE_CHECK_BADTYPE);
-    EXPECT_EQ(mte_THRES_CheckByDelta(&stRow, nullptr, &pText->st), MTE_CHECK_BADTYPE);
-    uint32_t auiOid[2] = {1, 3};
-    TestSample stOid(SNMP_VTYPE_OID, auiOid, sizeof(auiOid));
-    EXPECT_EQ(mte_THRES_CheckByAbsolute(&stRow, nullptr, &stOid.st), MTE_CHECK_BADTYPE);
 }
 
 }  // namespace
