@@ -116,6 +116,8 @@ TEST_F(TriggerTableTest, ActivationChecksAndStatuses) {
         MTE_TRIGGER_ENTRY_S* pstEntry = Entry("own", "t1");
         ASSERT_NE(pstEntry, nullptr);
         EXPECT_EQ(pstEntry->stRow.uiEntryStatus, c.uiStatusAfter);
+        EXPECT_EQ(pstEntry->llTimerId, -1);  // the port service is down
+        EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_IDLE);
         EXPECT_EQ(pstEntry->stRow.uiEnabled,
                   c.uiStatusAfter == MTE_ROW_ACTIVE ? MTE_TRUE : MTE_FALSE);
         EXPECT_EQ(StoredTrigger("own", "t1"), Bytes(&pstEntry->stRow, sizeof(MTE_TRIGGER_ROW_S)));
@@ -320,21 +322,28 @@ TEST_F(TriggerTableTest, RunStateHandOverToTheWorker) {
     ASSERT_EQ(Set(TriggerReq("own", "t1", MTE_ROW_NOT_IN_SERVICE), kStatus), 0u);
     EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_IDLE);
 
-    // A destroy while the worker holds the trigger only marks it; its test
-    // rows' samples are dropped and every stored record goes at once.
-    for (uint32_t uiState : {MTE_RUN_CANCELLED, MTE_RUN_BUSY, MTE_RUN_RESTART}) {
+    // A destroy takes every stored record of the trigger at once; while the
+    // worker holds the trigger it only marks it and drops its samples.
+    for (uint32_t uiState : {MTE_RUN_IDLE, MTE_RUN_CANCELLED, MTE_RUN_BUSY, MTE_RUN_RESTART}) {
         SCOPED_TRACE(uiState);
-        CreateWaiting("own", "t", MTE_TEST_EXISTENCE);
+        MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "t", MTE_ROW_CREATE_AND_WAIT);
+        stReq.ucTest = MTE_TEST_EXISTENCE | MTE_TEST_BOOLEAN | MTE_TEST_THRESHOLD;
+        stReq.uiSampleType = MTE_SAMPLE_DELTA;
+        ASSERT_EQ(Set(stReq, kGoMask | COL(4) | COL(5) | COL(6) | COL(7)), 0u);
         pstEntry = Entry("own", "t");
         pstEntry->uiRunState = uiState;
         pstEntry->pstExist->usFirstCycle = 0;
         EXPECT_EQ(Set(TriggerReq("own", "t", MTE_ROW_DESTROY), 0), 0u);
         EXPECT_EQ(Entry("own", "t"), nullptr);
-        EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_DELETED);
-        EXPECT_EQ(pstEntry->pstExist->usFirstCycle, 1);
         EXPECT_EQ(FAKE_DBM_Records("mteTrigger").size(), 1u);
-        EXPECT_TRUE(FAKE_DBM_Records("mteExistence").empty());
-        mte_TRIGGER_FreeNode(pstEntry);  // the worker frees what it held
+        for (const char* pszList : {"mteBoolean", "mteExistence", "mteThreshold", "mteDelta"}) {
+            EXPECT_TRUE(FAKE_DBM_Records(pszList).empty()) << pszList;
+        }
+        if (uiState != MTE_RUN_IDLE) {
+            EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_DELETED);
+            EXPECT_EQ(pstEntry->pstExist->usFirstCycle, 1);
+            mte_TRIGGER_FreeNode(pstEntry);  // the worker frees what it held
+        }
     }
     mte_TRIGGER_FreeNode(nullptr);
 }
