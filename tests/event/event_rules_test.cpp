@@ -82,6 +82,18 @@ TEST_F(EventRulesTest, NotificationRowChecks) {
         EXPECT_EQ(uiFc, c.uiFailed);
     }
     EXPECT_EQ(mte_NOTIFY_Get("own", "n")->stNotification.uiLen, 5u);
+    ASSERT_EQ(SetNotify(NotifyReq("own", "n", {}, "", "grp"), 0x04), 0u);
+    EXPECT_STREQ(mte_NOTIFY_Get("own", "n")->szObjects, "grp");
+    // On an active event every column is compared.
+    ASSERT_EQ(SetEvent(EventReq("own", "n", 1), 0x40), 0u);
+    MTE_NOTIFY_ENTRY_S stSame = *mte_NOTIFY_Get("own", "n");
+    EXPECT_EQ(SetNotify(stSame, 0x0e), MTE_ERR_NO_CHANGE);
+    MTE_NOTIFY_ENTRY_S stOther = stSame;
+    strcpy(stOther.szObjects, "other");
+    EXPECT_EQ(SetNotify(stOther, 0x04), MTE_ERR_INCONSISTENT);
+    stOther = stSame;
+    strcpy(stOther.szObjectsOwner, "own");
+    EXPECT_EQ(SetNotify(stOther, 0x08), MTE_ERR_INCONSISTENT);
 }
 
 TEST_F(EventRulesTest, SetRowChecks) {
@@ -117,6 +129,12 @@ TEST_F(EventRulesTest, ObjectsRowTakesTheWildcardOnlyWithItsColumnAndBoundsTheId
         EXPECT_EQ(uiFc, 3u);
     }
     EXPECT_EQ(mte_OBJ_Get("o", "g", 3), nullptr);
+    // A new row needs its ID column; a written row takes no ID, same or not.
+    uint32_t uiFc = 0;
+    EXPECT_EQ(SetObj(ObjReq("o", "g", 3, 4), 0x20, &uiFc), MTE_ERR_INCONSISTENT);
+    EXPECT_EQ(uiFc, 3u);
+    EXPECT_EQ(SetObj(ObjReq("o", "g", 1, 1, {1}), 0x28), MTE_ERR_INCONSISTENT);
+    EXPECT_EQ(SetObj(ObjReq("o", "g", 2, 0, {1}, MTE_TRUE), 0x18), MTE_ERR_INCONSISTENT);
     MTE_OBJ_ROW_S stFull = ObjReq("o", "g", 3, 4);
     stFull.stID.uiLen = 128;
     EXPECT_EQ(SetObj(stFull, 0x28), 0u);
