@@ -1,5 +1,6 @@
 // What every row table promises, written once and run over the trigger,
-// event, objects, notification and set tables through the message dispatch
+// event, objects, notification and set tables and the trigger's boolean,
+// existence, threshold and delta rows, through the message dispatch
 // (so the locks and the reply codes are the ones a manager sees): accepted
 // changes are copied and stored, writes to active rows are refused or told
 // they change nothing, refused writes leave the row, the store and the write
@@ -19,15 +20,19 @@
 
 #include "fake_dbm.h"
 #include "fake_memalert.h"
+#include "mte_bool.h"
 #include "mte_cfg.h"
 #include "mte_core.h"
 #include "mte_dbg.h"
 #include "mte_dbm.h"
+#include "mte_delta.h"
 #include "mte_event.h"
+#include "mte_exist.h"
 #include "mte_memalert.h"
 #include "mte_msg.h"
 #include "mte_obj.h"
 #include "mte_scalar.h"
+#include "mte_thres.h"
 #include "mte_trigger.h"
 
 namespace {
@@ -50,6 +55,57 @@ MTE_OID_S Oid(std::initializer_list<uint32_t> auiArcs) {
         st.auiOid[st.uiLen++] = ui;
     }
     return st;
+}
+
+struct Reply {
+    uint32_t uiResult;
+    uint32_t uiFailed;
+    std::string strData;
+};
+
+// One request through the dispatcher.
+Reply Dispatch(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,
+               const void* pValue) {
+    uint8_t aucReq[MTE_MSG_MAX_LEN];
+    uint8_t aucReply[MTE_MSG_MAX_LEN];
+    uint32_t uiLen =
+        MTE_MSG_BuildRequest(7, usType, usOp, uiMask, usItem, pValue, aucReq, sizeof(aucReq));
+    EXPECT_NE(uiLen, 0u);
+    uint32_t uiReplyLen = mte_CFG_Proc(aucReq, uiLen, sizeof(aucReply), aucReply);
+    MTE_MSG_REPLY_S stReply{};
+    EXPECT_EQ(MTE_MSG_ParseReply(aucReply, uiReplyLen, &stReply), MTE_OK);
+    return {stReply.uiResult, stReply.uiFailedColumn,
+            std::string(reinterpret_cast<const char*>(stReply.pucData), stReply.uiDataSize)};
+}
+
+// The parents of the action and test rows: an event's status and action
+// bits, a trigger's status, test bits and (MTE_PRESENT_DELTA) delta sampling.
+uint32_t SetEvent(const char* pszName, uint32_t uiStatus, uint8_t ucActions) {
+    MTE_EVENT_ROW_S st = Named<MTE_EVENT_ROW_S>("o", pszName);
+    st.uiEntryStatus = uiStatus;
+    st.ucActions = ucActions;
+    uint32_t uiMask = COL(MTE_EVENT_COL_ACTION_SET) | COL(MTE_EVENT_COL_ACTION_NOTIFICATION) |
+                      (uiStatus != MTE_ROW_NONE ? COL(MTE_EVENT_COL_ENTRY_STATUS) : 0);
+    return Dispatch(MTE_MSG_TYPE_EVENT, MTE_MSG_OP_SET, uiMask, MTE_ITEM_EVENT, &st).uiResult;
+}
+
+uint32_t SetTrigger(const char* pszName, uint32_t uiStatus, uint8_t ucBits) {
+    MTE_TRIGGER_ROW_S st = Named<MTE_TRIGGER_ROW_S>("o", pszName);
+    st.stValueID = Oid({1, 3, 6, 1, 2, 1, 1, 3, 0});
+    st.uiFrequency = 60;
+    st.uiEntryStatus = uiStatus;
+    st.ucTest = ucBits & ~MTE_PRESENT_DELTA;
+    st.uiSampleType = (ucBits & MTE_PRESENT_DELTA) != 0 ? MTE_SAMPLE_DELTA : MTE_SAMPLE_ABSOLUTE;
+    uint32_t uiMask = COL(MTE_TRIGGER_COL_TEST_EXISTENCE) | COL(MTE_TRIGGER_COL_TEST_BOOLEAN) |
+                      COL(MTE_TRIGGER_COL_TEST_THRESHOLD) | COL(MTE_TRIGGER_COL_SAMPLE_TYPE);
+    if (uiStatus == MTE_ROW_CREATE_AND_WAIT) {
+        uiMask |= COL(MTE_TRIGGER_COL_VALUE_ID) | COL(MTE_TRIGGER_COL_FREQUENCY);
+    }
+    if (uiStatus != MTE_ROW_NONE) {
+        uiMask = uiStatus == MTE_ROW_CREATE_AND_WAIT ? uiMask | COL(MTE_TRIGGER_COL_ENTRY_STATUS)
+                                                     : COL(MTE_TRIGGER_COL_ENTRY_STATUS);
+    }
+    return Dispatch(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET, uiMask, MTE_ITEM_TRIGGER, &st).uiResult;
 }
 
 // ---- one traits struct per table -------------------------------------------
@@ -139,7 +195,9 @@ struct NotifyTable {
     static constexpr uint16_t kType = MTE_MSG_TYPE_NOTIFY, kItem = MTE_ITEM_NOTIFY;
     static constexpr const char* kList = "mteNotify";
     static constexpr bool kHasStatus = false;
-    static constexpr uint8_t kAction = MTE_ACTION_NOTIFICATION;
+    static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
+        return SetEvent(pszName, uiStatus, bWithRow ? MTE_ACTION_NOTIFICATION : 0);
+    }
     static constexpr uint32_t kMissingFc = 0;
     static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
     static constexpr uint32_t kChangeMask = COL(MTE_NOTIFY_COL_NOTIFICATION);
@@ -156,7 +214,9 @@ struct SetTable {
     static constexpr uint16_t kType = MTE_MSG_TYPE_SET, kItem = MTE_ITEM_SET;
     static constexpr const char* kList = "mteSet";
     static constexpr bool kHasStatus = false;
-    static constexpr uint8_t kAction = MTE_ACTION_SET;
+    static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
+        return SetEvent(pszName, uiStatus, bWithRow ? MTE_ACTION_SET : 0);
+    }
     static constexpr uint32_t kMissingFc = 0;
     static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
     static constexpr uint32_t kChangeMask = COL(MTE_SET_COL_VALUE);
@@ -170,10 +230,57 @@ struct SetTable {
     static bool Changed(const Row& st) { return st.iValue == -42; }
 };
 
-struct Reply {
-    uint32_t uiResult;
-    uint32_t uiFailed;
-    std::string strData;
+// The trigger's test rows and delta row: made and taken away with the
+// trigger's test bits and sample type, following the trigger's status.
+template <typename R, uint16_t TYPE, uint16_t ITEM, uint8_t BIT>
+struct TestRowTable {
+    using Row = R;
+    static constexpr uint16_t kType = TYPE, kItem = ITEM;
+    static constexpr bool kHasStatus = false;
+    static constexpr uint32_t kMissingFc = 0;
+    static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
+    static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
+        return SetTrigger(pszName, uiStatus, bWithRow ? BIT : 0);
+    }
+    static Row Req(const char* pszOwner, const char* pszName, uint32_t) {
+        return Named<Row>(pszOwner, pszName);
+    }
+};
+
+struct BooleanTable
+    : TestRowTable<MTE_BOOL_ENTRY_S, MTE_MSG_TYPE_BOOLEAN, MTE_ITEM_BOOLEAN, MTE_TEST_BOOLEAN> {
+    static constexpr const char* kName = "boolean";
+    static constexpr const char* kList = "mteBoolean";
+    static constexpr uint32_t kChangeMask = COL(MTE_BOOL_COL_VALUE);
+    static void Change(Row* p) { p->iValue = -42; }
+    static bool Changed(const Row& st) { return st.iValue == -42; }
+};
+
+struct ExistenceTable : TestRowTable<MTE_EXIST_ENTRY_S, MTE_MSG_TYPE_EXISTENCE, MTE_ITEM_EXISTENCE,
+                                     MTE_TEST_EXISTENCE> {
+    static constexpr const char* kName = "existence";
+    static constexpr const char* kList = "mteExistence";
+    static constexpr uint32_t kChangeMask = COL(MTE_EXIST_COL_TEST_CHANGED);
+    static void Change(Row* p) { p->ucTest |= 0x20; }
+    static bool Changed(const Row& st) { return (st.ucTest & 0x20) != 0; }
+};
+
+struct ThresholdTable : TestRowTable<MTE_THRES_ENTRY_S, MTE_MSG_TYPE_THRESHOLD, MTE_ITEM_THRESHOLD,
+                                     MTE_TEST_THRESHOLD> {
+    static constexpr const char* kName = "threshold";
+    static constexpr const char* kList = "mteThreshold";
+    static constexpr uint32_t kChangeMask = COL(MTE_THRES_COL_STARTUP);
+    static void Change(Row* p) { p->uiStartup = 1; }
+    static bool Changed(const Row& st) { return st.uiStartup == 1; }
+};
+
+struct DeltaTable
+    : TestRowTable<MTE_DELTA_ENTRY_S, MTE_MSG_TYPE_DELTA, MTE_ITEM_DELTA, MTE_PRESENT_DELTA> {
+    static constexpr const char* kName = "delta";
+    static constexpr const char* kList = "mteDelta";
+    static constexpr uint32_t kChangeMask = COL(MTE_DELTA_COL_DISCONTINUITY_ID_TYPE);
+    static void Change(Row* p) { p->uiDiscontinuityIDType = MTE_DELTA_TIME_STAMP; }
+    static bool Changed(const Row& st) { return st.uiDiscontinuityIDType == MTE_DELTA_TIME_STAMP; }
 };
 
 // The tables up on the in-memory store with the memory guard on the fake
@@ -219,23 +326,7 @@ class TableStack : public ::testing::Test {
     }
     static Reply Send(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,
                       const void* pValue) {
-        uint8_t aucReq[MTE_MSG_MAX_LEN];
-        uint8_t aucReply[MTE_MSG_MAX_LEN];
-        uint32_t uiLen =
-            MTE_MSG_BuildRequest(7, usType, usOp, uiMask, usItem, pValue, aucReq, sizeof(aucReq));
-        EXPECT_NE(uiLen, 0u);
-        uint32_t uiReplyLen = mte_CFG_Proc(aucReq, uiLen, sizeof(aucReply), aucReply);
-        MTE_MSG_REPLY_S stReply{};
-        EXPECT_EQ(MTE_MSG_ParseReply(aucReply, uiReplyLen, &stReply), MTE_OK);
-        return {stReply.uiResult, stReply.uiFailedColumn,
-                std::string(reinterpret_cast<const char*>(stReply.pucData), stReply.uiDataSize)};
-    }
-    static uint32_t SetEvent(const char* pszName, uint32_t uiStatus, uint8_t ucActions) {
-        MTE_EVENT_ROW_S st = EventTable::Req("o", pszName, uiStatus);
-        st.ucActions = ucActions;
-        uint32_t uiMask = COL(MTE_EVENT_COL_ACTION_SET) | COL(MTE_EVENT_COL_ACTION_NOTIFICATION) |
-                          (uiStatus != MTE_ROW_NONE ? COL(MTE_EVENT_COL_ENTRY_STATUS) : 0);
-        return Send(MTE_MSG_TYPE_EVENT, MTE_MSG_OP_SET, uiMask, MTE_ITEM_EVENT, &st).uiResult;
+        return Dispatch(usType, usOp, uiMask, usItem, pValue);
     }
 };
 
@@ -256,7 +347,7 @@ class RowTableTest : public TableStack {
     Row GetRow(const char* pszName) {
         Row st{};
         std::string str = Get(pszName);
-        EXPECT_EQ(str.size(), sizeof(st));
+        EXPECT_EQ(str.size(), MTE_MSG_ItemSize(T::kItem));
         memcpy(&st, str.data(), std::min(str.size(), sizeof(st)));
         return st;
     }
@@ -266,7 +357,7 @@ class RowTableTest : public TableStack {
             ASSERT_EQ(Set(T::Req("o", pszName, MTE_ROW_CREATE_AND_WAIT), T::kCreateMask).uiResult,
                       MTE_OK);
         } else {
-            ASSERT_EQ(SetEvent(pszName, MTE_ROW_CREATE_AND_WAIT, T::kAction), MTE_OK);
+            ASSERT_EQ(T::Parent(pszName, MTE_ROW_CREATE_AND_WAIT, true), MTE_OK);
         }
         ASSERT_NE(Get(pszName), "");
     }
@@ -274,7 +365,7 @@ class RowTableTest : public TableStack {
         if constexpr (T::kHasStatus) {
             ASSERT_EQ(Set(T::Req("o", pszName, uiStatus), COL(T::kStatusCol)).uiResult, MTE_OK);
         } else {
-            ASSERT_EQ(SetEvent(pszName, uiStatus, T::kAction), MTE_OK);
+            ASSERT_EQ(T::Parent(pszName, uiStatus, true), MTE_OK);
         }
     }
     // The stored records of the table, sorted, against the rows a get returns.
@@ -300,7 +391,8 @@ class RowTableTest : public TableStack {
     Snapshot Take() { return {RowsOf({"a", "b"}), Stored(), FAKE_DBM_WriteCount()}; }
 };
 
-using AllTables = ::testing::Types<TriggerTable, EventTable, ObjectsTable, NotifyTable, SetTable>;
+using AllTables = ::testing::Types<TriggerTable, EventTable, ObjectsTable, NotifyTable, SetTable,
+                                   BooleanTable, ExistenceTable, ThresholdTable, DeltaTable>;
 struct TableNames {
     template <typename T>
     static std::string GetName(int) {
@@ -375,7 +467,7 @@ TYPED_TEST(RowTableTest, WriteToAMissingRowIsRefused) {
     }
     if constexpr (!T::kHasStatus) {
         // The event is there, without this action.
-        ASSERT_EQ(this->SetEvent("a", MTE_ROW_CREATE_AND_WAIT, 0), MTE_OK);
+        ASSERT_EQ(T::Parent("a", MTE_ROW_CREATE_AND_WAIT, false), MTE_OK);
         EXPECT_EQ(this->Set(stReq, T::kChangeMask).uiResult, MTE_ERR_NO_SUCH_ROW);
         stBefore.ulWrites = FAKE_DBM_WriteCount();
     }
@@ -397,10 +489,10 @@ TYPED_TEST(RowTableTest, DestroyTakesTheRowAndItsRecord) {
         auto stReq = T::Req("o", "b", MTE_ROW_NONE);
         T::Change(&stReq);
         ASSERT_EQ(this->Set(stReq, T::kChangeMask).uiResult, MTE_OK);
-        ASSERT_EQ(this->SetEvent("b", MTE_ROW_NONE, 0), MTE_OK);
+        ASSERT_EQ(T::Parent("b", MTE_ROW_NONE, false), MTE_OK);
         EXPECT_EQ(this->Get("b"), "");
         EXPECT_TRUE(this->Stored().empty());
-        ASSERT_EQ(this->SetEvent("b", MTE_ROW_NONE, T::kAction), MTE_OK);
+        ASSERT_EQ(T::Parent("b", MTE_ROW_NONE, true), MTE_OK);
         EXPECT_FALSE(T::Changed(this->GetRow("b")));
         EXPECT_EQ(this->Stored(), std::vector<std::string>{this->Get("b")});
     }
