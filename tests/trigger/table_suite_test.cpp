@@ -80,8 +80,8 @@ Reply Dispatch(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,
 
 // The parents of the action and test rows: an event's status and action
 // bits, a trigger's status, test bits and (MTE_PRESENT_DELTA) delta sampling.
-uint32_t SetEvent(const char* pszName, uint32_t uiStatus, uint8_t ucActions) {
-    MTE_EVENT_ROW_S st = Named<MTE_EVENT_ROW_S>("o", pszName);
+uint32_t SetEvent(const char* pszOwner, const char* pszName, uint32_t uiStatus, uint8_t ucActions) {
+    MTE_EVENT_ROW_S st = Named<MTE_EVENT_ROW_S>(pszOwner, pszName);
     st.uiEntryStatus = uiStatus;
     st.ucActions = ucActions;
     uint32_t uiMask = COL(MTE_EVENT_COL_ACTION_SET) | COL(MTE_EVENT_COL_ACTION_NOTIFICATION) |
@@ -89,8 +89,8 @@ uint32_t SetEvent(const char* pszName, uint32_t uiStatus, uint8_t ucActions) {
     return Dispatch(MTE_MSG_TYPE_EVENT, MTE_MSG_OP_SET, uiMask, MTE_ITEM_EVENT, &st).uiResult;
 }
 
-uint32_t SetTrigger(const char* pszName, uint32_t uiStatus, uint8_t ucBits) {
-    MTE_TRIGGER_ROW_S st = Named<MTE_TRIGGER_ROW_S>("o", pszName);
+uint32_t SetTrigger(const char* pszOwner, const char* pszName, uint32_t uiStatus, uint8_t ucBits) {
+    MTE_TRIGGER_ROW_S st = Named<MTE_TRIGGER_ROW_S>(pszOwner, pszName);
     st.stValueID = Oid({1, 3, 6, 1, 2, 1, 1, 3, 0});
     st.uiFrequency = 60;
     st.uiEntryStatus = uiStatus;
@@ -196,7 +196,7 @@ struct NotifyTable {
     static constexpr const char* kList = "mteNotify";
     static constexpr bool kHasStatus = false;
     static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
-        return SetEvent(pszName, uiStatus, bWithRow ? MTE_ACTION_NOTIFICATION : 0);
+        return SetEvent("o", pszName, uiStatus, bWithRow ? MTE_ACTION_NOTIFICATION : 0);
     }
     static constexpr uint32_t kMissingFc = 0;
     static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
@@ -215,7 +215,7 @@ struct SetTable {
     static constexpr const char* kList = "mteSet";
     static constexpr bool kHasStatus = false;
     static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
-        return SetEvent(pszName, uiStatus, bWithRow ? MTE_ACTION_SET : 0);
+        return SetEvent("o", pszName, uiStatus, bWithRow ? MTE_ACTION_SET : 0);
     }
     static constexpr uint32_t kMissingFc = 0;
     static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
@@ -240,7 +240,7 @@ struct TestRowTable {
     static constexpr uint32_t kMissingFc = 0;
     static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
     static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
-        return SetTrigger(pszName, uiStatus, bWithRow ? BIT : 0);
+        return SetTrigger("o", pszName, uiStatus, bWithRow ? BIT : 0);
     }
     static Row Req(const char* pszOwner, const char* pszName, uint32_t) {
         return Named<Row>(pszOwner, pszName);
@@ -604,28 +604,6 @@ class ChannelDispatchTest : public TableStack {
         return stReply.uiResult;
     }
 
-    uint32_t CreateTrigger(const char* pszOwner, const char* pszName, uint8_t ucTest) {
-        MTE_TRIGGER_ROW_S stRow{};
-        strcpy(stRow.szOwner, pszOwner);
-        strcpy(stRow.szName, pszName);
-        stRow.stValueID.uiLen = 2;
-        stRow.stValueID.auiOid[0] = 1;
-        stRow.stValueID.auiOid[1] = 3;
-        stRow.uiFrequency = 60;
-        stRow.ucTest = ucTest & ~MTE_PRESENT_DELTA;  // the delta bit asks for delta sampling
-        stRow.uiSampleType = (ucTest & MTE_PRESENT_DELTA) != 0 ? MTE_SAMPLE_DELTA : 1;
-        stRow.uiEntryStatus = MTE_ROW_CREATE_AND_WAIT;
-        return Send(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET,
-                    MTE_COLUMN_BIT(MTE_TRIGGER_COL_SAMPLE_TYPE) |
-                        MTE_COLUMN_BIT(MTE_TRIGGER_COL_VALUE_ID) |
-                        MTE_COLUMN_BIT(MTE_TRIGGER_COL_FREQUENCY) |
-                        MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_EXISTENCE) |
-                        MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_BOOLEAN) |
-                        MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_THRESHOLD) |
-                        MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS),
-                    MTE_ITEM_TRIGGER, &stRow);
-    }
-
     uint32_t NextAfter(uint16_t usType, const char* pszOwner, const char* pszName) {
         MTE_INDEX_KEY_S stKey{};
         stKey.uiOwnerLen = static_cast<uint32_t>(strlen(pszOwner));
@@ -706,32 +684,10 @@ class DispatchWalkTest : public ChannelDispatchTest,
     uint32_t Write(const ModelRow& st, uint32_t uiStatus) {
         Parent eParent = GetParam().eParent;
         if (eParent == kTriggers) {
-            if (uiStatus == MTE_ROW_CREATE_AND_WAIT) {
-                return CreateTrigger(st.strOwner.c_str(), st.strName.c_str(), st.ucBits);
-            }
-            MTE_TRIGGER_ROW_S stRow{};
-            strcpy(stRow.szOwner, st.strOwner.c_str());
-            strcpy(stRow.szName, st.strName.c_str());
-            stRow.uiEntryStatus = uiStatus;
-            stRow.ucTest = st.ucBits & ~MTE_PRESENT_DELTA;
-            stRow.uiSampleType = (st.ucBits & MTE_PRESENT_DELTA) != 0 ? MTE_SAMPLE_DELTA : 1;
-            uint32_t uiMask = uiStatus != 0 ? MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS)
-                                            : MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_EXISTENCE) |
-                                                  MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_BOOLEAN) |
-                                                  MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_THRESHOLD) |
-                                                  MTE_COLUMN_BIT(MTE_TRIGGER_COL_SAMPLE_TYPE);
-            return Send(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET, uiMask, MTE_ITEM_TRIGGER, &stRow);
+            return SetTrigger(st.strOwner.c_str(), st.strName.c_str(), uiStatus, st.ucBits);
         }
         if (eParent == kEvents) {
-            MTE_EVENT_ROW_S stRow{};
-            strcpy(stRow.szOwner, st.strOwner.c_str());
-            strcpy(stRow.szName, st.strName.c_str());
-            stRow.uiEntryStatus = uiStatus;
-            stRow.ucActions = st.ucBits;
-            uint32_t uiMask = MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_SET) |
-                              MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_NOTIFICATION) |
-                              (uiStatus != 0 ? MTE_COLUMN_BIT(MTE_EVENT_COL_ENTRY_STATUS) : 0);
-            return Send(MTE_MSG_TYPE_EVENT, MTE_MSG_OP_SET, uiMask, MTE_ITEM_EVENT, &stRow);
+            return SetEvent(st.strOwner.c_str(), st.strName.c_str(), uiStatus, st.ucBits);
         }
         MTE_OBJ_ROW_S stRow{};
         strcpy(stRow.szOwner, st.strOwner.c_str());
@@ -890,7 +846,8 @@ TEST_F(ChannelDispatchTest, WalkOfManyTriggersCostsLessThanCreatingThem) {
     char szName[16];
     for (int i = 0; i < kRows; ++i) {
         snprintf(szName, sizeof(szName), "t%06d", i);
-        ASSERT_EQ(CreateTrigger(i % 2 ? "bb" : "a", szName, MTE_TEST_BOOLEAN), MTE_OK);
+        ASSERT_EQ(SetTrigger(i % 2 ? "bb" : "a", szName, MTE_ROW_CREATE_AND_WAIT, MTE_TEST_BOOLEAN),
+                  MTE_OK);
     }
     auto tCreated = std::chrono::steady_clock::now();
     std::string strOwner, strName;
