@@ -636,6 +636,11 @@ struct WalkTable {
     size_t uiNameOff;
 };
 
+// Names the table in test names (which otherwise carry the row's bytes).
+void PrintTo(const WalkTable& st, std::ostream* pOut) {
+    *pOut << st.pszName;
+}
+
 const WalkTable kWalkTables[] = {
     {"trigger", MTE_MSG_TYPE_TRIGGER, kTriggers, 0, offsetof(MTE_TRIGGER_ROW_S, szOwner),
      offsetof(MTE_TRIGGER_ROW_S, szName)},
