@@ -61,7 +61,9 @@ inline Snapshot TakeSnapshot() {
     Snapshot st;
     uint8_t ucFlags = 0;
     MTE_TRIGGER_ENTRY_S* pstEntry = mte_TRIGGER_GetNextTriggerEntry(0, "", "", &ucFlags);
-    for (; pstEntry != nullptr; pstEntry = pstEntry->pstNext) {
+    for (; pstEntry != nullptr; pstEntry = mte_TRIGGER_GetNextTriggerEntry(
+                                    static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner)),
+                                    pstEntry->stRow.szOwner, pstEntry->stRow.szName, &ucFlags)) {
         std::string s = Bytes(&pstEntry->stRow, sizeof(pstEntry->stRow));
         s += Bytes(&pstEntry->llTimerId, sizeof(pstEntry->llTimerId));
         s += Bytes(&pstEntry->uiRunState, sizeof(pstEntry->uiRunState));
