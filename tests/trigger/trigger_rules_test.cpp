@@ -1,18 +1,161 @@
 // The trigger table's own rules (what every table shares is in
 // table_suite_test.cpp): the checks on activation, the defaults and the
 // columns a write copies, the test rows that follow the test bits with their
-// stored records, the delta row that follows the sample type, the three test
-// tables' writes, the run-state hand-over to the worker, and recovery of the
-// test rows over their triggers. The port service is down throughout.
-#include <cstring>
+// stored records, the delta row that follows the sample type, the test
+// tables' owner columns, the run-state hand-over to the worker, and recovery
+// of the test rows over their triggers, all with the port service down; then
+// row changes with the port service up: the timer and the first sample are
+// asked for exactly where a trigger starts, stopped where it stops, and a
+// trigger whose timer cannot start is refused without a trace (the worker
+// thread is not started; queued triggers are dropped with the queue).
+#include <gtest/gtest.h>
 
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "fake_dbm.h"
+#include "fake_log.h"
+#include "fake_memalert.h"
 #include "mte_bool.h"
+#include "mte_core.h"
+#include "mte_dbg.h"
+#include "mte_dbm.h"
 #include "mte_delta.h"
 #include "mte_exist.h"
+#include "mte_memalert.h"
+#include "mte_run.h"
+#include "mte_scalar.h"
 #include "mte_thres.h"
-#include "table_fixture.h"
+#include "mte_timer.h"
+#include "mte_trigger.h"
 
 namespace {
+
+// The in-memory store, the memory guard on the fake alert service, a main
+// epoll set for it, and an empty trigger table, with the port service down (no
+// timers, no sampling). Helpers build requests and take snapshots of
+// everything a refused request must leave untouched.
+constexpr uint32_t COL(uint32_t c) {
+    return MTE_COLUMN_BIT(c);
+}
+constexpr uint32_t kGoMask = COL(MTE_TRIGGER_COL_VALUE_ID) | COL(MTE_TRIGGER_COL_FREQUENCY) |
+                             COL(MTE_TRIGGER_COL_ENTRY_STATUS);
+
+inline MTE_TRIGGER_ROW_S TriggerReq(const char* pszOwner, const char* pszName, uint32_t uiStatus,
+                                    uint32_t uiFrequency = 60) {
+    MTE_TRIGGER_ROW_S st{};
+    strncpy(st.szOwner, pszOwner, sizeof(st.szOwner) - 1);
+    strncpy(st.szName, pszName, sizeof(st.szName) - 1);
+    const uint32_t auiSysUpTime[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
+    st.stValueID.uiLen = 9;
+    memcpy(st.stValueID.auiOid, auiSysUpTime, sizeof(auiSysUpTime));
+    st.uiFrequency = uiFrequency;
+    st.uiEntryStatus = uiStatus;
+    return st;
+}
+
+inline std::string Bytes(const void* p, size_t n) {
+    return std::string(static_cast<const char*>(p), n);
+}
+
+// Everything a refused request must leave as it was.
+struct Snapshot {
+    std::vector<std::string> astrEntries;  // row, test rows, run fields per entry in list order
+    std::vector<std::string> astrStored[4];
+
+    bool operator==(const Snapshot& o) const {
+        for (int i = 0; i < 4; ++i) {
+            if (astrStored[i] != o.astrStored[i]) {
+                return false;
+            }
+        }
+        return astrEntries == o.astrEntries;
+    }
+};
+
+inline Snapshot TakeSnapshot() {
+    Snapshot st;
+    uint8_t ucFlags = 0;
+    MTE_TRIGGER_ENTRY_S* pstEntry = mte_TRIGGER_GetNextTriggerEntry(0, "", "", &ucFlags);
+    for (; pstEntry != nullptr; pstEntry = mte_TRIGGER_GetNextTriggerEntry(
+                                    static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner)),
+                                    pstEntry->stRow.szOwner, pstEntry->stRow.szName, &ucFlags)) {
+        std::string s = Bytes(&pstEntry->stRow, sizeof(pstEntry->stRow));
+        s += Bytes(&pstEntry->llTimerId, sizeof(pstEntry->llTimerId));
+        s += Bytes(&pstEntry->uiRunState, sizeof(pstEntry->uiRunState));
+        s += pstEntry->pstBool ? Bytes(pstEntry->pstBool, sizeof(MTE_BOOL_ENTRY_S)) : "-";
+        s += pstEntry->pstExist ? Bytes(pstEntry->pstExist, sizeof(MTE_EXIST_ENTRY_S)) : "-";
+        s += pstEntry->pstThres ? Bytes(pstEntry->pstThres, sizeof(MTE_THRES_ENTRY_S)) : "-";
+        st.astrEntries.push_back(s);
+    }
+    const char* apszLists[] = {"mteTrigger", "mteBoolean", "mteExistence", "mteThreshold"};
+    for (int i = 0; i < 4; ++i) {
+        st.astrStored[i] = FAKE_DBM_Records(apszLists[i]);
+    }
+    return st;
+}
+
+class TriggerTableTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        FAKE_DBM_Reset();
+        FAKE_MEMALERT_Reset();
+        ASSERT_EQ(mte_DBM_Init(), 0u);
+        ASSERT_EQ(mte_EPOLL_Init(), 0u);
+        ASSERT_EQ(mte_MEMALERT_Init(), 0u);
+        ASSERT_EQ(mte_TRIGGER_Init(), 0u);
+        mte_SCALAR_SetSampleMin(10);
+    }
+    void TearDown() override {
+        mte_TRIGGER_Fini();
+        mte_MEMALERT_Fini();
+        mte_EPOLL_Fini();
+        mte_DBM_Fini();
+        mte_SCALAR_SetSampleMin(1);
+    }
+    // Restarts the memory guard in the given platform state (1 exceeded, 6 normal).
+    void SetMemoryState(uint32_t uiState) {
+        mte_MEMALERT_Fini();
+        FAKE_MEMALERT_SetCurrentState(uiState);
+        ASSERT_EQ(mte_MEMALERT_Init(), 0u);
+    }
+    uint32_t Set(const MTE_TRIGGER_ROW_S& stReq, uint32_t uiMask, uint32_t* puiFailed = nullptr) {
+        uint32_t uiFailed = 0;
+        uint32_t uiRet = mte_TRIGGER_Set(&stReq, uiMask, &uiFailed);
+        if (puiFailed) {
+            *puiFailed = uiFailed;
+        }
+        return uiRet;
+    }
+    MTE_TRIGGER_ENTRY_S* Entry(const char* pszOwner, const char* pszName) {
+        return mte_TRIGGER_GetTriggerEntry(pszOwner, pszName);
+    }
+    // The stored trigger record of (owner, name), or "" when there is none.
+    std::string StoredTrigger(const char* pszOwner, const char* pszName) {
+        for (const std::string& s : FAKE_DBM_Records("mteTrigger")) {
+            MTE_TRIGGER_ROW_S st;
+            if (s.size() != sizeof(st)) {
+                continue;
+            }
+            memcpy(&st, s.data(), sizeof(st));
+            if (strcmp(st.szOwner, pszOwner) == 0 && strcmp(st.szName, pszName) == 0) {
+                return s;
+            }
+        }
+        return "";
+    }
+    void CreateActive(const char* pszOwner, const char* pszName, uint8_t ucTest = 0) {
+        MTE_TRIGGER_ROW_S st = TriggerReq(pszOwner, pszName, MTE_ROW_CREATE_AND_GO);
+        st.ucTest = ucTest;
+        ASSERT_EQ(Set(st, kGoMask), 0u);
+    }
+    void CreateWaiting(const char* pszOwner, const char* pszName, uint8_t ucTest = 0) {
+        MTE_TRIGGER_ROW_S st = TriggerReq(pszOwner, pszName, MTE_ROW_CREATE_AND_WAIT);
+        st.ucTest = ucTest;
+        ASSERT_EQ(Set(st, kGoMask), 0u);
+    }
+};
 
 constexpr uint32_t kStatus = COL(MTE_TRIGGER_COL_ENTRY_STATUS);
 constexpr uint32_t kFreq = COL(MTE_TRIGGER_COL_FREQUENCY);
@@ -543,6 +686,107 @@ TEST_F(TriggerTableTest, RecoverRefusesOddRecords) {
     mte_BIN_SetRecover(0);
     EXPECT_TRUE(FAKE_DBM_Records("mteTrigger").empty());
     EXPECT_EQ(mte_TRIGGER_GetNext(1, "o", "t"), nullptr);
+}
+
+// ---- the port service up ---------------------------------------------------
+
+class TriggerPortUpTest : public TriggerTableTest {
+  protected:
+    void SetUp() override {
+        TriggerTableTest::SetUp();
+        mte_TIMER_SetPortFlag(1);
+        ASSERT_EQ(mte_run_InitWithoutThread(), 0u);
+    }
+    void TearDown() override {
+        mte_RUN_Fini();  // drops queued messages before their triggers go
+        mte_TRIGGER_Fini();
+        mte_TIMER_Fini();
+        mte_TIMER_SetPortFlag(0);
+        TriggerTableTest::TearDown();
+    }
+};
+
+TEST_F(TriggerPortUpTest, TimerThatCannotStartUndoesTheRequest) {
+    // No timer set exists yet, so no timer can be made.
+    EXPECT_EQ(Set(TriggerReq("o", "go", MTE_ROW_CREATE_AND_GO), kGoMask), MTE_ERR_GENERAL);
+    EXPECT_EQ(Entry("o", "go"), nullptr);
+    EXPECT_TRUE(FAKE_DBM_Records("mteTrigger").empty());
+
+    CreateWaiting("o", "w", MTE_TEST_BOOLEAN);
+    Snapshot stBefore = TakeSnapshot();
+    FAKE_LOG_Clear();
+    mte_DBG_EnableSwitch(MTE_DBG_ERR);
+    EXPECT_EQ(Set(TriggerReq("o", "w", MTE_ROW_ACTIVE), COL(MTE_TRIGGER_COL_ENTRY_STATUS)),
+              MTE_ERR_GENERAL);
+    mte_DBG_DisableSwitch(MTE_DBG_ERR);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", "Failed to start a timer."), 1u);
+    EXPECT_EQ(TakeSnapshot(), stBefore);
+}
+
+TEST_F(TriggerPortUpTest, StartAndStopReachTheEngine) {
+    ASSERT_EQ(mte_TIMER_Init(), 0u);
+    const uint32_t kStatus = COL(MTE_TRIGGER_COL_ENTRY_STATUS);
+    CreateActive("o", "go");
+    MTE_TRIGGER_ENTRY_S* pstGo = Entry("o", "go");
+    EXPECT_NE(pstGo->llTimerId, -1);
+    EXPECT_EQ(pstGo->uiRunState, MTE_RUN_BUSY);  // first sample queued at once
+    EXPECT_EQ(pstGo->usInstanceReleased, 0);
+
+    CreateWaiting("o", "w");
+    MTE_TRIGGER_ENTRY_S* pstWait = Entry("o", "w");
+    EXPECT_EQ(pstWait->llTimerId, -1);
+    EXPECT_EQ(pstWait->uiRunState, MTE_RUN_IDLE);
+    ASSERT_EQ(Set(TriggerReq("o", "w", MTE_ROW_ACTIVE), kStatus), 0u);
+    int64_t llTimer = pstWait->llTimerId;
+    EXPECT_NE(llTimer, -1);
+    EXPECT_EQ(pstWait->uiRunState, MTE_RUN_BUSY);
+
+    // The worker finished its cycle; a stop keeps the timer, suspended.
+    pstWait->uiRunState = MTE_RUN_IDLE;
+    ASSERT_EQ(Set(TriggerReq("o", "w", MTE_ROW_NOT_IN_SERVICE), kStatus), 0u);
+    EXPECT_EQ(pstWait->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(pstWait->llTimerId, llTimer);
+    EXPECT_EQ(pstWait->usInstanceReleased, 1);  // samples and instance given back
+    ASSERT_EQ(Set(TriggerReq("o", "w", MTE_ROW_ACTIVE), kStatus), 0u);
+    EXPECT_EQ(pstWait->llTimerId, llTimer);  // resumed, not made again
+    EXPECT_EQ(pstWait->uiRunState, MTE_RUN_BUSY);
+
+    // Stopped while queued, the worker is told; destroyed while queued, too.
+    ASSERT_EQ(Set(TriggerReq("o", "go", MTE_ROW_NOT_IN_SERVICE), kStatus), 0u);
+    EXPECT_EQ(pstGo->uiRunState, MTE_RUN_CANCELLED);
+    ASSERT_EQ(Set(TriggerReq("o", "go", MTE_ROW_DESTROY), 0), 0u);
+    EXPECT_EQ(pstGo->uiRunState, MTE_RUN_DELETED);
+    EXPECT_EQ(pstGo->llTimerId, -1);
+    // Its message is still queued: the worker's teardown frees it with the queue.
+}
+
+TEST_F(TriggerPortUpTest, ActivationWithoutItsStatusColumnChangesNothing) {
+    ASSERT_EQ(mte_TIMER_Init(), 0u);
+    CreateWaiting("o", "w");
+    Snapshot stBefore = TakeSnapshot();
+    ASSERT_EQ(Set(TriggerReq("o", "w", MTE_ROW_ACTIVE), COL(MTE_TRIGGER_COL_FREQUENCY)), 0u);
+    MTE_TRIGGER_ENTRY_S* pstEntry = Entry("o", "w");
+    EXPECT_EQ(pstEntry->stRow.uiEntryStatus, MTE_ROW_NOT_IN_SERVICE);
+    EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(TakeSnapshot().astrStored[0], stBefore.astrStored[0]);
+    EXPECT_EQ(pstEntry->stRow.uiEnabled, MTE_FALSE);
+}
+
+TEST_F(TriggerPortUpTest, StartAllStartsOnlyActiveTriggers) {
+    mte_TIMER_SetPortFlag(0);
+    CreateActive("o", "a");
+    CreateWaiting("o", "w");
+    EXPECT_EQ(Entry("o", "a")->llTimerId, -1);
+    mte_TIMER_SetPortFlag(1);
+    ASSERT_EQ(mte_TIMER_Init(), 0u);
+    mte_TRIGGER_StartAll();
+    EXPECT_NE(Entry("o", "a")->llTimerId, -1);
+    EXPECT_EQ(Entry("o", "a")->uiRunState, MTE_RUN_BUSY);
+    EXPECT_EQ(Entry("o", "w")->llTimerId, -1);
+    EXPECT_EQ(Entry("o", "w")->uiRunState, MTE_RUN_IDLE);
+    mte_TRIGGER_SuspendTmr();
+    mte_TRIGGER_ClearAllSpl();
+    EXPECT_EQ(Entry("o", "a")->usInstanceReleased, 1);
 }
 
 }  // namespace
