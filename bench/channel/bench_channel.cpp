@@ -19,14 +19,13 @@
 #include <memory>
 #include <string>
 
-#include "channel/channel_client.h"
-#include "core/daemon_process.h"
+#include "stack.h"
 #include "mte_cfg.h"
 #include "mte_msg.h"
 
 namespace {
 
-std::unique_ptr<MteDaemonProcess> g_pDaemon;
+std::unique_ptr<mte_test::DaemonProcess> g_pDaemon;
 std::string g_strEchoPath;
 pid_t g_iEchoPid = -1;
 std::map<std::string, double> g_mapEchoRate;  // per request kind
@@ -72,14 +71,14 @@ bool StartEcho(const std::string& strDir) {
 }
 
 bool Setup() {
-    g_pDaemon = std::make_unique<MteDaemonProcess>();
+    g_pDaemon = std::make_unique<mte_test::DaemonProcess>();
     if (!g_pDaemon->Start() || !g_pDaemon->WaitReady(10000)) {
         fprintf(stderr, "bench_channel: eventmibd did not start:\n%s\n",
                 g_pDaemon->Stderr().c_str());
         return false;
     }
     // Ten triggers, so that get and get-next find their row among others.
-    ChannelClient stClient;
+    mte_test::ChannelClient stClient;
     if (!stClient.Connect(g_pDaemon->RuntimeDir() + "/eventmibd.sock")) {
         return false;
     }
@@ -146,7 +145,7 @@ std::vector<uint8_t> BuildRequest(const std::string& strKind, uint32_t uiSeq, bo
 }
 
 void RunRequests(benchmark::State& stState, const std::string& strKind, bool bEcho) {
-    ChannelClient stClient;
+    mte_test::ChannelClient stClient;
     std::string strPath = bEcho ? g_strEchoPath : g_pDaemon->RuntimeDir() + "/eventmibd.sock";
     if (!stClient.Connect(strPath)) {
         stState.SkipWithError("cannot connect");

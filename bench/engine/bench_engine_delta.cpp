@@ -24,7 +24,7 @@
 #include "mte_scalar.h"
 #include "mte_timer.h"
 #include "mte_trigger.h"
-#include "snmpd_harness.h"
+#include "stack.h"
 
 // Channel-private writer (channel/mte_tarn_priv.h): no notifications here.
 void mte_tarn_SetTrapFlag(uint16_t usFlag);

@@ -12,6 +12,7 @@
 //        and, when the worker cannot keep up, the samples-missed counter and
 //        the shortfall traces: for example 2000 20 1)
 // Every wait is bounded; everything started is stopped at the end.
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -29,8 +30,7 @@
 #include <thread>
 #include <vector>
 
-#include "core/daemon_process.h"
-#include "snmpd_harness.h"
+#include "stack.h"
 
 extern char** environ;
 
@@ -142,7 +142,7 @@ long InPkts(const std::string& strDir, uint16_t usPort, const char* pszOid = kIn
     return std::atol(strOut.c_str());
 }
 
-int Fail(const char* pszWhat, MteDaemonProcess* pstDaemon) {
+int Fail(const char* pszWhat, mte_test::DaemonProcess* pstDaemon) {
     fprintf(stderr, "bench_engine_idle: %s\n", pszWhat);
     if (pstDaemon != nullptr) {
         fprintf(stderr, "--- eventmibd:\n%s", pstDaemon->Stderr().c_str());
@@ -168,7 +168,7 @@ int main(int iArgc, char** ppszArgv) {
     if (!stSnmpd.UseClientConfig(mte_test::ClientSecurity::V3_AUTH_PRIV)) {
         return Fail("client configuration not written", nullptr);
     }
-    MteDaemonProcess stDaemon;
+    mte_test::DaemonProcess stDaemon;
     if (!stDaemon.Start() || !stDaemon.WaitReady(15000)) {
         return Fail("eventmibd did not start", &stDaemon);
     }

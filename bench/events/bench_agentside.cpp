@@ -60,7 +60,7 @@
 #include "mte_timer.h"
 #include "mte_trigger.h"
 #include "plat_snmp.h"
-#include "support/snmpd_harness.h"
+#include "stack.h"
 #include "testagent_ctl.h"
 
 extern char** environ;

@@ -23,9 +23,8 @@
 #include <string>
 #include <vector>
 
-#include "core/daemon_process.h"
+#include "stack.h"
 #include "mte_msg.h"
-#include "support/snmpd_harness.h"
 
 namespace {
 
@@ -44,7 +43,7 @@ Sample Run(const std::string& strCommand) {
     std::string strFull = "env SNMPCONFPATH=" + g_pstAgent->Dir() +
                           "/etc SNMP_PERSISTENT_DIR=" + g_pstAgent->Dir() +
                           "/client-persist MIBS= timeout 300 " + strCommand + " 2>/dev/null";
-    int64_t llStart = MteDaemonProcess::NowMs();
+    int64_t llStart = mte_test::MonoMs();
     FILE* pstPipe = popen(strFull.c_str(), "r");
     Sample stSample{0, 0};
     if (pstPipe == nullptr) {
@@ -55,7 +54,7 @@ Sample Run(const std::string& strCommand) {
         stSample.lVarbinds += (acBuf[0] == '.' || strncmp(acBuf, "trigger", 7) == 0) ? 1 : 0;
     }
     pclose(pstPipe);
-    stSample.dMs = static_cast<double>(MteDaemonProcess::NowMs() - llStart);
+    stSample.dMs = static_cast<double>(mte_test::MonoMs() - llStart);
     return stSample;
 }
 
@@ -65,7 +64,7 @@ std::string BulkWalk(const char* pszOid) {
 }
 
 // Creates triggers iFrom .. iTo-1 (not in service) through the daemon's socket.
-bool CreateTriggers(const MteDaemonProcess& stDaemon, int iFrom, int iTo) {
+bool CreateTriggers(const mte_test::DaemonProcess& stDaemon, int iFrom, int iTo) {
     int iFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     sockaddr_un stAddr{};
     stAddr.sun_family = AF_UNIX;
@@ -181,14 +180,14 @@ void CompareBridge(int iRows, int iRounds) {
 // keeps a short walk on one CPU varies from run to run, which hid the walk's
 // own cost (a 2,000-row walk took 21 to 74 ms, while each 2,000 rows of a
 // 20,000-row walk took a steady 105 ms across CPUs or 21 ms on one).
-void CompareCtlWalks(const MteDaemonProcess& stLarge, int iLarge, const MteDaemonProcess& stSmall,
-                     int iSmall, int iRounds) {
+void CompareCtlWalks(const mte_test::DaemonProcess& stLarge, int iLarge,
+                     const mte_test::DaemonProcess& stSmall, int iSmall, int iRounds) {
     cpu_set_t stOneCpu;
     CPU_ZERO(&stOneCpu);
     CPU_SET(0, &stOneCpu);
     (void)sched_setaffinity(stLarge.Pid(), sizeof(stOneCpu), &stOneCpu);
     (void)sched_setaffinity(stSmall.Pid(), sizeof(stOneCpu), &stOneCpu);
-    auto Walk = [](const MteDaemonProcess& stDaemon) {
+    auto Walk = [](const mte_test::DaemonProcess& stDaemon) {
         return Run(std::string("taskset -c 0 ") + MTE_EVENTMIBCTL_PATH + " -s " +
                    stDaemon.RuntimeDir() + "/eventmibd.sock walk trigger");
     };
@@ -221,8 +220,8 @@ int main(int iArgc, char** ppszArgv) {
         aiSizes = {1000, 5000, 20000};
     }
     g_pstAgent = new mte_test::SnmpdHarness();
-    MteDaemonProcess stDaemon;
-    MteDaemonProcess stSmall;
+    mte_test::DaemonProcess stDaemon;
+    mte_test::DaemonProcess stSmall;
     std::string strError;
     if (!g_pstAgent->Start(&strError) || !stDaemon.Start() || !stDaemon.WaitReady(10000) ||
         !stSmall.Start() || !stSmall.WaitReady(10000) || !CreateTriggers(stSmall, 0, 2000)) {

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "agentx_test_util.h"
+#include "stack.h"
 #include "agx_notify.h"
 #include "plat_paths.h"
 #include "plat_snmp.h"

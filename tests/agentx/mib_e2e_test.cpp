@@ -3,21 +3,17 @@
 // its management socket. Every command runs under timeout(1); every wait is
 // bounded.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
+#include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <cstring>
-#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "core/daemon_process.h"
+#include "mte_cfg.h"
 #include "mte_msg.h"
-#include "snmpd_harness.h"
+#include "stack.h"
 
 namespace {
 
@@ -62,98 +58,52 @@ std::vector<uint64_t> ParseOid(const std::string& strOid) {
     return aOid;
 }
 
-struct ToolRun {
-    int iStatus;
-    std::string strOut;
-};
+using mte_test::ToolRun;
 
+// One stack for the suite: snmpd, the bridge as it runs in production (in
+// the daemon's runtime directory, attached to the private master) and the
+// daemon.
 class MibBridgeTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        s_pstAgent = new mte_test::SnmpdHarness();
-        s_pstDaemon = new MteDaemonProcess();
-        std::string strError;
-        if (!s_pstAgent->Start(&strError)) {
-            s_strSkip = strError;
-            return;
+        s_pstStack = new mte_test::Stack();
+        s_strStartError = s_pstStack->Start(mte_test::SNMPD);
+        s_pstStack->m_astrBridgeArgs = {"-f", "-i", "1", "-x",
+                                        s_pstStack->m_stSnmpd.AgentxSocketPath()};
+        if (s_strStartError.empty()) {
+            s_strStartError = s_pstStack->Start(mte_test::DAEMON | mte_test::BRIDGE);
         }
-        ASSERT_TRUE(s_pstDaemon->Start());
-        ASSERT_TRUE(s_pstDaemon->WaitReady(10000)) << s_pstDaemon->Stderr();
-        std::string strPersist = s_pstAgent->Dir() + "/subagent-persist";
-        mkdir(strPersist.c_str(), 0700);
-        // The bridge as it runs in production: eventmib-agentx, in the
-        // daemon's runtime directory, attached to the private master.
-        s_iSubagent = mte_test::SpawnProcess(
-            {MTE_AGENTX_PATH, "-f", "-i", "1", "-x", s_pstAgent->AgentxSocketPath()},
-            {"RUNTIME_DIRECTORY=" + s_pstDaemon->RuntimeDir(), "SNMPCONFPATH=" + strPersist,
-             "SNMP_PERSISTENT_DIR=" + strPersist, "MIBS="},
-            s_pstAgent->Dir() + "/subagent.log");
-        ASSERT_GT(s_iSubagent, 0);
-        // The subagent answers once it has registered with the master.
-        bool bUp = false;
-        for (int i = 0; i < 100 && !bUp; ++i) {
-            bUp = Tool("snmpget", kSampleMin).strOut.find("INTEGER") != std::string::npos;
-            if (!bUp) {
-                usleep(100 * 1000);
-            }
+        // The bridge answers once it has registered with the master.
+        if (s_strStartError.empty() &&
+            !mte_test::WaitUntil(
+                [] { return Get(kSampleMin).strOut.find("INTEGER") != std::string::npos; },
+                10000)) {
+            s_strStartError = "the bridge does not answer: " + Get(kSampleMin).strOut +
+                              mte_test::ReadFile(s_pstStack->BridgeLog());
         }
-        ASSERT_TRUE(bUp) << Tool("snmpget", kSampleMin).strOut;
     }
-
     static void TearDownTestSuite() {
-        mte_test::StopProcess(&s_iSubagent, 3000);
-        if (s_pstAgent != nullptr && ::testing::UnitTest::GetInstance()->failed_test_count() > 0) {
-            ToolRun stLog = Shell("cat " + s_pstAgent->Dir() + "/subagent.log");
-            fprintf(stderr, "subagent log:\n%s\n", stLog.strOut.c_str());
-        }
-        delete s_pstDaemon;
-        s_pstDaemon = nullptr;
-        delete s_pstAgent;
-        s_pstAgent = nullptr;
+        delete s_pstStack;
+        s_pstStack = nullptr;
     }
-
     void SetUp() override {
-        if (!s_strSkip.empty()) {
-            GTEST_SKIP() << s_strSkip;
+        if (s_strStartError.rfind("skip:", 0) == 0) {
+            GTEST_SKIP() << s_strStartError;
         }
+        ASSERT_EQ(s_strStartError, "");
     }
 
-    static ToolRun Shell(const std::string& strCommand) {
-        std::string strFull = "env SNMPCONFPATH=" + s_pstAgent->Dir() +
-                              "/etc SNMP_PERSISTENT_DIR=" + s_pstAgent->Dir() +
-                              "/client-persist MIBS= timeout 30 " + strCommand + " 2>&1";
-        ToolRun stRun{-1, ""};
-        FILE* pstPipe = popen(strFull.c_str(), "r");
-        if (pstPipe == nullptr) {
-            return stRun;
-        }
-        char acBuf[4096];
-        size_t uiGot;
-        while ((uiGot = fread(acBuf, 1, sizeof(acBuf), pstPipe)) > 0) {
-            stRun.strOut.append(acBuf, uiGot);
-        }
-        stRun.iStatus = pclose(pstPipe);
-        return stRun;
-    }
-
-    // snmpget / snmpwalk / snmpbulkwalk with the read community.
     static ToolRun Tool(const std::string& strTool, const std::string& strArgs) {
-        return Shell(strTool + " -v2c -c public -On -t 3 -r 0 127.0.0.1:" +
-                     std::to_string(s_pstAgent->Port()) + " " + strArgs);
+        return s_pstStack->Snmp(strTool + " -v2c -c public", strArgs);
     }
-
-    // snmpset with the write community; arguments are "OID TYPE VALUE" triples.
-    static ToolRun Set(const std::string& strArgs) {
-        return Shell("snmpset -v2c -c private -On -t 3 -r 0 127.0.0.1:" +
-                     std::to_string(s_pstAgent->Port()) + " " + strArgs);
-    }
+    static ToolRun Get(const std::string& strArgs) { return s_pstStack->Get(strArgs); }
+    static ToolRun Set(const std::string& strArgs) { return s_pstStack->Set(strArgs); }
 
     // The OIDs of a walk, in the order received.
     static std::vector<std::string> WalkOids(const std::string& strTool,
                                              const std::string& strOid) {
-        ToolRun stRun = Tool(strTool, strOid);
         std::vector<std::string> astrOids;
-        std::stringstream stIn(stRun.strOut);
+        std::stringstream stIn(Tool(strTool, strOid).strOut);
         for (std::string strLine; std::getline(stIn, strLine);) {
             if (!strLine.empty() && strLine[0] == '.') {
                 astrOids.push_back(strLine.substr(0, strLine.find(' ')));
@@ -165,65 +115,37 @@ class MibBridgeTest : public ::testing::Test {
     // Writes a trigger's comment straight to the daemon, past the bridge.
     static bool DaemonSetComment(const char* pszOwner, const char* pszName,
                                  const char* pszComment) {
-        int iFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-        sockaddr_un stAddr{};
-        stAddr.sun_family = AF_UNIX;
-        std::string strPath = s_pstDaemon->RuntimeDir() + "/eventmibd.sock";
-        strncpy(stAddr.sun_path, strPath.c_str(), sizeof(stAddr.sun_path) - 1);
-        timeval stTimeout{2, 0};
-        setsockopt(iFd, SOL_SOCKET, SO_RCVTIMEO, &stTimeout, sizeof(stTimeout));
+        mte_test::ChannelClient stClient;
         MTE_TRIGGER_ROW_S stRow{};
         strcpy(stRow.szOwner, pszOwner);
         strcpy(stRow.szName, pszName);
         strcpy(stRow.szComment, pszComment);
-        uint8_t aucMsg[MTE_MSG_MAX_LEN];
-        uint32_t uiLen = MTE_MSG_BuildRequest(1, 4, 1, MTE_COLUMN_BIT(MTE_TRIGGER_COL_COMMENT),
-                                              MTE_ITEM_TRIGGER, &stRow, aucMsg, sizeof(aucMsg));
-        MTE_MSG_REPLY_S stReply{};
-        bool bOk = connect(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) == 0 &&
-                   send(iFd, aucMsg, uiLen, MSG_NOSIGNAL) == static_cast<ssize_t>(uiLen);
-        ssize_t lGot = bOk ? recv(iFd, aucMsg, sizeof(aucMsg), 0) : -1;
-        close(iFd);
-        return lGot > 0 && MTE_MSG_ParseReply(aucMsg, lGot, &stReply) == 0 && stReply.uiResult == 0;
+        return stClient.Connect(s_pstStack->m_stDaemon.SocketPath()) &&
+               stClient.Request(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET,
+                                MTE_COLUMN_BIT(MTE_TRIGGER_COL_COMMENT), MTE_ITEM_TRIGGER,
+                                &stRow) &&
+               stClient.stReply.uiResult == MTE_OK;
     }
 
     // The trigger rows as the daemon itself walks them over its socket.
     static std::vector<std::string> DaemonTriggerIndexes() {
         std::vector<std::string> astrRows;
-        int iFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-        sockaddr_un stAddr{};
-        stAddr.sun_family = AF_UNIX;
-        std::string strPath = s_pstDaemon->RuntimeDir() + "/eventmibd.sock";
-        strncpy(stAddr.sun_path, strPath.c_str(), sizeof(stAddr.sun_path) - 1);
-        timeval stTimeout{2, 0};
-        setsockopt(iFd, SOL_SOCKET, SO_RCVTIMEO, &stTimeout, sizeof(stTimeout));
-        if (connect(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
-            close(iFd);
+        mte_test::ChannelClient stClient;
+        MTE_INDEX_KEY_S stKey{};
+        if (!stClient.Connect(s_pstStack->m_stDaemon.SocketPath())) {
             return astrRows;
         }
-        MTE_INDEX_KEY_S stKey{};
-        for (uint32_t uiSeq = 1; uiSeq < 10000; ++uiSeq) {
-            uint8_t aucMsg[MTE_MSG_MAX_LEN];
-            uint32_t uiLen = MTE_MSG_BuildRequest(uiSeq, 4, 3, 0, MTE_ITEM_TRIGGER_KEY, &stKey,
-                                                  aucMsg, sizeof(aucMsg));
-            if (send(iFd, aucMsg, uiLen, MSG_NOSIGNAL) != static_cast<ssize_t>(uiLen)) {
-                break;
-            }
-            ssize_t lGot = recv(iFd, aucMsg, sizeof(aucMsg), 0);
-            MTE_MSG_REPLY_S stReply{};
-            if (lGot <= 0 || MTE_MSG_ParseReply(aucMsg, lGot, &stReply) != 0 ||
-                stReply.uiResult != 0) {
-                break;
-            }
+        while (stClient.Request(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_GET_NEXT, 0, MTE_ITEM_TRIGGER_KEY,
+                                &stKey) &&
+               stClient.stReply.uiResult == MTE_OK && astrRows.size() < 10000) {
             MTE_TRIGGER_ROW_S stRow;
-            memcpy(&stRow, stReply.pucData, sizeof(stRow));
+            memcpy(&stRow, stClient.stReply.pucData, sizeof(stRow));
             astrRows.push_back(NamedIndex(stRow.szOwner, stRow.szName));
             stKey = {};
             stKey.uiOwnerLen = strlen(stRow.szOwner);
             strcpy(stKey.szOwner, stRow.szOwner);
             strcpy(stKey.szName, stRow.szName);
         }
-        close(iFd);
         return astrRows;
     }
 
@@ -231,47 +153,42 @@ class MibBridgeTest : public ::testing::Test {
         return kTrigger + "." + std::to_string(iColumn) + NamedIndex(strOwner, strName);
     }
 
-    static mte_test::SnmpdHarness* s_pstAgent;
-    static MteDaemonProcess* s_pstDaemon;
-    static pid_t s_iSubagent;
-    static std::string s_strSkip;
+    static mte_test::Stack* s_pstStack;
+    static std::string s_strStartError;
 };
 
-mte_test::SnmpdHarness* MibBridgeTest::s_pstAgent = nullptr;
-MteDaemonProcess* MibBridgeTest::s_pstDaemon = nullptr;
-pid_t MibBridgeTest::s_iSubagent = -1;
-std::string MibBridgeTest::s_strSkip;
+mte_test::Stack* MibBridgeTest::s_pstStack = nullptr;
+std::string MibBridgeTest::s_strStartError;
 
 TEST_F(MibBridgeTest, ScalarsReadAndWrite) {
     ToolRun stRun = Set(kSampleMin + " i 7");
-    EXPECT_EQ(stRun.iStatus, 0) << stRun.strOut;
-    EXPECT_NE(Tool("snmpget", kSampleMin).strOut.find("INTEGER: 7"), std::string::npos);
+    EXPECT_EQ(stRun.iExit, 0) << stRun.strOut;
+    EXPECT_NE(Get(kSampleMin).strOut.find("INTEGER: 7"), std::string::npos);
     stRun = Set(kSampleMin + " i 0");
     EXPECT_NE(stRun.strOut.find("wrongValue"), std::string::npos) << stRun.strOut;
     stRun = Set("1.3.6.1.2.1.88.1.2.1.0 u 5");  // mteTriggerFailures
     EXPECT_NE(stRun.strOut.find("notWritable"), std::string::npos) << stRun.strOut;
-    EXPECT_NE(Tool("snmpget", "1.3.6.1.2.1.88.1.1.5.0").strOut.find("Counter32"),
-              std::string::npos);
-    EXPECT_EQ(Set(kSampleMin + " i 1").iStatus, 0);
+    EXPECT_NE(Get("1.3.6.1.2.1.88.1.1.5.0").strOut.find("Counter32"), std::string::npos);
+    EXPECT_EQ(Set(kSampleMin + " i 1").iExit, 0);
 }
 
 TEST_F(MibBridgeTest, CreateAndWaitThenActiveWithABooleanTest) {
     ToolRun stRun = Set(Trig(15, "b", "t1") + " i 5");
-    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     stRun = Set(Trig(3, "b", "t1") + " s hello " + Trig(4, "b", "t1") + " x 40 " +
                 Trig(6, "b", "t1") + " o 1.3.6.1.2.1.1.3.0 " + Trig(11, "b", "t1") + " u 30");
-    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     // The boolean row came with the test bit; write it while not active.
     std::string strBool = NamedIndex("b", "t1");
     stRun = Set(kBoolean + ".1" + strBool + " i 5 " + kBoolean + ".2" + strBool + " i -3");
-    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
-    EXPECT_NE(Tool("snmpget", Trig(15, "b", "t1")).strOut.find("INTEGER: 2"), std::string::npos);
+    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
+    EXPECT_NE(Get(Trig(15, "b", "t1")).strOut.find("INTEGER: 2"), std::string::npos);
     stRun = Set(Trig(15, "b", "t1") + " i 1");
-    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
 
-    ToolRun stGet = Tool("snmpget", Trig(3, "b", "t1") + " " + Trig(4, "b", "t1") + " " +
-                                        Trig(11, "b", "t1") + " " + Trig(14, "b", "t1") + " " +
-                                        Trig(15, "b", "t1") + " " + kBoolean + ".2" + strBool);
+    ToolRun stGet =
+        Get(Trig(3, "b", "t1") + " " + Trig(4, "b", "t1") + " " + Trig(11, "b", "t1") + " " +
+            Trig(14, "b", "t1") + " " + Trig(15, "b", "t1") + " " + kBoolean + ".2" + strBool);
     EXPECT_NE(stGet.strOut.find("STRING: \"hello\""), std::string::npos) << stGet.strOut;
     EXPECT_NE(stGet.strOut.find("STRING: \"@\""), std::string::npos) << stGet.strOut;  // 0x40
     EXPECT_NE(stGet.strOut.find("Gauge32: 30"), std::string::npos) << stGet.strOut;
@@ -279,17 +196,16 @@ TEST_F(MibBridgeTest, CreateAndWaitThenActiveWithABooleanTest) {
     EXPECT_NE(stGet.strOut.find(Trig(15, "b", "t1") + " = INTEGER: 1"), std::string::npos);
     EXPECT_NE(stGet.strOut.find("INTEGER: -3"), std::string::npos) << stGet.strOut;
     // Not a row: no such instance.
-    EXPECT_NE(Tool("snmpget", Trig(3, "b", "nope")).strOut.find("No Such Instance"),
-              std::string::npos);
+    EXPECT_NE(Get(Trig(3, "b", "nope")).strOut.find("No Such Instance"), std::string::npos);
 }
 
 // The bridge keeps the rows a walk fetched for a few seconds; a write through
 // it must still show in the very next read, one past it once they expire.
 TEST_F(MibBridgeTest, WriteThroughTheBridgeShowsInTheNextWalkAtOnce) {
-    ASSERT_EQ(Set(Trig(15, "c", "w") + " i 5 " + Trig(3, "c", "w") + " s one").iStatus, 0);
+    ASSERT_EQ(Set(Trig(15, "c", "w") + " i 5 " + Trig(3, "c", "w") + " s one").iExit, 0);
     std::string strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
     EXPECT_NE(strWalk.find(Trig(3, "c", "w") + " = STRING: \"one\""), std::string::npos) << strWalk;
-    ASSERT_EQ(Set(Trig(3, "c", "w") + " s two").iStatus, 0);
+    ASSERT_EQ(Set(Trig(3, "c", "w") + " s two").iExit, 0);
     strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
     EXPECT_NE(strWalk.find(Trig(3, "c", "w") + " = STRING: \"two\""), std::string::npos) << strWalk;
     // A change made past the bridge shows once the kept answers expire (5 s).
@@ -298,7 +214,7 @@ TEST_F(MibBridgeTest, WriteThroughTheBridgeShowsInTheNextWalkAtOnce) {
     strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
     EXPECT_NE(strWalk.find(Trig(3, "c", "w") + " = STRING: \"three\""), std::string::npos)
         << strWalk;
-    ASSERT_EQ(Set(Trig(15, "c", "w") + " i 6").iStatus, 0);
+    ASSERT_EQ(Set(Trig(15, "c", "w") + " i 6").iExit, 0);
     strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
     EXPECT_EQ(strWalk.find(Trig(3, "c", "w")), std::string::npos) << strWalk;
 }
@@ -307,31 +223,31 @@ TEST_F(MibBridgeTest, CreateAndGoWithSeveralColumnsInOnePdu) {
     ToolRun stRun = Set(Trig(15, "aa", "x") + " i 4 " + Trig(6, "aa", "x") +
                         " o 1.3.6.1.2.1.1.3.0 " + Trig(4, "aa", "x") + " x 80 " +
                         Trig(11, "aa", "x") + " u 60 " + Trig(3, "aa", "x") + " s go");
-    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
-    ToolRun stGet = Tool("snmpget", Trig(15, "aa", "x") + " " + Trig(4, "aa", "x"));
+    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
+    ToolRun stGet = Get(Trig(15, "aa", "x") + " " + Trig(4, "aa", "x"));
     EXPECT_NE(stGet.strOut.find("INTEGER: 1"), std::string::npos) << stGet.strOut;
     EXPECT_NE(stGet.strOut.find("Hex-STRING: 80"), std::string::npos) << stGet.strOut;
     // Objects and event rows, with their own index shapes.
     std::string strObj = ObjectsIndex("aa", "objs", 1);
     stRun =
         Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj + " o 1.3.6.1.2.1.1.5.0");
-    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
-    EXPECT_NE(Tool("snmpget", kObjects + ".3" + strObj).strOut.find("OID: .1.3.6.1.2.1.1.5.0"),
+    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
+    EXPECT_NE(Get(kObjects + ".3" + strObj).strOut.find("OID: .1.3.6.1.2.1.1.5.0"),
               std::string::npos);
     std::string strEv = NamedIndex("aa", "ev");
     stRun = Set(kEvent + ".5" + strEv + " i 5 " + kEvent + ".3" + strEv + " x 80 " + kEvent + ".2" +
                 strEv + " s note");
-    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     stRun = Set(kNotify + ".1" + strEv + " o 1.3.6.1.4.1.99.0.1 " + kNotify + ".2" + strEv +
                 " s aa " + kNotify + ".3" + strEv + " s objs");
-    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     ToolRun stNotify = Tool("snmpwalk", kNotify);
     EXPECT_NE(stNotify.strOut.find(kNotify + ".2" + strEv + " = STRING: \"aa\""), std::string::npos)
         << stNotify.strOut;
     EXPECT_NE(stNotify.strOut.find(kNotify + ".3" + strEv + " = STRING: \"objs\""),
               std::string::npos)
         << stNotify.strOut;
-    EXPECT_EQ(Set(kEvent + ".5" + strEv + " i 1").iStatus, 0);
+    EXPECT_EQ(Set(kEvent + ".5" + strEv + " i 1").iExit, 0);
 }
 
 // A trigger made active in the same PDU as its test rows, and an event with
@@ -341,9 +257,9 @@ TEST_F(MibBridgeTest, CreateAndGoTogetherWithTestAndActionRows) {
     ToolRun stRun = Set(Trig(15, "aa", "withbool") + " i 4 " + Trig(6, "aa", "withbool") +
                         " o 1.3.6.1.2.1.1.3.0 " + Trig(4, "aa", "withbool") + " x 40 " + kBoolean +
                         ".1" + strIdx + " i 5 " + kBoolean + ".2" + strIdx + " i 42");
-    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
-    ToolRun stGet = Tool("snmpget", Trig(15, "aa", "withbool") + " " + kBoolean + ".1" + strIdx +
-                                        " " + kBoolean + ".2" + strIdx);
+    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
+    ToolRun stGet = Get(Trig(15, "aa", "withbool") + " " + kBoolean + ".1" + strIdx + " " +
+                        kBoolean + ".2" + strIdx);
     EXPECT_NE(stGet.strOut.find(Trig(15, "aa", "withbool") + " = INTEGER: 1"), std::string::npos)
         << stGet.strOut;
     EXPECT_NE(stGet.strOut.find(kBoolean + ".1" + strIdx + " = INTEGER: 5"), std::string::npos)
@@ -353,8 +269,8 @@ TEST_F(MibBridgeTest, CreateAndGoTogetherWithTestAndActionRows) {
     std::string strEv = NamedIndex("aa", "evgo");
     stRun = Set(kEvent + ".5" + strEv + " i 4 " + kEvent + ".3" + strEv + " x 80 " + kNotify +
                 ".1" + strEv + " o 1.3.6.1.4.1.99.0.2");
-    ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
-    stGet = Tool("snmpget", kEvent + ".5" + strEv + " " + kNotify + ".1" + strEv);
+    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
+    stGet = Get(kEvent + ".5" + strEv + " " + kNotify + ".1" + strEv);
     EXPECT_NE(stGet.strOut.find("INTEGER: 1"), std::string::npos) << stGet.strOut;
     EXPECT_NE(stGet.strOut.find("OID: .1.3.6.1.4.1.99.0.2"), std::string::npos) << stGet.strOut;
 }
@@ -363,7 +279,7 @@ TEST_F(MibBridgeTest, WalksAreStrictlyIncreasingAndShowExactlyTheDaemonsRows) {
     for (const auto& [strOwner, strName] : std::vector<std::pair<std::string, std::string>>{
              {"ab", "longername"}, {"ab", "z"}, {"aa", "xy"}, {"b", "t"}, {"b", "t22"}}) {
         ToolRun stRun = Set(Trig(15, strOwner, strName) + " i 5");
-        ASSERT_EQ(stRun.iStatus, 0) << stRun.strOut;
+        ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     }
     std::vector<std::string> astrWalk = WalkOids("snmpwalk", kMte);
     ASSERT_GT(astrWalk.size(), 20u);
@@ -391,12 +307,11 @@ TEST_F(MibBridgeTest, WalksAreStrictlyIncreasingAndShowExactlyTheDaemonsRows) {
 TEST_F(MibBridgeTest, GetNextFromArbitraryNamesFollowsTheWalk) {
     for (const auto& [strOwner, strName] : std::vector<std::pair<std::string, std::string>>{
              {"b", "q"}, {"aa", "q"}, {"aa", "qq"}, {"ab", "q"}}) {
-        ASSERT_EQ(Set(Trig(15, strOwner, strName) + " i 5").iStatus, 0);
+        ASSERT_EQ(Set(Trig(15, strOwner, strName) + " i 5").iExit, 0);
     }
     std::string strObj = ObjectsIndex("aa", "o", 3);
     ASSERT_EQ(
-        Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj + " o 1.3.6.1").iStatus,
-        0);
+        Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj + " o 1.3.6.1").iExit, 0);
     std::vector<std::string> astrWalk = WalkOids("snmpwalk", kMte);
     const std::vector<std::string> astrStarts = {
         kMte,
@@ -437,7 +352,7 @@ TEST_F(MibBridgeTest, GetNextFromArbitraryNamesFollowsTheWalk) {
 }
 
 TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
-    ASSERT_EQ(Set(Trig(15, "ab", "bad") + " i 5").iStatus, 0);
+    ASSERT_EQ(Set(Trig(15, "ab", "bad") + " i 5").iExit, 0);
     struct Case {
         std::string strArgs;
         std::string strError;
@@ -471,7 +386,7 @@ TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
             << stRun.strOut;
     }
     // The frequency under the sample minimum: the error points at the frequency.
-    ASSERT_EQ(Set(kSampleMin + " i 60").iStatus, 0);
+    ASSERT_EQ(Set(kSampleMin + " i 60").iExit, 0);
     ToolRun stRun =
         Set(Trig(3, "ab", "slow") + " s c " + Trig(15, "ab", "slow") + " i 4 " +
             Trig(6, "ab", "slow") + " o 1.3.6.1.2.1.1.3.0 " + Trig(11, "ab", "slow") + " u 10");
@@ -479,9 +394,8 @@ TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
     EXPECT_NE(stRun.strOut.find("Failed object: ." + Trig(11, "ab", "slow") + "\n"),
               std::string::npos)
         << stRun.strOut;
-    ASSERT_EQ(Set(kSampleMin + " i 1").iStatus, 0);
-    EXPECT_NE(Tool("snmpget", Trig(15, "ab", "slow")).strOut.find("No Such Instance"),
-              std::string::npos);
+    ASSERT_EQ(Set(kSampleMin + " i 1").iExit, 0);
+    EXPECT_NE(Get(Trig(15, "ab", "slow")).strOut.find("No Such Instance"), std::string::npos);
 }
 
 // Objects indexes above 2^31 are read as GETNEXT shows them.
@@ -490,24 +404,23 @@ TEST_F(MibBridgeTest, LargeObjectsIndexesAreServed) {
         std::string strObj = ObjectsIndex("ab", "big", uiIndex);
         ToolRun stSet = Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj +
                             " o 1.3.6.1.2.1.1.5.0");
-        ASSERT_EQ(stSet.iStatus, 0) << uiIndex << ": " << stSet.strOut;
-        EXPECT_NE(Tool("snmpget", kObjects + ".3" + strObj).strOut.find("OID: .1.3.6.1.2.1.1.5.0"),
+        ASSERT_EQ(stSet.iExit, 0) << uiIndex << ": " << stSet.strOut;
+        EXPECT_NE(Get(kObjects + ".3" + strObj).strOut.find("OID: .1.3.6.1.2.1.1.5.0"),
                   std::string::npos)
-            << uiIndex << ": " << Tool("snmpget", kObjects + ".3" + strObj).strOut;
+            << uiIndex << ": " << Get(kObjects + ".3" + strObj).strOut;
     }
 }
 
 // A PDU whose second row fails: the row it created first is destroyed again.
 TEST_F(MibBridgeTest, AFailedPduTakesBackTheRowsItCreated) {
     std::string strEv = NamedIndex("ab", "dup");
-    ASSERT_EQ(Set(kEvent + ".5" + strEv + " i 5").iStatus, 0);
+    ASSERT_EQ(Set(kEvent + ".5" + strEv + " i 5").iExit, 0);
     ToolRun stRun = Set(Trig(15, "ab", "undo") + " i 5 " + kEvent + ".5" + strEv + " i 5");
     EXPECT_NE(stRun.strOut.find("inconsistentValue"), std::string::npos) << stRun.strOut;
     EXPECT_NE(stRun.strOut.find("Failed object: ." + kEvent + ".5" + strEv + "\n"),
               std::string::npos)
         << stRun.strOut;
-    EXPECT_NE(Tool("snmpget", Trig(15, "ab", "undo")).strOut.find("No Such Instance"),
-              std::string::npos);
+    EXPECT_NE(Get(Trig(15, "ab", "undo")).strOut.find("No Such Instance"), std::string::npos);
 }
 
 // A daemon that takes requests but does not answer: each PDU gets genErr
@@ -521,42 +434,32 @@ TEST_F(MibBridgeTest, HungDaemonBoundsEveryPduAndAppliesNothingLate) {
         {"snmpbulkget -Cr5", strThree},
         {"snmpset", Trig(15, "b", "late") + " i 5"},
     };
-    ASSERT_TRUE(s_pstDaemon->Signal(SIGSTOP));
+    ASSERT_TRUE(s_pstStack->m_stDaemon.Signal(SIGSTOP));
     for (const auto& stRunCase : astRuns) {
-        int64_t llStart = MteDaemonProcess::NowMs();
+        int64_t llStart = mte_test::MonoMs();
         ToolRun stRun = stRunCase.first == "snmpset" ? Set(stRunCase.second)
                                                      : Tool(stRunCase.first, stRunCase.second);
-        int64_t llTook = MteDaemonProcess::NowMs() - llStart;
+        int64_t llTook = mte_test::MonoMs() - llStart;
         EXPECT_NE(stRun.strOut.find("genError"), std::string::npos) << stRun.strOut;
         EXPECT_LT(llTook, 1600) << stRunCase.first << ": " << stRun.strOut;
     }
-    ASSERT_TRUE(s_pstDaemon->Signal(SIGCONT));
-    bool bBack = false;
-    for (int i = 0; i < 50 && !bBack; ++i) {
-        bBack = Tool("snmpget", kSampleMin).strOut.find("INTEGER") != std::string::npos;
-        if (!bBack) {
-            usleep(100 * 1000);
-        }
-    }
-    EXPECT_TRUE(bBack);
-    EXPECT_NE(Tool("snmpget", Trig(15, "b", "late")).strOut.find("No Such Instance"),
-              std::string::npos);
+    ASSERT_TRUE(s_pstStack->m_stDaemon.Signal(SIGCONT));
+    EXPECT_TRUE(mte_test::WaitUntil(
+        [] { return Get(kSampleMin).strOut.find("INTEGER") != std::string::npos; }, 5000));
+    EXPECT_NE(Get(Trig(15, "b", "late")).strOut.find("No Such Instance"), std::string::npos);
 }
 
 // Runs last (alphabetically after the others is not guaranteed: it restarts
 // the daemon and leaves it running as before).
 TEST_F(MibBridgeTest, ZDaemonAwayGivesGenErrAndComesBack) {
-    ASSERT_EQ(Set(Trig(15, "b", "keep") + " i 5").iStatus, 0);
-    ASSERT_TRUE(s_pstDaemon->Signal(SIGRTMIN + 1));
-    int iStatus = 0;
-    ASSERT_TRUE(s_pstDaemon->WaitExit(10000, &iStatus));
-    int64_t llStart = MteDaemonProcess::NowMs();
-    ToolRun stRun = Tool("snmpget", kSampleMin);
+    ASSERT_EQ(Set(Trig(15, "b", "keep") + " i 5").iExit, 0);
+    ASSERT_EQ(s_pstStack->m_stDaemon.Stop(), 0);
+    int64_t llStart = mte_test::MonoMs();
+    ToolRun stRun = Get(kSampleMin);
     EXPECT_NE(stRun.strOut.find("genError"), std::string::npos) << stRun.strOut;
-    EXPECT_LT(MteDaemonProcess::NowMs() - llStart, 5000);
-    ASSERT_TRUE(s_pstDaemon->Start());
-    ASSERT_TRUE(s_pstDaemon->WaitReady(10000)) << s_pstDaemon->Stderr();
-    stRun = Tool("snmpget", Trig(15, "b", "keep"));
+    EXPECT_LT(mte_test::MonoMs() - llStart, 5000);
+    ASSERT_TRUE(s_pstStack->StartDaemon()) << s_pstStack->m_stDaemon.Stderr();
+    stRun = Get(Trig(15, "b", "keep"));
     EXPECT_NE(stRun.strOut.find("INTEGER: 2"), std::string::npos) << stRun.strOut;
 }
 

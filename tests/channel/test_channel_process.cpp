@@ -3,136 +3,56 @@
 // configuration that survives a restart, and bad input of every kind, after
 // which the daemon still answers, holds no extra descriptor and has changed
 // no stored row. Peers of another user are refused.
-#include <dirent.h>
 #include <gtest/gtest.h>
+#include <linux/sockios.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
-#include <linux/sockios.h>
+#include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
-#include "channel/channel_client.h"
-#include "core/daemon_process.h"
 #include "mte_cfg.h"
 #include "mte_msg.h"
+#include "stack.h"
 
 namespace {
 
-constexpr int READY_MS = 10000;
-constexpr int EXIT_MS = 10000;
-const std::string CTL = std::string(MTE_BINARY_DIR) + "/tools/eventmibctl/eventmibctl";
+using mte_test::ChannelClient;
+using mte_test::ToolRun;
 
-struct CTL_RESULT_S {
-    int iExit;
-    std::string strOut;
-};
-
-class ChannelProcessTest : public ::testing::Test {
+class ChannelProcessTest : public ::testing::Test, protected mte_test::Stack {
   protected:
-    void SetUp() override { ASSERT_TRUE(StartDaemon()); }
+    void SetUp() override { MTE_START_STACK(*this, mte_test::DAEMON); }
 
-    bool StartDaemon() {
-        if (!stDaemon.Start()) {
-            return false;
-        }
-        bool bReady = stDaemon.WaitReady(READY_MS);
-        EXPECT_TRUE(bReady) << stDaemon.Stderr();
-        return bReady;
-    }
-
-    bool StopDaemon() {
-        int iStatus = 0;
-        return stDaemon.Signal(SIGRTMIN + 1) && stDaemon.WaitExit(EXIT_MS, &iStatus) &&
-               WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0;
-    }
-
-    std::string SocketPath() const { return stDaemon.RuntimeDir() + "/eventmibd.sock"; }
-
-    // Runs eventmibctl with the daemon's directories; stdout and stderr
-    // together in strOut.
-    CTL_RESULT_S Ctl(const std::string& strArgs) {
-        std::string strCmd = "RUNTIME_DIRECTORY='" + stDaemon.RuntimeDir() + "' STATE_DIRECTORY='" +
-                             stDaemon.StateDir() + "' timeout 30 " + CTL + " " + strArgs + " 2>&1";
-        CTL_RESULT_S stResult{-1, ""};
-        FILE* pPipe = popen(strCmd.c_str(), "r");
-        if (pPipe == nullptr) {
-            return stResult;
-        }
-        char acBuf[4096];
-        size_t uiGot;
-        while ((uiGot = fread(acBuf, 1, sizeof(acBuf), pPipe)) > 0) {
-            stResult.strOut.append(acBuf, uiGot);
-        }
-        int iStatus = pclose(pPipe);
-        stResult.iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
-        return stResult;
-    }
-
-    CTL_RESULT_S CtlScenario(const std::string& strScenario) {
-        std::string strFile = stDaemon.Root() + "/scenario.txt";
-        std::ofstream(strFile) << strScenario;
-        return Ctl("-f " + strFile);
-    }
+    std::string SocketPath() const { return m_stDaemon.SocketPath(); }
+    bool StopDaemon() { return m_stDaemon.Stop() == 0; }
 
     // Every table walked, as eventmibctl prints it.
     std::string Snapshot() {
         std::string strAll;
         for (const char* pszTable : {"trigger", "existence", "boolean", "threshold", "objects",
                                      "event", "notification", "set"}) {
-            CTL_RESULT_S stWalk = Ctl(std::string("walk ") + pszTable);
+            ToolRun stWalk = Ctl(std::string("walk ") + pszTable);
             EXPECT_EQ(stWalk.iExit, 0) << stWalk.strOut;
             strAll += stWalk.strOut;
         }
         return strAll;
     }
 
-    size_t DaemonFdCount() {
-        std::string strDir = "/proc/" + std::to_string(stDaemon.Pid()) + "/fd";
-        size_t uiCount = 0;
-        if (DIR* pDir = opendir(strDir.c_str())) {
-            while (dirent* pEntry = readdir(pDir)) {
-                uiCount += pEntry->d_name[0] != '.';
-            }
-            closedir(pDir);
-        }
-        return uiCount;
-    }
-
-    // The count once the daemon has caught up with every hang-up (the
-    // clients of earlier steps close their connections asynchronously).
-    size_t SettledFdCount() {
-        size_t uiLast = DaemonFdCount();
-        for (int i = 0; i < 30; i++) {
-            usleep(100 * 1000);
-            size_t uiNow = DaemonFdCount();
-            if (uiNow == uiLast) {
-                return uiNow;
-            }
-            uiLast = uiNow;
-        }
-        return uiLast;
-    }
-
-    // The daemon closes connections on its own time: wait (bounded) for the
-    // count to come back.
+    // The daemon closes connections on its own time.
     bool FdCountReturnsTo(size_t uiExpected) {
-        for (int i = 0; i < 300; i++) {
-            if (DaemonFdCount() == uiExpected) {
-                return true;
-            }
-            usleep(10 * 1000);
-        }
-        return false;
+        return mte_test::WaitUntil([&] { return m_stDaemon.FdCount() == uiExpected; }, 3000);
     }
-
-    MteDaemonProcess stDaemon;
 };
 
 // Owners and names chosen so that index order differs from plain byte order.
@@ -209,10 +129,10 @@ TEST_F(ChannelProcessTest, EveryMessageTypeIsAnswered) {
 }
 
 TEST_F(ChannelProcessTest, ScenarioWalksInIndexOrder) {
-    CTL_RESULT_S stRun = CtlScenario(SCENARIO);
+    ToolRun stRun = CtlScenario(SCENARIO);
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
 
-    CTL_RESULT_S stWalk = Ctl("walk trigger");
+    ToolRun stWalk = Ctl("walk trigger");
     ASSERT_EQ(stWalk.iExit, 0) << stWalk.strOut;
     std::vector<size_t> vecPos = LinePositions(
         stWalk.strOut, {"1.3.6.1.2.1.2.2.1.10", "1.3.6.1.2.1.1.5.0", "1.3.6.1.2.1.1.3.0"});
@@ -245,7 +165,7 @@ TEST_F(ChannelProcessTest, ScenarioWalksInIndexOrder) {
 TEST_F(ChannelProcessTest, RefusalsShowCodeAndFailedColumnByName) {
     ASSERT_EQ(CtlScenario(SCENARIO).iExit, 0);
     // An active trigger refuses changes; a missing row is reported by name.
-    CTL_RESULT_S stRun = Ctl("set trigger owner=b name=t1 status=createAndGo");
+    ToolRun stRun = Ctl("set trigger owner=b name=t1 status=createAndGo");
     EXPECT_EQ(stRun.iExit, 1);
     EXPECT_NE(stRun.strOut.find("MTE_ERR_ROW_EXISTS"), std::string::npos) << stRun.strOut;
     EXPECT_NE(stRun.strOut.find("(status)"), std::string::npos) << stRun.strOut;
@@ -274,10 +194,10 @@ TEST_F(ChannelProcessTest, ConfigurationSurvivesARestart) {
     ASSERT_EQ(Ctl("set trigger owner=ab name=t1 status=active").iExit, 0);
     std::string strBefore = Snapshot();
     ASSERT_NE(strBefore.find("watch the name"), std::string::npos);
-    ASSERT_TRUE(StopDaemon()) << stDaemon.Stderr();
-    ASSERT_TRUE(StartDaemon());
+    ASSERT_TRUE(StopDaemon()) << m_stDaemon.Stderr();
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     EXPECT_EQ(Snapshot(), strBefore);
-    CTL_RESULT_S stScalars = Ctl("get scalars");
+    ToolRun stScalars = Ctl("get scalars");
     EXPECT_NE(stScalars.strOut.find("instance-maximum          500"), std::string::npos)
         << stScalars.strOut;
 }
@@ -286,7 +206,7 @@ TEST_F(ChannelProcessTest, ConfigurationSurvivesARestart) {
 TEST_F(ChannelProcessTest, BadInputIsRefusedAndChangesNothing) {
     ASSERT_EQ(CtlScenario(SCENARIO).iExit, 0);
     std::string strBefore = Snapshot();
-    size_t uiFdsBefore = SettledFdCount();
+    size_t uiFdsBefore = m_stDaemon.SettledFdCount();
 
     ChannelClient stClient;
     ASSERT_TRUE(stClient.Connect(SocketPath()));
@@ -376,14 +296,14 @@ TEST_F(ChannelProcessTest, BadInputIsRefusedAndChangesNothing) {
     stClient.Close();
 
     EXPECT_TRUE(FdCountReturnsTo(uiFdsBefore))
-        << DaemonFdCount() << " descriptors, " << uiFdsBefore << " before";
+        << m_stDaemon.FdCount() << " descriptors, " << uiFdsBefore << " before";
     EXPECT_EQ(Snapshot(), strBefore);
-    EXPECT_FALSE(stDaemon.HasExited());
+    EXPECT_FALSE(m_stDaemon.HasExited());
     EXPECT_TRUE(StopDaemon()) << "stop with every connection closed";
 }
 
 TEST_F(ChannelProcessTest, PeerThatStopsSendingIsClosed) {
-    size_t uiFdsBefore = SettledFdCount();
+    size_t uiFdsBefore = m_stDaemon.SettledFdCount();
     ChannelClient stClient;
     ASSERT_TRUE(stClient.Connect(SocketPath()));
     ASSERT_TRUE(stClient.Request(MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET));
@@ -443,7 +363,7 @@ TEST_F(ChannelProcessTest, ExpiredRequestsAreRefusedAndHungUpOnesServed) {
 
     // Sent and hung up while the daemon cannot read: both reach it with the
     // hang-up; the plain one is applied, the one that expired meanwhile not.
-    ASSERT_TRUE(stDaemon.Signal(SIGSTOP));
+    ASSERT_TRUE(m_stDaemon.Signal(SIGSTOP));
     for (const char* pszName : {"hungup", "late"}) {
         ChannelClient stGone;
         ASSERT_TRUE(stGone.Connect(SocketPath()));
@@ -454,7 +374,7 @@ TEST_F(ChannelProcessTest, ExpiredRequestsAreRefusedAndHungUpOnesServed) {
         ASSERT_TRUE(stGone.SendRaw(aucMsg, uiLen));
     }
     usleep(200 * 1000);
-    ASSERT_TRUE(stDaemon.Signal(SIGCONT));
+    ASSERT_TRUE(m_stDaemon.Signal(SIGCONT));
     EXPECT_TRUE(Exists("hungup"));
     EXPECT_FALSE(Exists("late"));
 }
@@ -483,7 +403,7 @@ TEST_F(ChannelProcessTest, NamesFromTheDaemonArePrintedEscapedAndTypedBack) {
                                      MTE_ITEM_TRIGGER, &stRow));
         ASSERT_EQ(stClient.stReply.uiResult, MTE_OK) << stCase.pszShown;
     }
-    CTL_RESULT_S stWalk = Ctl("walk trigger");
+    ToolRun stWalk = Ctl("walk trigger");
     ASSERT_EQ(stWalk.iExit, 0) << stWalk.strOut;
     for (unsigned char uc : stWalk.strOut) {
         ASSERT_TRUE(uc == '\n' || (uc >= 0x20 && uc < 0x7f)) << "raw byte " << int(uc);
@@ -492,8 +412,7 @@ TEST_F(ChannelProcessTest, NamesFromTheDaemonArePrintedEscapedAndTypedBack) {
         EXPECT_NE(stWalk.strOut.find(std::string(" ") + stCase.pszShown + " "), std::string::npos)
             << stCase.pszShown << " in\n"
             << stWalk.strOut;
-        CTL_RESULT_S stGet =
-            Ctl(std::string("get trigger owner=esc name='") + stCase.pszShown + "'");
+        ToolRun stGet = Ctl(std::string("get trigger owner=esc name='") + stCase.pszShown + "'");
         EXPECT_EQ(stGet.iExit, 0) << stCase.pszShown << ": " << stGet.strOut;
     }
     EXPECT_EQ(Ctl("get trigger owner=esc name='a\\q'").iExit, 2) << "unknown escape";
@@ -528,22 +447,22 @@ TEST_F(ChannelProcessTest, UnreadRepliesAndDescriptorExhaustionNeitherFloodNorSp
         usleep(10 * 1000);
         ASSERT_EQ(ioctl(stDeaf.Fd(), SIOCOUTQ, &iUnread), 0);
     }
-    EXPECT_EQ(stDaemon.CountStderr("Ln: 346 "), 1u);
+    EXPECT_EQ(m_stDaemon.CountStderr("Ln: 346 "), 1u);
 
     // Room for a few connections only: the others wait in the listen queue.
-    size_t uiFds = SettledFdCount();
+    size_t uiFds = m_stDaemon.SettledFdCount();
     rlimit stLimit{};
-    ASSERT_EQ(prlimit(stDaemon.Pid(), RLIMIT_NOFILE, nullptr, &stLimit), 0);
+    ASSERT_EQ(prlimit(m_stDaemon.Pid(), RLIMIT_NOFILE, nullptr, &stLimit), 0);
     stLimit.rlim_cur = uiFds + 3;
-    ASSERT_EQ(prlimit(stDaemon.Pid(), RLIMIT_NOFILE, &stLimit, nullptr), 0);
+    ASSERT_EQ(prlimit(m_stDaemon.Pid(), RLIMIT_NOFILE, &stLimit, nullptr), 0);
     std::vector<ChannelClient> vecHeld(12);
     for (auto& stConn : vecHeld) {
         ASSERT_TRUE(stConn.Connect(SocketPath()));
     }
-    int64_t llCpuBefore = ProcessCpuMs(stDaemon.Pid());
+    int64_t llCpuBefore = ProcessCpuMs(m_stDaemon.Pid());
     usleep(2000 * 1000);
-    EXPECT_LT(ProcessCpuMs(stDaemon.Pid()) - llCpuBefore, 300) << "the main loop spins";
-    EXPECT_EQ(stDaemon.CountStderr("Ln: 349 "), 1u) << stDaemon.Stderr();
+    EXPECT_LT(ProcessCpuMs(m_stDaemon.Pid()) - llCpuBefore, 300) << "the main loop spins";
+    EXPECT_EQ(m_stDaemon.CountStderr("Ln: 349 "), 1u) << m_stDaemon.Stderr();
     vecHeld.clear();
     ChannelClient stLater;
     ASSERT_TRUE(stLater.Connect(SocketPath()));
@@ -553,8 +472,8 @@ TEST_F(ChannelProcessTest, UnreadRepliesAndDescriptorExhaustionNeitherFloodNorSp
     stDeaf.Close();
     stLater.Close();
     ASSERT_TRUE(StopDaemon());
-    EXPECT_EQ(stDaemon.CountStderr("more records of this trace held back"), 2u)
-        << stDaemon.Stderr();
+    EXPECT_EQ(m_stDaemon.CountStderr("more records of this trace held back"), 2u)
+        << m_stDaemon.Stderr();
 }
 
 // Connects as user nobody and sends one request. Exit status of the child:
@@ -601,15 +520,15 @@ TEST_F(ChannelProcessTest, SocketIsNotWorldAccessibleAndOtherUsersAreRefused) {
     }
     // Open the path to everyone, so that only the daemon's own check stands
     // between another user and the tables.
-    ASSERT_EQ(chmod(stDaemon.Root().c_str(), 0755), 0);
-    ASSERT_EQ(chmod(stDaemon.RuntimeDir().c_str(), 0755), 0);
+    ASSERT_EQ(chmod(m_stDaemon.Root().c_str(), 0755), 0);
+    ASSERT_EQ(chmod(m_stDaemon.RuntimeDir().c_str(), 0755), 0);
     ASSERT_EQ(chmod(SocketPath().c_str(), 0666), 0);
-    size_t uiFdsBefore = SettledFdCount();
+    size_t uiFdsBefore = m_stDaemon.SettledFdCount();
     EXPECT_EQ(ConnectAsNobody(SocketPath()), 0)
         << "1: setresuid failed, 2: another user was served, 3: connection left open";
     // The first refusal writes a trace, which may open the log once.
     usleep(100 * 1000);
-    size_t uiFdsAfterFirst = SettledFdCount();
+    size_t uiFdsAfterFirst = m_stDaemon.SettledFdCount();
     EXPECT_LE(uiFdsAfterFirst, uiFdsBefore + 1);
     EXPECT_EQ(ConnectAsNobody(SocketPath()), 0);
     EXPECT_TRUE(FdCountReturnsTo(uiFdsAfterFirst));
@@ -618,12 +537,10 @@ TEST_F(ChannelProcessTest, SocketIsNotWorldAccessibleAndOtherUsersAreRefused) {
 }
 
 TEST_F(ChannelProcessTest, SecondDaemonDoesNotStealTheSocket) {
-    MteDaemonProcess stSecond;
-    stSecond.SetRuntimeDir(stDaemon.RuntimeDir());
+    mte_test::DaemonProcess stSecond;
+    stSecond.SetRuntimeDir(m_stDaemon.RuntimeDir());
     ASSERT_TRUE(stSecond.Start());
-    int iStatus = 0;
-    ASSERT_TRUE(stSecond.WaitExit(EXIT_MS, &iStatus)) << "second daemon kept running";
-    EXPECT_EQ(WEXITSTATUS(iStatus), 255);
+    EXPECT_EQ(stSecond.Stop(false), 255) << "second daemon kept running";
     ChannelClient stClient;
     ASSERT_TRUE(stClient.Connect(SocketPath()));
     EXPECT_TRUE(stClient.Request(MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET));
@@ -638,7 +555,7 @@ TEST_F(ChannelProcessTest, StaleSocketFileIsReplacedAndRemovedOnStop) {
     strcpy(stAddr.sun_path, SocketPath().c_str());
     ASSERT_EQ(bind(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)), 0);
     close(iFd);
-    ASSERT_TRUE(StartDaemon());
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     ChannelClient stClient;
     ASSERT_TRUE(stClient.Connect(SocketPath()));
     ASSERT_TRUE(stClient.Request(MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET));
@@ -652,7 +569,7 @@ TEST_F(ChannelProcessTest, TrapSwitchCommandWritesTheSetting) {
     EXPECT_EQ(Ctl("trap-switch get").strOut, "on\n");
     ASSERT_EQ(Ctl("trap-switch off").iExit, 0);
     EXPECT_EQ(Ctl("trap-switch get").strOut, "off\n");
-    std::ifstream stIn(stDaemon.StateDir() + "/trap-switch");
+    std::ifstream stIn(m_stDaemon.StateDir() + "/trap-switch");
     std::string strContent;
     std::getline(stIn, strContent);
     EXPECT_EQ(strContent, "off");

@@ -3,17 +3,17 @@
 // action writes mte-testagent's writable column, its object and context
 // completed from the instance that fired; a set that the agent refuses gives
 // mteEventSetFailure with the mapped reason and one more mteEventFailures.
-#include "e2e_stack.h"
+#include <gtest/gtest.h>
+
+#include "stack.h"
 
 namespace {
 
-using namespace mte_e2e;
+using namespace mte_test;
 
-class E2eEvents : public E2eStack {
+class E2eEvents : public WholeStackTest {
   protected:
-    std::vector<std::string> Contexts() const override {
-        return {"ctxT1", "ctxT2", "ctxU1", "ctxU2"};
-    }
+    E2eEvents() { m_astrContexts = {"ctxT1", "ctxT2", "ctxU1", "ctxU2"}; }
 
     // A threshold trigger (rising 100, falling 10, deltas out of reach)
     // whose rising alarm runs the event strEvent; strWhere adds trigger columns.
@@ -34,7 +34,7 @@ constexpr const char* TRAP_OID = ".1.3.6.1.6.3.1.1.4.1.0";
 TEST_F(E2eEvents, NotificationCarriesTheWildcardedObjectsListInOrder) {
     AgentOk("add - 9 20 33 row nine");
     const std::string strTable(TABLE);
-    CtlScenario(
+    CtlScenarioOk(
         // Indexes out of column order: the list goes by index.
         "set objects owner=e2e name=objs index=1 id=" + strTable +
         ".3 wildcard=true status=createAndGo\n" + "set objects owner=e2e name=objs index=2 id=" +
@@ -78,7 +78,7 @@ TEST_F(E2eEvents, SetActionCompletesObjectAndContextFromTheFiredInstance) {
     const std::string strTable(TABLE);
     // Fired in ctxT2 at index 4: the set goes to column 1, index 4, in
     // "ctxU" + "2".
-    CtlScenario(
+    CtlScenarioOk(
         "set event owner=e2e name=mark actions=set status=createAndWait\n"
         "set set owner=e2e name=mark object=" +
         strTable +
@@ -128,7 +128,7 @@ TEST_F(E2eEvents, RefusedSetGivesEventSetFailureWithTheMappedReason) {
             RisingTrigger(stCase.pszTrigger,
                           "valueid=" + strTable + ".1." + std::to_string(stCase.iRow), strEvent);
     }
-    CtlScenario(strLines);
+    CtlScenarioOk(strLines);
     usleep(2000 * 1000);
     for (const Case& stCase : astCases) {
         long lFailures = Scalar("event-failures");

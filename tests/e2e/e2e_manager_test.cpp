@@ -2,11 +2,13 @@
 // through snmpd and eventmib-agentx (nothing through eventmibctl), and a
 // threshold crossing ends with mteTriggerRising and the configured
 // notification at snmptrapd.
-#include "e2e_stack.h"
+#include <gtest/gtest.h>
+
+#include "stack.h"
 
 namespace {
 
-using namespace mte_e2e;
+using namespace mte_test;
 
 constexpr const char* MTE_MIB = "1.3.6.1.2.1.88.1";
 // Index of owner "mgr" with the implied name that follows it.
@@ -15,37 +17,17 @@ constexpr const char* NAME_T = "116";       // trigger "t"
 constexpr const char* NAME_EV = "101.118";  // event "ev"
 constexpr const char* CONFIGURED = ".1.3.6.1.4.1.99999.0.77";
 
-class E2eManager : public E2eStack {
+class E2eManager : public WholeStackTest {
   protected:
-    // snmpset with the write community; arguments are "OID TYPE VALUE" triples.
+    // snmpset with the write community: "" when it succeeded, else its output.
     std::string Set(const std::string& strArgs) {
-        std::string strOut;
-        return Run("snmpset -v2c -c private", strArgs, &strOut) ? ""
-               : strOut.empty()                                 ? "failed"
-                                                                : strOut;
+        ToolRun stRun = Stack::Set(strArgs);
+        return stRun.iExit == 0 ? "" : stRun.strOut.empty() ? "failed" : stRun.strOut;
     }
     // snmpwalk with the read community: "OID = TYPE: VALUE" lines.
     std::string Walk(const std::string& strOid) {
-        std::string strOut;
-        return Run("snmpwalk -v2c -c public", strOid, &strOut) ? strOut : "failed: " + strOut;
-    }
-    bool Run(const std::string& strTool, const std::string& strArgs, std::string* pstrOut) {
-        std::string strCommand = "env SNMPCONFPATH=" + m_stSnmpd.Dir() + "/etc MIBS= timeout 30 " +
-                                 strTool +
-                                 " -On -t 3 -r 0 127.0.0.1:" + std::to_string(m_stSnmpd.Port()) +
-                                 " " + strArgs + " 2>&1";
-        std::string& strOut = *pstrOut;
-        FILE* pstPipe = popen(strCommand.c_str(), "r");
-        if (pstPipe == nullptr) {
-            strOut = "popen failed";
-            return false;
-        }
-        char acBuf[4096];
-        size_t uiGot;
-        while ((uiGot = fread(acBuf, 1, sizeof(acBuf), pstPipe)) > 0) {
-            strOut.append(acBuf, uiGot);
-        }
-        return pclose(pstPipe) == 0;
+        ToolRun stRun = Stack::Walk(strOid);
+        return stRun.iExit == 0 ? stRun.strOut : "failed: " + stRun.strOut;
     }
     static std::string Column(const char* pszTable, int iColumn, const char* pszName) {
         return std::string(MTE_MIB) + "." + pszTable + ".1." + std::to_string(iColumn) + "." +
@@ -125,8 +107,7 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
     EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 1"), "");
     // Written while active: refused, the row unchanged.
     EXPECT_NE(Set(Column(strDelta.c_str(), 3, NAME_T) + " i 2"), "");
-    std::string strGot;
-    EXPECT_TRUE(Run("snmpget -v2c -c public", Column(strDelta.c_str(), 1, NAME_T), &strGot));
+    std::string strGot = Get(Column(strDelta.c_str(), 1, NAME_T)).strOut;
     EXPECT_NE(strGot.find("OID: ." + strUpTime), std::string::npos) << strGot;
     const std::string strConfigured = Walk(strDeltaWalk);
     EXPECT_NE(strConfigured.find("OID: ." + strUpTime), std::string::npos) << strConfigured;
@@ -144,9 +125,7 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
     EXPECT_TRUE(Traps(FALLING, "t").empty());
 
     // The row outlives a daemon restart.
-    ASSERT_TRUE(m_stDaemon.Signal(SIGRTMIN + 1));
-    int iStatus = 0;
-    ASSERT_TRUE(m_stDaemon.WaitExit(10000, &iStatus));
+    ASSERT_EQ(m_stDaemon.Stop(), 0);
     ASSERT_TRUE(StartDaemon());
     EXPECT_TRUE(WaitUntil([&] { return Walk(strDeltaWalk) == strConfigured; }, START_WAIT_MS))
         << Walk(strDeltaWalk);

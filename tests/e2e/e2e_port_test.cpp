@@ -6,21 +6,21 @@
 #include <algorithm>
 #include <map>
 
-#include "channel/channel_client.h"
 #include "mte_cfg.h"
-#include "e2e_stack.h"
+#include <gtest/gtest.h>
+
+#include "stack.h"
 
 namespace {
 
-using namespace mte_e2e;
+using namespace mte_test;
 
-class E2ePort : public E2eStack {
+class E2ePort : public WholeStackTest {
   protected:
     // Milliseconds one `eventmibctl walk trigger` takes; -1 when it fails.
     long CtlRoundTripMs() {
         int64_t llStart = MonoMs();
-        std::string strOut;
-        if (CtlStatus("walk trigger", &strOut) != 0) {
+        if (Ctl("walk trigger").iExit != 0) {
             return -1;
         }
         return static_cast<long>(MonoMs() - llStart);
@@ -31,7 +31,7 @@ class E2ePort : public E2eStack {
     // in this process, so the figure is the daemon's and not a tool's start.
     std::vector<double> GetTimesOver(int iMs) {
         ChannelClient stClient;
-        if (!stClient.Connect(m_strRuntime + "/eventmibd.sock")) {
+        if (!stClient.Connect(m_stDaemon.SocketPath())) {
             return {};
         }
         MTE_TRIGGER_ROW_S stRow{};
@@ -105,8 +105,8 @@ TEST_F(E2ePort, SnmpdDownStopsSamplingAndBackUpSamplesEveryTriggerAtOnce) {
     // itself, which is there as soon as snmpd is (the test agent needs a
     // moment to reconnect after a restart).
     const std::string strSlowOid = "OID: ." MTE_TEST_WRITABLE_INTEGER;
-    CtlScenario(ExistenceTrigger("fast", 1, std::string(TABLE) + ".1 wildcard=true") +
-                ExistenceTrigger("slow", 3600, MTE_TEST_WRITABLE_INTEGER));
+    CtlScenarioOk(ExistenceTrigger("fast", 1, std::string(TABLE) + ".1 wildcard=true") +
+                  ExistenceTrigger("slow", 3600, MTE_TEST_WRITABLE_INTEGER));
     ASSERT_TRUE(WaitTraps(FIRED, "fast", 1));
     ASSERT_TRUE(WaitTraps(FIRED, "slow", 1));
     ExpectHot(Traps(FIRED, "slow")[0], "slow", "", strSlowOid, Int(5));
@@ -139,15 +139,15 @@ TEST_F(E2ePort, StoppingTheBridgeNeverStallsTheDaemon) {
     AgentOk("add - 1 10");
     // Both delta thresholds 0: every unchanged sample alarms, alternately
     // rising and falling, so the daemon has a notification to send each second.
-    CtlScenario("set trigger owner=e2e name=chatty frequency=1 test=threshold valueid=" +
-                std::string(TABLE) + ".1.1 status=createAndWait\n" +
-                "set threshold owner=e2e name=chatty rising=1000000 falling=-1000000\n"
-                "set trigger owner=e2e name=chatty status=active\n");
+    CtlScenarioOk("set trigger owner=e2e name=chatty frequency=1 test=threshold valueid=" +
+                  std::string(TABLE) + ".1.1 status=createAndWait\n" +
+                  "set threshold owner=e2e name=chatty rising=1000000 falling=-1000000\n"
+                  "set trigger owner=e2e name=chatty status=active\n");
     ASSERT_TRUE(WaitTraps(RISING, "chatty", 1));
     ASSERT_TRUE(WaitTraps(FALLING, "chatty", 1));
 
     // Orderly stop: the bridge says "down" and removes its socket.
-    mte_test::StopProcess(&m_iBridgePid, 3000);
+    StopBridge();
     ExpectResponsiveFor(3000);
 
     // A new bridge: port up again, notifications flow again.
@@ -157,8 +157,7 @@ TEST_F(E2ePort, StoppingTheBridgeNeverStallsTheDaemon) {
 
     // Killed: no "down", its socket file stays; every send fails at once
     // while the daemon keeps sampling.
-    kill(m_iBridgePid, SIGKILL);
-    mte_test::StopProcess(&m_iBridgePid, 1000);
+    StopBridge(true);
     ExpectResponsiveFor(4000);
     EXPECT_TRUE(m_stDaemon.Signal(0)) << "eventmibd died";
 }
@@ -169,7 +168,7 @@ TEST_F(E2ePort, StoppingTheBridgeNeverStallsTheDaemon) {
 // thread must answer every management request at once meanwhile.
 TEST_F(E2ePort, AStalledAgentNeverStallsManagement) {
     AgentOk("add - 1 10");
-    CtlScenario(ThresholdTriggers(0, 180, false) + ThresholdTriggers(180, 20, true));
+    CtlScenarioOk(ThresholdTriggers(0, 180, false) + ThresholdTriggers(180, 20, true));
     ASSERT_TRUE(WaitTraps(RISING, "t199", 1));
 
     ASSERT_EQ(kill(m_stSnmpd.Pid(), SIGSTOP), 0);
@@ -190,8 +189,8 @@ TEST_F(E2ePort, AStalledAgentNeverStallsManagement) {
 // bridge is up. Counted against the daemon's own debug line per firing.
 TEST_F(E2ePort, NotificationsAreHeldWhileTheBridgeIsAway) {
     AgentOk("add - 1 10");
-    Ctl("debug enable 8");
-    CtlScenario(ThresholdTriggers(0, 80, true));
+    CtlOk("debug enable 8");
+    CtlScenarioOk(ThresholdTriggers(0, 80, true));
     ASSERT_TRUE(WaitUntil([&] { return Traps(RISING).size() + Traps(FALLING).size() >= 160; },
                           FIRE_WAIT_MS));
 
@@ -202,8 +201,7 @@ TEST_F(E2ePort, NotificationsAreHeldWhileTheBridgeIsAway) {
         uiLast = uiNow;
         uiNow = ReadFile(m_stSnmpd.TrapLogPath()).size();
     }
-    kill(m_iBridgePid, SIGKILL);
-    mte_test::StopProcess(&m_iBridgePid, 1000);
+    StopBridge(true);
     usleep(5000 * 1000);
     ASSERT_TRUE(StartBridge());
     usleep(2000 * 1000);
@@ -212,7 +210,7 @@ TEST_F(E2ePort, NotificationsAreHeldWhileTheBridgeIsAway) {
     for (int i = 0; i < 80; ++i) {
         strStop += "set trigger owner=e2e name=t" + std::to_string(i) + " status=notInService\n";
     }
-    CtlScenario(strStop);
+    CtlScenarioOk(strStop);
     auto fnSent = [&] {
         std::string strLog = m_stDaemon.Stderr();
         size_t uiCount = 0;
@@ -257,7 +255,7 @@ TEST_F(E2ePort, NotificationsAreHeldWhileTheBridgeIsAway) {
 
 TEST_F(E2ePort, RestartedDaemonRecoversItsConfigurationAndSamplesAgain) {
     AgentOk("add - 1 20");
-    CtlScenario(
+    CtlScenarioOk(
         "set event owner=e2e name=mark actions=set status=createAndWait\n"
         "set set owner=e2e name=mark object=" +
         std::string(TABLE) +
@@ -270,22 +268,17 @@ TEST_F(E2ePort, RestartedDaemonRecoversItsConfigurationAndSamplesAgain) {
         "deltarising=1000000 deltafalling=-1000000 risingeventowner=e2e "
         "risingevent=mark\n"
         "set trigger owner=e2e name=kept status=active\n");
-    std::string strBefore;
-    ASSERT_EQ(CtlStatus("walk trigger", &strBefore), 0);
+    ToolRun stBefore = Ctl("walk trigger");
+    ASSERT_EQ(stBefore.iExit, 0);
 
-    ASSERT_TRUE(m_stDaemon.Signal(SIGRTMIN + 1));
-    int iStatus = 0;
-    ASSERT_TRUE(m_stDaemon.WaitExit(10000, &iStatus));
-    EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0) << iStatus;
+    ASSERT_EQ(m_stDaemon.Stop(), 0);
     ASSERT_TRUE(StartDaemon());
 
-    std::string strAfter;
-    ASSERT_EQ(CtlStatus("walk trigger", &strAfter), 0);
-    EXPECT_EQ(strAfter, strBefore);
-    EXPECT_NE(strAfter.find("kept"), std::string::npos) << strAfter;
-    std::string strSet;
-    ASSERT_EQ(CtlStatus("get set owner=e2e name=mark", &strSet), 0);
-    EXPECT_NE(strSet.find(std::string(TABLE) + ".1.2"), std::string::npos) << strSet;
+    ToolRun stAfter = Ctl("walk trigger");
+    EXPECT_EQ(stAfter.strOut, stBefore.strOut);
+    EXPECT_NE(stAfter.strOut.find("kept"), std::string::npos) << stAfter.strOut;
+    ToolRun stSet = Ctl("get set owner=e2e name=mark");
+    EXPECT_NE(stSet.strOut.find(std::string(TABLE) + ".1.2"), std::string::npos) << stSet.strOut;
 
     // The recovered trigger and event work.
     AgentOk("add - 2 0");
@@ -321,14 +314,12 @@ TEST_F(E2ePort, TwoThousandTriggersOfOneSecondAreEachSampledEverySecond) {
                         " rising=10 falling=1\n" + "set trigger owner=rate" + strName +
                         " status=active\n";
         }
-        CtlScenario(strLines);
+        CtlScenarioOk(strLines);
     }
     auto InGets = [&] {
         std::string strOut;
-        int iStatus = mte_test::RunTool(
-            {"/usr/bin/snmpget", "-Oqv", "127.0.0.1:" + std::to_string(m_stSnmpd.Port()), kInGets},
-            m_stSnmpd.Dir() + "/gets.out", 5000, &strOut);
-        return iStatus == 0 ? std::atol(strOut.c_str()) : -1L;
+        ToolRun stRun = Snmp("snmpget -v2c -c public -Oqv", kInGets);
+        return stRun.iExit == 0 ? std::atol(stRun.strOut.c_str()) : -1L;
     };
     usleep(2000 * 1000);  // every trigger has its first sample and its timer
     long lBefore = InGets();

@@ -4,13 +4,15 @@
 // existence (present, absent, changed), boolean across contexts, threshold
 // and delta threshold on single and wildcarded triggers, failures with their
 // reason, and the trap switch.
-#include "e2e_stack.h"
+#include <gtest/gtest.h>
+
+#include "stack.h"
 
 namespace {
 
-using namespace mte_e2e;
+using namespace mte_test;
 
-class E2eTriggers : public E2eStack {};
+class E2eTriggers : public WholeStackTest {};
 
 // The configuration of one trigger: its row, its test row, then active.
 std::string TriggerLines(const std::string& strName, const std::string& strTriggerColumns,
@@ -26,12 +28,12 @@ constexpr const char* NO_DELTA = "deltarising=1000000 deltafalling=-1000000";
 constexpr const char* NO_ABSOLUTE = "rising=1000000 falling=-1000000";
 
 TEST_F(E2eTriggers, ExistencePresentChangedAbsentOnWildcardedAndSingleTriggers) {
-    CtlScenario(TriggerLines("exist",
-                             "test=existence valueid=" + std::string(TABLE) + ".1 wildcard=true",
-                             "existence", "test=present,absent,changed startup=none") +
-                TriggerLines("exist1",
-                             "test=existence valueid=" + std::string(TABLE) + ".1.8 wildcard=false",
-                             "existence", "test=present,absent startup=none"));
+    CtlScenarioOk(
+        TriggerLines("exist", "test=existence valueid=" + std::string(TABLE) + ".1 wildcard=true",
+                     "existence", "test=present,absent,changed startup=none") +
+        TriggerLines("exist1",
+                     "test=existence valueid=" + std::string(TABLE) + ".1.8 wildcard=false",
+                     "existence", "test=present,absent startup=none"));
     usleep(2500 * 1000);  // first samples taken: nothing there yet
     EXPECT_TRUE(Traps(FIRED).empty());
 
@@ -68,10 +70,10 @@ TEST_F(E2eTriggers, BooleanOnAWildcardedTriggerAcrossContexts) {
     AgentOk("add ctxT1 1 10");
     AgentOk("add ctxT2 1 10");
     AgentOk("add - 1 99");  // the default context is not under the prefix "ctxT"
-    CtlScenario(TriggerLines("bool",
-                             "test=boolean valueid=" + std::string(TABLE) +
-                                 ".1 wildcard=true context=ctxT contextwildcard=true",
-                             "boolean", "comparison=greater value=50 startup=false"));
+    CtlScenarioOk(TriggerLines("bool",
+                               "test=boolean valueid=" + std::string(TABLE) +
+                                   ".1 wildcard=true context=ctxT contextwildcard=true",
+                               "boolean", "comparison=greater value=50 startup=false"));
     usleep(2500 * 1000);
     EXPECT_TRUE(Traps(FIRED, "bool").empty());
 
@@ -91,7 +93,7 @@ TEST_F(E2eTriggers, BooleanOnAWildcardedTriggerAcrossContexts) {
 TEST_F(E2eTriggers, ThresholdOnASingleTriggerAndDeltaOnAWildcardedOne) {
     AgentOk("add - 3 20");
     AgentOk("add - 4 100");
-    CtlScenario(
+    CtlScenarioOk(
         TriggerLines("thres",
                      "test=threshold sampletype=absolute valueid=" + std::string(TABLE) +
                          ".1.3 wildcard=false",
@@ -137,7 +139,7 @@ TEST_F(E2eTriggers, PerInstanceDiscontinuityTimeKeepsAResetRowFromFiring) {
         AgentOk("set - " + std::to_string(iRow) + " ticks 7");
     }
     const std::string strColumn4 = std::string(TABLE) + ".4";
-    CtlScenario(
+    CtlScenarioOk(
         "set trigger owner=e2e name=reset frequency=1 test=threshold sampletype=delta "
         "valueid=" +
         std::string(TABLE) +
@@ -149,8 +151,9 @@ TEST_F(E2eTriggers, PerInstanceDiscontinuityTimeKeepsAResetRowFromFiring) {
         std::string(NO_ABSOLUTE) +
         " deltarising=100 deltafalling=-100\n"
         "set trigger owner=e2e name=reset status=active\n");
-    std::string strRow;
-    ASSERT_EQ(CtlStatus("get delta owner=e2e name=reset", &strRow), 0);
+    ToolRun stRow = Ctl("get delta owner=e2e name=reset");
+    ASSERT_EQ(stRow.iExit, 0) << stRow.strOut;
+    const std::string& strRow = stRow.strOut;
     EXPECT_NE(strRow.find(strColumn4), std::string::npos) << strRow;
     EXPECT_NE(strRow.find("timeStamp"), std::string::npos) << strRow;
     usleep(2500 * 1000);
@@ -193,7 +196,7 @@ TEST_F(E2eTriggers, FailingSamplesArriveAsTriggerFailureWithTheirReason) {
     for (const Case& stCase : astCases) {
         strAll += stCase.strLines;
     }
-    CtlScenario(strAll);
+    CtlScenarioOk(strAll);
     for (const Case& stCase : astCases) {
         ASSERT_TRUE(WaitTraps(FAILURE, stCase.pszName, 1)) << stCase.pszName;
         Trap stTrap = Traps(FAILURE, stCase.pszName)[0];
@@ -207,19 +210,17 @@ TEST_F(E2eTriggers, FailingSamplesArriveAsTriggerFailureWithTheirReason) {
 
 TEST_F(E2eTriggers, TrapSwitchOffStopsBuiltInNotificationsAndOnResumesThem) {
     AgentOk("add - 6 20");
-    CtlScenario(TriggerLines("switch", "test=threshold valueid=" + std::string(TABLE) + ".1.6",
-                             "threshold", "rising=100 falling=10 " + std::string(NO_DELTA)));
+    CtlScenarioOk(TriggerLines("switch", "test=threshold valueid=" + std::string(TABLE) + ".1.6",
+                               "threshold", "rising=100 falling=10 " + std::string(NO_DELTA)));
     usleep(2000 * 1000);
-    Ctl("trap-switch off");
-    std::string strOut;
-    ASSERT_EQ(CtlStatus("trap-switch get", &strOut), 0);
-    EXPECT_NE(strOut.find("off"), std::string::npos) << strOut;
+    CtlOk("trap-switch off");
+    EXPECT_EQ(Ctl("trap-switch get").strOut, "off\n");
 
     AgentOk("set - 6 int 150");  // rising while off: evaluated, not sent
     usleep(3000 * 1000);
     EXPECT_TRUE(Traps(RISING, "switch").empty());
 
-    Ctl("trap-switch on");
+    CtlOk("trap-switch on");
     AgentOk("set - 6 int 5");
     ASSERT_TRUE(WaitTraps(FALLING, "switch", 1));
     ExpectHot(Traps(FALLING, "switch")[0], "switch", "", InstanceOid(1, 6), Int(5));

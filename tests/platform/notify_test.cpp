@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "client_test_util.h"
+#include "stack.h"
 #include "plat_paths.h"
 #include "plat_snmp.h"
 

@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "client_test_util.h"
-#include "snmpd_harness.h"
+#include "plat_snmp.h"
+#include "stack.h"
 
 namespace {
 

@@ -4,11 +4,12 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
-#include "client_test_util.h"
-#include "snmpd_harness.h"
+#include "plat_snmp.h"
+#include "stack.h"
 
 namespace {
 
@@ -155,12 +156,14 @@ TEST_F(SnmpClientTest, WalksInAndOutOfSubtrees) {
     ASSERT_GE(astSystem.size(), 7u);
     EXPECT_EQ("1.3.6.1.2.1.1.1.0", OidText(astSystem[0]));
     for (size_t i = 1; i < astSystem.size(); i++) {
-        EXPECT_TRUE(mte_test::OidLess(astSystem[i - 1], astSystem[i])) << OidText(astSystem[i]);
+        EXPECT_TRUE(std::lexicographical_compare(
+            astSystem[i - 1].auiOid, astSystem[i - 1].auiOid + astSystem[i - 1].uiLen,
+            astSystem[i].auiOid, astSystem[i].auiOid + astSystem[i].uiLen))
+            << OidText(astSystem[i]);
     }
 
     std::vector<MTE_OID_S> astIfIndex = Walk("", "1.3.6.1.2.1.2.2.1.1", &uiEnd);
     ASSERT_GE(astIfIndex.size(), 1u);
-    EXPECT_EQ(astIfIndex.size() + 0, astIfIndex.size());
     for (const auto& stOid : astIfIndex) {
         EXPECT_EQ(11u, stOid.uiLen) << OidText(stOid);
     }

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <string>
 
-#include "client_test_util.h"
-#include "snmpd_harness.h"
+#include "plat_snmp.h"
+#include "stack.h"
 
 namespace {
 

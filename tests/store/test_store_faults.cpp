@@ -11,26 +11,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "core/daemon_process.h"
+#include "stack.h"
 
 namespace {
 
-constexpr int READY_MS = 10000;
-constexpr int EXIT_MS = 10000;
-const std::string CTL = std::string(MTE_BINARY_DIR) + "/tools/eventmibctl/eventmibctl";
-
-std::string ReadFile(const std::string& strPath) {
-    std::ifstream stIn(strPath, std::ios::binary);
-    std::stringstream stBuf;
-    stBuf << stIn.rdbuf();
-    return stBuf.str();
-}
+using mte_test::ReadFile;
 
 bool Exists(const std::string& strPath) {
     struct stat stSt;
@@ -88,7 +77,7 @@ void FillUp(const std::string& strPath) {
     close(iFd);
 }
 
-class StoreFaultTest : public ::testing::Test {
+class StoreFaultTest : public ::testing::Test, protected mte_test::Stack {
   protected:
     void SetUp() override {
         std::string strWhyNot = PrivateMounts();
@@ -97,48 +86,23 @@ class StoreFaultTest : public ::testing::Test {
         }
     }
 
-    std::string Cfg() const { return stDaemon.StateDir() + "/eventmib-config.db"; }
-    std::string Reserve() const { return stDaemon.StateDir() + "/eventmib-reserve"; }
-
-    bool StartReady() { return stDaemon.Start() && stDaemon.WaitReady(READY_MS); }
-
-    // Exit status of the daemon; -1 when it did not exit in time (it is
-    // killed then, so that the next start does not leave it running).
-    int WaitStatus() {
-        int iStatus = 0;
-        if (!stDaemon.WaitExit(EXIT_MS, &iStatus)) {
-            (void)stDaemon.Signal(SIGKILL);
-            (void)stDaemon.WaitExit(EXIT_MS, &iStatus);
-            return -1;
-        }
-        return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
-    }
-
-    int Stop() { return stDaemon.Signal(SIGRTMIN + 1) ? WaitStatus() : -1; }
-
+    std::string Cfg() const { return m_stDaemon.StateDir() + "/eventmib-config.db"; }
+    std::string Reserve() const { return m_stDaemon.StateDir() + "/eventmib-reserve"; }
+    bool StartReady() { return m_stDaemon.StartReady(); }
+    int WaitStatus() { return m_stDaemon.Stop(false); }
+    int Stop() { return m_stDaemon.Stop(); }
     void Kill() {
-        ASSERT_TRUE(stDaemon.Signal(SIGKILL));
+        ASSERT_TRUE(m_stDaemon.Signal(SIGKILL));
         (void)WaitStatus();
     }
 
-    // Runs eventmibctl commands, one a line; its exit status and output.
-    std::string Ctl(const std::string& strCommands, int* piExit = nullptr) {
-        std::string strFile = stDaemon.Root() + "/commands.txt";
-        std::ofstream(strFile) << strCommands;
-        std::string strCmd = "RUNTIME_DIRECTORY='" + stDaemon.RuntimeDir() + "' timeout 30 " + CTL +
-                             " -f " + strFile + " 2>&1";
-        std::string strOut;
-        FILE* pPipe = popen(strCmd.c_str(), "r");
-        char acBuf[4096];
-        for (size_t uiGot;
-             pPipe != nullptr && (uiGot = fread(acBuf, 1, sizeof(acBuf), pPipe)) > 0;) {
-            strOut.append(acBuf, uiGot);
-        }
-        int iStatus = pPipe != nullptr ? pclose(pPipe) : -1;
+    // Runs eventmibctl commands, one a line; its output.
+    std::string Run(const std::string& strCommands, int* piExit = nullptr) {
+        mte_test::ToolRun stRun = CtlScenario(strCommands);
         if (piExit != nullptr) {
-            *piExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
+            *piExit = stRun.iExit;
         }
-        return strOut;
+        return stRun.strOut;
     }
 
     // Creates events, one per name; every one must be acknowledged.
@@ -149,46 +113,34 @@ class StoreFaultTest : public ::testing::Test {
                            std::string(150, 'c') + "\" status=createAndWait\n";
         }
         int iExit = -1;
-        std::string strOut = Ctl(strCommands, &iExit);
+        std::string strOut = Run(strCommands, &iExit);
         ASSERT_EQ(iExit, 0) << strOut;
-    }
-
-    bool WaitForStderr(const std::string& strFragment, int iTimeoutMs) {
-        for (int64_t llEnd = MteDaemonProcess::NowMs() + iTimeoutMs;
-             MteDaemonProcess::NowMs() < llEnd; usleep(50 * 1000)) {
-            if (stDaemon.CountStderr(strFragment) != 0) {
-                return true;
-            }
-        }
-        return false;
     }
 
     std::string ThreeFiles() const {
         return ReadFile(Cfg()) + "|wal|" + ReadFile(Cfg() + "-wal") + "|shm|" +
                ReadFile(Cfg() + "-shm");
     }
-
-    MteDaemonProcess stDaemon;
 };
 
 // The changes land in the reserve's room at once; without a reserve they are
 // kept pending until space returns and are all there after a restart. A full
 // disk at start-up is named as such, never as damage.
 TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
-    ScopedMount stTmpfs(stDaemon.StateDir(), "tmpfs", "tmpfs", 0, "size=8m");
+    ScopedMount stTmpfs(m_stDaemon.StateDir(), "tmpfs", "tmpfs", 0, "size=8m");
     ASSERT_TRUE(stTmpfs.Mounted()) << stTmpfs.Error();
-    const std::string strFill = stDaemon.StateDir() + "/fill";
-    ASSERT_TRUE(StartReady()) << stDaemon.Stderr();
+    const std::string strFill = m_stDaemon.StateDir() + "/fill";
+    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
     ASSERT_TRUE(Exists(Reserve()));
 
     // The reserve takes the first writes on a full disk: durable at once.
     FillUp(strFill);
     CreateEvents({"a1", "a2", "a3", "a4", "a5"});
-    EXPECT_EQ(stDaemon.CountStderr("refuses writes"), 0u) << stDaemon.Stderr();
+    EXPECT_EQ(m_stDaemon.CountStderr("refuses writes"), 0u) << m_stDaemon.Stderr();
     EXPECT_FALSE(Exists(Reserve()));
     Kill();
-    ASSERT_TRUE(StartReady()) << stDaemon.Stderr();
-    std::string strWalk = Ctl("walk event\n");
+    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
+    std::string strWalk = Run("walk event\n");
     for (const char* pszName : {"a1", "a2", "a3", "a4", "a5"}) {
         EXPECT_NE(strWalk.find(pszName), std::string::npos) << pszName << "\n" << strWalk;
     }
@@ -198,15 +150,15 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     CreateEvents({"b1", "b2", "b3"});
     int iExit = -1;
     // A row changed or destroyed again while pending keeps only its last write.
-    Ctl("set event owner=ops name=b1 comment=changed\nset event owner=ops name=b2 status=destroy\n"
+    Run("set event owner=ops name=b1 comment=changed\nset event owner=ops name=b2 status=destroy\n"
         "set event owner=ops name=a1 status=destroy\nset scalars instance-maximum=321\n",
         &iExit);
     EXPECT_EQ(iExit, 0);
-    EXPECT_EQ(stDaemon.CountStderr("refuses writes (no space left on the file system)"), 1u)
-        << stDaemon.Stderr();
+    EXPECT_EQ(m_stDaemon.CountStderr("refuses writes (no space left on the file system)"), 1u)
+        << m_stDaemon.Stderr();
     ASSERT_EQ(unlink(strFill.c_str()), 0);
-    EXPECT_TRUE(WaitForStderr("accepts writes again: 5 pending changes written", 5000))
-        << stDaemon.Stderr();
+    EXPECT_TRUE(m_stDaemon.WaitStderr("accepts writes again: 5 pending changes written", 5000))
+        << m_stDaemon.Stderr();
     for (int i = 0; i < 40 && !Exists(Reserve()); ++i) {
         usleep(100 * 1000);  // made again on a later write or retry
         CreateEvents({"c" + std::to_string(i)});
@@ -219,34 +171,35 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     CreateEvents({"d1"});
     ASSERT_EQ(unlink(strFill.c_str()), 0);
     EXPECT_EQ(Stop(), 0);
-    EXPECT_EQ(stDaemon.CountStderr("lost"), 0u) << stDaemon.Stderr();
-    ASSERT_TRUE(StartReady()) << stDaemon.Stderr();
-    strWalk = Ctl("walk event\n");
+    EXPECT_EQ(m_stDaemon.CountStderr("lost"), 0u) << m_stDaemon.Stderr();
+    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
+    strWalk = Run("walk event\n");
     for (const char* pszName : {"a2", "a5", "b1", "b3", "d1"}) {
         EXPECT_NE(strWalk.find(pszName), std::string::npos) << pszName << "\n" << strWalk;
     }
     EXPECT_EQ(strWalk.find("a1"), std::string::npos) << strWalk;
     EXPECT_EQ(strWalk.find("b2"), std::string::npos) << strWalk;
     EXPECT_NE(strWalk.find("changed"), std::string::npos) << strWalk;
-    EXPECT_NE(Ctl("get scalars\n").find("321"), std::string::npos);
+    EXPECT_NE(Run("get scalars\n").find("321"), std::string::npos);
 
     // A full disk at start-up: the reserve makes room for the store's side
     // files; without it the start is refused with the real cause.
     EXPECT_EQ(Stop(), 0);
     ASSERT_TRUE(Exists(Reserve()));
     FillUp(strFill);
-    ASSERT_TRUE(StartReady()) << stDaemon.Stderr();
+    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
     FillUp(strFill);
     CreateEvents({"late"});  // still pending at the stop: the one loss left
     EXPECT_EQ(Stop(), 0);
-    EXPECT_EQ(stDaemon.CountStderr("pending changes lost: 1."), 1u) << stDaemon.Stderr();
+    EXPECT_EQ(m_stDaemon.CountStderr("pending changes lost: 1."), 1u) << m_stDaemon.Stderr();
     ASSERT_FALSE(Exists(Reserve()));
     FillUp(strFill);
     const std::string strBefore = ThreeFiles();
-    ASSERT_TRUE(stDaemon.Start());
+    ASSERT_TRUE(m_stDaemon.Start());
     EXPECT_EQ(WaitStatus(), 255);
-    EXPECT_EQ(stDaemon.CountStderr("no space left on the file system"), 1u) << stDaemon.Stderr();
-    EXPECT_EQ(stDaemon.CountStderr("damaged"), 0u);
+    EXPECT_EQ(m_stDaemon.CountStderr("no space left on the file system"), 1u)
+        << m_stDaemon.Stderr();
+    EXPECT_EQ(m_stDaemon.CountStderr("damaged"), 0u);
     EXPECT_TRUE(ThreeFiles() == strBefore) << "the refused store was changed";
 }
 
@@ -254,31 +207,32 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
 // refused as read-only; with its main file damaged it is refused as damaged.
 // Neither start changes a byte of the three files.
 TEST_F(StoreFaultTest, ReadOnlyOrDamagedStoreIsRefusedUntouched) {
-    ASSERT_TRUE(StartReady()) << stDaemon.Stderr();
+    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
     std::vector<std::string> vecNames;
     for (int i = 0; i < 40; ++i) {
         vecNames.push_back("e" + std::to_string(i));
     }
     CreateEvents(vecNames);
     ASSERT_EQ(Stop(), 0);  // checkpointed: the main file holds the rows
-    ASSERT_TRUE(StartReady()) << stDaemon.Stderr();
+    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
     CreateEvents({"after1", "after2"});
     Kill();
     ASSERT_TRUE(Exists(Cfg() + "-wal") && Exists(Cfg() + "-shm"));
 
     {
-        ScopedMount stBind(stDaemon.StateDir(), nullptr, stDaemon.StateDir().c_str(), MS_BIND,
+        ScopedMount stBind(m_stDaemon.StateDir(), nullptr, m_stDaemon.StateDir().c_str(), MS_BIND,
                            nullptr);
         ASSERT_TRUE(stBind.Mounted()) << stBind.Error();
-        ASSERT_EQ(mount(nullptr, stDaemon.StateDir().c_str(), nullptr,
+        ASSERT_EQ(mount(nullptr, m_stDaemon.StateDir().c_str(), nullptr,
                         MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr),
                   0)
             << strerror(errno);
         const std::string strBefore = ThreeFiles();
-        ASSERT_TRUE(stDaemon.Start());
+        ASSERT_TRUE(m_stDaemon.Start());
         EXPECT_EQ(WaitStatus(), 255);
-        EXPECT_EQ(stDaemon.CountStderr("the file system is read-only"), 1u) << stDaemon.Stderr();
-        EXPECT_EQ(stDaemon.CountStderr("damaged"), 0u);
+        EXPECT_EQ(m_stDaemon.CountStderr("the file system is read-only"), 1u)
+            << m_stDaemon.Stderr();
+        EXPECT_EQ(m_stDaemon.CountStderr("damaged"), 0u);
         EXPECT_TRUE(ThreeFiles() == strBefore) << "the read-only store was changed";
     }
 
@@ -289,10 +243,22 @@ TEST_F(StoreFaultTest, ReadOnlyOrDamagedStoreIsRefusedUntouched) {
     }
     std::ofstream(Cfg(), std::ios::binary | std::ios::trunc) << strDamaged;
     const std::string strBefore = ThreeFiles();
-    ASSERT_TRUE(stDaemon.Start());
+    ASSERT_TRUE(m_stDaemon.Start());
     EXPECT_EQ(WaitStatus(), 255);
-    EXPECT_EQ(stDaemon.CountStderr("damaged"), 1u) << stDaemon.Stderr();
+    EXPECT_EQ(m_stDaemon.CountStderr("damaged"), 1u) << m_stDaemon.Stderr();
     EXPECT_TRUE(ThreeFiles() == strBefore) << "the damaged store or its log was changed";
+}
+
+// Without mounts: a store that is not a database at all.
+TEST(StoreDaemonTest, DamagedStoreStopsTheDaemonUntouched) {
+    mte_test::DaemonProcess stDaemon;
+    std::string strCfg = stDaemon.StateDir() + "/eventmib-config.db";
+    const std::string strGarbage(3000, '\x17');
+    std::ofstream(strCfg, std::ios::binary) << strGarbage;
+    ASSERT_TRUE(stDaemon.Start());
+    EXPECT_EQ(stDaemon.Stop(false), 255) << "still running with a damaged store";
+    EXPECT_TRUE(ReadFile(strCfg) == strGarbage);
+    EXPECT_EQ(stDaemon.CountStderr(strCfg), 1u) << stDaemon.Stderr();
 }
 
 }  // namespace

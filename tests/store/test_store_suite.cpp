@@ -33,7 +33,6 @@
 #include <sqlite3.h>
 #include <sys/wait.h>
 
-#include "core/daemon_process.h"
 #else
 #include "fake_dbm.h"
 #endif
@@ -495,21 +494,6 @@ TEST_F(StoreTest, BadArgumentsAreRefused) {
     DBM_KEY_S stKey = {0, 4, DBM_KEY_U32, 0};
     EXPECT_EQ(DBM_CreateSortList(llHandle, "mteEvent", 9, &stKey, 1, MTE_TBL_EVENT), DBM_ERR);
     MTE_DBM_Close(llHandle);
-}
-
-// The daemon itself stops with 255 on a damaged store and leaves it alone.
-TEST(StoreDaemonTest, DamagedStoreStopsTheDaemonUntouched) {
-    MteDaemonProcess stDaemon;
-    std::string strCfg = stDaemon.StateDir() + "/eventmib-config.db";
-    const std::string strGarbage(3000, '\x17');
-    WriteFile(strCfg, strGarbage);
-    ASSERT_TRUE(stDaemon.Start());
-    int iStatus = 0;
-    ASSERT_TRUE(stDaemon.WaitExit(10000, &iStatus)) << "still running with a damaged store";
-    ASSERT_TRUE(WIFEXITED(iStatus));
-    EXPECT_EQ(WEXITSTATUS(iStatus), 255);
-    EXPECT_TRUE(ReadFile(strCfg) == strGarbage);
-    EXPECT_EQ(stDaemon.CountStderr(strCfg), 1u) << stDaemon.Stderr();
 }
 
 #endif
