@@ -148,19 +148,25 @@ uint16_t FreeUdpPort(void) {
 }
 
 pid_t SpawnProcess(const std::vector<std::string>& astrArgs,
-                   const std::vector<std::string>& astrEnv, const std::string& strLogPath) {
+                   const std::vector<std::string>& astrEnv, const std::string& strLogPath,
+                   bool bTruncate) {
     std::vector<char*> apszArgs;
     for (const auto& str : astrArgs) {
         apszArgs.push_back(const_cast<char*>(str.c_str()));
     }
     apszArgs.push_back(nullptr);
-    std::vector<std::string> astrFullEnv = astrEnv;
+    std::vector<std::string> astrFullEnv;
+    for (const auto& strOwn : astrEnv) {
+        if (strOwn.find('=') != std::string::npos) {
+            astrFullEnv.push_back(strOwn);
+        }
+    }
     for (char** ppsz = environ; *ppsz != nullptr; ppsz++) {
         std::string strEntry = *ppsz;
-        std::string strName = strEntry.substr(0, strEntry.find('=') + 1);
+        std::string strName = strEntry.substr(0, strEntry.find('='));
         bool bReplaced = false;
         for (const auto& strOwn : astrEnv) {
-            bReplaced = bReplaced || strOwn.compare(0, strName.size(), strName) == 0;
+            bReplaced = bReplaced || strOwn.substr(0, strOwn.find('=')) == strName;
         }
         if (!bReplaced) {
             astrFullEnv.push_back(strEntry);
@@ -176,11 +182,22 @@ pid_t SpawnProcess(const std::vector<std::string>& astrArgs,
     posix_spawn_file_actions_init(&stActions);
     posix_spawn_file_actions_addopen(&stActions, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&stActions, 1, strLogPath.c_str(),
-                                     O_WRONLY | O_CREAT | O_APPEND, 0644);
+                                     O_WRONLY | O_CREAT | (bTruncate ? O_TRUNC : O_APPEND), 0644);
     posix_spawn_file_actions_adddup2(&stActions, 1, 2);
+    // A clean signal mask and default dispositions, whatever the test blocks.
+    posix_spawnattr_t stAttr;
+    posix_spawnattr_init(&stAttr);
+    sigset_t stEmpty;
+    sigemptyset(&stEmpty);
+    sigset_t stAll;
+    sigfillset(&stAll);
+    posix_spawnattr_setsigmask(&stAttr, &stEmpty);
+    posix_spawnattr_setsigdefault(&stAttr, &stAll);
+    posix_spawnattr_setflags(&stAttr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     pid_t iPid = -1;
-    int iRc = posix_spawn(&iPid, apszArgs[0], &stActions, nullptr, apszArgs.data(), apszEnv.data());
+    int iRc = posix_spawn(&iPid, apszArgs[0], &stActions, &stAttr, apszArgs.data(), apszEnv.data());
     posix_spawn_file_actions_destroy(&stActions);
+    posix_spawnattr_destroy(&stAttr);
     return iRc == 0 ? iPid : -1;
 }
 
@@ -394,54 +411,12 @@ bool DaemonProcess::Start() {
             return false;
         }
     }
-    std::map<std::string, std::string> mapEnv;
-    for (char** ppszVar = environ; *ppszVar != nullptr; ++ppszVar) {
-        std::string strVar(*ppszVar);
-        size_t uiEq = strVar.find('=');
-        if (uiEq != std::string::npos) {
-            mapEnv[strVar.substr(0, uiEq)] = strVar.substr(uiEq + 1);
-        }
-    }
-    mapEnv.erase("JOURNAL_STREAM");
-    mapEnv["STATE_DIRECTORY"] = m_strStateDir;
-    mapEnv["RUNTIME_DIRECTORY"] = m_strRuntimeDir;
-    mapEnv["NOTIFY_SOCKET"] = strNotify;
-    for (const auto& [strName, strValue] : m_mapEnv) {
-        mapEnv[strName] = strValue;
-    }
-    std::vector<std::string> astrEnv;
-    for (const auto& [strName, strValue] : mapEnv) {
-        astrEnv.push_back(strName + "=" + strValue);
-    }
-    std::vector<char*> apszEnv;
-    for (auto& strVar : astrEnv) {
-        apszEnv.push_back(strVar.data());
-    }
-    apszEnv.push_back(nullptr);
-
-    posix_spawn_file_actions_t stActions;
-    posix_spawn_file_actions_init(&stActions);
-    posix_spawn_file_actions_addopen(&stActions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&stActions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    std::string strErrPath = StderrPath();
-    posix_spawn_file_actions_addopen(&stActions, STDERR_FILENO, strErrPath.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawnattr_t stAttr;
-    posix_spawnattr_init(&stAttr);
-    sigset_t stEmpty;
-    sigemptyset(&stEmpty);
-    sigset_t stDefault;
-    sigfillset(&stDefault);
-    posix_spawnattr_setsigmask(&stAttr, &stEmpty);
-    posix_spawnattr_setsigdefault(&stAttr, &stDefault);
-    posix_spawnattr_setflags(&stAttr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    char* apszArgv[] = {const_cast<char*>(MTE_EVENTMIBD_PATH), nullptr};
-    int iRet =
-        posix_spawn(&m_iPid, MTE_EVENTMIBD_PATH, &stActions, &stAttr, apszArgv, apszEnv.data());
-    posix_spawn_file_actions_destroy(&stActions);
-    posix_spawnattr_destroy(&stAttr);
+    const std::vector<std::string> astrEnv = {"JOURNAL_STREAM", "STATE_DIRECTORY=" + m_strStateDir,
+                                              "RUNTIME_DIRECTORY=" + m_strRuntimeDir,
+                                              "NOTIFY_SOCKET=" + strNotify};
+    m_iPid = SpawnProcess({MTE_EVENTMIBD_PATH}, astrEnv, StderrPath(), true);
     m_bReaped = false;
-    return iRet == 0;
+    return m_iPid > 0;
 }
 
 bool DaemonProcess::WaitReady(int iTimeoutMs) {

@@ -20,7 +20,6 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -49,10 +48,12 @@ std::string ReadFile(const std::string& strPath);
 size_t CountLines(const std::string& strText, const std::string& strFragment);
 
 uint16_t FreeUdpPort(void);
-// Starts a program with extra environment (replacing inherited variables of
-// the same name), its output appended to strLogPath; the pid or -1.
+// Starts a program with extra environment ("NAME=value" replaces an inherited
+// variable, a bare "NAME" removes it), its output appended to strLogPath (or
+// replacing it); the pid or -1.
 pid_t SpawnProcess(const std::vector<std::string>& astrArgs,
-                   const std::vector<std::string>& astrEnv, const std::string& strLogPath);
+                   const std::vector<std::string>& astrEnv, const std::string& strLogPath,
+                   bool bTruncate = false);
 // SIGTERM, wait up to iGraceMs, then SIGKILL and reap.
 void StopProcess(pid_t* piPid, int iGraceMs);
 
@@ -115,12 +116,9 @@ class DaemonProcess {
     DaemonProcess& operator=(const DaemonProcess&) = delete;
 
     // Point a directory elsewhere (a regular file makes an initialiser
-    // fail), or add environment; call before Start.
+    // fail); call before Start.
     void SetStateDir(const std::string& strDir) { m_strStateDir = strDir; }
     void SetRuntimeDir(const std::string& strDir) { m_strRuntimeDir = strDir; }
-    void SetEnv(const std::string& strName, const std::string& strValue) {
-        m_mapEnv[strName] = strValue;
-    }
 
     // Spawns the daemon with a clean signal mask and default dispositions.
     bool Start();
@@ -157,7 +155,6 @@ class DaemonProcess {
     std::string m_strRoot;
     std::string m_strStateDir;
     std::string m_strRuntimeDir;
-    std::map<std::string, std::string> m_mapEnv;
     int m_iNotifyFd = -1;
     pid_t m_iPid = -1;
     bool m_bReaped = false;
