@@ -15,6 +15,15 @@ class E2eEvents : public WholeStackTest {
   protected:
     E2eEvents() { m_astrContexts = {"ctxT1", "ctxT2", "ctxU1", "ctxU2"}; }
 
+    // The trigger, threshold, event and set tables as eventmibctl walks them.
+    std::string Snapshot() {
+        std::string strAll;
+        for (const char* pszTable : {"trigger", "threshold", "event", "set"}) {
+            strAll += Ctl(std::string("walk ") + pszTable).strOut;
+        }
+        return strAll;
+    }
+
     // A threshold trigger (rising 100, falling 10, deltas out of reach)
     // whose rising alarm runs the event strEvent; strWhere adds trigger columns.
     static std::string RisingTrigger(const std::string& strName, const std::string& strWhere,
@@ -97,6 +106,16 @@ TEST_F(E2eEvents, SetActionCompletesObjectAndContextFromTheFiredInstance) {
     EXPECT_EQ(Agent("get ctxT2 4 int"), "ok 150");
     EXPECT_EQ(Scalar("event-failures"), lFailures);
     EXPECT_TRUE(Traps(SET_FAILURE).empty());
+
+    // A restarted daemon recovers the configuration, and it works: a firing
+    // in ctxT1 sets ctxU1.
+    std::string strBefore = Snapshot();
+    ASSERT_EQ(m_stDaemon.Stop(), 0);
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
+    EXPECT_EQ(Snapshot(), strBefore);
+    usleep(2000 * 1000);
+    AgentOk("set ctxT1 4 int 150");
+    EXPECT_TRUE(WaitUntil([&] { return Agent("get ctxU1 4 int") == "ok 777"; }, FIRE_WAIT_MS));
 }
 
 TEST_F(E2eEvents, RefusedSetGivesEventSetFailureWithTheMappedReason) {

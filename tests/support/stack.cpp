@@ -278,9 +278,6 @@ bool SnmpdHarness::Prepare(std::string* pstrError) {
         // A writable Integer32 with no side effects, for set tests.
         "override -rw " MTE_TEST_WRITABLE_INTEGER " integer 5\ntrap2sink 127.0.0.1:" +
         std::to_string(m_usTrapPort) + " public\ndontLogTCPWrappersConnects yes\n";
-    for (const auto& strLine : m_astrExtra) {
-        strConf += strLine + "\n";
-    }
     if (!WriteFile(m_strDir + "/etc/snmpd.conf", strConf) ||
         !WriteFile(m_strDir + "/etc/snmp.conf", "mibs :\n") ||
         !WriteFile(m_strDir + "/etc/snmptrapd.conf", "disableAuthorization yes\n")) {

@@ -73,7 +73,6 @@ class SnmpdHarness {
     SnmpdHarness(const SnmpdHarness&) = delete;
     SnmpdHarness& operator=(const SnmpdHarness&) = delete;
 
-    void AddConfig(const std::string& strLine) { m_astrExtra.push_back(strLine); }
     // Creates the directory and configuration on the first call; false with
     // the reason ("... is not installed" when snmpd is missing).
     bool Start(std::string* pstrError, int iWaitMs = 15000);
@@ -86,7 +85,6 @@ class SnmpdHarness {
     // SNMP_PERSISTENT_DIR of this process, and so of its children, at them.
     bool UseClientConfig(ClientSecurity eSecurity);
 
-    bool IsRunning() const { return m_iPid > 0; }
     pid_t Pid() const { return m_iPid; }
     uint16_t Port() const { return m_usPort; }
     uint16_t TrapPort() const { return m_usTrapPort; }
@@ -102,7 +100,6 @@ class SnmpdHarness {
     uint16_t m_usTrapPort = 0;
     pid_t m_iPid = -1;
     pid_t m_iTrapdPid = -1;
-    std::vector<std::string> m_astrExtra;
 };
 
 // eventmibd with its own state and runtime directories, standard error in a
