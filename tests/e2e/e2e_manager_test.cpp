@@ -29,46 +29,11 @@ class E2eManager : public WholeStackTest {
         ToolRun stRun = Stack::Walk(strOid);
         return stRun.iExit == 0 ? stRun.strOut : "failed: " + stRun.strOut;
     }
-    static std::string Column(const char* pszTable, int iColumn, const char* pszName) {
-        return std::string(MTE_MIB) + "." + pszTable + ".1." + std::to_string(iColumn) + "." +
+    static std::string Column(const std::string& strTable, int iColumn, const char* pszName) {
+        return std::string(MTE_MIB) + "." + strTable + ".1." + std::to_string(iColumn) + "." +
                OWNER_MGR + "." + pszName;
     }
 };
-
-TEST_F(E2eManager, SnmpsetAloneConfiguresATriggerThatNotifies) {
-    AgentOk("add - 9 20 33 row nine");
-    const std::string strEvent = "4.2";
-    const std::string strNotify = "4.3";
-    const std::string strTrigger = "2.2";
-    const std::string strThreshold = "2.6";
-    // The event with its notification action, built while notInService.
-    EXPECT_EQ(Set(Column(strEvent.c_str(), 5, NAME_EV) + " i 5 " +
-                  Column(strEvent.c_str(), 3, NAME_EV) + " x 80"),
-              "");
-    EXPECT_EQ(Set(Column(strNotify.c_str(), 1, NAME_EV) + " o " + std::string(CONFIGURED + 1)), "");
-    EXPECT_EQ(Set(Column(strEvent.c_str(), 5, NAME_EV) + " i 1"), "");
-    // The trigger: a single instance of the test table, sampled every second.
-    EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 5 " +
-                  Column(strTrigger.c_str(), 4, NAME_T) + " x 20 " +
-                  Column(strTrigger.c_str(), 6, NAME_T) + " o " + TABLE + ".1.9 " +
-                  Column(strTrigger.c_str(), 11, NAME_T) + " u 1"),
-              "");
-    // Thresholds: rising 100, falling 10, delta alarms out of reach.
-    EXPECT_EQ(Set(Column(strThreshold.c_str(), 2, NAME_T) + " i 100 " +
-                  Column(strThreshold.c_str(), 3, NAME_T) + " i 10 " +
-                  Column(strThreshold.c_str(), 4, NAME_T) + " i 1000000 " +
-                  Column(strThreshold.c_str(), 5, NAME_T) + " i -1000000 " +
-                  Column(strThreshold.c_str(), 8, NAME_T) + " s mgr " +
-                  Column(strThreshold.c_str(), 9, NAME_T) + " s ev"),
-              "");
-    EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 1"), "");
-
-    usleep(2000 * 1000);
-    AgentOk("set - 9 int 150");
-    ASSERT_TRUE(WaitTraps(RISING, "t", 1));
-    ExpectHot(Traps(RISING, "t")[0], "t", "", InstanceOid(1, 9), Int(150));
-    ASSERT_TRUE(WaitTraps(CONFIGURED, "", 1));
-}
 
 // The delta row of a delta trigger, kept by managers alone: it appears with
 // the sample type, is written and read with snmpset and snmpwalk, outlives a
@@ -83,31 +48,37 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
     const std::string strThreshold = "2.6";
     const std::string strDeltaWalk = std::string(MTE_MIB) + "." + strDelta;
     const std::string strUpTime = std::string(TABLE) + ".4.9";
+    // The event with its notification action, built while notInService.
+    const std::string strEvent = "4.2";
+    EXPECT_EQ(Set(Column(strEvent, 5, NAME_EV) + " i 5 " + Column(strEvent, 3, NAME_EV) + " x 80"),
+              "");
+    EXPECT_EQ(Set(Column("4.3", 1, NAME_EV) + " o " + std::string(CONFIGURED + 1)), "");
+    EXPECT_EQ(Set(Column(strEvent, 5, NAME_EV) + " i 1"), "");
     // A delta trigger on row 9's counter, with a threshold test.
-    EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 5 " +
-                  Column(strTrigger.c_str(), 4, NAME_T) + " x 20 " +
-                  Column(strTrigger.c_str(), 5, NAME_T) + " i 2 " +
-                  Column(strTrigger.c_str(), 6, NAME_T) + " o " + TABLE + ".1.9 " +
-                  Column(strTrigger.c_str(), 11, NAME_T) + " u 1"),
-              "");
+    EXPECT_EQ(
+        Set(Column(strTrigger, 15, NAME_T) + " i 5 " + Column(strTrigger, 4, NAME_T) + " x 20 " +
+            Column(strTrigger, 5, NAME_T) + " i 2 " + Column(strTrigger, 6, NAME_T) + " o " +
+            TABLE + ".1.9 " + Column(strTrigger, 11, NAME_T) + " u 1"),
+        "");
     // The row came with the trigger, at its defaults.
-    EXPECT_EQ(Walk(strDeltaWalk), "." + Column(strDelta.c_str(), 1, NAME_T) +
+    EXPECT_EQ(Walk(strDeltaWalk), "." + Column(strDelta, 1, NAME_T) +
                                       " = OID: .1.3.6.1.2.1.1.3.0\n." +
-                                      Column(strDelta.c_str(), 2, NAME_T) + " = INTEGER: 2\n." +
-                                      Column(strDelta.c_str(), 3, NAME_T) + " = INTEGER: 1\n");
-    EXPECT_NE(Set(Column(strDelta.c_str(), 3, NAME_T) + " i 4"), "");  // no such type
-    EXPECT_EQ(Set(Column(strDelta.c_str(), 1, NAME_T) + " o " + strUpTime + " " +
-                  Column(strDelta.c_str(), 3, NAME_T) + " i 1"),
+                                      Column(strDelta, 2, NAME_T) + " = INTEGER: 2\n." +
+                                      Column(strDelta, 3, NAME_T) + " = INTEGER: 1\n");
+    EXPECT_NE(Set(Column(strDelta, 3, NAME_T) + " i 4"), "");  // no such type
+    EXPECT_EQ(Set(Column(strDelta, 1, NAME_T) + " o " + strUpTime + " " +
+                  Column(strDelta, 3, NAME_T) + " i 1"),
               "");
-    EXPECT_EQ(Set(Column(strThreshold.c_str(), 2, NAME_T) + " i 1000000 " +
-                  Column(strThreshold.c_str(), 3, NAME_T) + " i -1000000 " +
-                  Column(strThreshold.c_str(), 4, NAME_T) + " i 100 " +
-                  Column(strThreshold.c_str(), 5, NAME_T) + " i -100"),
-              "");
-    EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 1"), "");
+    EXPECT_EQ(
+        Set(Column(strThreshold, 2, NAME_T) + " i 1000000 " + Column(strThreshold, 3, NAME_T) +
+            " i -1000000 " + Column(strThreshold, 4, NAME_T) + " i 100 " +
+            Column(strThreshold, 5, NAME_T) + " i -100 " + Column(strThreshold, 12, NAME_T) +
+            " s mgr " + Column(strThreshold, 13, NAME_T) + " s ev"),
+        "");
+    EXPECT_EQ(Set(Column(strTrigger, 15, NAME_T) + " i 1"), "");
     // Written while active: refused, the row unchanged.
-    EXPECT_NE(Set(Column(strDelta.c_str(), 3, NAME_T) + " i 2"), "");
-    std::string strGot = Get(Column(strDelta.c_str(), 1, NAME_T)).strOut;
+    EXPECT_NE(Set(Column(strDelta, 3, NAME_T) + " i 2"), "");
+    std::string strGot = Get(Column(strDelta, 1, NAME_T)).strOut;
     EXPECT_NE(strGot.find("OID: ." + strUpTime), std::string::npos) << strGot;
     const std::string strConfigured = Walk(strDeltaWalk);
     EXPECT_NE(strConfigured.find("OID: ." + strUpTime), std::string::npos) << strConfigured;
@@ -122,6 +93,7 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
     AgentOk("set - 9 int 300");
     ASSERT_TRUE(WaitTraps(RISING, "t", 1));
     ExpectHot(Traps(RISING, "t")[0], "t", "", InstanceOid(1, 9), Int(300));
+    ASSERT_TRUE(WaitTraps(CONFIGURED, "", 1)) << "the event configured by snmpset did not run";
     EXPECT_TRUE(Traps(FALLING, "t").empty());
 
     // The row outlives a daemon restart.
@@ -131,13 +103,13 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
         << Walk(strDeltaWalk);
 
     // It goes with the delta sample type, and with the trigger.
-    EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 2"), "");
-    EXPECT_EQ(Set(Column(strTrigger.c_str(), 5, NAME_T) + " i 1"), "");
+    EXPECT_EQ(Set(Column(strTrigger, 15, NAME_T) + " i 2"), "");
+    EXPECT_EQ(Set(Column(strTrigger, 5, NAME_T) + " i 1"), "");
     EXPECT_EQ(Walk(strDeltaWalk).find(strDeltaWalk + ".1."), std::string::npos)
         << Walk(strDeltaWalk);
-    EXPECT_EQ(Set(Column(strTrigger.c_str(), 5, NAME_T) + " i 2"), "");
+    EXPECT_EQ(Set(Column(strTrigger, 5, NAME_T) + " i 2"), "");
     EXPECT_NE(Walk(strDeltaWalk).find("OID: .1.3.6.1.2.1.1.3.0"), std::string::npos);
-    EXPECT_EQ(Set(Column(strTrigger.c_str(), 15, NAME_T) + " i 6"), "");
+    EXPECT_EQ(Set(Column(strTrigger, 15, NAME_T) + " i 6"), "");
     EXPECT_EQ(Walk(strDeltaWalk).find(strDeltaWalk + ".1."), std::string::npos)
         << Walk(strDeltaWalk);
 }
