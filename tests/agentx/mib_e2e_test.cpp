@@ -219,7 +219,7 @@ TEST_F(MibBridgeTest, WriteThroughTheBridgeShowsInTheNextWalkAtOnce) {
     EXPECT_EQ(strWalk.find(Trig(3, "c", "w")), std::string::npos) << strWalk;
 }
 
-TEST_F(MibBridgeTest, CreateAndGoWithSeveralColumnsInOnePdu) {
+TEST_F(MibBridgeTest, CreateAndGoInOnePduWithColumnsSubRowsAndLargeIndexes) {
     ToolRun stRun = Set(Trig(15, "aa", "x") + " i 4 " + Trig(6, "aa", "x") +
                         " o 1.3.6.1.2.1.1.3.0 " + Trig(4, "aa", "x") + " x 80 " +
                         Trig(11, "aa", "x") + " u 60 " + Trig(3, "aa", "x") + " s go");
@@ -227,13 +227,16 @@ TEST_F(MibBridgeTest, CreateAndGoWithSeveralColumnsInOnePdu) {
     ToolRun stGet = Get(Trig(15, "aa", "x") + " " + Trig(4, "aa", "x"));
     EXPECT_NE(stGet.strOut.find("INTEGER: 1"), std::string::npos) << stGet.strOut;
     EXPECT_NE(stGet.strOut.find("Hex-STRING: 80"), std::string::npos) << stGet.strOut;
-    // Objects and event rows, with their own index shapes.
-    std::string strObj = ObjectsIndex("aa", "objs", 1);
-    stRun =
-        Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj + " o 1.3.6.1.2.1.1.5.0");
-    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
-    EXPECT_NE(Get(kObjects + ".3" + strObj).strOut.find("OID: .1.3.6.1.2.1.1.5.0"),
-              std::string::npos);
+    // Objects and event rows, with their own index shapes; objects indexes
+    // above 2^31 are read as GETNEXT shows them.
+    for (uint32_t uiIndex : {1u, 2147483648u, 3000000000u, 4294967295u}) {
+        std::string strObj = ObjectsIndex("aa", "objs", uiIndex);
+        stRun = Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj +
+                    " o 1.3.6.1.2.1.1.5.0");
+        ASSERT_EQ(stRun.iExit, 0) << uiIndex << ": " << stRun.strOut;
+        stGet = Get(kObjects + ".3" + strObj);
+        EXPECT_NE(stGet.strOut.find("OID: .1.3.6.1.2.1.1.5.0"), std::string::npos) << stGet.strOut;
+    }
     std::string strEv = NamedIndex("aa", "ev");
     stRun = Set(kEvent + ".5" + strEv + " i 5 " + kEvent + ".3" + strEv + " x 80 " + kEvent + ".2" +
                 strEv + " s note");
@@ -248,25 +251,23 @@ TEST_F(MibBridgeTest, CreateAndGoWithSeveralColumnsInOnePdu) {
               std::string::npos)
         << stNotify.strOut;
     EXPECT_EQ(Set(kEvent + ".5" + strEv + " i 1").iExit, 0);
-}
 
-// A trigger made active in the same PDU as its test rows, and an event with
-// its notification: the sub-rows are written before the activation.
-TEST_F(MibBridgeTest, CreateAndGoTogetherWithTestAndActionRows) {
+    // A trigger made active in the same PDU as its test rows, and an event
+    // with its notification: the sub-rows are written before the activation.
     std::string strIdx = NamedIndex("aa", "withbool");
-    ToolRun stRun = Set(Trig(15, "aa", "withbool") + " i 4 " + Trig(6, "aa", "withbool") +
-                        " o 1.3.6.1.2.1.1.3.0 " + Trig(4, "aa", "withbool") + " x 40 " + kBoolean +
-                        ".1" + strIdx + " i 5 " + kBoolean + ".2" + strIdx + " i 42");
+    stRun = Set(Trig(15, "aa", "withbool") + " i 4 " + Trig(6, "aa", "withbool") +
+                " o 1.3.6.1.2.1.1.3.0 " + Trig(4, "aa", "withbool") + " x 40 " + kBoolean + ".1" +
+                strIdx + " i 5 " + kBoolean + ".2" + strIdx + " i 42");
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
-    ToolRun stGet = Get(Trig(15, "aa", "withbool") + " " + kBoolean + ".1" + strIdx + " " +
-                        kBoolean + ".2" + strIdx);
+    stGet = Get(Trig(15, "aa", "withbool") + " " + kBoolean + ".1" + strIdx + " " + kBoolean +
+                ".2" + strIdx);
     EXPECT_NE(stGet.strOut.find(Trig(15, "aa", "withbool") + " = INTEGER: 1"), std::string::npos)
         << stGet.strOut;
     EXPECT_NE(stGet.strOut.find(kBoolean + ".1" + strIdx + " = INTEGER: 5"), std::string::npos)
         << stGet.strOut;
     EXPECT_NE(stGet.strOut.find("INTEGER: 42"), std::string::npos) << stGet.strOut;
 
-    std::string strEv = NamedIndex("aa", "evgo");
+    strEv = NamedIndex("aa", "evgo");
     stRun = Set(kEvent + ".5" + strEv + " i 4 " + kEvent + ".3" + strEv + " x 80 " + kNotify +
                 ".1" + strEv + " o 1.3.6.1.4.1.99.0.2");
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
@@ -396,19 +397,6 @@ TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
         << stRun.strOut;
     ASSERT_EQ(Set(kSampleMin + " i 1").iExit, 0);
     EXPECT_NE(Get(Trig(15, "ab", "slow")).strOut.find("No Such Instance"), std::string::npos);
-}
-
-// Objects indexes above 2^31 are read as GETNEXT shows them.
-TEST_F(MibBridgeTest, LargeObjectsIndexesAreServed) {
-    for (uint32_t uiIndex : {2147483648u, 3000000000u, 4294967295u}) {
-        std::string strObj = ObjectsIndex("ab", "big", uiIndex);
-        ToolRun stSet = Set(kObjects + ".5" + strObj + " i 4 " + kObjects + ".3" + strObj +
-                            " o 1.3.6.1.2.1.1.5.0");
-        ASSERT_EQ(stSet.iExit, 0) << uiIndex << ": " << stSet.strOut;
-        EXPECT_NE(Get(kObjects + ".3" + strObj).strOut.find("OID: .1.3.6.1.2.1.1.5.0"),
-                  std::string::npos)
-            << uiIndex << ": " << Get(kObjects + ".3" + strObj).strOut;
-    }
 }
 
 // A PDU whose second row fails: the row it created first is destroyed again.
