@@ -1,10 +1,9 @@
-// eventmib-agentx and mte-testagent against a real private snmpd (its own
-// Event MIB modules not initialised) with snmptrapd as the notification
-// receiver: the port status follows the master session, notifications made
-// by the daemon's client library arrive with their OIDs, types and values,
-// sends fail at once without the bridge, bad datagrams are dropped, and the
-// test agent's rows and contexts are served. Every process is stopped at the
-// end and every wait is bounded.
+// eventmib-agentx against a real private snmpd (its own Event MIB modules not
+// initialised) with snmptrapd as the notification receiver: the port status
+// follows the master session, notifications made by the daemon's client
+// library arrive with their OIDs, types and values, sends fail at once
+// without the bridge, and bad datagrams are dropped. Every process is stopped
+// at the end and every wait is bounded.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pwd.h>
@@ -29,7 +28,6 @@ namespace {
 using mte_test::MonoMs;
 using mte_test::ReadFile;
 using mte_test::START_WAIT_MS;
-using mte_test::TABLE;
 using mte_test::Trap;
 using mte_test::TrapsWithOid;
 using mte_test::WaitUntil;
@@ -325,58 +323,6 @@ TEST_F(AgentxEndToEnd, BadDatagramsAreDroppedAndTheBridgeGoesOn) {
                   std::string::npos);
     }
     EXPECT_EQ(kill(m_iBridgePid, 0), 0) << "the bridge died";
-}
-
-TEST_F(AgentxEndToEnd, TestAgentServesRowsInEveryContext) {
-    ASSERT_TRUE(StartTestAgent());
-    ASSERT_EQ(Agent("add - 1 5 7 default row"), "ok");
-    ASSERT_EQ(Agent("add ctxT1 1 11 1 in T1"), "ok");
-    ASSERT_EQ(Agent("add ctxT2 2 22 2 in T2"), "ok");
-    EXPECT_EQ(Agent("add ctxT2 2 1"), "error row exists");
-    EXPECT_EQ(Agent("add nowhere 1"), "error unknown context nowhere");
-
-    const std::string strTable(TABLE);
-    const std::string strInt1 = strTable + ".1.1";
-    mte_test::ToolRun stRun = Get(strInt1 + " " + strTable + ".2.1 " + strTable + ".3.1");
-    ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
-    EXPECT_NE(stRun.strOut.find("." + strInt1 + " = INTEGER: 5"), std::string::npos)
-        << stRun.strOut;
-    EXPECT_NE(stRun.strOut.find("Gauge32: 7"), std::string::npos) << stRun.strOut;
-    EXPECT_NE(stRun.strOut.find("STRING: \"default row\""), std::string::npos) << stRun.strOut;
-
-    ASSERT_EQ(Agent("set ctxT1 1 int -9"), "ok");  // read as it is now
-    const std::pair<const char*, const char*> astContexts[][2] = {
-        {{"ctxT1", ".1.1"}, {"INTEGER: -9", ""}},
-        {{"ctxT2", ".1.2"}, {"INTEGER: 22", ""}},
-        {{"ctxT1", ".3.1"}, {"STRING: \"in T1\"", ""}},
-        {{"ctxT2", ".1.1"}, {"No Such Instance", ""}},
-    };
-    for (const auto& astCase : astContexts) {
-        stRun = Snmp("snmpget " + V3Options(astCase[0].first), strTable + astCase[0].second);
-        EXPECT_NE(stRun.strOut.find(astCase[1].first), std::string::npos)
-            << astCase[0].first << astCase[0].second << ": " << stRun.strOut;
-    }
-
-    // Rows appear and disappear under a walk.
-    ASSERT_EQ(Agent("add - 3 30"), "ok");
-    EXPECT_NE(Walk(strTable).strOut.find("." + strTable + ".1.3 = INTEGER: 30"), std::string::npos);
-    ASSERT_EQ(Agent("del - 1"), "ok");
-    stRun = Walk(strTable);
-    EXPECT_EQ(stRun.strOut.find("." + strInt1 + " "), std::string::npos) << stRun.strOut;
-    EXPECT_NE(stRun.strOut.find("." + strTable + ".2.3 = Gauge32: 0"), std::string::npos);
-
-    // Sets: Integer32 on the writable column; wrong type, read-only and a
-    // missing row refused, and a set whose second binding fails changes neither.
-    const std::string strInt3 = strTable + ".1.3";
-    EXPECT_EQ(Set(strInt3 + " i 77").iExit, 0);
-    EXPECT_EQ(Agent("get - 3 int"), "ok 77");
-    EXPECT_NE(Set(strInt3 + " s x").strOut.find("wrongType"), std::string::npos);
-    EXPECT_NE(Set(strTable + ".2.3 u 5").strOut.find("notWritable"), std::string::npos);
-    EXPECT_NE(Set(strInt3 + " i 78 " + strTable + ".1.9 i 1").strOut.find("noCreation"),
-              std::string::npos);
-    EXPECT_EQ(Agent("get - 3 int"), "ok 77");
-    EXPECT_EQ(Snmp("snmpset " + V3Options("ctxT2"), strTable + ".1.2 i -5").iExit, 0);
-    EXPECT_EQ(Agent("get ctxT2 2 int"), "ok -5");
 }
 
 }  // namespace
