@@ -129,75 +129,67 @@ TEST_F(SnmpClientTest, ExceptionsAndErrorsAreMapped) {
     EXPECT_EQ(nullptr, SNMP_GetInstanceValue("owner", "", nullptr, &uiStatus));
 }
 
-// Walks a subtree with get-next until it leaves it; returns the OIDs seen.
-std::vector<MTE_OID_S> Walk(const char* pszContext, const char* pszRoot, uint32_t* puiEnd) {
+// Every answer of a walk, its end included: the get-nexts from the root
+// until one fails or leaves the subtree.
+struct Answer {
+    uint32_t uiStatus;
+    MTE_OID_S stOid;
+    std::string strValue;  // "type bytes", empty without a value
+    std::string Text() const { return std::to_string(uiStatus) + " " + OidText(stOid) + strValue; }
+};
+
+std::vector<Answer> Walk(const char* pszContext, const char* pszRoot) {
     MTE_OID_S stRoot = Oid(pszRoot);
-    MTE_OID_S stCursor = stRoot;
-    std::vector<MTE_OID_S> astSeen;
-    for (int i = 0; i < 1000; i++) {
-        uint32_t uiStatus = 0;
+    std::vector<Answer> astSeen;
+    Answer stNext{0, stRoot, ""};
+    for (int i = 0; i < 2000; i++) {
         SNMP_VALUE_S* pstValue =
-            SNMP_GetNextInstanceValue("owner", pszContext, &stCursor, &uiStatus);
+            SNMP_GetNextInstanceValue("owner", pszContext, &stNext.stOid, &stNext.uiStatus);
+        stNext.strValue = pstValue == nullptr ? ""
+                                              : " " + std::to_string(pstValue->uiType) + " " +
+                                                    std::string(static_cast<char*>(pstValue->pData),
+                                                                pstValue->uiLen);
         SNMP_FreeInstanceValue(pstValue);
-        if (uiStatus != SNMP_ST_OK || !mte_test::IsUnder(stCursor, stRoot)) {
-            *puiEnd = uiStatus;
+        astSeen.push_back(stNext);
+        if (stNext.uiStatus != SNMP_ST_OK || !mte_test::IsUnder(stNext.stOid, stRoot)) {
             return astSeen;
         }
-        EXPECT_NE(nullptr, pstValue);
-        astSeen.push_back(stCursor);
     }
     ADD_FAILURE() << "walk of " << pszRoot << " does not end";
     return astSeen;
 }
 
-TEST_F(SnmpClientTest, WalksInAndOutOfSubtrees) {
-    uint32_t uiEnd = 1;
-    std::vector<MTE_OID_S> astSystem = Walk("", "1.3.6.1.2.1.1", &uiEnd);
-    EXPECT_EQ(SNMP_ST_OK, uiEnd);  // left the subtree with a value of the next one
-    ASSERT_GE(astSystem.size(), 7u);
-    EXPECT_EQ("1.3.6.1.2.1.1.1.0", OidText(astSystem[0]));
-    for (size_t i = 1; i < astSystem.size(); i++) {
-        EXPECT_TRUE(std::lexicographical_compare(
-            astSystem[i - 1].auiOid, astSystem[i - 1].auiOid + astSystem[i - 1].uiLen,
-            astSystem[i].auiOid, astSystem[i].auiOid + astSystem[i].uiLen))
-            << OidText(astSystem[i]);
+std::vector<std::string> Answers(const char* pszContext, const char* pszRoot) {
+    std::vector<std::string> astrSeen;
+    for (const Answer& stAnswer : Walk(pszContext, pszRoot)) {
+        astrSeen.push_back(stAnswer.Text());
     }
-
-    std::vector<MTE_OID_S> astIfIndex = Walk("", "1.3.6.1.2.1.2.2.1.1", &uiEnd);
-    ASSERT_GE(astIfIndex.size(), 1u);
-    for (const auto& stOid : astIfIndex) {
-        EXPECT_EQ(11u, stOid.uiLen) << OidText(stOid);
-    }
-
-    // The same subtree through a named context ends at the end of its view.
-    std::vector<MTE_OID_S> astInCtx = Walk("ctxA", "1.3.6.1.2.1.1", &uiEnd);
-    EXPECT_EQ(SNMP_ST_END_OF_MIB_VIEW, uiEnd);
-    EXPECT_EQ(astSystem.size(), astInCtx.size());
+    return astrSeen;
 }
 
-// Every answer of a walk, its end included ("status oid type value"): the
-// get-nexts from the root until one fails or leaves the subtree.
-std::vector<std::string> Answers(const char* pszContext, const char* pszRoot) {
-    MTE_OID_S stRoot = Oid(pszRoot);
-    MTE_OID_S stCursor = stRoot;
-    std::vector<std::string> astrSeen;
-    for (int i = 0; i < 2000; i++) {
-        uint32_t uiStatus = 0;
-        SNMP_VALUE_S* pstValue =
-            SNMP_GetNextInstanceValue("owner", pszContext, &stCursor, &uiStatus);
-        std::string strAnswer = std::to_string(uiStatus) + " " + OidText(stCursor);
-        if (pstValue != nullptr) {
-            strAnswer += " " + std::to_string(pstValue->uiType) + " " +
-                         std::string(static_cast<char*>(pstValue->pData), pstValue->uiLen);
-        }
-        SNMP_FreeInstanceValue(pstValue);
-        astrSeen.push_back(strAnswer);
-        if (uiStatus != SNMP_ST_OK || !mte_test::IsUnder(stCursor, stRoot)) {
-            return astrSeen;
-        }
+TEST_F(SnmpClientTest, WalksInAndOutOfSubtrees) {
+    std::vector<Answer> astSystem = Walk("", "1.3.6.1.2.1.1");
+    ASSERT_GE(astSystem.size(), 8u);
+    // It left the subtree with a value of the next one.
+    EXPECT_EQ(SNMP_ST_OK, astSystem.back().uiStatus);
+    EXPECT_EQ("1.3.6.1.2.1.1.1.0", OidText(astSystem[0].stOid));
+    for (size_t i = 1; i < astSystem.size(); i++) {
+        EXPECT_FALSE(astSystem[i].strValue.empty()) << "an answer without a value";
+        const MTE_OID_S& a = astSystem[i - 1].stOid;
+        const MTE_OID_S& b = astSystem[i].stOid;
+        EXPECT_TRUE(std::lexicographical_compare(a.auiOid, a.auiOid + a.uiLen, b.auiOid,
+                                                 b.auiOid + b.uiLen))
+            << OidText(b);
     }
-    ADD_FAILURE() << "walk of " << pszRoot << " does not end";
-    return astrSeen;
+    std::vector<Answer> astIfIndex = Walk("", "1.3.6.1.2.1.2.2.1.1");
+    ASSERT_GE(astIfIndex.size(), 2u);
+    for (size_t i = 0; i + 1 < astIfIndex.size(); i++) {
+        EXPECT_EQ(11u, astIfIndex[i].stOid.uiLen) << OidText(astIfIndex[i].stOid);
+    }
+    // The same subtree through a named context ends at the end of its view.
+    std::vector<Answer> astInCtx = Walk("ctxA", "1.3.6.1.2.1.1");
+    EXPECT_EQ(SNMP_ST_END_OF_MIB_VIEW, astInCtx.back().uiStatus);
+    EXPECT_EQ(astSystem.size(), astInCtx.size());
 }
 
 long InPackets(void) {
