@@ -1,6 +1,5 @@
-// Fake SNMP agent: an in-memory MIB per context behind the platform SNMP
-// client interface. One mutex guards everything; the stall sleeps outside it
-// so that a test can run management operations while a request hangs.
+// Fake SNMP agent (see fake_snmp.h). One mutex guards everything; the stall
+// sleeps outside it.
 #include "fake_snmp.h"
 
 #include <algorithm>
@@ -23,11 +22,11 @@ typedef std::map<FAKE_OID, VALUE_S> MIB_MAP;
 
 std::mutex g_stLock;
 std::condition_variable g_stStallCv;
-std::map<std::string, MIB_MAP> g_mapMib{{"", {}}};  // context -> MIB; "" always present
+std::map<std::string, MIB_MAP> g_mapMib{{"", {}}};  // context -> MIB
 std::map<FAKE_OID, uint32_t> g_mapFailures;
 uint32_t g_uiStallMs = 0;
 uint32_t g_uiStalled = 0;  // requests sleeping in their stall right now
-uint32_t g_uiTrapResult = 0, g_uiNotifyResult = 0, g_uiAddVarResult = 0;
+uint32_t g_uiTrapResult = 0;
 std::vector<FAKE_SNMP_REQ_S> g_astGets, g_astGetNexts;
 std::vector<FAKE_SNMP_TRAP_S> g_astTraps;
 std::vector<FAKE_SNMP_NOTIFY_S> g_astNotifies;
@@ -44,6 +43,17 @@ struct NOTIFY_HANDLE_S {
 
 std::string Str(const char* psz) {
     return psz == nullptr ? std::string{} : std::string(psz);
+}
+
+template <typename T>
+std::string Bytes(const T& value) {
+    return std::string(reinterpret_cast<const char*>(&value), sizeof(value));
+}
+
+template <typename T>
+T Locked(const T& value) {
+    std::lock_guard guard(g_stLock);
+    return value;
 }
 
 // Counts the call and sleeps the configured stall, outside the lock.
@@ -64,21 +74,19 @@ void EnterRequest(void) {
     --g_uiStalled;
 }
 
-void CountCall(void) {
-    std::lock_guard guard(g_stLock);
-    ++g_ulCalls;
+// The context's MIB and the status of a request on the OID there (under the lock).
+MIB_MAP* Find(const char* pszContext, const FAKE_OID& astOid, uint32_t* puiStatus) {
+    auto itFail = g_mapFailures.find(astOid);
+    auto itCtx = g_mapMib.find(Str(pszContext));
+    *puiStatus = itFail != g_mapFailures.end() ? itFail->second
+                 : itCtx == g_mapMib.end()     ? static_cast<uint32_t>(SNMP_ST_UNKNOWN_CONTEXT)
+                                               : 0u;
+    return *puiStatus == 0 ? &itCtx->second : nullptr;
 }
 
 SNMP_VALUE_S* NewValue(const VALUE_S& stValue) {
-    SNMP_VALUE_S* pstValue = static_cast<SNMP_VALUE_S*>(calloc(1, sizeof(SNMP_VALUE_S)));
-    if (pstValue == nullptr) {
-        return nullptr;
-    }
+    auto* pstValue = static_cast<SNMP_VALUE_S*>(calloc(1, sizeof(SNMP_VALUE_S)));
     pstValue->pData = calloc(1, stValue.strBytes.size() + 1);
-    if (pstValue->pData == nullptr) {
-        free(pstValue);
-        return nullptr;
-    }
     memcpy(pstValue->pData, stValue.strBytes.data(), stValue.strBytes.size());
     pstValue->uiLen = static_cast<uint32_t>(stValue.strBytes.size());
     pstValue->uiType = stValue.uiType;
@@ -86,29 +94,38 @@ SNMP_VALUE_S* NewValue(const VALUE_S& stValue) {
     return pstValue;
 }
 
-uint32_t FailureOf(const FAKE_OID& astOid) {
-    auto it = g_mapFailures.find(astOid);
-    return it == g_mapFailures.end() ? 0 : it->second;
+// One get under the lock: recorded, answered from the MIB.
+SNMP_VALUE_S* Get(const char* pszOwner, const char* pszContext, const FAKE_OID& astOid,
+                  uint32_t* puiStatus) {
+    g_astGets.push_back({Str(pszOwner), Str(pszContext), astOid});
+    MIB_MAP* pMib = Find(pszContext, astOid, puiStatus);
+    if (pMib == nullptr) {
+        return nullptr;
+    }
+    auto it = pMib->find(astOid);
+    if (it == pMib->end()) {
+        *puiStatus = SNMP_ST_NO_SUCH_INSTANCE;
+        return nullptr;
+    }
+    return NewValue(it->second);
 }
 
-template <typename T>
-std::string Bytes(const T& value) {
-    return std::string(reinterpret_cast<const char*>(&value), sizeof(value));
+void SetValue(const std::string& strContext, const FAKE_OID& astOid, uint32_t uiType,
+              const std::string& strBytes) {
+    std::lock_guard guard(g_stLock);
+    g_mapMib[strContext][astOid] = VALUE_S{uiType, strBytes};
 }
 }  // namespace
 
 MTE_OID_S FAKE_SNMP_MakeOid(const FAKE_OID& astOid) {
     MTE_OID_S stOid{};
     stOid.uiLen = static_cast<uint32_t>(std::min<size_t>(astOid.size(), MTE_OID_MAX_LEN));
-    for (uint32_t i = 0; i < stOid.uiLen; ++i) {
-        stOid.auiOid[i] = astOid[i];
-    }
+    std::copy_n(astOid.begin(), stOid.uiLen, stOid.auiOid);
     return stOid;
 }
 
 FAKE_OID FAKE_SNMP_ToVector(const MTE_OID_S& stOid) {
-    uint32_t uiLen = std::min(stOid.uiLen, MTE_OID_MAX_LEN);
-    return FAKE_OID(stOid.auiOid, stOid.auiOid + uiLen);
+    return FAKE_OID(stOid.auiOid, stOid.auiOid + std::min(stOid.uiLen, MTE_OID_MAX_LEN));
 }
 
 std::string FAKE_SNMP_OidStr(const FAKE_OID& astOid) {
@@ -121,11 +138,9 @@ std::string FAKE_SNMP_OidStr(const FAKE_OID& astOid) {
 
 void FAKE_SNMP_Reset(void) {
     std::lock_guard guard(g_stLock);
-    g_mapMib.clear();
-    g_mapMib[""];
+    g_mapMib = {{"", {}}};
     g_mapFailures.clear();
-    g_uiStallMs = 0;
-    g_uiTrapResult = g_uiNotifyResult = g_uiAddVarResult = 0;
+    g_uiStallMs = g_uiTrapResult = 0;
     g_astGets.clear();
     g_astGetNexts.clear();
     g_astTraps.clear();
@@ -134,8 +149,7 @@ void FAKE_SNMP_Reset(void) {
     g_astJournal.clear();
     g_apEndedWalks.clear();
     g_ulCalls = 0;
-    g_llLiveValues = 0;
-    g_llLiveHandles = 0;
+    g_llLiveValues = g_llLiveHandles = 0;
 }
 
 void FAKE_SNMP_AddContext(const std::string& strContext) {
@@ -143,49 +157,30 @@ void FAKE_SNMP_AddContext(const std::string& strContext) {
     g_mapMib[strContext];
 }
 
-void FAKE_SNMP_SetValue(const std::string& strContext, const FAKE_OID& astOid, uint32_t uiType,
-                        const std::string& strBytes) {
-    std::lock_guard guard(g_stLock);
-    g_mapMib[""];
-    g_mapMib[strContext][astOid] = VALUE_S{uiType, strBytes};
-}
-
-void FAKE_SNMP_SetInteger(const std::string& strContext, const FAKE_OID& astOid, int32_t iValue,
-                          uint32_t uiType) {
-    FAKE_SNMP_SetValue(strContext, astOid, uiType, Bytes(iValue));
+void FAKE_SNMP_SetInteger(const std::string& strContext, const FAKE_OID& astOid, int32_t iValue) {
+    SetValue(strContext, astOid, SNMP_VTYPE_INTEGER, Bytes(iValue));
 }
 
 void FAKE_SNMP_SetUnsigned(const std::string& strContext, const FAKE_OID& astOid, uint32_t uiValue,
                            uint32_t uiType) {
-    FAKE_SNMP_SetValue(strContext, astOid, uiType, Bytes(uiValue));
-}
-
-void FAKE_SNMP_SetCounter64(const std::string& strContext, const FAKE_OID& astOid,
-                            uint64_t ulValue) {
-    FAKE_SNMP_SetValue(strContext, astOid, SNMP_VTYPE_COUNTER64, Bytes(ulValue));
+    SetValue(strContext, astOid, uiType, Bytes(uiValue));
 }
 
 void FAKE_SNMP_SetString(const std::string& strContext, const FAKE_OID& astOid,
                          const std::string& strValue) {
-    FAKE_SNMP_SetValue(strContext, astOid, SNMP_VTYPE_OCTET_STRING, strValue);
+    SetValue(strContext, astOid, SNMP_VTYPE_OCTET_STRING, strValue);
 }
 
 void FAKE_SNMP_Remove(const std::string& strContext, const FAKE_OID& astOid) {
     std::lock_guard guard(g_stLock);
-    auto it = g_mapMib.find(strContext);
-    if (it != g_mapMib.end()) {
-        it->second.erase(astOid);
-    }
+    g_mapMib[strContext].erase(astOid);
 }
 
 bool FAKE_SNMP_GetInteger(const std::string& strContext, const FAKE_OID& astOid, int32_t* piOut) {
     std::lock_guard guard(g_stLock);
-    auto itCtx = g_mapMib.find(strContext);
-    if (itCtx == g_mapMib.end()) {
-        return false;
-    }
-    auto it = itCtx->second.find(astOid);
-    if (it == itCtx->second.end() || it->second.strBytes.size() != sizeof(int32_t)) {
+    const MIB_MAP& mapMib = g_mapMib[strContext];
+    auto it = mapMib.find(astOid);
+    if (it == mapMib.end() || it->second.strBytes.size() != sizeof(int32_t)) {
         return false;
     }
     memcpy(piOut, it->second.strBytes.data(), sizeof(int32_t));
@@ -217,64 +212,35 @@ void FAKE_SNMP_SetTrapResult(uint32_t uiStatus) {
     g_uiTrapResult = uiStatus;
 }
 
-void FAKE_SNMP_SetNotifyResult(uint32_t uiStatus) {
-    std::lock_guard guard(g_stLock);
-    g_uiNotifyResult = uiStatus;
-}
-
-void FAKE_SNMP_SetAddVarResult(uint32_t uiStatus) {
-    std::lock_guard guard(g_stLock);
-    g_uiAddVarResult = uiStatus;
-}
-
 std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_Gets(void) {
-    std::lock_guard guard(g_stLock);
-    return g_astGets;
+    return Locked(g_astGets);
 }
-
 std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_GetNexts(void) {
-    std::lock_guard guard(g_stLock);
-    return g_astGetNexts;
+    return Locked(g_astGetNexts);
 }
-
 std::vector<const void*> FAKE_SNMP_EndedWalks(void) {
-    std::lock_guard guard(g_stLock);
-    return g_apEndedWalks;
+    return Locked(g_apEndedWalks);
 }
-
 std::vector<FAKE_SNMP_TRAP_S> FAKE_SNMP_Traps(void) {
-    std::lock_guard guard(g_stLock);
-    return g_astTraps;
+    return Locked(g_astTraps);
 }
-
 std::vector<FAKE_SNMP_NOTIFY_S> FAKE_SNMP_Notifies(void) {
-    std::lock_guard guard(g_stLock);
-    return g_astNotifies;
+    return Locked(g_astNotifies);
 }
-
 std::vector<FAKE_SNMP_SET_S> FAKE_SNMP_Sets(void) {
-    std::lock_guard guard(g_stLock);
-    return g_astSets;
+    return Locked(g_astSets);
 }
-
 std::vector<std::string> FAKE_SNMP_Journal(void) {
-    std::lock_guard guard(g_stLock);
-    return g_astJournal;
+    return Locked(g_astJournal);
 }
-
 uint64_t FAKE_SNMP_CallCount(void) {
-    std::lock_guard guard(g_stLock);
-    return g_ulCalls;
+    return Locked(g_ulCalls);
 }
-
 int64_t FAKE_SNMP_LiveValues(void) {
-    std::lock_guard guard(g_stLock);
-    return g_llLiveValues;
+    return Locked(g_llLiveValues);
 }
-
 int64_t FAKE_SNMP_LiveHandles(void) {
-    std::lock_guard guard(g_stLock);
-    return g_llLiveHandles;
+    return Locked(g_llLiveHandles);
 }
 
 // ---------------------------------------------------------------------------
@@ -283,30 +249,24 @@ int64_t FAKE_SNMP_LiveHandles(void) {
 SNMP_VALUE_S* SNMP_GetInstanceValue(const char* pszOwner, const char* pszContext,
                                     const MTE_OID_S* pstOid, uint32_t* puiStatus) {
     EnterRequest();
-    FAKE_OID astOid = FAKE_SNMP_ToVector(*pstOid);
     std::lock_guard guard(g_stLock);
-    g_astGets.push_back({Str(pszOwner), Str(pszContext), astOid});
-    g_astJournal.push_back("get " + FAKE_SNMP_OidStr(astOid));
-    uint32_t uiStatus = FailureOf(astOid);
-    SNMP_VALUE_S* pstValue = nullptr;
-    if (uiStatus == 0) {
-        auto itCtx = g_mapMib.find(Str(pszContext));
-        if (itCtx == g_mapMib.end()) {
-            uiStatus = SNMP_ST_UNKNOWN_CONTEXT;
-        } else {
-            auto it = itCtx->second.find(astOid);
-            if (it == itCtx->second.end()) {
-                uiStatus = SNMP_ST_NO_SUCH_INSTANCE;
-            } else {
-                pstValue = NewValue(it->second);
-                uiStatus = pstValue == nullptr ? static_cast<uint32_t>(SNMP_ST_LOCAL_RESOURCE) : 0u;
-            }
-        }
-    }
+    uint32_t uiStatus = 0;
+    SNMP_VALUE_S* pstValue = Get(pszOwner, pszContext, FAKE_SNMP_ToVector(*pstOid), &uiStatus);
     if (puiStatus != nullptr) {
         *puiStatus = uiStatus;
     }
     return pstValue;
+}
+
+// One request in the fake's eyes too: each OID answered as a get, the stall once.
+void SNMP_GetInstanceValues(const char* pszOwner, const char* pszContext, uint32_t uiCount,
+                            const MTE_OID_S* astOids, SNMP_VALUE_S** apstValues,
+                            uint32_t* auiStatus) {
+    EnterRequest();
+    std::lock_guard guard(g_stLock);
+    for (uint32_t i = 0; i < uiCount; i++) {
+        apstValues[i] = Get(pszOwner, pszContext, FAKE_SNMP_ToVector(astOids[i]), &auiStatus[i]);
+    }
 }
 
 SNMP_VALUE_S* SNMP_GetNextInstanceValue(const char* pszOwner, const char* pszContext,
@@ -315,22 +275,15 @@ SNMP_VALUE_S* SNMP_GetNextInstanceValue(const char* pszOwner, const char* pszCon
     FAKE_OID astOid = FAKE_SNMP_ToVector(*pstOid);
     std::lock_guard guard(g_stLock);
     g_astGetNexts.push_back({Str(pszOwner), Str(pszContext), astOid, g_pWalk});
-    g_astJournal.push_back("getnext " + FAKE_SNMP_OidStr(astOid));
-    uint32_t uiStatus = FailureOf(astOid);
+    uint32_t uiStatus = 0;
     SNMP_VALUE_S* pstValue = nullptr;
-    if (uiStatus == 0) {
-        auto itCtx = g_mapMib.find(Str(pszContext));
-        if (itCtx == g_mapMib.end()) {
-            uiStatus = SNMP_ST_UNKNOWN_CONTEXT;
+    if (MIB_MAP* pMib = Find(pszContext, astOid, &uiStatus); pMib != nullptr) {
+        auto it = pMib->upper_bound(astOid);
+        if (it == pMib->end()) {
+            uiStatus = SNMP_ST_END_OF_MIB_VIEW;
         } else {
-            auto it = itCtx->second.upper_bound(astOid);
-            if (it == itCtx->second.end()) {
-                uiStatus = SNMP_ST_END_OF_MIB_VIEW;
-            } else {
-                *pstOid = FAKE_SNMP_MakeOid(it->first);
-                pstValue = NewValue(it->second);
-                uiStatus = pstValue == nullptr ? static_cast<uint32_t>(SNMP_ST_LOCAL_RESOURCE) : 0u;
-            }
+            *pstOid = FAKE_SNMP_MakeOid(it->first);
+            pstValue = NewValue(it->second);
         }
     }
     if (puiStatus != nullptr) {
@@ -348,48 +301,12 @@ void SNMP_EndWalk(const void* pWalk) {
     g_apEndedWalks.push_back(pWalk);
 }
 
-// One request in the fake's eyes too: each OID answered as a get, the stall
-// once.
-void SNMP_GetInstanceValues(const char* pszOwner, const char* pszContext, uint32_t uiCount,
-                            const MTE_OID_S* astOids, SNMP_VALUE_S** apstValues,
-                            uint32_t* auiStatus) {
-    EnterRequest();
-    std::lock_guard guard(g_stLock);
-    for (uint32_t i = 0; i < uiCount; i++) {
-        FAKE_OID astOid = FAKE_SNMP_ToVector(astOids[i]);
-        g_astGets.push_back({Str(pszOwner), Str(pszContext), astOid});
-        g_astJournal.push_back("get " + FAKE_SNMP_OidStr(astOid));
-        apstValues[i] = nullptr;
-        auiStatus[i] = FailureOf(astOid);
-        if (auiStatus[i] != 0) {
-            continue;
-        }
-        auto itCtx = g_mapMib.find(Str(pszContext));
-        if (itCtx == g_mapMib.end()) {
-            auiStatus[i] = SNMP_ST_UNKNOWN_CONTEXT;
-            continue;
-        }
-        auto it = itCtx->second.find(astOid);
-        if (it == itCtx->second.end()) {
-            auiStatus[i] = SNMP_ST_NO_SUCH_INSTANCE;
-            continue;
-        }
-        apstValues[i] = NewValue(it->second);
-        auiStatus[i] =
-            apstValues[i] == nullptr ? static_cast<uint32_t>(SNMP_ST_LOCAL_RESOURCE) : 0u;
-    }
-}
-
 uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext) {
     EnterRequest();
     std::lock_guard guard(g_stLock);
-    g_astJournal.push_back("context");
-    std::string strCur(pszContext, strnlen(pszContext, uiSize));
-    auto it = g_mapMib.upper_bound(strCur);
+    auto it = g_mapMib.upper_bound(std::string(pszContext, strnlen(pszContext, uiSize)));
     if (it == g_mapMib.end()) {
-        if (uiSize > 0) {
-            pszContext[0] = '\0';
-        }
+        pszContext[0] = '\0';
         return SNMP_ST_NO_MORE_CONTEXTS;
     }
     snprintf(pszContext, uiSize, "%s", it->first.c_str());
@@ -399,12 +316,11 @@ uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext) {
 void SNMP_FreeInstanceValue(SNMP_VALUE_S* pstValue) {
     std::lock_guard guard(g_stLock);
     ++g_ulCalls;
-    if (pstValue == nullptr) {
-        return;
+    if (pstValue != nullptr) {
+        --g_llLiveValues;
+        free(pstValue->pData);
+        free(pstValue);
     }
-    --g_llLiveValues;
-    free(pstValue->pData);
-    free(pstValue);
 }
 
 SNMP_NOTIFY_HANDLE SNMP_CreateNotifyHandle(void) {
@@ -418,12 +334,6 @@ uint32_t SNMP_AddNotifyVar(SNMP_NOTIFY_HANDLE hNotify, const SNMP_NOTIFY_VAR_S* 
                            uint32_t uiFlags) {
     std::lock_guard guard(g_stLock);
     ++g_ulCalls;
-    if (hNotify == nullptr || pstVar == nullptr) {
-        return SNMP_ST_CLIENT_ERROR;
-    }
-    if (g_uiAddVarResult != 0) {
-        return g_uiAddVarResult;
-    }
     const char* pc = static_cast<const char*>(pstVar->pValue);
     static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars.push_back(
         {pstVar->uiType, pc == nullptr ? std::string{} : std::string(pc, pstVar->uiLen)});
@@ -433,20 +343,13 @@ uint32_t SNMP_AddNotifyVar(SNMP_NOTIFY_HANDLE hNotify, const SNMP_NOTIFY_VAR_S* 
 uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
     std::lock_guard guard(g_stLock);
     ++g_ulCalls;
-    if (hNotify == nullptr) {
-        return SNMP_ST_CLIENT_ERROR;
-    }
     g_astNotifies.push_back({Str(pszName), static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars});
-    g_astJournal.push_back("notify " + Str(pszName));
-    return g_uiNotifyResult;
+    return 0;
 }
 
 uint32_t SNMP_DestroyNotifyHandle(SNMP_NOTIFY_HANDLE hNotify) {
     std::lock_guard guard(g_stLock);
     ++g_ulCalls;
-    if (hNotify == nullptr) {
-        return SNMP_ST_CLIENT_ERROR;
-    }
     --g_llLiveHandles;
     delete static_cast<NOTIFY_HANDLE_S*>(hNotify);
     return 0;
@@ -454,21 +357,17 @@ uint32_t SNMP_DestroyNotifyHandle(SNMP_NOTIFY_HANDLE hNotify) {
 
 uint32_t SNMP_SendTrapByVBList(const MTE_OID_S* pstNotification, const char* pszContext,
                                const MTE_VB_LIST_S* pstList) {
-    CountCall();
-    FAKE_SNMP_TRAP_S stTrap;
-    stTrap.astNotification = FAKE_SNMP_ToVector(*pstNotification);
-    stTrap.strContext = Str(pszContext);
-    for (const MTE_VB_S* pstVb = pstList ? pstList->pstHead : nullptr; pstVb != nullptr;
-         pstVb = pstVb->pstNext) {
-        FAKE_SNMP_VB_S stVb{FAKE_SNMP_ToVector(pstVb->stOID), pstVb->pValue != nullptr, 0, {}};
-        if (pstVb->pValue != nullptr) {
-            stVb.uiType = pstVb->pValue->uiType;
-            stVb.strBytes.assign(static_cast<const char*>(pstVb->pValue->pData),
-                                 pstVb->pValue->uiLen);
-        }
-        stTrap.astBindings.push_back(stVb);
+    FAKE_SNMP_TRAP_S stTrap{FAKE_SNMP_ToVector(*pstNotification), Str(pszContext), {}};
+    for (const MTE_VB_S* pstVb = pstList->pstHead; pstVb != nullptr; pstVb = pstVb->pstNext) {
+        const SNMP_VALUE_S* pstValue = pstVb->pValue;
+        stTrap.astBindings.push_back(
+            {FAKE_SNMP_ToVector(pstVb->stOID), pstValue != nullptr,
+             pstValue == nullptr
+                 ? std::string{}
+                 : std::string(static_cast<const char*>(pstValue->pData), pstValue->uiLen)});
     }
     std::lock_guard guard(g_stLock);
+    ++g_ulCalls;
     g_astTraps.push_back(stTrap);
     g_astJournal.push_back("trap " + FAKE_SNMP_OidStr(stTrap.astNotification));
     return g_uiTrapResult;
@@ -479,20 +378,15 @@ uint32_t SNMP_SetIntegerValueByOID(const char* pszOwner, const char* pszContext,
     EnterRequest();
     FAKE_OID astOid = FAKE_SNMP_ToVector(*pstOid);
     std::lock_guard guard(g_stLock);
-    uint32_t uiStatus = FailureOf(astOid);
-    if (uiStatus == 0) {
-        auto itCtx = g_mapMib.find(Str(pszContext));
-        if (itCtx == g_mapMib.end()) {
-            uiStatus = SNMP_ST_UNKNOWN_CONTEXT;
+    uint32_t uiStatus = 0;
+    if (MIB_MAP* pMib = Find(pszContext, astOid, &uiStatus); pMib != nullptr) {
+        auto it = pMib->find(astOid);
+        if (it == pMib->end()) {
+            uiStatus = SNMP_ST_NO_CREATION;
+        } else if (it->second.uiType > SNMP_VTYPE_ENUM) {
+            uiStatus = SNMP_ST_WRONG_TYPE;
         } else {
-            auto it = itCtx->second.find(astOid);
-            if (it == itCtx->second.end()) {
-                uiStatus = SNMP_ST_NO_CREATION;
-            } else if (it->second.uiType > SNMP_VTYPE_ENUM) {
-                uiStatus = SNMP_ST_WRONG_TYPE;
-            } else {
-                it->second.strBytes = Bytes(iValue);
-            }
+            it->second.strBytes = Bytes(iValue);
         }
     }
     g_astSets.push_back({Str(pszOwner), Str(pszContext), astOid, iValue, uiStatus});

@@ -1,6 +1,6 @@
-// Fake timer set for tests: records every call with its arguments, keeps
-// timers with their periods and states, and expires them only when the test
-// announces ticks. Single set; thread-safe.
+// Fake timer set for tests: records every call, keeps timers with their
+// periods and states, and expires one only when the test says so. One set;
+// thread-safe.
 #ifndef FAKE_TIMER_H
 #define FAKE_TIMER_H
 
@@ -8,27 +8,18 @@
 #include <string>
 #include <vector>
 
-struct FAKE_TIMER_CALL_S {
-    std::string
-        strName;  // "Initialize", "Config", "Create", "SetStatus", "Delete", "Finalize", "Tick"
-    int64_t llId;
-    uint32_t uiArg;     // Config: on; Create: period; SetStatus: status
-    uint32_t uiPeriod;  // SetStatus: period
-};
-
 void FAKE_TIMER_Reset(void);
-std::vector<FAKE_TIMER_CALL_S> FAKE_TIMER_Calls(void);
-// Calls of one kind only.
-std::vector<FAKE_TIMER_CALL_S> FAKE_TIMER_CallsOf(const std::string& strName);
-// Arguments of the last Timer_Initialize (all 0 before).
-std::vector<uint32_t> FAKE_TIMER_InitArgs(void);
-// Makes the next Timer_Initialize / Timer_Config / Timer_Create fail.
-void FAKE_TIMER_FailInit(bool bFail);
-void FAKE_TIMER_FailConfig(bool bFail);
-void FAKE_TIMER_FailCreate(bool bFail);
+// Every call so far: "Initialize <max> <tick> <a> <b>", "Config <on>",
+// "Create <period>", "SetStatus <id> <status> <period>", "Delete <id>",
+// "Finalize", "Tick", "FireDue".
+std::vector<std::string> FAKE_TIMER_Calls(void);
+// Calls whose record starts with the prefix.
+size_t FAKE_TIMER_CallCount(const std::string& strPrefix);
+// Makes Timer_Initialize, Timer_Config or Timer_Create fail from now on.
+void FAKE_TIMER_Fail(const std::string& strCall, bool bFail);
 // Period (ms) and state (1 running, 0 suspended) of a timer; false if unknown.
 bool FAKE_TIMER_Get(int64_t llId, uint32_t* puiPeriod, uint32_t* puiRunning);
-uint32_t FAKE_TIMER_Count(void);
+uint32_t FAKE_TIMER_Live(void);
 // Calls the callback of a timer as if it had expired.
 bool FAKE_TIMER_Expire(int64_t llId);
 // What Timer_Skipped answers from now on (0 after a reset).

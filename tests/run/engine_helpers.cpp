@@ -7,6 +7,13 @@
 #include "mte_scalar.h"
 #include "mte_trigger.h"
 
+// Channel-private writer of the trap flag (channel/mte_tarn_priv.h).
+void mte_tarn_SetTrapFlag(uint16_t usFlag);
+
+void ENG_SetTrapSwitch(uint16_t usOn) {
+    mte_tarn_SetTrapFlag(usOn);
+}
+
 MTE_TRIGGER_ENTRY_S* ENG_NewTrigger(const char* pszName) {
     auto* pstTrigger = static_cast<MTE_TRIGGER_ENTRY_S*>(calloc(1, sizeof(MTE_TRIGGER_ENTRY_S)));
     pstTrigger->llTimerId = -1;
@@ -39,24 +46,27 @@ uint32_t ENG_ListLen(const MTE_SAMPLE_S* pstHead) {
 }
 
 namespace {
-void ENG_SetEvent(char* pszOwner, char* pszEvent, const char* pszName) {
-    if (pszName != nullptr && pszName[0] != '\0') {
+void SetEvent(char* pszOwner, char* pszEvent, const char* pszName) {
+    if (pszName[0] != '\0') {
         strcpy(pszOwner, "own");
         strncpy(pszEvent, pszName, MTE_NAME_SIZE - 1);
     }
 }
 
-std::string ENG_Bytes(const FAKE_SNMP_VAR_S& stVar) {
-    return stVar.strBytes;
+// A zeroed test row of the trigger's index.
+template <typename ROW>
+ROW* NewRow(const MTE_TRIGGER_ENTRY_S* pstTrigger) {
+    auto* pstRow = static_cast<ROW*>(calloc(1, sizeof(ROW)));
+    strcpy(pstRow->szOwner, pstTrigger->stRow.szOwner);
+    strcpy(pstRow->szName, pstTrigger->stRow.szName);
+    return pstRow;
 }
 }  // namespace
 
 MTE_EXIST_ENTRY_S* ENG_AddExistence(MTE_TRIGGER_ENTRY_S* pstTrigger, const char* pszEvent,
                                     uint8_t ucTest, uint8_t ucStartup) {
-    auto* pstRow = static_cast<MTE_EXIST_ENTRY_S*>(calloc(1, sizeof(MTE_EXIST_ENTRY_S)));
-    strcpy(pstRow->szOwner, pstTrigger->stRow.szOwner);
-    strcpy(pstRow->szName, pstTrigger->stRow.szName);
-    ENG_SetEvent(pstRow->szEventOwner, pstRow->szEvent, pszEvent);
+    auto* pstRow = NewRow<MTE_EXIST_ENTRY_S>(pstTrigger);
+    SetEvent(pstRow->szEventOwner, pstRow->szEvent, pszEvent);
     pstRow->ucTest = ucTest;
     pstRow->ucStartup = ucStartup;
     pstRow->usFirstCycle = 1;
@@ -67,10 +77,8 @@ MTE_EXIST_ENTRY_S* ENG_AddExistence(MTE_TRIGGER_ENTRY_S* pstTrigger, const char*
 
 MTE_BOOL_ENTRY_S* ENG_AddBoolean(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiComparison,
                                  int32_t iValue, const char* pszEvent) {
-    auto* pstRow = static_cast<MTE_BOOL_ENTRY_S*>(calloc(1, sizeof(MTE_BOOL_ENTRY_S)));
-    strcpy(pstRow->szOwner, pstTrigger->stRow.szOwner);
-    strcpy(pstRow->szName, pstTrigger->stRow.szName);
-    ENG_SetEvent(pstRow->szEventOwner, pstRow->szEvent, pszEvent);
+    auto* pstRow = NewRow<MTE_BOOL_ENTRY_S>(pstTrigger);
+    SetEvent(pstRow->szEventOwner, pstRow->szEvent, pszEvent);
     pstRow->uiComparison = uiComparison;
     pstRow->iValue = iValue;
     pstRow->uiStartup = MTE_TRUE;
@@ -82,18 +90,16 @@ MTE_BOOL_ENTRY_S* ENG_AddBoolean(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiCom
 MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiStartup,
                                     int32_t iRising, int32_t iFalling, int32_t iDeltaRising,
                                     int32_t iDeltaFalling) {
-    auto* pstRow = static_cast<MTE_THRES_ENTRY_S*>(calloc(1, sizeof(MTE_THRES_ENTRY_S)));
-    strcpy(pstRow->szOwner, pstTrigger->stRow.szOwner);
-    strcpy(pstRow->szName, pstTrigger->stRow.szName);
+    auto* pstRow = NewRow<MTE_THRES_ENTRY_S>(pstTrigger);
     pstRow->uiStartup = uiStartup;
     pstRow->iRising = iRising;
     pstRow->iFalling = iFalling;
     pstRow->iDeltaRising = iDeltaRising;
     pstRow->iDeltaFalling = iDeltaFalling;
-    ENG_SetEvent(pstRow->szRisingEventOwner, pstRow->szRisingEvent, "evRising");
-    ENG_SetEvent(pstRow->szFallingEventOwner, pstRow->szFallingEvent, "evFalling");
-    ENG_SetEvent(pstRow->szDeltaRisingEventOwner, pstRow->szDeltaRisingEvent, "evDeltaRising");
-    ENG_SetEvent(pstRow->szDeltaFallingEventOwner, pstRow->szDeltaFallingEvent, "evDeltaFalling");
+    SetEvent(pstRow->szRisingEventOwner, pstRow->szRisingEvent, "evRising");
+    SetEvent(pstRow->szFallingEventOwner, pstRow->szFallingEvent, "evFalling");
+    SetEvent(pstRow->szDeltaRisingEventOwner, pstRow->szDeltaRisingEvent, "evDeltaRising");
+    SetEvent(pstRow->szDeltaFallingEventOwner, pstRow->szDeltaFallingEvent, "evDeltaFalling");
     pstTrigger->pstThres = pstRow;
     pstTrigger->stRow.ucTest |= MTE_TEST_THRESHOLD;
     return pstRow;
@@ -101,9 +107,7 @@ MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t ui
 
 MTE_DELTA_ENTRY_S* ENG_AddDelta(MTE_TRIGGER_ENTRY_S* pstTrigger, const FAKE_OID& astDiscId,
                                 bool bWildcard, uint32_t uiType) {
-    auto* pstRow = static_cast<MTE_DELTA_ENTRY_S*>(calloc(1, sizeof(MTE_DELTA_ENTRY_S)));
-    strcpy(pstRow->szOwner, pstTrigger->stRow.szOwner);
-    strcpy(pstRow->szName, pstTrigger->stRow.szName);
+    auto* pstRow = NewRow<MTE_DELTA_ENTRY_S>(pstTrigger);
     pstRow->stDiscontinuityID = FAKE_SNMP_MakeOid(astDiscId);
     pstRow->uiDiscontinuityIDWildcard = bWildcard ? MTE_TRUE : MTE_FALSE;
     pstRow->uiDiscontinuityIDType = uiType;
@@ -121,9 +125,9 @@ std::vector<ENG_NOTIFY_S> ENG_Notifies(void) {
             stOut.auiTypes.push_back(stVar.uiType);
         }
         if (stNotify.astVars.size() == 5) {
-            stOut.strTrigger = ENG_Bytes(stNotify.astVars[0]);
-            stOut.strTag = ENG_Bytes(stNotify.astVars[1]);
-            stOut.strContext = ENG_Bytes(stNotify.astVars[2]);
+            stOut.strTrigger = stNotify.astVars[0].strBytes;
+            stOut.strTag = stNotify.astVars[1].strBytes;
+            stOut.strContext = stNotify.astVars[2].strBytes;
             const std::string& strOid = stNotify.astVars[3].strBytes;
             stOut.astOid.resize(strOid.size() / 4);
             memcpy(stOut.astOid.data(), strOid.data(), stOut.astOid.size() * 4);

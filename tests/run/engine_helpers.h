@@ -15,7 +15,7 @@ MTE_TRIGGER_ENTRY_S* ENG_NewTrigger(const char* pszName);
 void ENG_FreeTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger);
 uint32_t ENG_ListLen(const MTE_SAMPLE_S* pstHead);
 
-// The trap switch as the notification senders see it (engine_trapswitch.cpp).
+// The trap switch as the notification senders see it.
 void ENG_SetTrapSwitch(uint16_t usOn);
 
 // Test rows attached to a trigger (freed with the trigger by mte_TRIGGER_FreeNode).
@@ -23,10 +23,10 @@ MTE_EXIST_ENTRY_S* ENG_AddExistence(MTE_TRIGGER_ENTRY_S* pstTrigger, const char*
                                     uint8_t ucTest = 0xE0, uint8_t ucStartup = 0xC0);
 MTE_BOOL_ENTRY_S* ENG_AddBoolean(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiComparison,
                                  int32_t iValue, const char* pszEvent);
+// Events evRising, evFalling, evDeltaRising and evDeltaFalling.
 MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiStartup,
                                     int32_t iRising, int32_t iFalling, int32_t iDeltaRising,
                                     int32_t iDeltaFalling);
-
 // Makes the trigger a delta trigger with a delta row (freed with the trigger).
 MTE_DELTA_ENTRY_S* ENG_AddDelta(MTE_TRIGGER_ENTRY_S* pstTrigger, const FAKE_OID& astDiscId,
                                 bool bWildcard, uint32_t uiType);
@@ -38,11 +38,10 @@ struct ENG_NOTIFY_S {
     std::string strTag;
     std::string strContext;
     FAKE_OID astOid;
-    int32_t iLast;  // hot value or failure reason
+    int32_t iLast = 0;  // hot value or failure reason
     std::vector<uint32_t> auiTypes;
 };
 std::vector<ENG_NOTIFY_S> ENG_Notifies(void);
-// Names of the captured notifications in order.
 std::vector<std::string> ENG_NotifyNames(void);
 
 // Queues the trigger at once (as the timer would) under its lock.

@@ -39,13 +39,25 @@ class EngineTimer : public ::testing::Test {
         mte_RUN_Fini();
         mte_TIMER_Fini();
         mte_TIMER_SetPortFlag(0);
-        mte_TRIGGER_StateLock(&m_pstTrigger->stStateLock);
         mte_RUN_ClearSampleRes(m_pstTrigger);
-        mte_TRIGGER_StateUnLock(&m_pstTrigger->stStateLock);
         ENG_FreeTrigger(m_pstTrigger);
         mte_TRIGGER_Fini();
         mte_EPOLL_Fini();
         mte_DBG_Fini();
+    }
+
+    // "<period ms> <running>" of the trigger's timer, "" if it has none.
+    std::string Timer() const {
+        uint32_t uiPeriod = 0, uiRunning = 0;
+        if (!FAKE_TIMER_Get(m_pstTrigger->llTimerId, &uiPeriod, &uiRunning)) {
+            return "";
+        }
+        return std::to_string(uiPeriod) + " " + std::to_string(uiRunning);
+    }
+
+    static bool Readable(int iTimeoutMs) {
+        pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
+        return poll(&stPoll, 1, iTimeoutMs) == 1;
     }
 
     MTE_TRIGGER_ENTRY_S* m_pstTrigger = nullptr;
@@ -73,54 +85,42 @@ TEST_F(EngineTimer, WhileThePortIsDownTriggerOperationsDoNothing) {
 
 TEST_F(EngineTimer, PortUpMakesTheSetAndTriggerTimersRunInMilliseconds) {
     ASSERT_EQ(mte_TIMER_StartAll(), 0u);
-    EXPECT_EQ(FAKE_TIMER_InitArgs(), (std::vector<uint32_t>{5120, 1000, 128, 16}));
-    ASSERT_EQ(FAKE_TIMER_CallsOf("Config").size(), 1u);
-    EXPECT_EQ(FAKE_TIMER_CallsOf("Config")[0].uiArg, 1u);
+    EXPECT_EQ(FAKE_TIMER_Calls(),
+              (std::vector<std::string>{"Initialize 5120 1000 128 16", "Config 1"}));
     EXPECT_GE(mte_GetNotifyEvtFd(), 0);
 
     ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
     int64_t llId = m_pstTrigger->llTimerId;
-    ASSERT_NE(llId, -1);
-    uint32_t uiPeriod = 0, uiRunning = 0;
-    ASSERT_TRUE(FAKE_TIMER_Get(llId, &uiPeriod, &uiRunning));
-    EXPECT_EQ(uiPeriod, 10000u);
-
+    EXPECT_EQ(Timer(), "10000 1");
     EXPECT_EQ(mte_TIMER_Refresh(llId, 30), 0u);
-    ASSERT_TRUE(FAKE_TIMER_Get(llId, &uiPeriod, &uiRunning));
-    EXPECT_EQ(uiPeriod, 30000u);
+    EXPECT_EQ(Timer(), "30000 1");
     size_t uiCalls = FAKE_TIMER_Calls().size();
     EXPECT_EQ(mte_TIMER_Refresh(-1, 30), 0u);
     EXPECT_EQ(FAKE_TIMER_Calls().size(), uiCalls);
     EXPECT_EQ(mte_TIMER_Refresh(llId, 0), 0u);  // a zero frequency runs every second
-    ASSERT_TRUE(FAKE_TIMER_Get(llId, &uiPeriod, &uiRunning));
-    EXPECT_EQ(uiPeriod, 1000u);
+    EXPECT_EQ(Timer(), "1000 1");
 
     ASSERT_EQ(mte_RUN_TriggerDisable(m_pstTrigger), 0u);
-    ASSERT_TRUE(FAKE_TIMER_Get(llId, &uiPeriod, &uiRunning));
-    EXPECT_EQ(uiRunning, 0u);
+    EXPECT_EQ(Timer(), "1000 0");
     ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);  // resumes, no second timer
     EXPECT_EQ(m_pstTrigger->llTimerId, llId);
-    EXPECT_EQ(FAKE_TIMER_Count(), 1u);
-    ASSERT_TRUE(FAKE_TIMER_Get(llId, &uiPeriod, &uiRunning));
-    EXPECT_EQ(uiRunning, 1u);
+    EXPECT_EQ(FAKE_TIMER_Live(), 1u);
+    EXPECT_EQ(Timer(), "1000 1");
 
-    EXPECT_EQ(mte_TIMER_Del(llId), 0u);
-    EXPECT_EQ(FAKE_TIMER_Count(), 0u);
-    m_pstTrigger->llTimerId = -1;
-}
-
-TEST_F(EngineTimer, ExpiryQueuesAnIdleTrigger) {
-    ASSERT_EQ(mte_TIMER_StartAll(), 0u);
-    ASSERT_EQ(mte_TIMER_Add(m_pstTrigger), 0u);
-    ASSERT_TRUE(FAKE_TIMER_Expire(m_pstTrigger->llTimerId));
+    // An expiry queues the idle trigger.
+    ASSERT_TRUE(FAKE_TIMER_Expire(llId));
     EXPECT_EQ(m_pstTrigger->uiRunState, MTE_RUN_BUSY);
     EXPECT_EQ(mte_run_PumpQueue(10), 1u);
     EXPECT_EQ(m_pstTrigger->uiRunState, MTE_RUN_IDLE);
+
+    EXPECT_EQ(mte_TIMER_Del(llId), 0u);
+    EXPECT_EQ(FAKE_TIMER_Live(), 0u);
+    m_pstTrigger->llTimerId = -1;
 }
 
 TEST_F(EngineTimer, FailedTimerCreationIsTracedAndKeepsTheId) {
     ASSERT_EQ(mte_TIMER_StartAll(), 0u);
-    FAKE_TIMER_FailCreate(true);
+    FAKE_TIMER_Fail("Create", true);
     EXPECT_NE(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
     EXPECT_EQ(m_pstTrigger->llTimerId, -1);
     EXPECT_EQ(
@@ -131,12 +131,12 @@ TEST_F(EngineTimer, FailedTimerCreationIsTracedAndKeepsTheId) {
 }
 
 TEST_F(EngineTimer, FailedInitTearsEverythingDownAndTheNextPortUpRetries) {
-    FAKE_TIMER_FailInit(true);
+    FAKE_TIMER_Fail("Initialize", true);
     EXPECT_NE(mte_TIMER_StartAll(), 0u);
     EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_TRACE, "Failed to initialize timer instances."), 1u);
     EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_TRACE, "Failed to initialize timer submodule."), 1u);
     EXPECT_EQ(mte_GetNotifyEvtFd(), -1);
-    FAKE_TIMER_FailInit(false);
+    FAKE_TIMER_Fail("Initialize", false);
     EXPECT_EQ(mte_TIMER_StartAll(), 0u);
     EXPECT_GE(mte_GetNotifyEvtFd(), 0);
 }
@@ -145,46 +145,38 @@ TEST_F(EngineTimer, ASetHoldingTriggerTimersIsStoppedNotFinalizedWhenItFailsToRe
     ASSERT_EQ(mte_TIMER_StartAll(), 0u);
     ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
     ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
-    FAKE_TIMER_FailConfig(true);
+    EXPECT_EQ(FAKE_TIMER_Calls().back(), "Config 0");
+    FAKE_TIMER_Fail("Config", true);
     EXPECT_NE(mte_TIMER_StartAll(), 0u);
-    EXPECT_TRUE(FAKE_TIMER_CallsOf("Finalize").empty());
-    EXPECT_EQ(FAKE_TIMER_Count(), 1u);
-    FAKE_TIMER_FailConfig(false);
+    EXPECT_EQ(FAKE_TIMER_CallCount("Finalize"), 0u);
+    FAKE_TIMER_Fail("Config", false);
     EXPECT_EQ(mte_TIMER_StartAll(), 0u);
     ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
-    EXPECT_EQ(FAKE_TIMER_Count(), 1u);
-    EXPECT_EQ(FAKE_TIMER_CallsOf("Create").size(), 1u);
+    EXPECT_EQ(FAKE_TIMER_Live(), 1u);
+    EXPECT_EQ(FAKE_TIMER_CallCount("Create"), 1u);
 }
 
-TEST_F(EngineTimer, PortDownStopsTheSetAndItsTick) {
+// The tick is disarmed while the port is down; missed seconds are announced
+// as one tick.
+TEST_F(EngineTimer, TheTickStopsWithThePortAndMissedSecondsMakeOneTick) {
     ASSERT_EQ(mte_TIMER_StartAll(), 0u);
     ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
-    auto astConfig = FAKE_TIMER_CallsOf("Config");
-    ASSERT_EQ(astConfig.size(), 2u);
-    EXPECT_EQ(astConfig[1].uiArg, 0u);
-    // The tick is disarmed: nothing is announced while the port is down.
-    pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
-    EXPECT_EQ(poll(&stPoll, 1, 1300), 0);
-}
-
-TEST_F(EngineTimer, MissedSecondsAreAnnouncedAsOneTick) {
+    EXPECT_FALSE(Readable(1300));
     ASSERT_EQ(mte_TIMER_StartAll(), 0u);
     std::this_thread::sleep_for(std::chrono::milliseconds(3200));
-    pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
-    ASSERT_EQ(poll(&stPoll, 1, 2000), 1);
+    ASSERT_TRUE(Readable(2000));
     mte_EPOLL_WaitAndDispatch(8);
-    EXPECT_EQ(FAKE_TIMER_CallsOf("Tick").size(), 1u);
+    EXPECT_EQ(FAKE_TIMER_CallCount("Tick"), 1u);
 }
 
 // Expiries the set skipped reach the statistics at each tick; the trace says
 // so at once and then stays quiet for a minute however much more is missed.
 TEST_F(EngineTimer, SkippedExpiriesAreCountedAndTracedAtMostOnceAMinute) {
     ASSERT_EQ(mte_TIMER_StartAll(), 0u);
-    pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
     for (uint64_t ullSkipped : {5, 12}) {
         FAKE_TIMER_SetSkipped(ullSkipped);
-        size_t uiTicks = FAKE_TIMER_CallsOf("Tick").size();
-        while (FAKE_TIMER_CallsOf("Tick").size() == uiTicks && poll(&stPoll, 1, 3000) == 1) {
+        size_t uiTicks = FAKE_TIMER_CallCount("Tick");
+        while (FAKE_TIMER_CallCount("Tick") == uiTicks && Readable(3000)) {
             mte_EPOLL_WaitAndDispatch(8);
         }
         EXPECT_EQ(mte_SCALAR_GetSamplesMissed(), ullSkipped);
