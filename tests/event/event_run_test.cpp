@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "event_test_util.h"
+#include "mte_conv.h"
 #include "plat_snmp.h"
 
 namespace {
@@ -90,10 +91,20 @@ TEST_F(EventRunTest, BindingsComeTriggerThenTestThenNotificationObjectsInIndexOr
     AddObject("nt", 5, {1, 3, 6, 1, 5});
     AddObject("nt", 4, {1, 3, 6, 1, 4});
     AddObject("other", 1, {1, 3, 6, 1, 9});
-    AddEvent("ev", 0x80, "nt");
+    MTE_SET_ENTRY_S stSet = SetReq("own", "ev", {1, 3, 6, 1, 7}, 5);
+    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 7}, 0);
+    AddEvent("ev", 0xC0, "nt", &stSet);
     MTE_TRIGGER_ROW_S stTrigger = Trigger("own", "tg");
     MTE_FIRED_EVENT_S stFired = Fired("ev", {}, "", "own", "ts");
     mte_EVENT_Run(&stTrigger, &stFired);
+    // The notification goes out before the set.
+    EXPECT_EQ(FAKE_SNMP_Journal(),
+              (std::vector<std::string>{"trap 1.3.6.1.4.1.99.0.1", "set  1.3.6.1.7"}));
+    int32_t iValue = 0;
+    EXPECT_TRUE(FAKE_SNMP_GetInteger("", {1, 3, 6, 1, 7}, &iValue));
+    EXPECT_EQ(iValue, 5);
+    ASSERT_EQ(FAKE_SNMP_Sets().size(), 1u);
+    EXPECT_EQ(FAKE_SNMP_Sets()[0].strOwner, "own");
 
     auto astTraps = FAKE_SNMP_Traps();
     ASSERT_EQ(astTraps.size(), 1u);
@@ -112,6 +123,7 @@ TEST_F(EventRunTest, BindingsComeTriggerThenTestThenNotificationObjectsInIndexOr
     for (const FAKE_SNMP_REQ_S& stGet : FAKE_SNMP_Gets()) {
         EXPECT_EQ(stGet.strOwner, "own");  // the group's owner asks the agent
     }
+    EXPECT_EQ(FAKE_SNMP_Gets().size(), 5u);
     EXPECT_EQ(FAKE_SNMP_LiveValues(), 0);  // every fetched value was released
 }
 
@@ -263,305 +275,97 @@ TEST_F(EventRunTest, DisabledAndMissingEventsOnlyWarn) {
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING"), 2u);
 }
 
-TEST_F(EventRunTest, NotificationGoesOutBeforeTheSet) {
-    MTE_SET_ENTRY_S stSet = SetReq("own", "ev", {1, 3, 6, 1, 7}, 5);
-    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 7}, 0);
-    AddEvent("ev", 0xC0, "", &stSet);
-    MTE_TRIGGER_ROW_S stTrigger = Trigger();
-    MTE_FIRED_EVENT_S stFired = Fired("ev");
-    mte_EVENT_Run(&stTrigger, &stFired);
-    EXPECT_EQ(FAKE_SNMP_Journal(),
-              (std::vector<std::string>{"trap 1.3.6.1.4.1.99.0.1", "set  1.3.6.1.7"}));
-    int32_t iValue = 0;
-    EXPECT_TRUE(FAKE_SNMP_GetInteger("", {1, 3, 6, 1, 7}, &iValue));
-    EXPECT_EQ(iValue, 5);
-    ASSERT_EQ(FAKE_SNMP_Sets().size(), 1u);
-    EXPECT_EQ(FAKE_SNMP_Sets()[0].strOwner, "own");
-}
-
 // ---------------------------------------------------------------------------
 // Set action.
 // ---------------------------------------------------------------------------
+constexpr uint32_t W = MTE_TRUE, F = MTE_FALSE;  // wildcarded, fully specified
+constexpr uint32_t GEN = SNMP_ST_GEN_ERR, NOCR = SNMP_ST_NO_CREATION, WRONG = SNMP_ST_WRONG_TYPE;
+const FAKE_OID kObj = {1, 3, 6, 1, 4, 1, 5, 1, 2, 3};
+const FAKE_OID kObj78 = {1, 3, 6, 1, 4, 1, 5, 1, 2, 3, 7, 8};
+const FAKE_OID kOid127(127, 1);
+const std::string kLong(32, 'p');
+const char* const LONG = kLong.c_str();
+
 struct SET_CASE_S {
-    const char* pszName;
-    FAKE_OID astObject;
+    FAKE_OID astObject;  // the set row
     uint32_t uiObjWild;
     const char* pszSetContext;
     uint32_t uiCtxWild;
-    uint32_t uiTrigValueWild;
-    const char* pszTrigContext;
+    uint32_t uiTrigValueWild;  // the trigger (its context "ctx")
     uint32_t uiTrigCtxWild;
-    FAKE_OID astSuffix;
+    FAKE_OID astSuffix;  // the instance that fired
     const char* pszInstanceContext;
-    uint32_t uiAgentFailure;  // made to fail by the fake agent, 0: none
-    // Expected outcome.
+    bool bAgentFails;  // expected: the result comes from the agent's answer
     uint32_t uiCode;
-    int32_t iReason;
-    const char* pszMessage;  // EVENTMIB_ERR line, or "" for none
-    bool bSetAttempted;
-    FAKE_OID astTargetOid;
+    const char* pszMessage;  // EVENTMIB_ERR fragment, "" for none
+    FAKE_OID astTarget;
     const char* pszTargetContext;
 };
 
-const FAKE_OID kObj10 = {1, 3, 6, 1, 4, 1, 5, 1, 2, 3};
-const FAKE_OID kObj12 = {1, 3, 6, 1, 4, 1, 5, 1, 2, 3, 7, 8};
-const std::string kLong32(32, 'p');
-
 const SET_CASE_S kSetCases[] = {
-    {"plain set", kObj10, 2, "c", 2, 2, "", 2, {7, 8}, "", 0, 0, 0, "", true, kObj10, "c"},
-    {"wildcarded object, fully specified trigger",
-     kObj10,
-     1,
-     "",
-     2,
-     2,
-     "",
-     2,
-     {7, 8},
-     "",
-     0,
-     0x61010041,
-     5,
-     "Set target object failed because the set object is wildcarded but the trigger object is "
-     "fully specified.",
-     false,
-     kObj10,
-     ""},
-    {"wildcarded context, fully specified trigger context",
-     kObj10,
-     2,
-     "pre",
-     1,
-     2,
-     "ctx",
-     2,
-     {},
-     "ctxA1",
-     0,
-     0x61010041,
-     5,
-     "Set failed because the set object's context name is wildcarded but the trigger context "
-     "name is fully specified.",
-     false,
-     kObj10,
-     "pre"},
-    {"object check comes first",
-     kObj10,
-     1,
-     "pre",
-     1,
-     2,
-     "ctx",
-     2,
-     {},
-     "ctxA1",
-     0,
-     0x61010041,
-     5,
-     "Set target object failed",
-     false,
-     kObj10,
-     "pre"},
-    {"wildcarded object takes the suffix",
-     kObj10,
-     1,
-     "",
-     2,
-     1,
-     "",
-     2,
-     {7, 8},
-     "",
-     0,
-     0,
-     0,
-     "",
-     true,
-     kObj12,
-     ""},
-    {"wildcarded context takes the instance's rest",
-     kObj10,
-     2,
-     "pre",
-     1,
-     2,
-     "ctx",
-     1,
-     {},
-     "ctxA1",
-     0,
-     0,
-     0,
-     "",
-     true,
-     kObj10,
-     "preA1"},
-    {"instance context shorter than the prefix",
-     kObj10,
-     2,
-     "pre",
-     1,
-     2,
-     "ctx",
-     1,
-     {},
-     "c",
-     0,
-     0,
-     0,
-     "",
-     true,
-     kObj10,
-     "pre"},
-    {"context too long",
-     kObj10,
-     2,
-     kLong32.c_str(),
-     1,
-     2,
-     "ctx",
-     1,
-     {},
-     "ctxA1",
-     0,
-     0x61010049,
-     11,
-     "Invalid context name length.",
-     false,
-     kObj10,
-     kLong32.c_str()},
-    {"OID too long",
-     FAKE_OID(127, 1),
-     1,
-     "",
-     2,
-     1,
-     "",
-     2,
-     {7, 8},
-     "",
-     0,
-     0x61010049,
-     11,
-     "Invalid OID length.",
-     false,
-     FAKE_OID(127, 1),
-     ""},
-    {"wrong type at the agent",
-     kObj10,
-     2,
-     "",
-     2,
-     2,
-     "",
-     2,
-     {},
-     "",
-     0x61010045,
-     0x61010045,
-     7,
-     "Value syntax of 1.3.6.1.4.1.5.1.2.3 doesn't match the destination object's syntax.",
-     true,
-     kObj10,
-     ""},
-    {"agent time-out",
-     kObj10,
-     2,
-     "",
-     2,
-     2,
-     "",
-     2,
-     {},
-     "",
-     0x61010052,
-     0x61010052,
-     5,
-     "",
-     true,
-     kObj10,
-     ""},
-    {"agent code unknown to the mapping",
-     kObj10,
-     2,
-     "",
-     2,
-     2,
-     "",
-     2,
-     {},
-     "",
-     0x61010099,
-     0x61010099,
-     5,
-     "",
-     true,
-     kObj10,
-     ""},
-    {"agent noCreation",
-     kObj10,
-     2,
-     "",
-     2,
-     2,
-     "",
-     2,
-     {},
-     "",
-     0x61010049,
-     0x61010049,
-     11,
-     "",
-     true,
-     kObj10,
-     ""},
+    // A plain set; the wildcarded object and context take the instance's suffix
+    // and the rest of its context; an instance context shorter than the prefix.
+    {kObj, F, "c", F, F, F, {7, 8}, "", false, 0, "", kObj, "c"},
+    {kObj, W, "", F, W, F, {7, 8}, "", false, 0, "", kObj78, ""},
+    {kObj, F, "pre", W, F, W, {}, "ctxA1", false, 0, "", kObj, "preA1"},
+    {kObj, F, "pre", W, F, W, {}, "c", false, 0, "", kObj, "pre"},
+    // No object: nothing to do.
+    {{}, W, "", W, F, F, {}, "", false, 0, "", {}, ""},
+    // Wildcarded object or context against a fully specified trigger; the
+    // object is checked first.
+    {kObj, W, "", F, F, F, {7, 8}, "", false, GEN, "set object is wildcarded", kObj, ""},
+    {kObj, F, "pre", W, F, F, {}, "ctxA1", false, GEN, "name is wildcarded", kObj, "pre"},
+    {kObj, W, "pre", W, F, F, {}, "ctxA1", false, GEN, "Set target object failed", kObj, "pre"},
+    // Context or OID too long once completed.
+    {kObj, F, LONG, W, F, W, {}, "ctxA1", false, NOCR, "context name length", kObj, LONG},
+    {kOid127, W, "", F, W, F, {7, 8}, "", false, NOCR, "Invalid OID length.", kOid127, ""},
+    // The agent refuses: wrong type, time-out, a code unknown to the mapping, noCreation.
+    {kObj, F, "", F, F, F, {}, "", true, WRONG, "1.3.6.1.4.1.5.1.2.3 doesn't match the", kObj, ""},
+    {kObj, F, "", F, F, F, {}, "", true, SNMP_ST_TIMEOUT, "", kObj, ""},
+    {kObj, F, "", F, F, F, {}, "", true, 0x61010099, "", kObj, ""},
+    {kObj, F, "", F, F, F, {}, "", true, NOCR, "", kObj, ""},
 };
 
 TEST_F(EventRunTest, SetActionWildcardRulesAndFailures) {
     for (const SET_CASE_S& stCase : kSetCases) {
-        SCOPED_TRACE(stCase.pszName);
+        SCOPED_TRACE(&stCase - kSetCases);
         FAKE_SNMP_Reset();
         FAKE_LOG_Clear();
         mte_DBG_EnableSwitch(MTE_DBG_ERR | MTE_DBG_INFO);
-        FAKE_SNMP_SetInteger(stCase.pszTargetContext, stCase.astTargetOid, 0);
-        if (stCase.uiAgentFailure != 0) {
-            FAKE_SNMP_FailOid(stCase.astTargetOid, stCase.uiAgentFailure);
-        }
+        FAKE_SNMP_SetInteger(stCase.pszTargetContext, stCase.astTarget, 0);
+        FAKE_SNMP_FailOid(stCase.astTarget, stCase.bAgentFails ? stCase.uiCode : 0);
         MTE_SET_ENTRY_S stRow = SetReq("own", "ev", stCase.astObject, 9, stCase.uiObjWild,
                                        stCase.pszSetContext, stCase.uiCtxWild);
         MTE_TRIGGER_ROW_S stTrigger = Trigger();
         stTrigger.uiValueIDWildcard = stCase.uiTrigValueWild;
         stTrigger.uiContextNameWildcard = stCase.uiTrigCtxWild;
         CopyStr(stTrigger.szTargetTag, sizeof(stTrigger.szTargetTag), "tag");
-        CopyStr(stTrigger.szContextName, sizeof(stTrigger.szContextName), stCase.pszTrigContext);
+        CopyStr(stTrigger.szContextName, sizeof(stTrigger.szContextName), "ctx");
         MTE_OID_S stSuffix = FAKE_SNMP_MakeOid(stCase.astSuffix);
         uint32_t uiBefore = EventFailures();
 
         EXPECT_EQ(mte_SET_SetValueByOID(&stTrigger, &stRow, &stSuffix, stCase.pszInstanceContext),
                   stCase.uiCode);
 
+        // The agent is asked when the target could be built.
+        bool bAsked = !stCase.astObject.empty() && (stCase.uiCode == 0 || stCase.bAgentFails);
         auto astSets = FAKE_SNMP_Sets();
-        ASSERT_EQ(astSets.size(), stCase.bSetAttempted ? 1u : 0u);
-        if (stCase.bSetAttempted) {
-            EXPECT_EQ(astSets[0].astOid, stCase.astTargetOid);
+        ASSERT_EQ(astSets.size(), bAsked ? 1u : 0u);
+        if (bAsked) {
+            EXPECT_EQ(astSets[0].astOid, stCase.astTarget);
             EXPECT_EQ(astSets[0].strContext, stCase.pszTargetContext);
             EXPECT_EQ(astSets[0].iValue, 9);
         }
         EXPECT_EQ(EventFailures(), uiBefore + (stCase.uiCode != 0 ? 1 : 0));
-        size_t uiErrLines = FAKE_LOG_Count("EVENTMIB_ERR");
-        if (stCase.pszMessage[0] != '\0') {
-            EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", stCase.pszMessage), 1u);
-            EXPECT_EQ(uiErrLines, 1u);  // one message only
-        } else {
-            EXPECT_EQ(uiErrLines, 0u);
-        }
+        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR"), stCase.pszMessage[0] != '\0' ? 1u : 0u);
+        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", stCase.pszMessage),
+                  stCase.pszMessage[0] ? 1u : 0u);
         // mteEventSetFailure: trigger name, its target tag, the target as built
-        // so far, and the reason.
+        // so far, and the reason; one debug text says the same.
         auto astNotifies = FAKE_SNMP_Notifies();
-        size_t uiInfo = FAKE_LOG_Count("EVENTMIB_INFO");
         if (stCase.uiCode == 0) {
             EXPECT_TRUE(astNotifies.empty());
-            EXPECT_EQ(uiInfo, 0u);
+            EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO"), 0u);
             continue;
         }
         ASSERT_EQ(astNotifies.size(), 1u);
@@ -570,34 +374,22 @@ TEST_F(EventRunTest, SetActionWildcardRulesAndFailures) {
         EXPECT_EQ(astNotifies[0].astVars[0].strBytes, "trig");
         EXPECT_EQ(astNotifies[0].astVars[1].strBytes, "tag");
         EXPECT_EQ(astNotifies[0].astVars[2].strBytes, stCase.pszTargetContext);
-        const FAKE_OID& astTarget = stCase.astTargetOid;
         EXPECT_EQ(astNotifies[0].astVars[3].strBytes,
-                  std::string(reinterpret_cast<const char*>(astTarget.data()),
-                              astTarget.size() * sizeof(uint32_t)));
+                  std::string(reinterpret_cast<const char*>(stCase.astTarget.data()),
+                              stCase.astTarget.size() * sizeof(uint32_t)));
         int32_t iReason = -100;
         memcpy(&iReason, astNotifies[0].astVars[4].strBytes.data(), sizeof(iReason));
-        EXPECT_EQ(iReason, stCase.iReason);
-        EXPECT_EQ(uiInfo, 1u);
+        EXPECT_EQ(iReason, mte_RUN_convertErrCodeMor2Mte(stCase.uiCode));
+        EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO"), 1u);
         EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO",
                                  "Condition to generate the mteEventSetFailure notification "
                                  "occurred."),
                   1u);
         EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO", "SetTargetTag: tag"), 1u);
         EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_INFO",
-                                 std::string("FailedReason: ") + (iReason == 5   ? "genErr"
-                                                                  : iReason == 7 ? "wrongType"
-                                                                                 : "noCreation")),
+                                 std::string("FailedReason: ") + mte_Run_Reason2Str(iReason)),
                   1u);
     }
-}
-
-TEST_F(EventRunTest, SetWithoutObjectDoesNothing) {
-    MTE_SET_ENTRY_S stRow = SetReq("own", "ev", {}, 9, 1, "", 1);
-    MTE_TRIGGER_ROW_S stTrigger = Trigger();
-    uint32_t uiBefore = EventFailures();
-    EXPECT_EQ(mte_SET_SetValueByOID(&stTrigger, &stRow, nullptr, ""), 0u);
-    EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
-    EXPECT_EQ(EventFailures(), uiBefore);
 }
 
 // ---------------------------------------------------------------------------
