@@ -75,6 +75,13 @@ class EngineSampler : public ::testing::Test {
         return pstTrigger;
     }
 
+    // Instances 1..n of kIfIn in the default context, each valued its index.
+    static void Fill(uint32_t uiCount) {
+        for (uint32_t i = 1; i <= uiCount; ++i) {
+            FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), static_cast<int32_t>(i));
+        }
+    }
+
     // The worker freed it: the fixture must not.
     void Forget(MTE_TRIGGER_ENTRY_S* pstTrigger) {
         m_apTriggers.erase(std::remove(m_apTriggers.begin(), m_apTriggers.end(), pstTrigger),
@@ -189,6 +196,15 @@ TEST_F(EngineSampler, SingleRequestFiresExistenceWithFiveVariablesInOrder) {
     EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "Type of existence test: changed"), 1u);
     EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "Type of existence test: absent"), 1u);
     EXPECT_EQ(EventsRun().size(), 3u);
+
+    // Back as an unsigned value, without a target tag: sent with hot value 0.
+    FAKE_SNMP_SetUnsigned("", kScalar, 77, SNMP_VTYPE_GAUGE32);
+    pstTrigger->stRow.szTargetTag[0] = '\0';
+    Cycle(pstTrigger);
+    astNotifies = ENG_Notifies();
+    ASSERT_EQ(astNotifies.size(), 4u);
+    EXPECT_EQ(astNotifies[3].iLast, 0);
+    EXPECT_EQ(astNotifies[3].strTag, "");
 }
 
 TEST_F(EngineSampler, FailedRequestReportsItsReasonAndKeepsNoPreviousSample) {
@@ -219,9 +235,7 @@ TEST_F(EngineSampler, FailedRequestReportsItsReasonAndKeepsNoPreviousSample) {
 // --- walks --------------------------------------------------------------------
 
 TEST_F(EngineSampler, WalkOfTwelveInstancesTakesThreeBatches) {
-    for (uint32_t i = 1; i <= 12; ++i) {
-        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), static_cast<int32_t>(i));
-    }
+    Fill(12);
     FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 2, 1, 2, 2, 1, 11, 1}, 0);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
 
@@ -251,9 +265,7 @@ TEST_F(EngineSampler, WalkOfTwelveInstancesTakesThreeBatches) {
 }
 
 TEST_F(EngineSampler, NextCycleReportsGoneAndNewInstancesAndPairsTheRest) {
-    for (uint32_t i = 1; i <= 3; ++i) {
-        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), static_cast<int32_t>(10 * i));
-    }
+    Fill(3);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
     ENG_AddExistence(pstTrigger, "", MTE_EXIST_PRESENT | MTE_EXIST_ABSENT | MTE_EXIST_CHANGED, 0);
     Cycle(pstTrigger);
@@ -267,7 +279,7 @@ TEST_F(EngineSampler, NextCycleReportsGoneAndNewInstancesAndPairsTheRest) {
     auto astNotifies = ENG_Notifies();
     ASSERT_EQ(astNotifies.size(), 3u);
     EXPECT_EQ(astNotifies[0].astOid, Sub(kIfIn, {2}));  // gone, with its last value
-    EXPECT_EQ(astNotifies[0].iLast, 20);
+    EXPECT_EQ(astNotifies[0].iLast, 2);
     EXPECT_EQ(astNotifies[1].astOid, Sub(kIfIn, {3}));  // changed
     EXPECT_EQ(astNotifies[1].iLast, 31);
     EXPECT_EQ(astNotifies[2].astOid, Sub(kIfIn, {4}));  // new
@@ -278,9 +290,7 @@ TEST_F(EngineSampler, NextCycleReportsGoneAndNewInstancesAndPairsTheRest) {
 
 TEST_F(EngineSampler, InstanceMaximumReachedMidWalkKeepsOnlyTheLastRefusedSample) {
     mte_SCALAR_SetInstancesMax(3);
-    for (uint32_t i = 1; i <= 6; ++i) {
-        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1);
-    }
+    Fill(6);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
     ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
     ASSERT_EQ(mte_run_PumpQueue(1), 1u);
@@ -304,51 +314,53 @@ TEST_F(EngineSampler, InstanceMaximumReachedMidWalkKeepsOnlyTheLastRefusedSample
     mte_SCALAR_SetInstancesMax(0);
 }
 
-TEST_F(EngineSampler, ContextWalkVisitsThePrefixFirstThenLongerNamesAndStops) {
-    for (const char* pszContext : {"b", "c1", "c1a", "c1b", "c2"}) {
-        FAKE_SNMP_SetInteger(pszContext, kScalar, 1);
+// A context walk visits the prefix first, then longer names, and stops at the
+// first name past them. Contexts without the instance leave a marker: a batch
+// made only of them resumes after the last one instead of starting over. A
+// prefix that is no context of its own is passed over without a failure.
+TEST_F(EngineSampler, ContextWalksVisitThePrefixAndLongerNamesOnly) {
+    const struct {
+        std::vector<std::string> astValued, astEmpty;
+        const char* pszPrefix;
+        bool bOidWild;
+        std::vector<std::string> astVisited, astKept;  // no check of visits if empty
+    } astCases[] = {
+        {{"b", "c1", "c1a", "c1b", "c2"},
+         {},
+         "c1",
+         false,
+         {"c1", "c1a", "c1b"},
+         {"c1", "c1a", "c1b"}},
+        {{"c6", "d"},
+         {"c", "c1", "c2", "c3", "c4", "c5"},
+         "c",
+         false,
+         {"c", "c1", "c2", "c3", "c4", "c5", "c6"},
+         {"c6"}},
+        {{"vrf1", "vrf2"}, {}, "vrf", false, {}, {"vrf1", "vrf2"}},
+        {{"vrf1", "vrf2"}, {}, "vrf", true, {}, {"vrf1", "vrf2"}},
+    };
+    for (const auto& stCase : astCases) {
+        SCOPED_TRACE(&stCase - astCases);
+        FAKE_SNMP_Reset();
+        for (const std::string& strContext : stCase.astEmpty) {
+            FAKE_SNMP_AddContext(strContext);
+        }
+        for (const std::string& strContext : stCase.astValued) {
+            FAKE_SNMP_SetInteger(strContext, stCase.bOidWild ? Sub(kIfIn, {1}) : kScalar, 1);
+        }
+        MTE_TRIGGER_ENTRY_S* pstTrigger =
+            Make("ctx", stCase.bOidWild ? kIfIn : kScalar, stCase.pszPrefix, stCase.bOidWild, true);
+        Cycle(pstTrigger);
+        if (!stCase.astVisited.empty()) {
+            EXPECT_EQ(GetContexts(), stCase.astVisited);
+        }
+        EXPECT_EQ(PrevContexts(pstTrigger), stCase.astKept);
+        EXPECT_EQ(ENG_Instances(), stCase.astKept.size());
+        EXPECT_TRUE(ENG_Notifies().empty());
+        EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 0u);
+        SetState(pstTrigger, MTE_RUN_IDLE, true);
     }
-    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("ctx", kScalar, "c1", false, true);
-    Cycle(pstTrigger);
-    EXPECT_EQ(GetContexts(), (std::vector<std::string>{"c1", "c1a", "c1b"}));
-    EXPECT_EQ(PrevContexts(pstTrigger), (std::vector<std::string>{"c1", "c1a", "c1b"}));
-    EXPECT_EQ(ENG_Instances(), 3u);
-}
-
-// Contexts without the instance leave a marker: a batch made only of them
-// resumes after the last one instead of starting over from the prefix.
-TEST_F(EngineSampler, ContextWalkMovesPastContextsWithoutTheInstance) {
-    for (const char* pszContext : {"c", "c1", "c2", "c3", "c4", "c5", "c6", "d"}) {
-        FAKE_SNMP_AddContext(pszContext);
-    }
-    FAKE_SNMP_SetInteger("c6", kScalar, 6);
-    FAKE_SNMP_SetInteger("d", kScalar, 1);
-    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("ctx", kScalar, "c", false, true);
-    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
-    ASSERT_EQ(mte_run_PumpQueue(1), 1u);
-    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
-    ENG_PumpAll();
-    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
-    EXPECT_EQ(GetContexts(), (std::vector<std::string>{"c", "c1", "c2", "c3", "c4", "c5", "c6"}));
-    EXPECT_EQ(PrevContexts(pstTrigger), (std::vector<std::string>{"c6"}));
-    EXPECT_EQ(ENG_Instances(), 1u);
-}
-
-// A prefix that is no context of its own is passed over without a failure.
-TEST_F(EngineSampler, ContextWalksGoOnWhenThePrefixIsNoContext) {
-    FAKE_SNMP_SetInteger("vrf1", kScalar, 1);
-    FAKE_SNMP_SetInteger("vrf2", kScalar, 2);
-    MTE_TRIGGER_ENTRY_S* pstContexts = Make("ctx", kScalar, "vrf", false, true);
-    Cycle(pstContexts);
-    EXPECT_EQ(PrevContexts(pstContexts), (std::vector<std::string>{"vrf1", "vrf2"}));
-
-    FAKE_SNMP_SetInteger("vrf1", Sub(kIfIn, {1}), 1);
-    FAKE_SNMP_SetInteger("vrf2", Sub(kIfIn, {1}), 1);
-    MTE_TRIGGER_ENTRY_S* pstBoth = Make("both", kIfIn, "vrf", true, true);
-    Cycle(pstBoth);
-    EXPECT_EQ(PrevContexts(pstBoth), (std::vector<std::string>{"vrf1", "vrf2"}));
-    EXPECT_TRUE(ENG_Notifies().empty());
-    EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 0u);
 }
 
 TEST_F(EngineSampler, WalkOverInstancesAndContextsKeepsContextThenOidOrder) {
@@ -378,9 +390,7 @@ TEST_F(EngineSampler, WalkOverInstancesAndContextsKeepsContextThenOidOrder) {
 }
 
 TEST_F(EngineSampler, FailedWalkStepReportsAndFlushesThePreviousCycle) {
-    for (uint32_t i = 1; i <= 4; ++i) {
-        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1);
-    }
+    Fill(4);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
     ENG_AddExistence(pstTrigger, "", MTE_EXIST_ABSENT, 0);
     Cycle(pstTrigger);
@@ -398,9 +408,7 @@ TEST_F(EngineSampler, FailedWalkStepReportsAndFlushesThePreviousCycle) {
 }
 
 TEST_F(EngineSampler, FullQueueEndsTheWalkAtTheEndOfTheBatch) {
-    for (uint32_t i = 1; i <= 12; ++i) {
-        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1);
-    }
+    Fill(12);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
     ENG_AddExistence(pstTrigger, "", MTE_EXIST_ABSENT, 0);
     Cycle(pstTrigger);
@@ -460,9 +468,7 @@ TEST_F(EngineSampler, RequestsMadeWhileQueuedAreCompletedAtDequeue) {
 }
 
 TEST_F(EngineSampler, StopDestroyAndRestartBetweenBatchesOfAWalk) {
-    for (uint32_t i = 1; i <= 12; ++i) {
-        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1);
-    }
+    Fill(12);
     for (uint32_t uiState : {MTE_RUN_CANCELLED, MTE_RUN_DELETED, MTE_RUN_RESTART}) {
         SCOPED_TRACE(uiState);
         MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
@@ -526,6 +532,7 @@ TEST_F(EngineSampler, StopOrDestroyDuringTheAgentRequestDropsTheResult) {
 }
 
 TEST_F(EngineSampler, TimerExpiryWhileBusyReportsAnOverrun) {
+    mte_DBG_EnableSwitch(MTE_DBG_INFO);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar, "ctxA");
     ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
     EXPECT_EQ(mte_RUN_ProcTimer(pstTrigger), 0u);
@@ -537,6 +544,12 @@ TEST_F(EngineSampler, TimerExpiryWhileBusyReportsAnOverrun) {
     EXPECT_EQ(astNotifies[0].astOid, kScalar);
     EXPECT_EQ(astNotifies[0].strContext, "ctxA");
     EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 1u);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
+                             "\r\n   Condition to generate the mteTriggerFailure notification "
+                             "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: t\r\n   "
+                             "TriggerTargetTag: N/A\r\n   ContextName: ctxA\r\n   ValueID: "
+                             "1.3.6.1.4.1.99.1.0\r\n   FailedReason: sampleOverrun"),
+              1u);
     // The pending cycle is not disturbed: one message, one sample.
     EXPECT_EQ(ENG_PumpAll(), 1u);
 }
@@ -636,8 +649,8 @@ TEST_F(EngineSampler, AgentRestartIsNoDeltaAndTheNextRealRiseFires) {
         for (uint32_t i = 1; bWalk && i <= 6; ++i) {
             FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1000);
         }
-        MTE_TRIGGER_ENTRY_S* pstTrigger = DeltaThreshold(
-            bWalk ? Make("dw", kIfIn, "", true) : Make("d", kScalar));
+        MTE_TRIGGER_ENTRY_S* pstTrigger =
+            DeltaThreshold(bWalk ? Make("dw", kIfIn, "", true) : Make("d", kScalar));
         ENG_AddDelta(pstTrigger, kUpTime, false, MTE_DELTA_TIME_TICKS);
         mte_DBG_EnableSwitch(MTE_DBG_INFO);
         struct {
@@ -709,30 +722,8 @@ TEST_F(EngineSampler, PerInstanceTimeStampSkipsOnlyTheResetInstance) {
     EXPECT_EQ(ENG_Notifies()[1].strName, "mteTriggerRising");
 }
 
-TEST_F(EngineSampler, UnsignedValuesAreSentWithHotValueZero) {
-    FAKE_SNMP_SetUnsigned("", kScalar, 77, SNMP_VTYPE_GAUGE32);
-    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar);
-    ENG_AddExistence(pstTrigger, "");
-    Cycle(pstTrigger);
-    auto astNotifies = ENG_Notifies();
-    ASSERT_EQ(astNotifies.size(), 1u);
-    EXPECT_EQ(astNotifies[0].iLast, 0);
-    EXPECT_EQ(astNotifies[0].strTag, "");
-}
-
 TEST_F(EngineSampler, DebugTextsListTheirPiecesInOrder) {
     mte_DBG_EnableSwitch(MTE_DBG_INFO);
-    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar, "ctxA");
-    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
-    mte_RUN_ProcTimer(pstTrigger);
-    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
-                             "\r\n   Condition to generate the mteTriggerFailure notification "
-                             "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: t\r\n   "
-                             "TriggerTargetTag: N/A\r\n   ContextName: ctxA\r\n   ValueID: "
-                             "1.3.6.1.4.1.99.1.0\r\n   FailedReason: sampleOverrun"),
-              1u);
-    ENG_PumpAll();
-
     FAKE_SNMP_SetInteger("", kScalar, 12);
     MTE_TRIGGER_ENTRY_S* pstRising = Make("r", kScalar);
     strcpy(pstRising->stRow.szTargetTag, "tag");
@@ -776,17 +767,9 @@ TEST_F(EngineSampler, DrainReturnsQueuedTriggersToIdleAndFreesDestroyedOnes) {
     EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
 }
 
-TEST_F(EngineSampler, FiniDropsQueuedMessagesWithoutTouchingTheirTriggers) {
-    MTE_TRIGGER_ENTRY_S* pstKept = Make("kept", kScalar);
-    ASSERT_EQ(ENG_Queue(pstKept), 0u);
-    mte_RUN_Fini();
-    EXPECT_EQ(mte_RUN_GetEventFd(), -1);
-    EXPECT_EQ(pstKept->uiRunState, MTE_RUN_BUSY);
-    EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
-    mte_RUN_Fini();
-}
-
-TEST_F(EngineSampler, ExitAloneLeavesTheQueueAsItIs) {
+// An exit alone leaves the queue as it is; the end drops the queued messages
+// without touching their triggers.
+TEST_F(EngineSampler, ExitLeavesTheQueueAndFiniDropsIt) {
     MTE_TRIGGER_ENTRY_S* pstA = Make("a", kScalar);
     ASSERT_EQ(ENG_Queue(pstA), 0u);
     int iCtrl = mte_RUN_GetEventFd();
@@ -794,6 +777,14 @@ TEST_F(EngineSampler, ExitAloneLeavesTheQueueAsItIs) {
     mte_run_CtrlProc(EPOLLIN, iCtrl);
     EXPECT_EQ(pstA->uiRunState, MTE_RUN_BUSY);
     EXPECT_EQ(mte_run_PumpQueue(10), 1u);
+
+    ASSERT_EQ(ENG_Queue(pstA), 0u);
+    uint64_t ulCalls = FAKE_SNMP_CallCount();
+    mte_RUN_Fini();
+    EXPECT_EQ(mte_RUN_GetEventFd(), -1);
+    EXPECT_EQ(pstA->uiRunState, MTE_RUN_BUSY);
+    EXPECT_EQ(FAKE_SNMP_CallCount(), ulCalls);
+    mte_RUN_Fini();
 }
 
 }  // namespace
