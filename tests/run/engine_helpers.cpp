@@ -138,14 +138,6 @@ std::vector<ENG_NOTIFY_S> ENG_Notifies(void) {
     return astOut;
 }
 
-std::vector<std::string> ENG_NotifyNames(void) {
-    std::vector<std::string> astNames;
-    for (const auto& stNotify : FAKE_SNMP_Notifies()) {
-        astNames.push_back(stNotify.strName);
-    }
-    return astNames;
-}
-
 uint32_t ENG_Queue(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
     uint32_t uiResult = mte_RUN_Sample4AtOnce(pstTrigger);

@@ -42,7 +42,6 @@ struct ENG_NOTIFY_S {
     std::vector<uint32_t> auiTypes;
 };
 std::vector<ENG_NOTIFY_S> ENG_Notifies(void);
-std::vector<std::string> ENG_NotifyNames(void);
 
 // Queues the trigger at once (as the timer would) under its lock.
 uint32_t ENG_Queue(MTE_TRIGGER_ENTRY_S* pstTrigger);
