@@ -73,44 +73,37 @@ TEST_F(TimerTest, PeriodsInWholeAndPartialTicks) {
     }
 }
 
+// Resuming restarts the countdown (one full period before the next expiry); a
+// second activation of a running timer changes nothing; a restart takes the
+// new period, and of a suspended timer does not run it.
 TEST_F(TimerTest, SuspendResumeAndRestartWithNewPeriod) {
+    constexpr uint32_t NONE = 99;
+    const struct {
+        uint32_t uiStatus, uiPeriodMs;
+        int iTicks, iFired;
+    } astSteps[] = {
+        {NONE, 0, 4, 2},
+        {TIMER_STATUS_SUSPEND, 0, 10, 2},
+        {TIMER_STATUS_ACTIVE, 0, 1, 2},
+        {NONE, 0, 1, 3},
+        {NONE, 0, 1, 3},
+        {TIMER_STATUS_ACTIVE, 0, 1, 4},
+        {TIMER_STATUS_RESTART, 5000, 4, 4},
+        {NONE, 0, 1, 5},
+        {TIMER_STATUS_SUSPEND, 0, 0, 5},
+        {TIMER_STATUS_RESTART, 1000, 3, 5},
+        {TIMER_STATUS_ACTIVE, 0, 3, 8},
+    };
     Probe stProbe;
     int64_t llId = Create(&stProbe, 2000);
-    Ticks(4);
-    EXPECT_EQ(2, stProbe.iFired);
-
-    ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_SUSPEND, 0));
-    Ticks(10);
-    EXPECT_EQ(2, stProbe.iFired);
-
-    // Resuming restarts the countdown: one full period before the next expiry.
-    ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_ACTIVE, 0));
-    Ticks(1);
-    EXPECT_EQ(2, stProbe.iFired);
-    Ticks(1);
-    EXPECT_EQ(3, stProbe.iFired);
-
-    // A second activation of a running timer changes nothing.
-    Ticks(1);
-    ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_ACTIVE, 0));
-    Ticks(1);
-    EXPECT_EQ(4, stProbe.iFired);
-
-    ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_RESTART, 5000));
-    Ticks(4);
-    EXPECT_EQ(4, stProbe.iFired);
-    Ticks(1);
-    EXPECT_EQ(5, stProbe.iFired);
-
-    // A restart of a suspended timer takes the period but does not run it.
-    ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_SUSPEND, 0));
-    ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_RESTART, 1000));
-    Ticks(3);
-    EXPECT_EQ(5, stProbe.iFired);
-    ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_ACTIVE, 0));
-    Ticks(3);
-    EXPECT_EQ(8, stProbe.iFired);
-
+    for (const auto& stStep : astSteps) {
+        SCOPED_TRACE(&stStep - astSteps);
+        if (stStep.uiStatus != NONE) {
+            ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, stStep.uiStatus, stStep.uiPeriodMs));
+        }
+        Ticks(stStep.iTicks);
+        EXPECT_EQ(stStep.iFired, stProbe.iFired);
+    }
     EXPECT_NE(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_RESTART, 0));
     EXPECT_NE(0u, Timer_SetStatus(m_ulSet, llId, 2, 0));
 }

@@ -33,13 +33,10 @@ TEST(ConvAbsolute, FitsOrNot) {
     int32_t iNeg = -7;
     EXPECT_EQ(mte_RUN_AbsoluteVal(MTE_VKIND_SIGNED32, &iNeg, &iOut), 0u);
     EXPECT_EQ(iOut, -7);
-}
-
-TEST(ConvAbsolute, ReadsUnalignedValues) {
+    // Values are read unaligned.
     unsigned char aucBuf[16] = {};
     uint64_t ulValue = 77;
     memcpy(aucBuf + 1, &ulValue, sizeof(ulValue));
-    int32_t iOut = 0;
     EXPECT_EQ(mte_RUN_AbsoluteVal(MTE_VKIND_UNSIGNED64, aucBuf + 1, &iOut), 0u);
     EXPECT_EQ(iOut, 77);
 }
@@ -88,31 +85,26 @@ TEST(ConvDelta, Table) {
     EXPECT_EQ(iOut, 999);
 }
 
-TEST(ConvReason, PlatformCodes) {
-    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0), 0);
-    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010055), 1);
-    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010050), 18);
-    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010057), 2);
-    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010059), 0);
-    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010054), 0);
-    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010052), 5);
-    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x6101005a), 13);
-    EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(0x61010099), 5);
-    EXPECT_STREQ(mte_Run_Reason2Str(mte_RUN_convertErrCodeMor2Mte(0x61010099)), "genErr");
-}
-
-TEST(ConvReason, NamesAndOutOfRange) {
-    EXPECT_STREQ(mte_Run_Reason2Str(-6), "sampleOverrun");
-    EXPECT_STREQ(mte_Run_Reason2Str(-5), "badType");
-    EXPECT_STREQ(mte_Run_Reason2Str(-1), "localResourceLack");
-    EXPECT_STREQ(mte_Run_Reason2Str(0), "noError");
-    EXPECT_STREQ(mte_Run_Reason2Str(1), "tooBig");
-    EXPECT_STREQ(mte_Run_Reason2Str(13), "resourceUnavailable");
-    EXPECT_STREQ(mte_Run_Reason2Str(18), "inconsistentName");
-    EXPECT_STREQ(mte_Run_Reason2Str(-7), "unknown");
-    EXPECT_STREQ(mte_Run_Reason2Str(19), "unknown");
-    EXPECT_STREQ(mte_Run_Reason2Str(INT32_MIN), "unknown");
-    EXPECT_STREQ(mte_Run_Reason2Str(INT32_MAX), "unknown");
+TEST(ConvReason, PlatformCodesAndNames) {
+    const struct {
+        uint32_t uiCode;
+        int32_t iReason;
+    } astCodes[] = {{0, 0},          {0x61010055, 1},  {0x61010050, 18},
+                    {0x61010057, 2}, {0x61010059, 0},  {0x61010054, 0},
+                    {0x61010052, 5}, {0x6101005a, 13}, {0x61010099, 5}};
+    for (const auto& stCode : astCodes) {
+        EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(stCode.uiCode), stCode.iReason) << stCode.uiCode;
+    }
+    const struct {
+        int32_t iReason;
+        const char* pszName;
+    } astNames[] = {{-6, "sampleOverrun"},    {-5, "badType"},       {-1, "localResourceLack"},
+                    {0, "noError"},           {1, "tooBig"},         {13, "resourceUnavailable"},
+                    {18, "inconsistentName"}, {-7, "unknown"},       {19, "unknown"},
+                    {INT32_MIN, "unknown"},   {INT32_MAX, "unknown"}};
+    for (const auto& stName : astNames) {
+        EXPECT_STREQ(mte_Run_Reason2Str(stName.iReason), stName.pszName);
+    }
 }
 
 // The basic append, owner and copy cases are covered with the message
