@@ -329,7 +329,7 @@ TEST_F(EngineSampler, ContextWalksVisitThePrefixAndLongerNamesOnly) {
         bool bOidWild;
         std::vector<std::string> astVisited, astKept;  // no check of visits if empty
     } astCases[] = {
-        {{"b", "c1", "c1a", "c1b", "c2"},
+        {{"b", "c1", "c1a", "c1b", "c2x"},
          {},
          "c1",
          false,
