@@ -27,15 +27,17 @@ std::map<FAKE_OID, uint32_t> g_mapFailures;
 uint32_t g_uiStallMs = 0;
 uint32_t g_uiStalled = 0;  // requests sleeping in their stall right now
 uint32_t g_uiTrapResult = 0;
-std::vector<FAKE_SNMP_REQ_S> g_astGets, g_astGetNexts;
-std::vector<FAKE_SNMP_TRAP_S> g_astTraps;
-std::vector<FAKE_SNMP_NOTIFY_S> g_astNotifies;
-std::vector<FAKE_SNMP_SET_S> g_astSets;
-std::vector<std::string> g_astJournal;
-std::vector<const void*> g_apEndedWalks;
+struct CAPTURE_S {  // what the client asked and sent since the last reset
+    std::vector<FAKE_SNMP_REQ_S> astGets, astGetNexts;
+    std::vector<FAKE_SNMP_TRAP_S> astTraps;
+    std::vector<FAKE_SNMP_NOTIFY_S> astNotifies;
+    std::vector<FAKE_SNMP_SET_S> astSets;
+    std::vector<std::string> astJournal;
+    std::vector<const void*> apEndedWalks;
+    uint64_t ulCalls = 0;
+    int64_t llLiveValues = 0, llLiveHandles = 0;
+} g_stCap;
 thread_local const void* g_pWalk = nullptr;
-uint64_t g_ulCalls = 0;
-int64_t g_llLiveValues = 0, g_llLiveHandles = 0;
 
 struct NOTIFY_HANDLE_S {
     std::vector<FAKE_SNMP_VAR_S> astVars;
@@ -61,7 +63,7 @@ void EnterRequest(void) {
     uint32_t uiMs;
     {
         std::lock_guard guard(g_stLock);
-        ++g_ulCalls;
+        ++g_stCap.ulCalls;
         uiMs = g_uiStallMs;
         if (uiMs == 0) {
             return;
@@ -90,14 +92,14 @@ SNMP_VALUE_S* NewValue(const VALUE_S& stValue) {
     memcpy(pstValue->pData, stValue.strBytes.data(), stValue.strBytes.size());
     pstValue->uiLen = static_cast<uint32_t>(stValue.strBytes.size());
     pstValue->uiType = stValue.uiType;
-    ++g_llLiveValues;
+    ++g_stCap.llLiveValues;
     return pstValue;
 }
 
 // One get under the lock: recorded, answered from the MIB.
 SNMP_VALUE_S* Get(const char* pszOwner, const char* pszContext, const FAKE_OID& astOid,
                   uint32_t* puiStatus) {
-    g_astGets.push_back({Str(pszOwner), Str(pszContext), astOid});
+    g_stCap.astGets.push_back({Str(pszOwner), Str(pszContext), astOid});
     MIB_MAP* pMib = Find(pszContext, astOid, puiStatus);
     if (pMib == nullptr) {
         return nullptr;
@@ -141,15 +143,7 @@ void FAKE_SNMP_Reset(void) {
     g_mapMib = {{"", {}}};
     g_mapFailures.clear();
     g_uiStallMs = g_uiTrapResult = 0;
-    g_astGets.clear();
-    g_astGetNexts.clear();
-    g_astTraps.clear();
-    g_astNotifies.clear();
-    g_astSets.clear();
-    g_astJournal.clear();
-    g_apEndedWalks.clear();
-    g_ulCalls = 0;
-    g_llLiveValues = g_llLiveHandles = 0;
+    g_stCap = {};
 }
 
 void FAKE_SNMP_AddContext(const std::string& strContext) {
@@ -213,34 +207,34 @@ void FAKE_SNMP_SetTrapResult(uint32_t uiStatus) {
 }
 
 std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_Gets(void) {
-    return Locked(g_astGets);
+    return Locked(g_stCap.astGets);
 }
 std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_GetNexts(void) {
-    return Locked(g_astGetNexts);
+    return Locked(g_stCap.astGetNexts);
 }
 std::vector<const void*> FAKE_SNMP_EndedWalks(void) {
-    return Locked(g_apEndedWalks);
+    return Locked(g_stCap.apEndedWalks);
 }
 std::vector<FAKE_SNMP_TRAP_S> FAKE_SNMP_Traps(void) {
-    return Locked(g_astTraps);
+    return Locked(g_stCap.astTraps);
 }
 std::vector<FAKE_SNMP_NOTIFY_S> FAKE_SNMP_Notifies(void) {
-    return Locked(g_astNotifies);
+    return Locked(g_stCap.astNotifies);
 }
 std::vector<FAKE_SNMP_SET_S> FAKE_SNMP_Sets(void) {
-    return Locked(g_astSets);
+    return Locked(g_stCap.astSets);
 }
 std::vector<std::string> FAKE_SNMP_Journal(void) {
-    return Locked(g_astJournal);
+    return Locked(g_stCap.astJournal);
 }
 uint64_t FAKE_SNMP_CallCount(void) {
-    return Locked(g_ulCalls);
+    return Locked(g_stCap.ulCalls);
 }
 int64_t FAKE_SNMP_LiveValues(void) {
-    return Locked(g_llLiveValues);
+    return Locked(g_stCap.llLiveValues);
 }
 int64_t FAKE_SNMP_LiveHandles(void) {
-    return Locked(g_llLiveHandles);
+    return Locked(g_stCap.llLiveHandles);
 }
 
 // ---------------------------------------------------------------------------
@@ -274,7 +268,7 @@ SNMP_VALUE_S* SNMP_GetNextInstanceValue(const char* pszOwner, const char* pszCon
     EnterRequest();
     FAKE_OID astOid = FAKE_SNMP_ToVector(*pstOid);
     std::lock_guard guard(g_stLock);
-    g_astGetNexts.push_back({Str(pszOwner), Str(pszContext), astOid, g_pWalk});
+    g_stCap.astGetNexts.push_back({Str(pszOwner), Str(pszContext), astOid, g_pWalk});
     uint32_t uiStatus = 0;
     SNMP_VALUE_S* pstValue = nullptr;
     if (MIB_MAP* pMib = Find(pszContext, astOid, &uiStatus); pMib != nullptr) {
@@ -298,7 +292,7 @@ void SNMP_SetWalk(const void* pWalk) {
 
 void SNMP_EndWalk(const void* pWalk) {
     std::lock_guard guard(g_stLock);
-    g_apEndedWalks.push_back(pWalk);
+    g_stCap.apEndedWalks.push_back(pWalk);
 }
 
 uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext) {
@@ -315,9 +309,9 @@ uint32_t SNMP_GetNextContextName(uint32_t uiSize, char* pszContext) {
 
 void SNMP_FreeInstanceValue(SNMP_VALUE_S* pstValue) {
     std::lock_guard guard(g_stLock);
-    ++g_ulCalls;
+    ++g_stCap.ulCalls;
     if (pstValue != nullptr) {
-        --g_llLiveValues;
+        --g_stCap.llLiveValues;
         free(pstValue->pData);
         free(pstValue);
     }
@@ -325,15 +319,15 @@ void SNMP_FreeInstanceValue(SNMP_VALUE_S* pstValue) {
 
 SNMP_NOTIFY_HANDLE SNMP_CreateNotifyHandle(void) {
     std::lock_guard guard(g_stLock);
-    ++g_ulCalls;
-    ++g_llLiveHandles;
+    ++g_stCap.ulCalls;
+    ++g_stCap.llLiveHandles;
     return new NOTIFY_HANDLE_S;
 }
 
 uint32_t SNMP_AddNotifyVar(SNMP_NOTIFY_HANDLE hNotify, const SNMP_NOTIFY_VAR_S* pstVar,
                            uint32_t uiFlags) {
     std::lock_guard guard(g_stLock);
-    ++g_ulCalls;
+    ++g_stCap.ulCalls;
     const char* pc = static_cast<const char*>(pstVar->pValue);
     static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars.push_back(
         {pstVar->uiType, pc == nullptr ? std::string{} : std::string(pc, pstVar->uiLen)});
@@ -342,15 +336,15 @@ uint32_t SNMP_AddNotifyVar(SNMP_NOTIFY_HANDLE hNotify, const SNMP_NOTIFY_VAR_S* 
 
 uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
     std::lock_guard guard(g_stLock);
-    ++g_ulCalls;
-    g_astNotifies.push_back({Str(pszName), static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars});
+    ++g_stCap.ulCalls;
+    g_stCap.astNotifies.push_back({Str(pszName), static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars});
     return 0;
 }
 
 uint32_t SNMP_DestroyNotifyHandle(SNMP_NOTIFY_HANDLE hNotify) {
     std::lock_guard guard(g_stLock);
-    ++g_ulCalls;
-    --g_llLiveHandles;
+    ++g_stCap.ulCalls;
+    --g_stCap.llLiveHandles;
     delete static_cast<NOTIFY_HANDLE_S*>(hNotify);
     return 0;
 }
@@ -367,9 +361,9 @@ uint32_t SNMP_SendTrapByVBList(const MTE_OID_S* pstNotification, const char* psz
                  : std::string(static_cast<const char*>(pstValue->pData), pstValue->uiLen)});
     }
     std::lock_guard guard(g_stLock);
-    ++g_ulCalls;
-    g_astTraps.push_back(stTrap);
-    g_astJournal.push_back("trap " + FAKE_SNMP_OidStr(stTrap.astNotification));
+    ++g_stCap.ulCalls;
+    g_stCap.astTraps.push_back(stTrap);
+    g_stCap.astJournal.push_back("trap " + FAKE_SNMP_OidStr(stTrap.astNotification));
     return g_uiTrapResult;
 }
 
@@ -389,8 +383,8 @@ uint32_t SNMP_SetIntegerValueByOID(const char* pszOwner, const char* pszContext,
             it->second.strBytes = Bytes(iValue);
         }
     }
-    g_astSets.push_back({Str(pszOwner), Str(pszContext), astOid, iValue, uiStatus});
-    g_astJournal.push_back("set " + Str(pszContext) + " " + FAKE_SNMP_OidStr(astOid));
+    g_stCap.astSets.push_back({Str(pszOwner), Str(pszContext), astOid, iValue, uiStatus});
+    g_stCap.astJournal.push_back("set " + Str(pszContext) + " " + FAKE_SNMP_OidStr(astOid));
     return uiStatus;
 }
 

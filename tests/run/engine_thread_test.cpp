@@ -75,24 +75,27 @@ class EngineThread : public ::testing::Test {
     }
 
     static uint32_t Create(const char* pszName, const FAKE_OID& astOid, uint32_t uiFrequency,
-                           uint32_t uiStatus = MTE_ROW_CREATE_AND_GO, bool bWildcard = false) {
+                           uint32_t uiStatus = MTE_ROW_CREATE_AND_GO, bool bWildcard = false,
+                           uint8_t ucTest = MTE_TEST_EXISTENCE) {
         MTE_TRIGGER_ROW_S stRow{};
         strcpy(stRow.szOwner, "own");
         strncpy(stRow.szName, pszName, MTE_NAME_SIZE - 1);
         stRow.stValueID = FAKE_SNMP_MakeOid(astOid);
         stRow.uiValueIDWildcard = bWildcard ? MTE_TRUE : MTE_FALSE;
         stRow.uiFrequency = uiFrequency;
-        stRow.ucTest = MTE_TEST_EXISTENCE;
+        stRow.ucTest = ucTest;
         stRow.uiEntryStatus = uiStatus;
         uint32_t uiFailed = 0;
-        return mte_TRIGGER_Set(&stRow, kCreateMask, &uiFailed);
+        uint32_t uiBoolean =
+            ucTest == MTE_TEST_BOOLEAN ? MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_BOOLEAN) : 0;
+        return mte_TRIGGER_Set(&stRow, kCreateMask | uiBoolean, &uiFailed);
     }
 
-    static uint32_t Destroy(const char* pszName) {
+    static uint32_t SetStatus(const char* pszName, uint32_t uiStatus) {
         MTE_TRIGGER_ROW_S stRow{};
         strcpy(stRow.szOwner, "own");
         strncpy(stRow.szName, pszName, MTE_NAME_SIZE - 1);
-        stRow.uiEntryStatus = MTE_ROW_DESTROY;
+        stRow.uiEntryStatus = uiStatus;
         uint32_t uiFailed = 0;
         return mte_TRIGGER_Set(&stRow, MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS), &uiFailed);
     }
@@ -235,7 +238,7 @@ TEST_F(EngineThread, DestroyWhileTheWorkerAsksTheAgentLeavesTheFreeToTheWorker) 
     FAKE_SNMP_SetStallMs(300);
     PortUp();
     ASSERT_TRUE(FAKE_SNMP_WaitForStall(3000));
-    EXPECT_EQ(Destroy("a"), 0u);
+    EXPECT_EQ(SetStatus("a", MTE_ROW_DESTROY), 0u);
     EXPECT_EQ(Entry("a"), nullptr);
     // The worker lets go of it; a new trigger of the same name samples normally.
     FAKE_SNMP_SetStallMs(0);
@@ -263,18 +266,7 @@ TEST_F(EngineThread, FiredEventSetsTheInstanceThatFired) {
                        MTE_COLUMN_BIT(MTE_EVENT_COL_ENTRY_STATUS)),
               0u);
 
-    MTE_TRIGGER_ROW_S stRow{};
-    strcpy(stRow.szOwner, "own");
-    strcpy(stRow.szName, "b");
-    stRow.stValueID = FAKE_SNMP_MakeOid(kTable);
-    stRow.uiValueIDWildcard = MTE_TRUE;
-    stRow.uiFrequency = 60;
-    stRow.ucTest = MTE_TEST_BOOLEAN;
-    stRow.uiEntryStatus = MTE_ROW_CREATE_AND_WAIT;
-    uint32_t uiFailed = 0;
-    ASSERT_EQ(mte_TRIGGER_Set(&stRow, kCreateMask | MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_BOOLEAN),
-                              &uiFailed),
-              0u);
+    ASSERT_EQ(Create("b", kTable, 60, MTE_ROW_CREATE_AND_WAIT, true, MTE_TEST_BOOLEAN), 0u);
     MTE_BOOL_ENTRY_S stBool{};
     strcpy(stBool.szOwner, "own");
     strcpy(stBool.szName, "b");
@@ -282,14 +274,14 @@ TEST_F(EngineThread, FiredEventSetsTheInstanceThatFired) {
     stBool.iValue = 10;
     strcpy(stBool.szEventOwner, "own");
     strcpy(stBool.szEvent, "evSet");
+    uint32_t uiFailed = 0;
     ASSERT_EQ(mte_BOOL_Set(
                   &stBool,
                   MTE_COLUMN_BIT(MTE_BOOL_COL_COMPARISON) | MTE_COLUMN_BIT(MTE_BOOL_COL_VALUE) |
                       MTE_COLUMN_BIT(MTE_BOOL_COL_EVENT_OWNER) | MTE_COLUMN_BIT(MTE_BOOL_COL_EVENT),
                   &uiFailed),
               0u);
-    stRow.uiEntryStatus = MTE_ROW_ACTIVE;
-    ASSERT_EQ(mte_TRIGGER_Set(&stRow, MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS), &uiFailed), 0u);
+    ASSERT_EQ(SetStatus("b", MTE_ROW_ACTIVE), 0u);
 
     PortUp();
     ASSERT_TRUE(WaitFor([] { return FAKE_SNMP_Sets().size() == 1; }));
