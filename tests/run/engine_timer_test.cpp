@@ -118,19 +118,10 @@ TEST_F(EngineTimer, PortUpMakesTheSetAndTriggerTimersRunInMilliseconds) {
     m_pstTrigger->llTimerId = -1;
 }
 
-TEST_F(EngineTimer, FailedTimerCreationIsTracedAndKeepsTheId) {
-    ASSERT_EQ(mte_TIMER_StartAll(), 0u);
-    FAKE_TIMER_Fail("Create", true);
-    EXPECT_NE(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
-    EXPECT_EQ(m_pstTrigger->llTimerId, -1);
-    EXPECT_EQ(
-        FAKE_LOG_Count(MTE_DBG_MNEMONIC_TRACE, "Trigger entry own-t: Failed to create a timer."),
-        1u);
-    // Without a timer there is nothing to suspend: taking it out of service works.
-    EXPECT_EQ(mte_RUN_TriggerDisable(m_pstTrigger), 0u);
-}
-
-TEST_F(EngineTimer, FailedInitTearsEverythingDownAndTheNextPortUpRetries) {
+// A set that fails to start is torn down when the port-up made it, and only
+// stopped when it holds trigger timers; a timer that cannot be made is
+// traced and leaves the trigger without one.
+TEST_F(EngineTimer, FailuresToStartAreTracedAndTheNextPortUpRetries) {
     FAKE_TIMER_Fail("Initialize", true);
     EXPECT_NE(mte_TIMER_StartAll(), 0u);
     EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_TRACE, "Failed to initialize timer instances."), 1u);
@@ -139,10 +130,16 @@ TEST_F(EngineTimer, FailedInitTearsEverythingDownAndTheNextPortUpRetries) {
     FAKE_TIMER_Fail("Initialize", false);
     EXPECT_EQ(mte_TIMER_StartAll(), 0u);
     EXPECT_GE(mte_GetNotifyEvtFd(), 0);
-}
 
-TEST_F(EngineTimer, ASetHoldingTriggerTimersIsStoppedNotFinalizedWhenItFailsToRestart) {
-    ASSERT_EQ(mte_TIMER_StartAll(), 0u);
+    FAKE_TIMER_Fail("Create", true);
+    EXPECT_NE(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
+    EXPECT_EQ(m_pstTrigger->llTimerId, -1);
+    EXPECT_EQ(
+        FAKE_LOG_Count(MTE_DBG_MNEMONIC_TRACE, "Trigger entry own-t: Failed to create a timer."),
+        1u);
+    EXPECT_EQ(mte_RUN_TriggerDisable(m_pstTrigger), 0u);  // nothing to suspend
+    FAKE_TIMER_Fail("Create", false);
+
     ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
     ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
     EXPECT_EQ(FAKE_TIMER_Calls().back(), "Config 0");
@@ -153,7 +150,7 @@ TEST_F(EngineTimer, ASetHoldingTriggerTimersIsStoppedNotFinalizedWhenItFailsToRe
     EXPECT_EQ(mte_TIMER_StartAll(), 0u);
     ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
     EXPECT_EQ(FAKE_TIMER_Live(), 1u);
-    EXPECT_EQ(FAKE_TIMER_CallCount("Create"), 1u);
+    EXPECT_EQ(FAKE_TIMER_CallCount("Create"), 2u);  // the failed one and the one kept
 }
 
 // The tick is disarmed while the port is down; missed seconds are announced
