@@ -167,14 +167,19 @@ void FAKE_SNMP_SetString(const std::string& strContext, const FAKE_OID& astOid,
 
 void FAKE_SNMP_Remove(const std::string& strContext, const FAKE_OID& astOid) {
     std::lock_guard guard(g_stLock);
-    g_mapMib[strContext].erase(astOid);
+    if (auto it = g_mapMib.find(strContext); it != g_mapMib.end()) {
+        it->second.erase(astOid);
+    }
 }
 
 bool FAKE_SNMP_GetInteger(const std::string& strContext, const FAKE_OID& astOid, int32_t* piOut) {
     std::lock_guard guard(g_stLock);
-    const MIB_MAP& mapMib = g_mapMib[strContext];
-    auto it = mapMib.find(astOid);
-    if (it == mapMib.end() || it->second.strBytes.size() != sizeof(int32_t)) {
+    auto itCtx = g_mapMib.find(strContext);
+    if (itCtx == g_mapMib.end()) {
+        return false;
+    }
+    auto it = itCtx->second.find(astOid);
+    if (it == itCtx->second.end() || it->second.strBytes.size() != sizeof(int32_t)) {
         return false;
     }
     memcpy(piOut, it->second.strBytes.data(), sizeof(int32_t));
