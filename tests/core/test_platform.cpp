@@ -157,15 +157,14 @@ std::string StderrOfChildLogging(bool bPipeIsJournal) {
     return strOut.empty() ? strOut : strOut + "@" + std::to_string(iPid);
 }
 
-TEST(LogTest, LinesAreCopiedToStandardErrorWithTheirMnemonic) {
+// Lines are copied to standard error with their mnemonic, unless standard
+// error is the journal's stream and the log socket takes them.
+TEST(LogTest, LinesAreCopiedToStandardErrorUnlessItIsTheJournal) {
     std::string strOut = StderrOfChildLogging(false);
     std::string strPid = strOut.substr(strOut.find('@') + 1);
     EXPECT_EQ(strOut, "EVENTMIB[" + strPid + "]: EVENTMIB_TRACE: Ln: 107 x\n@" + strPid);
-}
-
-TEST(LogTest, JournalStreamGetsNoCopyOnlyWhenTheLogSocketExists) {
     bool bHaveLogSocket = access("/dev/log", F_OK) == 0;
-    std::string strOut = StderrOfChildLogging(true);
+    strOut = StderrOfChildLogging(true);
     EXPECT_EQ(strOut.empty(), bHaveLogSocket) << strOut;
 }
 

@@ -75,9 +75,10 @@ TEST_F(TimerTest, PeriodsInWholeAndPartialTicks) {
 
 // Resuming restarts the countdown (one full period before the next expiry); a
 // second activation of a running timer changes nothing; a restart takes the
-// new period, and of a suspended timer does not run it.
+// new period, and of a suspended timer does not run it. A stopped set
+// neither advances nor fires.
 TEST_F(TimerTest, SuspendResumeAndRestartWithNewPeriod) {
-    constexpr uint32_t NONE = 99;
+    constexpr uint32_t NONE = 99, SET_OFF = 100, SET_ON = 101;
     const struct {
         uint32_t uiStatus, uiPeriodMs;
         int iTicks, iFired;
@@ -93,12 +94,17 @@ TEST_F(TimerTest, SuspendResumeAndRestartWithNewPeriod) {
         {TIMER_STATUS_SUSPEND, 0, 0, 5},
         {TIMER_STATUS_RESTART, 1000, 3, 5},
         {TIMER_STATUS_ACTIVE, 0, 3, 8},
+        {TIMER_STATUS_RESTART, 3000, 2, 8},
+        {SET_OFF, 0, 10, 8},
+        {SET_ON, 0, 1, 9},
     };
     Probe stProbe;
     int64_t llId = Create(&stProbe, 2000);
     for (const auto& stStep : astSteps) {
         SCOPED_TRACE(&stStep - astSteps);
-        if (stStep.uiStatus != NONE) {
+        if (stStep.uiStatus == SET_OFF || stStep.uiStatus == SET_ON) {
+            ASSERT_EQ(0u, Timer_Config(m_ulSet, stStep.uiStatus == SET_ON ? 1 : 0));
+        } else if (stStep.uiStatus != NONE) {
             ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, stStep.uiStatus, stStep.uiPeriodMs));
         }
         Ticks(stStep.iTicks);
@@ -106,18 +112,6 @@ TEST_F(TimerTest, SuspendResumeAndRestartWithNewPeriod) {
     }
     EXPECT_NE(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_RESTART, 0));
     EXPECT_NE(0u, Timer_SetStatus(m_ulSet, llId, 2, 0));
-}
-
-TEST_F(TimerTest, StoppedSetNeitherAdvancesNorFires) {
-    Probe stProbe;
-    Create(&stProbe, 3000);
-    Ticks(2);
-    ASSERT_EQ(0u, Timer_Config(m_ulSet, 0));
-    Ticks(10);
-    EXPECT_EQ(0, stProbe.iFired);
-    ASSERT_EQ(0u, Timer_Config(m_ulSet, 1));
-    Ticks(1);
-    EXPECT_EQ(1, stProbe.iFired);
 }
 
 TEST_F(TimerTest, DeleteInsideCallbackStopsTimerDueInSameTick) {
