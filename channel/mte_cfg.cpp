@@ -13,10 +13,12 @@
 #include <cstring>
 
 #include "mte_bool.h"
+#include "mte_catalogue.h"
 #include "mte_dbg.h"
 #include "mte_delta.h"
 #include "mte_event.h"
 #include "mte_exist.h"
+#include "mte_lock_guard.h"
 #include "mte_msg.h"
 #include "mte_notify.h"
 #include "mte_obj.h"
@@ -32,31 +34,17 @@ constexpr uint32_t NO_FAILED_COLUMN = 0xFFFFFFFF;
 typedef void (*MTE_MSG_PROC_PF)(const uint8_t* pucRequest, const MTE_MSG_HEAD_S* pstHead,
                                 uint32_t uiCapacity, uint8_t* pucReply, uint32_t* puiReplyLen);
 
-// Which list lock a table's handler holds around its table operation.
-enum class LIST_LOCK_E { NONE, OBJECTS, EVENTS };
-
-class ListLockGuard {
-  public:
-    ListLockGuard(LIST_LOCK_E eLock, bool bWrite) : m_eLock(eLock) {
-        if (m_eLock == LIST_LOCK_E::OBJECTS) {
-            bWrite ? mte_OBJ_ListWrLock() : mte_OBJ_ListRdLock();
-        } else if (m_eLock == LIST_LOCK_E::EVENTS) {
-            bWrite ? mte_EVENT_ListWrLock() : mte_EVENT_ListRdLock();
-        }
-    }
-    ~ListLockGuard() {
-        if (m_eLock == LIST_LOCK_E::OBJECTS) {
-            mte_OBJ_ListUnLock();
-        } else if (m_eLock == LIST_LOCK_E::EVENTS) {
-            mte_EVENT_ListUnLock();
-        }
-    }
-    ListLockGuard(const ListLockGuard&) = delete;
-    ListLockGuard& operator=(const ListLockGuard&) = delete;
-
-  private:
-    LIST_LOCK_E m_eLock;
+// The list lock a table's handler holds around its table operation: the
+// objects or the event list lock, none for the tables that lock themselves.
+struct LIST_LOCK_S {
+    void (*pfRdLock)(void);
+    void (*pfWrLock)(void);
+    void (*pfUnLock)(void);
 };
+constexpr LIST_LOCK_S NO_LOCK = {nullptr, nullptr, nullptr};
+constexpr LIST_LOCK_S OBJ_LOCK = {mte_OBJ_ListRdLock, mte_OBJ_ListWrLock, mte_OBJ_ListUnLock};
+constexpr LIST_LOCK_S EVENT_LOCK = {mte_EVENT_ListRdLock, mte_EVENT_ListWrLock,
+                                    mte_EVENT_ListUnLock};
 
 // Room for the largest record a table handler decodes (the trigger row),
 // aligned so that it can be handed to the tables as their record type.
@@ -68,10 +56,8 @@ struct alignas(8) RECORD_BUF_S {
 // The uniform face of one table: lookups by the index fields of a decoded
 // request record, and the set. Each adapter knows its record type.
 struct TABLE_DESC_S {
-    uint16_t usRowItem;
-    uint16_t usKeyItem;
-    size_t uiRowSize;  // in-memory record the table's set reads
-    LIST_LOCK_E eLock;
+    MTE_CAT_TABLE_E eTable;
+    LIST_LOCK_S stLock;
     const void* (*pfGet)(const void* pRow);
     const void* (*pfGetNext)(const void* pKey, uint8_t* pucFlags);
     uint32_t (*pfSet)(const void* pRow, uint32_t uiMask, uint32_t* puiFailedColumn);
@@ -217,35 +203,27 @@ bool SetHasRows(uint8_t ucFlags) {
     return (ucFlags & MTE_PRESENT_SET) != 0;
 }
 
-// Indexed by message type; the entries of types 4 to 11 are used.
-constexpr TABLE_DESC_S g_astTables[MTE_MSG_TYPE_COUNT] = {
-    {},
-    {},
-    {},
-    {},
-    {MTE_ITEM_TRIGGER, MTE_ITEM_TRIGGER_KEY, sizeof(MTE_TRIGGER_ROW_S), LIST_LOCK_E::NONE,
-     TriggerGet, TriggerGetNext, TriggerSet, TriggerHasRows},
-    {MTE_ITEM_BOOLEAN, MTE_ITEM_TRIGGER_KEY, sizeof(MTE_BOOL_ENTRY_S), LIST_LOCK_E::NONE, BoolGet,
-     BoolGetNext, BoolSet, BoolHasRows},
-    {MTE_ITEM_EXISTENCE, MTE_ITEM_TRIGGER_KEY, sizeof(MTE_EXIST_ENTRY_S), LIST_LOCK_E::NONE,
-     ExistGet, ExistGetNext, ExistSet, ExistHasRows},
-    {MTE_ITEM_THRESHOLD, MTE_ITEM_TRIGGER_KEY, sizeof(MTE_THRES_ENTRY_S), LIST_LOCK_E::NONE,
-     ThresGet, ThresGetNext, ThresSet, ThresHasRows},
-    {MTE_ITEM_OBJECTS, MTE_ITEM_OBJECTS_KEY, sizeof(MTE_OBJ_ROW_S), LIST_LOCK_E::OBJECTS, ObjGet,
-     ObjGetNext, ObjSet, ObjHasRows},
-    {MTE_ITEM_EVENT, MTE_ITEM_EVENT_KEY, sizeof(MTE_EVENT_ROW_S), LIST_LOCK_E::EVENTS, EventGet,
-     EventGetNext, EventSet, EventHasRows},
-    {MTE_ITEM_NOTIFY, MTE_ITEM_EVENT_KEY, sizeof(MTE_NOTIFY_ENTRY_S), LIST_LOCK_E::EVENTS,
-     NotifyGet, NotifyGetNext, NotifySet, NotifyHasRows},
-    {MTE_ITEM_SET, MTE_ITEM_EVENT_KEY, sizeof(MTE_SET_ENTRY_S), LIST_LOCK_E::EVENTS, SetGet,
-     SetGetNext, SetSet, SetHasRows},
-    {},
-    {},
-    {},
-    {MTE_ITEM_DELTA, MTE_ITEM_TRIGGER_KEY, sizeof(MTE_DELTA_ENTRY_S), LIST_LOCK_E::NONE, DeltaGet,
-     DeltaGetNext, DeltaSet, DeltaHasRows},
-    {},
+// The handlers of each table, indexed by MTE_CAT_TABLE_E.
+constexpr TABLE_DESC_S g_astTables[MTE_CAT_TABLE_COUNT] = {
+    {MTE_CAT_TRIGGER, NO_LOCK, TriggerGet, TriggerGetNext, TriggerSet, TriggerHasRows},
+    {MTE_CAT_DELTA, NO_LOCK, DeltaGet, DeltaGetNext, DeltaSet, DeltaHasRows},
+    {MTE_CAT_EXISTENCE, NO_LOCK, ExistGet, ExistGetNext, ExistSet, ExistHasRows},
+    {MTE_CAT_BOOLEAN, NO_LOCK, BoolGet, BoolGetNext, BoolSet, BoolHasRows},
+    {MTE_CAT_THRESHOLD, NO_LOCK, ThresGet, ThresGetNext, ThresSet, ThresHasRows},
+    {MTE_CAT_OBJECTS, OBJ_LOCK, ObjGet, ObjGetNext, ObjSet, ObjHasRows},
+    {MTE_CAT_EVENT, EVENT_LOCK, EventGet, EventGetNext, EventSet, EventHasRows},
+    {MTE_CAT_NOTIFY, EVENT_LOCK, NotifyGet, NotifyGetNext, NotifySet, NotifyHasRows},
+    {MTE_CAT_SET, EVENT_LOCK, SetGet, SetGetNext, SetSet, SetHasRows},
 };
+constexpr bool TablesInCatalogueOrder() {
+    for (uint32_t i = 0; i < MTE_CAT_TABLE_COUNT; ++i) {
+        if (g_astTables[i].eTable != i) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(TablesInCatalogueOrder());
 
 // Reply header and length for a reply with uiDataLen bytes of data.
 void FinishReply(uint32_t uiResult, uint32_t uiFailedColumn, uint32_t uiDataLen, uint8_t* pucReply,
@@ -269,15 +247,16 @@ uint32_t ReplyRoom(uint32_t uiCapacity) {
 
 void TableGet(const TABLE_DESC_S& stTable, const uint8_t* pucRequest, const MTE_MSG_HEAD_S* pstHead,
               uint32_t uiCapacity, uint8_t* pucReply, uint32_t* puiReplyLen) {
+    const MTE_CAT_TABLE_S& stCat = g_astMteCatalogue[stTable.eTable];
     RECORD_BUF_S stRow;
-    ReadItem(pucRequest, pstHead, stTable.usRowItem, &stRow);
+    ReadItem(pucRequest, pstHead, stCat.usRowItem, &stRow);
     uint32_t uiResult = MTE_ERR_GENERAL;
     uint32_t uiDataLen = 0;
     {
-        ListLockGuard stGuard(stTable.eLock, false);
+        MTE_LOCK_GUARD stGuard(stTable.stLock.pfRdLock, stTable.stLock.pfUnLock);
         const void* pFound = stTable.pfGet(stRow.aucData);
         if (pFound != nullptr) {
-            uiDataLen = MTE_MSG_AppendData2Msg(stTable.usRowItem, pFound, ReplyRoom(uiCapacity),
+            uiDataLen = MTE_MSG_AppendData2Msg(stCat.usRowItem, pFound, ReplyRoom(uiCapacity),
                                                pucReply + MTE_MSG_HEAD_SIZE);
             uiResult = uiDataLen != 0 ? MTE_OK : MTE_ERR_REPLY_TOO_SMALL;
         }
@@ -288,16 +267,17 @@ void TableGet(const TABLE_DESC_S& stTable, const uint8_t* pucRequest, const MTE_
 void TableGetNext(const TABLE_DESC_S& stTable, const uint8_t* pucRequest,
                   const MTE_MSG_HEAD_S* pstHead, uint32_t uiCapacity, uint8_t* pucReply,
                   uint32_t* puiReplyLen) {
+    const MTE_CAT_TABLE_S& stCat = g_astMteCatalogue[stTable.eTable];
     RECORD_BUF_S stKey;
-    ReadItem(pucRequest, pstHead, stTable.usKeyItem, &stKey);
+    ReadItem(pucRequest, pstHead, stCat.usKeyItem, &stKey);
     uint8_t ucFlags = 0;
     uint32_t uiResult;
     uint32_t uiDataLen = 0;
     {
-        ListLockGuard stGuard(stTable.eLock, false);
+        MTE_LOCK_GUARD stGuard(stTable.stLock.pfRdLock, stTable.stLock.pfUnLock);
         const void* pFound = stTable.pfGetNext(stKey.aucData, &ucFlags);
         if (pFound != nullptr) {
-            uiDataLen = MTE_MSG_AppendData2Msg(stTable.usRowItem, pFound, ReplyRoom(uiCapacity),
+            uiDataLen = MTE_MSG_AppendData2Msg(stCat.usRowItem, pFound, ReplyRoom(uiCapacity),
                                                pucReply + MTE_MSG_HEAD_SIZE);
             uiResult = uiDataLen != 0 ? MTE_OK : MTE_ERR_NEXT_TOO_BIG;
         } else {
@@ -312,11 +292,11 @@ void TableGetNext(const TABLE_DESC_S& stTable, const uint8_t* pucRequest,
 void TableSet(const TABLE_DESC_S& stTable, const uint8_t* pucRequest, const MTE_MSG_HEAD_S* pstHead,
               uint8_t* pucReply, uint32_t* puiReplyLen) {
     RECORD_BUF_S stRow;
-    ReadItem(pucRequest, pstHead, stTable.usRowItem, &stRow);
+    ReadItem(pucRequest, pstHead, g_astMteCatalogue[stTable.eTable].usRowItem, &stRow);
     uint32_t uiFailedColumn = 0;
     uint32_t uiResult;
     {
-        ListLockGuard stGuard(stTable.eLock, true);
+        MTE_LOCK_GUARD stGuard(stTable.stLock.pfWrLock, stTable.stLock.pfUnLock);
         uiResult = stTable.pfSet(stRow.aucData, pstHead->uiColumnMask, &uiFailedColumn);
     }
     FinishReply(uiResult, uiFailedColumn, 0, pucReply, puiReplyLen);
@@ -325,9 +305,8 @@ void TableSet(const TABLE_DESC_S& stTable, const uint8_t* pucRequest, const MTE_
 template <uint16_t TYPE>
 void mte_cfg_TableProc(const uint8_t* pucRequest, const MTE_MSG_HEAD_S* pstHead,
                        uint32_t uiCapacity, uint8_t* pucReply, uint32_t* puiReplyLen) {
-    static_assert((TYPE >= MTE_MSG_TYPE_TRIGGER && TYPE <= MTE_MSG_TYPE_SET) ||
-                  TYPE == MTE_MSG_TYPE_DELTA);
-    const TABLE_DESC_S& stTable = g_astTables[TYPE];
+    static_assert(MTE_CAT_OfType(TYPE) != nullptr, "a table type of the catalogue");
+    const TABLE_DESC_S& stTable = g_astTables[MTE_CAT_OfType(TYPE) - g_astMteCatalogue];
     switch (pstHead->usOperation) {
         case MTE_MSG_OP_GET:
             TableGet(stTable, pucRequest, pstHead, uiCapacity, pucReply, puiReplyLen);

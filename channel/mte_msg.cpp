@@ -13,10 +13,11 @@
 #include "mte_msg.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 
-#include "mte_cfg.h"
+#include "mte_catalogue.h"
 
 namespace {
 
@@ -47,131 +48,72 @@ void PutWord(uint8_t* pucBuf, uint32_t uiOffset, T value) {
     memcpy(pucBuf + uiOffset, &value, sizeof(T));
 }
 
-// Where the strings and OIDs of each record lie, so that one loop checks every
-// record the same way.
+// The strings of the two index keys; the row records' strings and OIDs are
+// read from the catalogue.
 struct FIELD_S {
     uint16_t usOffset;
-    uint16_t usSize;  // string field size; 0 for an OID
-};
-
-constexpr uint16_t NAME = MTE_NAME_SIZE;
-constexpr uint16_t COMMENT = MTE_COMMENT_SIZE;
-
-constexpr FIELD_S g_astTriggerFields[] = {
-    {offsetof(MTE_TRIGGER_ROW_S, stValueID), 0},
-    {offsetof(MTE_TRIGGER_ROW_S, szOwner), NAME},
-    {offsetof(MTE_TRIGGER_ROW_S, szName), NAME},
-    {offsetof(MTE_TRIGGER_ROW_S, szComment), COMMENT},
-    {offsetof(MTE_TRIGGER_ROW_S, szTargetTag), COMMENT},
-    {offsetof(MTE_TRIGGER_ROW_S, szContextName), NAME},
-    {offsetof(MTE_TRIGGER_ROW_S, szObjectsOwner), NAME},
-    {offsetof(MTE_TRIGGER_ROW_S, szObjects), NAME},
+    uint16_t usSize;
 };
 constexpr FIELD_S g_astKeyFields[] = {
-    {offsetof(MTE_INDEX_KEY_S, szOwner), NAME},
-    {offsetof(MTE_INDEX_KEY_S, szName), NAME},
-};
-constexpr FIELD_S g_astBoolFields[] = {
-    {offsetof(MTE_BOOL_ENTRY_S, szOwner), NAME},
-    {offsetof(MTE_BOOL_ENTRY_S, szName), NAME},
-    {offsetof(MTE_BOOL_ENTRY_S, szObjectsOwner), NAME},
-    {offsetof(MTE_BOOL_ENTRY_S, szObjects), NAME},
-    {offsetof(MTE_BOOL_ENTRY_S, szEventOwner), NAME},
-    {offsetof(MTE_BOOL_ENTRY_S, szEvent), NAME},
-};
-constexpr FIELD_S g_astExistFields[] = {
-    {offsetof(MTE_EXIST_ENTRY_S, szOwner), NAME},
-    {offsetof(MTE_EXIST_ENTRY_S, szName), NAME},
-    {offsetof(MTE_EXIST_ENTRY_S, szObjectsOwner), NAME},
-    {offsetof(MTE_EXIST_ENTRY_S, szObjects), NAME},
-    {offsetof(MTE_EXIST_ENTRY_S, szEventOwner), NAME},
-    {offsetof(MTE_EXIST_ENTRY_S, szEvent), NAME},
-};
-constexpr FIELD_S g_astThresFields[] = {
-    {offsetof(MTE_THRES_ENTRY_S, szOwner), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szName), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szObjectsOwner), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szObjects), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szRisingEventOwner), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szRisingEvent), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szFallingEventOwner), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szFallingEvent), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szDeltaRisingEventOwner), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szDeltaRisingEvent), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szDeltaFallingEventOwner), NAME},
-    {offsetof(MTE_THRES_ENTRY_S, szDeltaFallingEvent), NAME},
-};
-constexpr FIELD_S g_astDeltaFields[] = {
-    {offsetof(MTE_DELTA_ENTRY_S, stDiscontinuityID), 0},
-    {offsetof(MTE_DELTA_ENTRY_S, szOwner), NAME},
-    {offsetof(MTE_DELTA_ENTRY_S, szName), NAME},
-};
-constexpr FIELD_S g_astObjFields[] = {
-    {offsetof(MTE_OBJ_ROW_S, stID), 0},
-    {offsetof(MTE_OBJ_ROW_S, szOwner), NAME},
-    {offsetof(MTE_OBJ_ROW_S, szName), NAME},
+    {offsetof(MTE_INDEX_KEY_S, szOwner), MTE_NAME_SIZE},
+    {offsetof(MTE_INDEX_KEY_S, szName), MTE_NAME_SIZE},
 };
 constexpr FIELD_S g_astObjKeyFields[] = {
-    {offsetof(MTE_OBJ_INDEX_KEY_S, szOwner), NAME},
-    {offsetof(MTE_OBJ_INDEX_KEY_S, szName), NAME},
-};
-constexpr FIELD_S g_astEventFields[] = {
-    {offsetof(MTE_EVENT_ROW_S, szOwner), NAME},
-    {offsetof(MTE_EVENT_ROW_S, szName), NAME},
-    {offsetof(MTE_EVENT_ROW_S, szComment), COMMENT},
-};
-constexpr FIELD_S g_astNotifyFields[] = {
-    {offsetof(MTE_NOTIFY_ENTRY_S, stNotification), 0},
-    {offsetof(MTE_NOTIFY_ENTRY_S, szOwner), NAME},
-    {offsetof(MTE_NOTIFY_ENTRY_S, szName), NAME},
-    {offsetof(MTE_NOTIFY_ENTRY_S, szObjectsOwner), NAME},
-    {offsetof(MTE_NOTIFY_ENTRY_S, szObjects), NAME},
-};
-constexpr FIELD_S g_astSetFields[] = {
-    {offsetof(MTE_SET_ENTRY_S, stObject), 0},
-    {offsetof(MTE_SET_ENTRY_S, szOwner), NAME},
-    {offsetof(MTE_SET_ENTRY_S, szName), NAME},
-    {offsetof(MTE_SET_ENTRY_S, szTargetTag), COMMENT},
-    {offsetof(MTE_SET_ENTRY_S, szContextName), NAME},
+    {offsetof(MTE_OBJ_INDEX_KEY_S, szOwner), MTE_NAME_SIZE},
+    {offsetof(MTE_OBJ_INDEX_KEY_S, szName), MTE_NAME_SIZE},
 };
 
-struct ITEM_DESC_S {
-    uint32_t uiSize;
-    const FIELD_S* pstFields;
-    uint32_t uiFieldCount;
-};
+// The table whose row the item carries, or null.
+constexpr const MTE_CAT_TABLE_S* TableOfRowItem(uint16_t usItem) {
+    for (const MTE_CAT_TABLE_S& stTable : g_astMteCatalogue) {
+        if (stTable.usRowItem == usItem) {
+            return &stTable;
+        }
+    }
+    return nullptr;
+}
 
-template <size_t N>
-constexpr ITEM_DESC_S Desc(uint32_t uiSize, const FIELD_S (&astFields)[N]) {
-    return {uiSize, astFields, N};
+constexpr uint32_t ItemSizeOf(uint16_t usItem) {
+    switch (usItem) {
+        case MTE_ITEM_SCALARS:
+            return sizeof(MTE_SCALAR_S);
+        case MTE_ITEM_SAMPLE_MIN:
+        case MTE_ITEM_INSTANCE_MAX:
+        case MTE_ITEM_DBG_SWITCH:
+            return sizeof(uint32_t);
+        case MTE_ITEM_TRIGGER_KEY:
+        case MTE_ITEM_EVENT_KEY:
+            return sizeof(MTE_INDEX_KEY_S);
+        case MTE_ITEM_OBJECTS_KEY:
+            return sizeof(MTE_OBJ_INDEX_KEY_S);
+        case MTE_ITEM_ENGINE_COUNTERS:
+            return sizeof(MTE_ENGINE_COUNTERS_S);
+        default:
+            return TableOfRowItem(usItem) != nullptr ? TableOfRowItem(usItem)->uiRowSize : 0;
+    }
 }
 
 // Indexed by item number; slot 0 is no item.
-constexpr ITEM_DESC_S g_astItems[MTE_MSG_ITEM_COUNT + 1] = {
-    {0, nullptr, 0},
-    {sizeof(MTE_SCALAR_S), nullptr, 0},
-    {sizeof(uint32_t), nullptr, 0},
-    {sizeof(uint32_t), nullptr, 0},
-    Desc(sizeof(MTE_TRIGGER_ROW_S), g_astTriggerFields),
-    Desc(sizeof(MTE_INDEX_KEY_S), g_astKeyFields),
-    Desc(sizeof(MTE_BOOL_ENTRY_S), g_astBoolFields),
-    Desc(MTE_EXIST_ROW_SIZE, g_astExistFields),
-    Desc(sizeof(MTE_THRES_ENTRY_S), g_astThresFields),
-    Desc(sizeof(MTE_OBJ_ROW_S), g_astObjFields),
-    Desc(sizeof(MTE_OBJ_INDEX_KEY_S), g_astObjKeyFields),
-    Desc(sizeof(MTE_EVENT_ROW_S), g_astEventFields),
-    Desc(sizeof(MTE_INDEX_KEY_S), g_astKeyFields),
-    Desc(sizeof(MTE_NOTIFY_ENTRY_S), g_astNotifyFields),
-    Desc(sizeof(MTE_SET_ENTRY_S), g_astSetFields),
-    {sizeof(uint32_t), nullptr, 0},
-    Desc(sizeof(MTE_DELTA_ENTRY_S), g_astDeltaFields),
-    {sizeof(MTE_ENGINE_COUNTERS_S), nullptr, 0},
-};
-static_assert(sizeof(g_astItems) / sizeof(g_astItems[0]) == MTE_MSG_ITEM_COUNT + 1);
-static_assert(g_astItems[MTE_ITEM_TRIGGER].uiSize == 1220);
-static_assert(g_astItems[MTE_ITEM_EXISTENCE].uiSize == 200);
-static_assert(g_astItems[MTE_ITEM_OBJECTS_KEY].uiSize == 80);
-static_assert(g_astItems[MTE_ITEM_SET].uiSize == 884);
+constexpr auto g_auiItemSizes = [] {
+    std::array<uint32_t, MTE_MSG_ITEM_COUNT + 1> auiSizes{};
+    for (uint16_t usItem = 1; usItem <= MTE_MSG_ITEM_COUNT; ++usItem) {
+        auiSizes[usItem] = ItemSizeOf(usItem);
+    }
+    return auiSizes;
+}();
+constexpr bool EveryItemHasASize() {
+    for (uint16_t usItem = 1; usItem <= MTE_MSG_ITEM_COUNT; ++usItem) {
+        if (g_auiItemSizes[usItem] == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(EveryItemHasASize());
+static_assert(g_auiItemSizes[MTE_ITEM_TRIGGER] == 1220);
+static_assert(g_auiItemSizes[MTE_ITEM_EXISTENCE] == 200);
+static_assert(g_auiItemSizes[MTE_ITEM_OBJECTS_KEY] == 80);
+static_assert(g_auiItemSizes[MTE_ITEM_SET] == 884);
 
 // The item a request of each type may carry: the row item for set and get,
 // the key item for get-next. 0: the type carries no item.
@@ -179,25 +121,29 @@ struct TYPE_ITEMS_S {
     uint16_t usRowItem;
     uint16_t usKeyItem;
 };
-constexpr TYPE_ITEMS_S g_astTypeItems[MTE_MSG_TYPE_COUNT] = {
-    {0, 0},
-    {0, 0},
-    {MTE_ITEM_SAMPLE_MIN, 0},
-    {MTE_ITEM_INSTANCE_MAX, 0},
-    {MTE_ITEM_TRIGGER, MTE_ITEM_TRIGGER_KEY},
-    {MTE_ITEM_BOOLEAN, MTE_ITEM_TRIGGER_KEY},
-    {MTE_ITEM_EXISTENCE, MTE_ITEM_TRIGGER_KEY},
-    {MTE_ITEM_THRESHOLD, MTE_ITEM_TRIGGER_KEY},
-    {MTE_ITEM_OBJECTS, MTE_ITEM_OBJECTS_KEY},
-    {MTE_ITEM_EVENT, MTE_ITEM_EVENT_KEY},
-    {MTE_ITEM_NOTIFY, MTE_ITEM_EVENT_KEY},
-    {MTE_ITEM_SET, MTE_ITEM_EVENT_KEY},
-    {MTE_ITEM_DBG_SWITCH, 0},
-    {MTE_ITEM_DBG_SWITCH, 0},
-    {0, 0},
-    {MTE_ITEM_DELTA, MTE_ITEM_TRIGGER_KEY},
-    {0, 0},
-};
+constexpr TYPE_ITEMS_S TypeItemsOf(uint16_t usType) {
+    switch (usType) {
+        case MTE_MSG_TYPE_SAMPLE_MIN:
+            return {MTE_ITEM_SAMPLE_MIN, 0};
+        case MTE_MSG_TYPE_INSTANCE_MAX:
+            return {MTE_ITEM_INSTANCE_MAX, 0};
+        case MTE_MSG_TYPE_DBG_ENABLE:
+        case MTE_MSG_TYPE_DBG_DISABLE:
+            return {MTE_ITEM_DBG_SWITCH, 0};
+        default: {
+            const MTE_CAT_TABLE_S* pstTable = MTE_CAT_OfType(usType);
+            return pstTable != nullptr ? TYPE_ITEMS_S{pstTable->usRowItem, pstTable->usKeyItem}
+                                       : TYPE_ITEMS_S{0, 0};
+        }
+    }
+}
+constexpr auto g_astTypeItems = [] {
+    std::array<TYPE_ITEMS_S, MTE_MSG_TYPE_COUNT> astItems{};
+    for (uint16_t usType = 0; usType < MTE_MSG_TYPE_COUNT; ++usType) {
+        astItems[usType] = TypeItemsOf(usType);
+    }
+    return astItems;
+}();
 
 // Whether a request of that type and operation may carry the item. Types
 // outside 1..15 are refused later by the dispatcher with its own code, so
@@ -226,6 +172,42 @@ bool StringTerminated(const uint8_t* pucField, uint32_t uiSize) {
 
 size_t FieldLength(const uint8_t* pucRecord, size_t uiOffset) {
     return strlen(reinterpret_cast<const char*>(pucRecord + uiOffset));
+}
+
+// Every OID count first, then every string: a record with both faults is
+// refused for its OID.
+uint32_t CheckRowFields(const MTE_CAT_TABLE_S& stTable, const uint8_t* pucRecord) {
+    for (size_t i = 0; i < stTable.uiColumnCount; i++) {
+        const MTE_CAT_COLUMN_S& stColumn = stTable.pstColumns[i];
+        if (stColumn.eKind == MTE_CAT_KIND_E::OID &&
+            GetWord<uint32_t>(pucRecord, stColumn.usOffset) > MTE_OID_MAX_LEN) {
+            return MTE_ERR_MSG_OID;
+        }
+    }
+    for (size_t i = 0; i < stTable.uiColumnCount; i++) {
+        const MTE_CAT_COLUMN_S& stColumn = stTable.pstColumns[i];
+        bool bString = stColumn.eKind == MTE_CAT_KIND_E::OWNER ||
+                       stColumn.eKind == MTE_CAT_KIND_E::NAME ||
+                       stColumn.eKind == MTE_CAT_KIND_E::STR;
+        if (bString && !StringTerminated(pucRecord + stColumn.usOffset, stColumn.usSize)) {
+            return MTE_ERR_MSG_STRING;
+        }
+    }
+    return MTE_OK;
+}
+
+uint32_t CheckKeyFields(uint16_t usItem, const uint8_t* pucRecord) {
+    if (usItem == MTE_ITEM_TRIGGER_KEY || usItem == MTE_ITEM_EVENT_KEY ||
+        usItem == MTE_ITEM_OBJECTS_KEY) {
+        const FIELD_S* pstFields =
+            usItem == MTE_ITEM_OBJECTS_KEY ? g_astObjKeyFields : g_astKeyFields;
+        for (size_t i = 0; i < 2; i++) {
+            if (!StringTerminated(pucRecord + pstFields[i].usOffset, pstFields[i].usSize)) {
+                return MTE_ERR_MSG_STRING;
+            }
+        }
+    }
+    return MTE_OK;
 }
 
 // The strings of a key are known to be terminated when this runs.
@@ -320,7 +302,7 @@ uint32_t MTE_MSG_ItemSize(uint16_t usItem) {
     if (usItem == 0 || usItem > MTE_MSG_ITEM_COUNT) {
         return 0;
     }
-    return g_astItems[usItem].uiSize;
+    return g_auiItemSizes[usItem];
 }
 
 uint32_t MTE_MSG_CheckRecord(uint16_t usItem, const uint8_t* pucRecord, uint32_t uiLen) {
@@ -331,16 +313,11 @@ uint32_t MTE_MSG_CheckRecord(uint16_t usItem, const uint8_t* pucRecord, uint32_t
     if (pucRecord == nullptr || uiLen != uiSize) {
         return MTE_ERR_MSG_ITEM_SIZE;
     }
-    const ITEM_DESC_S& stDesc = g_astItems[usItem];
-    for (uint32_t i = 0; i < stDesc.uiFieldCount; i++) {
-        const FIELD_S& stField = stDesc.pstFields[i];
-        if (stField.usSize == 0) {
-            if (GetWord<uint32_t>(pucRecord, stField.usOffset) > MTE_OID_MAX_LEN) {
-                return MTE_ERR_MSG_OID;
-            }
-        } else if (!StringTerminated(pucRecord + stField.usOffset, stField.usSize)) {
-            return MTE_ERR_MSG_STRING;
-        }
+    uint32_t uiResult = TableOfRowItem(usItem) != nullptr
+                            ? CheckRowFields(*TableOfRowItem(usItem), pucRecord)
+                            : CheckKeyFields(usItem, pucRecord);
+    if (uiResult != MTE_OK) {
+        return uiResult;
     }
     return KeyLengthsAgree(usItem, pucRecord) ? MTE_OK : MTE_ERR_MSG_KEY;
 }

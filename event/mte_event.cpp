@@ -20,14 +20,13 @@
 #include "mte_dbg.h"
 #include "mte_dbm.h"
 #include "mte_list_cursor.h"
-#include "mte_list_guard.h"
+#include "mte_lock_guard.h"
 #include "mte_memalert.h"
 #include "mte_notify.h"
 #include "mte_oid.h"
 #include "mte_set.h"
 
 namespace {
-constexpr const char MTE_EVENT_LIST_NAME[] = "mteEvent";
 constexpr uint32_t MTE_EVENT_MASK_COMMENT = MTE_COLUMN_BIT(MTE_EVENT_COL_COMMENT);
 constexpr uint32_t MTE_EVENT_MASK_SET = MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_SET);
 constexpr uint32_t MTE_EVENT_MASK_NOTIFY = MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_NOTIFICATION);
@@ -35,9 +34,6 @@ constexpr uint32_t MTE_EVENT_MASK_STATUS = MTE_COLUMN_BIT(MTE_EVENT_COL_ENTRY_ST
 
 MTE_LIST_LOCK_S g_stEventListLock;
 MTE_EVENT_ENTRY_S* g_pstEventList = nullptr;
-
-typedef MTE_LIST_GUARD<mte_EVENT_ListRdLock, mte_EVENT_ListUnLock> EVENT_READ_GUARD;
-typedef MTE_LIST_GUARD<mte_EVENT_ListWrLock, mte_EVENT_ListUnLock> EVENT_WRITE_GUARD;
 
 int Sign(int i) {
     return i < 0 ? -1 : (i > 0 ? 1 : 0);
@@ -96,8 +92,7 @@ MTE_EVENT_ROW_S TerminatedCopy(const MTE_EVENT_ROW_S& stRequest) {
 }
 
 void StoreRow(const MTE_EVENT_ROW_S& stRow) {
-    mte_DBM_InsertSortList(MTE_DBM_CFG, MTE_EVENT_LIST_NAME, sizeof(MTE_EVENT_LIST_NAME), &stRow,
-                           sizeof(stRow), MTE_TBL_EVENT);
+    mte_DBM_StoreRow(MTE_CAT_EVENT, &stRow);
 }
 
 // The sub-rows an action octet asks for; on failure whatever was made is
@@ -191,8 +186,7 @@ void FreeEntryMemory(MTE_EVENT_ENTRY_S* pstEntry) {
 }
 
 void DestroyEntry(MTE_EVENT_ENTRY_S* pstEntry) {
-    mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_EVENT_LIST_NAME, sizeof(MTE_EVENT_LIST_NAME),
-                            &pstEntry->stRow, sizeof(pstEntry->stRow));
+    mte_DBM_RemoveRow(MTE_CAT_EVENT, &pstEntry->stRow);
     mte_SET_Destroy(pstEntry->pstSet);
     mte_NOTIFY_Destroy(pstEntry->pstNotify);
     g_stEventCursors.Unlink(&g_pstEventList, pstEntry);
@@ -307,7 +301,7 @@ struct RUN_COPY_S {
 
 // Copies what the event's actions need; false when the event cannot run.
 bool CopyForRun(const MTE_FIRED_EVENT_S& stFired, RUN_COPY_S* pstCopy) {
-    EVENT_READ_GUARD stGuard;
+    MTE_LOCK_GUARD stGuard(mte_EVENT_ListRdLock, mte_EVENT_ListUnLock);
     MTE_EVENT_ENTRY_S* pstEntry = FindEntry(stFired.szEventOwner, stFired.szEventName);
     if (pstEntry == nullptr) {
         WarnRun(14, stFired);
@@ -460,7 +454,7 @@ uint32_t mte_EVENT_Recover(uint32_t uiLen, const void* pRecord) {
     }
     uint32_t uiRet;
     {
-        EVENT_WRITE_GUARD stGuard;
+        MTE_LOCK_GUARD stGuard(mte_EVENT_ListWrLock, mte_EVENT_ListUnLock);
         uint32_t uiFailedColumn = 0;
         // One stored record per index; a second would break the uniqueness.
         if (FindEntry(stRecord.szOwner, stRecord.szName) != nullptr) {

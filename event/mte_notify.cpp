@@ -15,7 +15,7 @@
 #include "mte_dbg.h"
 #include "mte_dbm.h"
 #include "mte_event.h"
-#include "mte_list_guard.h"
+#include "mte_lock_guard.h"
 #include "mte_msg.h"
 #include "mte_obj.h"
 #include "mte_oid.h"
@@ -24,12 +24,9 @@
 #include "plat_snmp.h"
 
 namespace {
-constexpr const char MTE_NOTIFY_LIST_NAME[] = "mteNotify";
 constexpr uint32_t MTE_NOTIFY_MASK_OID = MTE_COLUMN_BIT(MTE_NOTIFY_COL_NOTIFICATION);
 constexpr uint32_t MTE_NOTIFY_MASK_OBJECTS = MTE_COLUMN_BIT(MTE_NOTIFY_COL_OBJECTS);
 constexpr uint32_t MTE_NOTIFY_MASK_OBJECTS_OWNER = MTE_COLUMN_BIT(MTE_NOTIFY_COL_OBJECTS_OWNER);
-
-typedef MTE_LIST_GUARD<mte_EVENT_ListWrLock, mte_EVENT_ListUnLock> EVENT_WRITE_GUARD;
 
 MTE_NOTIFY_ENTRY_S TerminatedCopy(const MTE_NOTIFY_ENTRY_S& stRequest) {
     MTE_NOTIFY_ENTRY_S stCopy = stRequest;
@@ -41,8 +38,7 @@ MTE_NOTIFY_ENTRY_S TerminatedCopy(const MTE_NOTIFY_ENTRY_S& stRequest) {
 }
 
 void StoreRow(const MTE_NOTIFY_ENTRY_S& stRow) {
-    mte_DBM_InsertSortList(MTE_DBM_CFG, MTE_NOTIFY_LIST_NAME, sizeof(MTE_NOTIFY_LIST_NAME), &stRow,
-                           sizeof(stRow), MTE_TBL_NOTIFY);
+    mte_DBM_StoreRow(MTE_CAT_NOTIFY, &stRow);
 }
 
 bool ChangesSomething(const MTE_NOTIFY_ENTRY_S& stRow, const MTE_NOTIFY_ENTRY_S& stRequest,
@@ -90,8 +86,7 @@ void mte_NOTIFY_Destroy(MTE_NOTIFY_ENTRY_S* pstRow) {
     if (pstRow == nullptr) {
         return;
     }
-    mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_NOTIFY_LIST_NAME, sizeof(MTE_NOTIFY_LIST_NAME), pstRow,
-                            sizeof(*pstRow));
+    mte_DBM_RemoveRow(MTE_CAT_NOTIFY, pstRow);
     free(pstRow);
 }
 
@@ -165,7 +160,7 @@ uint32_t mte_NOTIFY_Recover(uint32_t uiLen, const void* pRecord) {
     MTE_NOTIFY_ENTRY_S stRecord;
     memcpy(&stRecord, pRecord, sizeof(stRecord));
     stRecord = TerminatedCopy(stRecord);
-    EVENT_WRITE_GUARD stGuard;
+    MTE_LOCK_GUARD stGuard(mte_EVENT_ListWrLock, mte_EVENT_ListUnLock);
     MTE_EVENT_ENTRY_S* pstEvent = mte_EVENT_GetEventEntry(stRecord.szOwner, stRecord.szName);
     if (pstEvent == nullptr) {
         return MTE_ERR_GENERAL;

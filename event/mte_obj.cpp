@@ -18,23 +18,19 @@
 #include "mte_dbg.h"
 #include "mte_dbm.h"
 #include "mte_list_cursor.h"
-#include "mte_list_guard.h"
+#include "mte_lock_guard.h"
 #include "mte_memalert.h"
 #include "mte_msg.h"
 #include "mte_oid.h"
 #include "plat_snmp.h"
 
 namespace {
-constexpr const char MTE_OBJ_LIST_NAME[] = "mteObjects";
 constexpr uint32_t MTE_OBJ_MASK_ID = MTE_COLUMN_BIT(MTE_OBJ_COL_ID);
 constexpr uint32_t MTE_OBJ_MASK_WILDCARD = MTE_COLUMN_BIT(MTE_OBJ_COL_ID_WILDCARD);
 constexpr uint32_t MTE_OBJ_MASK_STATUS = MTE_COLUMN_BIT(MTE_OBJ_COL_ENTRY_STATUS);
 
 MTE_LIST_LOCK_S g_stObjListLock;
 MTE_OBJ_ENTRY_S* g_pstObjList = nullptr;
-
-typedef MTE_LIST_GUARD<mte_OBJ_ListRdLock, mte_OBJ_ListUnLock> OBJ_READ_GUARD;
-typedef MTE_LIST_GUARD<mte_OBJ_ListWrLock, mte_OBJ_ListUnLock> OBJ_WRITE_GUARD;
 
 // An index (owner, objects name, objects index) with the lengths that order it.
 struct OBJ_KEY_S {
@@ -153,16 +149,14 @@ uint32_t CreateEntry(const MTE_OBJ_ROW_S& stRequest, uint32_t uiMask, uint32_t* 
     stRow.uiIDWildcard = (uiMask & MTE_OBJ_MASK_WILDCARD) ? stRequest.uiIDWildcard : MTE_FALSE;
     stRow.uiEntryStatus = MTE_ROW_ACTIVE;
     if (!bRecovering) {
-        mte_DBM_InsertSortList(MTE_DBM_CFG, MTE_OBJ_LIST_NAME, sizeof(MTE_OBJ_LIST_NAME), &stRow,
-                               sizeof(stRow), MTE_TBL_OBJECTS);
+        mte_DBM_StoreRow(MTE_CAT_OBJECTS, &stRow);
     }
     InsertEntry(pstEntry);
     return MTE_OK;
 }
 
 void DestroyEntry(MTE_OBJ_ENTRY_S* pstEntry) {
-    mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_OBJ_LIST_NAME, sizeof(MTE_OBJ_LIST_NAME),
-                            &pstEntry->stRow, sizeof(pstEntry->stRow));
+    mte_DBM_RemoveRow(MTE_CAT_OBJECTS, &pstEntry->stRow);
     g_stObjCursors.Unlink(&g_pstObjList, pstEntry);
     free(pstEntry);
 }
@@ -226,7 +220,7 @@ MTE_VB_S* NewBinding(const MTE_OBJ_ROW_S& stRow, const MTE_OID_S* pstSuffix) {
 // number of group rows found.
 uint32_t CollectGroup(const OBJ_KEY_S& stGroup, const MTE_OID_S* pstSuffix,
                       MTE_VB_LIST_S* pstList) {
-    OBJ_READ_GUARD stGuard;
+    MTE_LOCK_GUARD stGuard(mte_OBJ_ListRdLock, mte_OBJ_ListUnLock);
     uint32_t uiFound = 0;
     for (MTE_OBJ_ENTRY_S* pst = g_pstObjList; pst != nullptr; pst = pst->pstNext) {
         int iCmp = CompareGroup(pst, stGroup);
@@ -368,7 +362,7 @@ uint32_t mte_OBJ_Recover(uint32_t uiLen, const void* pRecord) {
     }
     uint32_t uiRet;
     {
-        OBJ_WRITE_GUARD stGuard;
+        MTE_LOCK_GUARD stGuard(mte_OBJ_ListWrLock, mte_OBJ_ListUnLock);
         uint32_t uiFailedColumn = 0;
         // The store holds one record per index; a second one would break the
         // list's uniqueness, so it is dropped.

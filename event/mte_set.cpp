@@ -17,7 +17,7 @@
 #include "mte_dbg.h"
 #include "mte_dbm.h"
 #include "mte_event.h"
-#include "mte_list_guard.h"
+#include "mte_lock_guard.h"
 #include "mte_msg.h"
 #include "mte_oid.h"
 #include "mte_run.h"
@@ -26,7 +26,6 @@
 #include "plat_snmp.h"
 
 namespace {
-constexpr const char MTE_SET_LIST_NAME[] = "mteSet";
 constexpr uint32_t MTE_SET_MASK_OBJECT = MTE_COLUMN_BIT(MTE_SET_COL_OBJECT);
 constexpr uint32_t MTE_SET_MASK_OBJECT_WILDCARD = MTE_COLUMN_BIT(MTE_SET_COL_OBJECT_WILDCARD);
 constexpr uint32_t MTE_SET_MASK_VALUE = MTE_COLUMN_BIT(MTE_SET_COL_VALUE);
@@ -41,8 +40,6 @@ constexpr uint32_t MTE_SET_FAIL_NO_CREATION = SNMP_ST_NO_CREATION;  // 0x6101004
 
 constexpr size_t MTE_SET_OID_TEXT_SIZE = 256;
 
-typedef MTE_LIST_GUARD<mte_EVENT_ListWrLock, mte_EVENT_ListUnLock> EVENT_WRITE_GUARD;
-
 MTE_SET_ENTRY_S TerminatedCopy(const MTE_SET_ENTRY_S& stRequest) {
     MTE_SET_ENTRY_S stCopy = stRequest;
     stCopy.szOwner[MTE_NAME_SIZE - 1] = '\0';
@@ -53,8 +50,7 @@ MTE_SET_ENTRY_S TerminatedCopy(const MTE_SET_ENTRY_S& stRequest) {
 }
 
 void StoreRow(const MTE_SET_ENTRY_S& stRow) {
-    mte_DBM_InsertSortList(MTE_DBM_CFG, MTE_SET_LIST_NAME, sizeof(MTE_SET_LIST_NAME), &stRow,
-                           sizeof(stRow), MTE_TBL_SET);
+    mte_DBM_StoreRow(MTE_CAT_SET, &stRow);
 }
 
 bool ChangesSomething(const MTE_SET_ENTRY_S& stRow, const MTE_SET_ENTRY_S& stRequest,
@@ -178,8 +174,7 @@ void mte_SET_Destroy(MTE_SET_ENTRY_S* pstRow) {
     if (pstRow == nullptr) {
         return;
     }
-    mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_SET_LIST_NAME, sizeof(MTE_SET_LIST_NAME), pstRow,
-                            sizeof(*pstRow));
+    mte_DBM_RemoveRow(MTE_CAT_SET, pstRow);
     free(pstRow);
 }
 
@@ -233,7 +228,7 @@ uint32_t mte_SET_Recover(uint32_t uiLen, const void* pRecord) {
     MTE_SET_ENTRY_S stRecord;
     memcpy(&stRecord, pRecord, sizeof(stRecord));
     stRecord = TerminatedCopy(stRecord);
-    EVENT_WRITE_GUARD stGuard;
+    MTE_LOCK_GUARD stGuard(mte_EVENT_ListWrLock, mte_EVENT_ListUnLock);
     MTE_EVENT_ENTRY_S* pstEvent = mte_EVENT_GetEventEntry(stRecord.szOwner, stRecord.szName);
     if (pstEvent == nullptr) {
         return MTE_ERR_GENERAL;

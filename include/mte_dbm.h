@@ -5,27 +5,12 @@
 
 #include <cstdint>
 
+#include "mte_catalogue.h"
 #include "plat_dbm.h"
 
 // Database selectors.
 constexpr uint32_t MTE_DBM_CFG = 1;
 constexpr uint32_t MTE_DBM_RUN = 2;
-
-// Sort-list table ids and binary item ids.
-enum : uint32_t {
-    MTE_TBL_TRIGGER = 1,
-    MTE_TBL_BOOLEAN = 2,
-    MTE_TBL_THRESHOLD = 3,
-    MTE_TBL_EXISTENCE = 4,
-    MTE_TBL_OBJECTS = 5,
-    MTE_TBL_EVENT = 6,
-    MTE_TBL_NOTIFY = 7,
-    MTE_TBL_SET = 8,
-    MTE_ITEM_ID_SAMP_MINI = 9,
-    MTE_ITEM_ID_SAMP_INST_MAX = 10,
-    MTE_ITEM_ID_STATISTIC_DATA = 11,
-    MTE_TBL_DELTA = 12,  // an addition: the delta rows (docs/store.md)
-};
 
 // The sort lists created at initialisation, one per table, and the recovery
 // table: ids in the order in which the stored configuration is replayed.
@@ -59,6 +44,18 @@ uint32_t mte_DBM_DelFromSortList(uint32_t uiSelector, const char* pszList, uint3
                                  const void* pRecord, uint32_t uiRecordSize);
 uint32_t mte_DBM_SetBinary(uint32_t uiSelector, const char* pszItem, uint32_t uiNameSize,
                            const void* pData, uint32_t uiSize, uint32_t uiItemId);
+// Stores (or replaces) a row of a catalogue table in the table's list.
+inline uint32_t mte_DBM_StoreRow(MTE_CAT_TABLE_E eTable, const void* pRow) {
+    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[eTable];
+    return mte_DBM_InsertSortList(MTE_DBM_CFG, stTable.pszList, stTable.uiListNameSize, pRow,
+                                  stTable.uiRowSize, stTable.uiListId);
+}
+// Removes the stored row with the row's keys from the table's list.
+inline uint32_t mte_DBM_RemoveRow(MTE_CAT_TABLE_E eTable, const void* pRow) {
+    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[eTable];
+    return mte_DBM_DelFromSortList(MTE_DBM_CFG, stTable.pszList, stTable.uiListNameSize, pRow,
+                                   stTable.uiRowSize);
+}
 int64_t mte_dbm_OpenRun(uint32_t uiMode);
 void mte_BIN_SetRecover(uint16_t usFlag);
 uint16_t mte_BIN_GetRecover(void);

@@ -17,12 +17,14 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstring>
 #include <deque>
 #include <string>
 #include <vector>
 
 #include "mte_bool.h"
+#include "mte_catalogue.h"
 #include "mte_core.h"
 #include "mte_dbg.h"
 #include "mte_delta.h"
@@ -62,64 +64,60 @@ int64_t g_llMteCfgHandle = -1;
 int64_t g_llMteRunHandle = -1;
 uint16_t g_usMteBinRecover = 0;
 
-// Owner and name are 33-byte zero-terminated fields at the offsets pinned in
-// mte_types.h; the objects index is a u32.
-template <typename REC>
-constexpr DBM_KEY_S mte_dbm_OwnerKey() {
-    return DBM_KEY_S{offsetof(REC, szOwner), MTE_NAME_SIZE, DBM_KEY_STRING, 0};
-}
-template <typename REC>
-constexpr DBM_KEY_S mte_dbm_NameKey() {
-    return DBM_KEY_S{offsetof(REC, szName), MTE_NAME_SIZE, DBM_KEY_STRING, 0};
-}
-template <typename REC>
-constexpr DBM_KEY_S g_astOwnerNameKeys[] = {mte_dbm_OwnerKey<REC>(), mte_dbm_NameKey<REC>()};
-constexpr DBM_KEY_S g_astObjectsKeys[] = {
-    mte_dbm_OwnerKey<MTE_OBJ_ROW_S>(), mte_dbm_NameKey<MTE_OBJ_ROW_S>(),
-    DBM_KEY_S{offsetof(MTE_OBJ_ROW_S, uiIndex), sizeof(uint32_t), DBM_KEY_U32, 0}};
+// The key fields of a table's store list: its owner and name (33-byte
+// zero-terminated fields) and, for the objects, the u32 index.
+struct MTE_DBM_LIST_KEYS_S {
+    DBM_KEY_S astKeys[3];
+    uint32_t uiKeyCount;
+};
 
-// The creation function of a sort list: its key fields are the template's.
-template <const auto& astKeys>
+constexpr DBM_KEY_S mte_dbm_Key(const MTE_CAT_COLUMN_S& stColumn) {
+    return DBM_KEY_S{stColumn.usOffset, stColumn.usSize,
+                     stColumn.eKind == MTE_CAT_KIND_E::INDEX ? DBM_KEY_U32 : DBM_KEY_STRING, 0};
+}
+
+constexpr auto g_astMteListKeys = [] {
+    std::array<MTE_DBM_LIST_KEYS_S, MTE_CAT_TABLE_COUNT> astLists{};
+    for (size_t i = 0; i < MTE_CAT_TABLE_COUNT; ++i) {
+        MTE_DBM_LIST_KEYS_S& stList = astLists[i];
+        for (MTE_CAT_KIND_E eKind :
+             {MTE_CAT_KIND_E::OWNER, MTE_CAT_KIND_E::NAME, MTE_CAT_KIND_E::INDEX}) {
+            const MTE_CAT_COLUMN_S* pstColumn = MTE_CAT_FindKind(g_astMteCatalogue[i], eKind);
+            if (pstColumn != nullptr) {
+                stList.astKeys[stList.uiKeyCount++] = mte_dbm_Key(*pstColumn);
+            }
+        }
+    }
+    return astLists;
+}();
+static_assert(g_astMteListKeys[MTE_CAT_OBJECTS].uiKeyCount == 3);
+static_assert(g_astMteListKeys[MTE_CAT_TRIGGER].uiKeyCount == 2);
+
+// The creation function of a table's sort list.
+template <MTE_CAT_TABLE_E TABLE>
 uint32_t mte_dbm_CreateList(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
                             uint32_t uiTableId) {
-    constexpr uint32_t uiKeyCount = sizeof(astKeys) / sizeof(astKeys[0]);
-    return DBM_CreateSortList(llHandle, pszName, uiNameSize, astKeys, uiKeyCount, uiTableId);
+    const MTE_DBM_LIST_KEYS_S& stList = g_astMteListKeys[TABLE];
+    return DBM_CreateSortList(llHandle, pszName, uiNameSize, stList.astKeys, stList.uiKeyCount,
+                              uiTableId);
+}
+
+template <MTE_CAT_TABLE_E TABLE>
+constexpr MTE_DBM_SORTLIST_S mte_dbm_ListRow() {
+    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[TABLE];
+    return {stTable.pszList, stTable.uiListNameSize, stTable.uiListId, mte_dbm_CreateList<TABLE>};
 }
 
 }  // namespace
 
 const MTE_DBM_SORTLIST_S g_astMteCreateSortListFunc[MTE_DBM_SORTLIST_ROWS] = {
-    {"mteTrigger", 11, MTE_TBL_TRIGGER, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_TRIGGER_ROW_S>>},
-    {"mteBoolean", 11, MTE_TBL_BOOLEAN, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_BOOL_ENTRY_S>>},
-    {"mteThreshold", 13, MTE_TBL_THRESHOLD,
-     mte_dbm_CreateList<g_astOwnerNameKeys<MTE_THRES_ENTRY_S>>},
-    {"mteExistence", 13, MTE_TBL_EXISTENCE,
-     mte_dbm_CreateList<g_astOwnerNameKeys<MTE_EXIST_ENTRY_S>>},
-    {"mteObjects", 11, MTE_TBL_OBJECTS, mte_dbm_CreateList<g_astObjectsKeys>},
-    {"mteEvent", 9, MTE_TBL_EVENT, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_EVENT_ROW_S>>},
-    {"mteNotify", 10, MTE_TBL_NOTIFY, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_NOTIFY_ENTRY_S>>},
-    {"mteSet", 7, MTE_TBL_SET, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_SET_ENTRY_S>>},
+    mte_dbm_ListRow<MTE_CAT_TRIGGER>(),   mte_dbm_ListRow<MTE_CAT_BOOLEAN>(),
+    mte_dbm_ListRow<MTE_CAT_THRESHOLD>(), mte_dbm_ListRow<MTE_CAT_EXISTENCE>(),
+    mte_dbm_ListRow<MTE_CAT_OBJECTS>(),   mte_dbm_ListRow<MTE_CAT_EVENT>(),
+    mte_dbm_ListRow<MTE_CAT_NOTIFY>(),    mte_dbm_ListRow<MTE_CAT_SET>(),
 };
 
 namespace {
-
-// The key fields of each list, to tell whether two pending writes are for the
-// same row.
-struct MTE_DBM_LIST_KEYS_S {
-    const char* pszName;
-    const DBM_KEY_S* pstKeys;
-    uint32_t uiKeyCount;
-};
-constexpr MTE_DBM_LIST_KEYS_S g_astMteListKeys[MTE_DBM_SORTLIST_ROWS] = {
-    {"mteTrigger", g_astOwnerNameKeys<MTE_TRIGGER_ROW_S>, 2},
-    {"mteBoolean", g_astOwnerNameKeys<MTE_BOOL_ENTRY_S>, 2},
-    {"mteThreshold", g_astOwnerNameKeys<MTE_THRES_ENTRY_S>, 2},
-    {"mteExistence", g_astOwnerNameKeys<MTE_EXIST_ENTRY_S>, 2},
-    {"mteObjects", g_astObjectsKeys, 3},
-    {"mteEvent", g_astOwnerNameKeys<MTE_EVENT_ROW_S>, 2},
-    {"mteNotify", g_astOwnerNameKeys<MTE_NOTIFY_ENTRY_S>, 2},
-    {"mteSet", g_astOwnerNameKeys<MTE_SET_ENTRY_S>, 2},
-};
 
 enum MTE_DBM_OP_E : uint8_t { MTE_DBM_OP_INSERT, MTE_DBM_OP_DELETE, MTE_DBM_OP_BINARY };
 
@@ -141,9 +139,9 @@ int g_iMteRetryFd = -1;
 int64_t mte_dbm_Handle(uint32_t uiSelector);
 
 const MTE_DBM_LIST_KEYS_S* mte_dbm_ListKeys(const std::string& strList) {
-    for (const MTE_DBM_LIST_KEYS_S& stList : g_astMteListKeys) {
-        if (strList == stList.pszName) {
-            return &stList;
+    for (size_t i = 0; i < MTE_CAT_TABLE_COUNT; ++i) {
+        if (strList == g_astMteCatalogue[i].pszList) {
+            return &g_astMteListKeys[i];
         }
     }
     return nullptr;
@@ -175,7 +173,7 @@ bool mte_dbm_SameRow(const MTE_DBM_WRITE_S& stA, const MTE_DBM_WRITE_S& stB) {
         return false;
     }
     for (uint32_t i = 0; i < pstList->uiKeyCount; ++i) {
-        if (!mte_dbm_SameKeyField(pstList->pstKeys[i], stA, stB)) {
+        if (!mte_dbm_SameKeyField(pstList->astKeys[i], stA, stB)) {
             return false;
         }
     }
@@ -347,6 +345,12 @@ uint32_t mte_dbm_RecoverList(int64_t llHandle, const char* pszName, uint32_t uiN
     return MTE_OK;
 }
 
+template <MTE_CAT_TABLE_E TABLE, MTE_RECOVER_PF pfRecover>
+constexpr DBM_BATCH_ROW_S mte_dbm_RecoverRow() {
+    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[TABLE];
+    return {stTable.uiListId, mte_dbm_RecoverList<pfRecover, stTable.uiRowSize>, 0};
+}
+
 int64_t mte_dbm_Handle(uint32_t uiSelector) {
     switch (uiSelector) {
         case MTE_DBM_CFG:
@@ -379,23 +383,23 @@ void mte_dbm_CloseRun(void) {
 const DBM_BATCH_ROW_S g_astMteDbmRecoverFunc[MTE_DBM_RECOVER_ROWS] = {
     {MTE_ITEM_ID_SAMP_MINI, mte_dbm_RecoverItem<mte_SCALAR_SampMinRecover>, 0},
     {MTE_ITEM_ID_SAMP_INST_MAX, mte_dbm_RecoverItem<mte_SCALAR_SampInstanceMaxRecover>, 0},
-    {MTE_TBL_OBJECTS, mte_dbm_RecoverList<mte_OBJ_Recover, sizeof(MTE_OBJ_ROW_S)>, 0},
-    {MTE_TBL_EVENT, mte_dbm_RecoverList<mte_EVENT_Recover, sizeof(MTE_EVENT_ROW_S)>, 0},
-    {MTE_TBL_SET, mte_dbm_RecoverList<mte_SET_Recover, sizeof(MTE_SET_ENTRY_S)>, 0},
-    {MTE_TBL_NOTIFY, mte_dbm_RecoverList<mte_NOTIFY_Recover, sizeof(MTE_NOTIFY_ENTRY_S)>, 0},
-    {MTE_TBL_TRIGGER, mte_dbm_RecoverList<mte_TRIGGER_Recover, sizeof(MTE_TRIGGER_ROW_S)>, 0},
-    {MTE_TBL_BOOLEAN, mte_dbm_RecoverList<mte_BOOL_Recover, sizeof(MTE_BOOL_ENTRY_S)>, 0},
-    {MTE_TBL_EXISTENCE, mte_dbm_RecoverList<mte_EXIST_Recover, MTE_EXIST_ROW_SIZE>, 0},
-    {MTE_TBL_THRESHOLD, mte_dbm_RecoverList<mte_THRES_Recover, sizeof(MTE_THRES_ENTRY_S)>, 0},
+    mte_dbm_RecoverRow<MTE_CAT_OBJECTS, mte_OBJ_Recover>(),
+    mte_dbm_RecoverRow<MTE_CAT_EVENT, mte_EVENT_Recover>(),
+    mte_dbm_RecoverRow<MTE_CAT_SET, mte_SET_Recover>(),
+    mte_dbm_RecoverRow<MTE_CAT_NOTIFY, mte_NOTIFY_Recover>(),
+    mte_dbm_RecoverRow<MTE_CAT_TRIGGER, mte_TRIGGER_Recover>(),
+    mte_dbm_RecoverRow<MTE_CAT_BOOLEAN, mte_BOOL_Recover>(),
+    mte_dbm_RecoverRow<MTE_CAT_EXISTENCE, mte_EXIST_Recover>(),
+    mte_dbm_RecoverRow<MTE_CAT_THRESHOLD, mte_THRES_Recover>(),
 };
 
 const MTE_DBM_SORTLIST_S g_astMteCreateSortListExt[MTE_DBM_SORTLIST_EXT_ROWS] = {
-    {"mteDelta", 9, MTE_TBL_DELTA, mte_dbm_CreateList<g_astOwnerNameKeys<MTE_DELTA_ENTRY_S>>},
+    mte_dbm_ListRow<MTE_CAT_DELTA>(),
 };
 
 // After the triggers, whose recovery made every delta row with its defaults.
 const DBM_BATCH_ROW_S g_astMteDbmRecoverExt[MTE_DBM_SORTLIST_EXT_ROWS] = {
-    {MTE_TBL_DELTA, mte_dbm_RecoverList<mte_DELTA_Recover, sizeof(MTE_DELTA_ENTRY_S)>, 0},
+    mte_dbm_RecoverRow<MTE_CAT_DELTA, mte_DELTA_Recover>(),
 };
 
 uint32_t mte_DBM_Init(void) {

@@ -58,10 +58,7 @@ void Terminate(MTE_BOOL_ENTRY_S* pstRow) {
 constexpr MTE_TEST_TABLE_S<MTE_BOOL_ENTRY_S> kTable = {
     &MTE_TRIGGER_ENTRY_S::pstBool,
     "Boolean",
-    MTE_LIST_BOOLEAN,
-    MTE_LIST_BOOLEAN_NAME_SIZE,
-    sizeof(MTE_BOOL_ENTRY_S),
-    MTE_TBL_BOOLEAN,
+    MTE_CAT_BOOLEAN,
     Defaults,
     Changes,
     Validate,

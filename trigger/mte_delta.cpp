@@ -84,10 +84,7 @@ void Terminate(MTE_DELTA_ENTRY_S* pstRow) {
 constexpr MTE_TEST_TABLE_S<MTE_DELTA_ENTRY_S> kTable = {
     &MTE_TRIGGER_ENTRY_S::pstDelta,
     "Delta",
-    MTE_LIST_DELTA,
-    MTE_LIST_DELTA_NAME_SIZE,
-    sizeof(MTE_DELTA_ENTRY_S),
-    MTE_TBL_DELTA,
+    MTE_CAT_DELTA,
     Defaults,
     Changes,
     Validate,

@@ -70,10 +70,7 @@ void Terminate(MTE_EXIST_ENTRY_S* pstRow) {
 constexpr MTE_TEST_TABLE_S<MTE_EXIST_ENTRY_S> kTable = {
     &MTE_TRIGGER_ENTRY_S::pstExist,
     "Existence",
-    MTE_LIST_EXISTENCE,
-    MTE_LIST_EXISTENCE_NAME_SIZE,
-    MTE_EXIST_ROW_SIZE,
-    MTE_TBL_EXISTENCE,
+    MTE_CAT_EXISTENCE,
     Defaults,
     Changes,
     Validate,

@@ -80,10 +80,7 @@ template <typename Row>
 struct MTE_TEST_TABLE_S {
     Row* MTE_TRIGGER_ENTRY_S::*pstMember;  // the trigger's pointer to its row
     const char* pszKind;                   // "Existence", "Boolean", "Threshold"
-    const char* pszList;
-    uint32_t uiListNameSize;
-    uint32_t uiRecordSize;  // the stored and exchanged part of the row
-    uint32_t uiTableId;
+    MTE_CAT_TABLE_E eTable;                // its store list and stored size
     void (*pfDefaults)(Row* pstRow);
     bool (*pfChanges)(const Row* pstReq, uint32_t uiMask, const Row* pstRow);
     // 0, or the failed column of a request that breaks the table's rules.
@@ -96,8 +93,7 @@ struct MTE_TEST_TABLE_S {
 template <typename Row>
 void mte_test_Store(const MTE_TEST_TABLE_S<Row>& stTable, const Row* pstRow) {
     // A failed write is reported by the store; the accepted change stands.
-    (void)mte_DBM_InsertSortList(MTE_DBM_CFG, stTable.pszList, stTable.uiListNameSize, pstRow,
-                                 stTable.uiRecordSize, stTable.uiTableId);
+    (void)mte_DBM_StoreRow(stTable.eTable, pstRow);
 }
 
 template <typename Row>
@@ -126,8 +122,7 @@ void mte_test_Destroy(const MTE_TEST_TABLE_S<Row>& stTable, Row* pstRow) {
     if (pstRow == nullptr) {
         return;
     }
-    (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, stTable.pszList, stTable.uiListNameSize, pstRow,
-                                  stTable.uiRecordSize);
+    (void)mte_DBM_RemoveRow(stTable.eTable, pstRow);
     free(pstRow);
 }
 
@@ -152,7 +147,7 @@ template <typename Row>
 uint32_t mte_test_Set(const MTE_TEST_TABLE_S<Row>& stTable, const Row* pstRequest, uint32_t uiMask,
                       uint32_t* puiFailedColumn) {
     Row stReq{};
-    memcpy(&stReq, pstRequest, stTable.uiRecordSize);
+    memcpy(&stReq, pstRequest, g_astMteCatalogue[stTable.eTable].uiRowSize);
     stTable.pfTerminate(&stReq);
     MTE_TRIGGER_ENTRY_S* pstTrigger = mte_TRIGGER_GetTriggerEntry(stReq.szOwner, stReq.szName);
     if (pstTrigger == nullptr || pstTrigger->*stTable.pstMember == nullptr) {
@@ -184,11 +179,11 @@ uint32_t mte_test_Set(const MTE_TEST_TABLE_S<Row>& stTable, const Row* pstReques
 template <typename Row>
 uint32_t mte_test_Recover(const MTE_TEST_TABLE_S<Row>& stTable, uint32_t uiLen,
                           const void* pRecord) {
-    if (uiLen != stTable.uiRecordSize || pRecord == nullptr) {
+    if (uiLen != g_astMteCatalogue[stTable.eTable].uiRowSize || pRecord == nullptr) {
         return MTE_ERR_GENERAL;
     }
     Row stRec{};
-    memcpy(&stRec, pRecord, stTable.uiRecordSize);
+    memcpy(&stRec, pRecord, g_astMteCatalogue[stTable.eTable].uiRowSize);
     stTable.pfTerminate(&stRec);
     MTE_TRIGGER_ENTRY_S* pstTrigger = mte_TRIGGER_GetTriggerEntry(stRec.szOwner, stRec.szName);
     if (pstTrigger == nullptr ||

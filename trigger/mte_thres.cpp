@@ -115,10 +115,7 @@ void Terminate(MTE_THRES_ENTRY_S* pstRow) {
 constexpr MTE_TEST_TABLE_S<MTE_THRES_ENTRY_S> kTable = {
     &MTE_TRIGGER_ENTRY_S::pstThres,
     "Threshold",
-    MTE_LIST_THRESHOLD,
-    MTE_LIST_THRESHOLD_NAME_SIZE,
-    sizeof(MTE_THRES_ENTRY_S),
-    MTE_TBL_THRESHOLD,
+    MTE_CAT_THRESHOLD,
     Defaults,
     Changes,
     Validate,

@@ -55,8 +55,7 @@ void TerminateRow(MTE_TRIGGER_ROW_S* pstRow) {
 
 void StoreRow(const MTE_TRIGGER_ROW_S* pstRow) {
     // A failed write is reported by the store; the accepted change stands.
-    (void)mte_DBM_InsertSortList(MTE_DBM_CFG, MTE_LIST_TRIGGER, MTE_LIST_TRIGGER_NAME_SIZE, pstRow,
-                                 sizeof(*pstRow), MTE_TBL_TRIGGER);
+    (void)mte_DBM_StoreRow(MTE_CAT_TRIGGER, pstRow);
 }
 
 uint32_t CheckObjOwner(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
@@ -542,23 +541,18 @@ uint32_t Destroy(MTE_TRIGGER_ENTRY_S* pstEntry) {
         pstEntry->llTimerId = -1;
     }
     mte_trigger_Unlink(pstEntry);
-    (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_TRIGGER, MTE_LIST_TRIGGER_NAME_SIZE,
-                                  &pstEntry->stRow, sizeof(pstEntry->stRow));
+    (void)mte_DBM_RemoveRow(MTE_CAT_TRIGGER, &pstEntry->stRow);
     if (pstEntry->pstBool != nullptr) {
-        (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_BOOLEAN, MTE_LIST_BOOLEAN_NAME_SIZE,
-                                      pstEntry->pstBool, sizeof(MTE_BOOL_ENTRY_S));
+        (void)mte_DBM_RemoveRow(MTE_CAT_BOOLEAN, pstEntry->pstBool);
     }
     if (pstEntry->pstExist != nullptr) {
-        (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_EXISTENCE, MTE_LIST_EXISTENCE_NAME_SIZE,
-                                      pstEntry->pstExist, MTE_EXIST_ROW_SIZE);
+        (void)mte_DBM_RemoveRow(MTE_CAT_EXISTENCE, pstEntry->pstExist);
     }
     if (pstEntry->pstThres != nullptr) {
-        (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_THRESHOLD, MTE_LIST_THRESHOLD_NAME_SIZE,
-                                      pstEntry->pstThres, sizeof(MTE_THRES_ENTRY_S));
+        (void)mte_DBM_RemoveRow(MTE_CAT_THRESHOLD, pstEntry->pstThres);
     }
     if (pstEntry->pstDelta != nullptr) {
-        (void)mte_DBM_DelFromSortList(MTE_DBM_CFG, MTE_LIST_DELTA, MTE_LIST_DELTA_NAME_SIZE,
-                                      pstEntry->pstDelta, sizeof(MTE_DELTA_ENTRY_S));
+        (void)mte_DBM_RemoveRow(MTE_CAT_DELTA, pstEntry->pstDelta);
     }
     if (pstEntry->uiRunState == MTE_RUN_IDLE) {
         if (uiOldStatus == MTE_ROW_ACTIVE) {

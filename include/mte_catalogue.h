@@ -1,0 +1,491 @@
+// The table catalogue: every fact about the nine row tables, written once.
+//
+// Per table: its record and the record's size on the wire and in the store,
+// the message type and data items that carry it, the store list (name and
+// id), and per column the column number (mask bit and failed column), the
+// value kind, the field's offset and size in the record, the name eventmibctl
+// and the docs show, and the column sub-identifier the bridge serves it
+// under. The message check, the dispatch, the store's lists and recovery,
+// eventmibctl and the bridge's column map are all read from here, so a new
+// column is one row below (plus its record field).
+//
+// Pure constants, usable at compile time by the daemon and both clients.
+// The handlers of each table stay with their users (dispatch, recovery),
+// which index them by MTE_CAT_TABLE_E.
+#ifndef MTE_CATALOGUE_H
+#define MTE_CATALOGUE_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "mte_msg.h"
+#include "mte_types.h"
+
+// How a column's value is held in the record and read and written by name.
+enum class MTE_CAT_KIND_E : uint8_t {
+    OWNER,   // index string (mteOwner)
+    NAME,    // index string (trigger, event or objects name)
+    INDEX,   // index u32 (mteObjectsIndex)
+    OID,     // MTE_OID_S
+    U32,     // unsigned number
+    I32,     // signed number
+    TRUTH,   // TruthValue
+    STATUS,  // RowStatus
+    ENUM,    // u32 enumeration, its values named
+    STR,     // zero-terminated string of usSize bytes
+    BITS,    // one octet of named bits, each bit written as a column of its own
+};
+
+// A named value of an ENUM or STATUS column, or one bit of a BITS column
+// (uiValue the bit, uiColumn the column that writes it).
+struct MTE_CAT_NAMED_S {
+    const char* pszName;
+    uint32_t uiValue;
+    uint32_t uiColumn;
+};
+
+struct MTE_CAT_COLUMN_S {
+    const char* pszName;  // as eventmibctl and the docs show it
+    MTE_CAT_KIND_E eKind;
+    uint32_t uiColumn;    // mask bit and failed column; 0: index, read-only or BITS
+    uint8_t ucRfcColumn;  // the served column's sub-identifier; 0: not served
+    uint16_t usOffset;    // in the record
+    uint16_t usSize;      // field size (strings with their zero byte)
+    const MTE_CAT_NAMED_S* pstNames;
+    size_t uiNameCount;
+};
+
+struct MTE_CAT_TABLE_S {
+    const char* pszName;     // eventmibctl's table name
+    const char* pszMibName;  // the served table
+    uint32_t auiEntry[3];    // the served entry, relative to mteObjects
+    uint16_t usMsgType;
+    uint16_t usRowItem;
+    uint16_t usKeyItem;
+    uint32_t uiRowSize;       // on the wire and in the store
+    const char* pszList;      // store list name (a fixed text: stores hold it)
+    uint32_t uiListNameSize;  // with its zero byte
+    uint32_t uiListId;
+    const MTE_CAT_COLUMN_S* pstColumns;
+    size_t uiColumnCount;
+};
+
+// Store list ids and binary item ids.
+enum : uint32_t {
+    MTE_TBL_TRIGGER = 1,
+    MTE_TBL_BOOLEAN = 2,
+    MTE_TBL_THRESHOLD = 3,
+    MTE_TBL_EXISTENCE = 4,
+    MTE_TBL_OBJECTS = 5,
+    MTE_TBL_EVENT = 6,
+    MTE_TBL_NOTIFY = 7,
+    MTE_TBL_SET = 8,
+    MTE_ITEM_ID_SAMP_MINI = 9,
+    MTE_ITEM_ID_SAMP_INST_MAX = 10,
+    MTE_ITEM_ID_STATISTIC_DATA = 11,
+    MTE_TBL_DELTA = 12,  // an addition: the delta rows (docs/store.md)
+};
+
+// The tables in the served OID order, which is also the order in which one
+// SNMP SET's rows are applied: triggers before their delta rows and tests,
+// events before their actions.
+enum MTE_CAT_TABLE_E : uint32_t {
+    MTE_CAT_TRIGGER,
+    MTE_CAT_DELTA,
+    MTE_CAT_EXISTENCE,
+    MTE_CAT_BOOLEAN,
+    MTE_CAT_THRESHOLD,
+    MTE_CAT_OBJECTS,
+    MTE_CAT_EVENT,
+    MTE_CAT_NOTIFY,
+    MTE_CAT_SET,
+    MTE_CAT_TABLE_COUNT,
+};
+
+namespace mte_cat {
+
+using K = MTE_CAT_KIND_E;
+
+#define MTE_CAT_FIELD(REC, field) \
+    static_cast<uint16_t>(offsetof(REC, field)), static_cast<uint16_t>(sizeof(REC::field))
+#define MTE_CAT_NAMES(arr) arr, sizeof(arr) / sizeof(arr[0])
+#define MTE_CAT_COLUMNS(arr) arr, sizeof(arr) / sizeof(arr[0])
+
+inline constexpr MTE_CAT_NAMED_S g_astSampleTypes[] = {
+    {"absoluteValue", MTE_SAMPLE_ABSOLUTE, 0},
+    {"deltaValue", MTE_SAMPLE_DELTA, 0},
+    {"absolute", MTE_SAMPLE_ABSOLUTE, 0},
+    {"delta", MTE_SAMPLE_DELTA, 0},
+};
+inline constexpr MTE_CAT_NAMED_S g_astComparisons[] = {
+    {"unequal", MTE_BOOL_UNEQUAL, 0}, {"equal", MTE_BOOL_EQUAL, 0},
+    {"less", MTE_BOOL_LESS, 0},       {"lessOrEqual", MTE_BOOL_LESS_OR_EQUAL, 0},
+    {"greater", MTE_BOOL_GREATER, 0}, {"greaterOrEqual", MTE_BOOL_GREATER_OR_EQUAL, 0},
+};
+inline constexpr MTE_CAT_NAMED_S g_astThresStartups[] = {
+    {"rising", MTE_THRES_STARTUP_RISING, 0},
+    {"falling", MTE_THRES_STARTUP_FALLING, 0},
+    {"risingOrFalling", MTE_THRES_STARTUP_RISING_OR_FALLING, 0},
+};
+inline constexpr MTE_CAT_NAMED_S g_astDiscontinuityTypes[] = {
+    {"timeTicks", MTE_DELTA_TIME_TICKS, 0},
+    {"timeStamp", MTE_DELTA_TIME_STAMP, 0},
+    {"dateAndTime", MTE_DELTA_DATE_AND_TIME, 0},
+};
+inline constexpr MTE_CAT_NAMED_S g_astStatuses[] = {
+    {"active", MTE_ROW_ACTIVE, 0},
+    {"notInService", MTE_ROW_NOT_IN_SERVICE, 0},
+    {"notReady", MTE_ROW_NOT_READY, 0},
+    {"createAndGo", MTE_ROW_CREATE_AND_GO, 0},
+    {"createAndWait", MTE_ROW_CREATE_AND_WAIT, 0},
+    {"destroy", MTE_ROW_DESTROY, 0},
+};
+// BITS: the octet holds the served bit positions (bit 0 = 0x80).
+inline constexpr MTE_CAT_NAMED_S g_astTriggerTests[] = {
+    {"existence", MTE_TEST_EXISTENCE, MTE_TRIGGER_COL_TEST_EXISTENCE},
+    {"boolean", MTE_TEST_BOOLEAN, MTE_TRIGGER_COL_TEST_BOOLEAN},
+    {"threshold", MTE_TEST_THRESHOLD, MTE_TRIGGER_COL_TEST_THRESHOLD},
+};
+inline constexpr MTE_CAT_NAMED_S g_astExistTests[] = {
+    {"present", MTE_EXIST_PRESENT, MTE_EXIST_COL_TEST_PRESENT},
+    {"absent", MTE_EXIST_ABSENT, MTE_EXIST_COL_TEST_ABSENT},
+    {"changed", MTE_EXIST_CHANGED, MTE_EXIST_COL_TEST_CHANGED},
+};
+inline constexpr MTE_CAT_NAMED_S g_astExistStartups[] = {
+    {"present", MTE_EXIST_PRESENT, MTE_EXIST_COL_STARTUP_PRESENT},
+    {"absent", MTE_EXIST_ABSENT, MTE_EXIST_COL_STARTUP_ABSENT},
+};
+inline constexpr MTE_CAT_NAMED_S g_astActions[] = {
+    {"notification", MTE_ACTION_NOTIFICATION, MTE_EVENT_COL_ACTION_NOTIFICATION},
+    {"set", MTE_ACTION_SET, MTE_EVENT_COL_ACTION_SET},
+};
+
+// Columns in the order eventmibctl shows them; the index columns first.
+using TRG = MTE_TRIGGER_ROW_S;
+inline constexpr MTE_CAT_COLUMN_S g_astTriggerColumns[] = {
+    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(TRG, szOwner), nullptr, 0},
+    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(TRG, szName), nullptr, 0},
+    {"comment", K::STR, MTE_TRIGGER_COL_COMMENT, 3, MTE_CAT_FIELD(TRG, szComment), nullptr, 0},
+    {"test", K::BITS, 0, 4, MTE_CAT_FIELD(TRG, ucTest), MTE_CAT_NAMES(g_astTriggerTests)},
+    {"sampletype", K::ENUM, MTE_TRIGGER_COL_SAMPLE_TYPE, 5, MTE_CAT_FIELD(TRG, uiSampleType),
+     MTE_CAT_NAMES(g_astSampleTypes)},
+    {"valueid", K::OID, MTE_TRIGGER_COL_VALUE_ID, 6, MTE_CAT_FIELD(TRG, stValueID), nullptr, 0},
+    {"wildcard", K::TRUTH, MTE_TRIGGER_COL_VALUE_ID_WILDCARD, 7,
+     MTE_CAT_FIELD(TRG, uiValueIDWildcard), nullptr, 0},
+    {"context", K::STR, MTE_TRIGGER_COL_CONTEXT_NAME, 9, MTE_CAT_FIELD(TRG, szContextName), nullptr,
+     0},
+    {"contextwildcard", K::TRUTH, MTE_TRIGGER_COL_CONTEXT_NAME_WILDCARD, 10,
+     MTE_CAT_FIELD(TRG, uiContextNameWildcard), nullptr, 0},
+    {"frequency", K::U32, MTE_TRIGGER_COL_FREQUENCY, 11, MTE_CAT_FIELD(TRG, uiFrequency), nullptr,
+     0},
+    {"objectsowner", K::STR, MTE_TRIGGER_COL_OBJECTS_OWNER, 12, MTE_CAT_FIELD(TRG, szObjectsOwner),
+     nullptr, 0},
+    {"objects", K::STR, MTE_TRIGGER_COL_OBJECTS, 13, MTE_CAT_FIELD(TRG, szObjects), nullptr, 0},
+    {"enabled", K::TRUTH, 0, 14, MTE_CAT_FIELD(TRG, uiEnabled), nullptr, 0},
+    {"targettag", K::STR, 0, 8, MTE_CAT_FIELD(TRG, szTargetTag), nullptr, 0},
+    {"status", K::STATUS, MTE_TRIGGER_COL_ENTRY_STATUS, 15, MTE_CAT_FIELD(TRG, uiEntryStatus),
+     MTE_CAT_NAMES(g_astStatuses)},
+};
+
+using DLT = MTE_DELTA_ENTRY_S;
+inline constexpr MTE_CAT_COLUMN_S g_astDeltaColumns[] = {
+    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(DLT, szOwner), nullptr, 0},
+    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(DLT, szName), nullptr, 0},
+    {"discontinuityid", K::OID, MTE_DELTA_COL_DISCONTINUITY_ID, 1,
+     MTE_CAT_FIELD(DLT, stDiscontinuityID), nullptr, 0},
+    {"discontinuityidwildcard", K::TRUTH, MTE_DELTA_COL_DISCONTINUITY_ID_WILDCARD, 2,
+     MTE_CAT_FIELD(DLT, uiDiscontinuityIDWildcard), nullptr, 0},
+    {"discontinuityidtype", K::ENUM, MTE_DELTA_COL_DISCONTINUITY_ID_TYPE, 3,
+     MTE_CAT_FIELD(DLT, uiDiscontinuityIDType), MTE_CAT_NAMES(g_astDiscontinuityTypes)},
+};
+
+using EXI = MTE_EXIST_ENTRY_S;
+inline constexpr MTE_CAT_COLUMN_S g_astExistColumns[] = {
+    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(EXI, szOwner), nullptr, 0},
+    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(EXI, szName), nullptr, 0},
+    {"test", K::BITS, 0, 1, MTE_CAT_FIELD(EXI, ucTest), MTE_CAT_NAMES(g_astExistTests)},
+    {"startup", K::BITS, 0, 2, MTE_CAT_FIELD(EXI, ucStartup), MTE_CAT_NAMES(g_astExistStartups)},
+    {"objectsowner", K::STR, MTE_EXIST_COL_OBJECTS_OWNER, 3, MTE_CAT_FIELD(EXI, szObjectsOwner),
+     nullptr, 0},
+    {"objects", K::STR, MTE_EXIST_COL_OBJECTS, 4, MTE_CAT_FIELD(EXI, szObjects), nullptr, 0},
+    {"eventowner", K::STR, MTE_EXIST_COL_EVENT_OWNER, 5, MTE_CAT_FIELD(EXI, szEventOwner), nullptr,
+     0},
+    {"event", K::STR, MTE_EXIST_COL_EVENT, 6, MTE_CAT_FIELD(EXI, szEvent), nullptr, 0},
+};
+
+using BOO = MTE_BOOL_ENTRY_S;
+inline constexpr MTE_CAT_COLUMN_S g_astBoolColumns[] = {
+    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(BOO, szOwner), nullptr, 0},
+    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(BOO, szName), nullptr, 0},
+    {"comparison", K::ENUM, MTE_BOOL_COL_COMPARISON, 1, MTE_CAT_FIELD(BOO, uiComparison),
+     MTE_CAT_NAMES(g_astComparisons)},
+    {"value", K::I32, MTE_BOOL_COL_VALUE, 2, MTE_CAT_FIELD(BOO, iValue), nullptr, 0},
+    {"startup", K::TRUTH, MTE_BOOL_COL_STARTUP, 3, MTE_CAT_FIELD(BOO, uiStartup), nullptr, 0},
+    {"objectsowner", K::STR, MTE_BOOL_COL_OBJECTS_OWNER, 4, MTE_CAT_FIELD(BOO, szObjectsOwner),
+     nullptr, 0},
+    {"objects", K::STR, MTE_BOOL_COL_OBJECTS, 5, MTE_CAT_FIELD(BOO, szObjects), nullptr, 0},
+    {"eventowner", K::STR, MTE_BOOL_COL_EVENT_OWNER, 6, MTE_CAT_FIELD(BOO, szEventOwner), nullptr,
+     0},
+    {"event", K::STR, MTE_BOOL_COL_EVENT, 7, MTE_CAT_FIELD(BOO, szEvent), nullptr, 0},
+};
+
+using THR = MTE_THRES_ENTRY_S;
+inline constexpr MTE_CAT_COLUMN_S g_astThresColumns[] = {
+    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(THR, szOwner), nullptr, 0},
+    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(THR, szName), nullptr, 0},
+    {"startup", K::ENUM, MTE_THRES_COL_STARTUP, 1, MTE_CAT_FIELD(THR, uiStartup),
+     MTE_CAT_NAMES(g_astThresStartups)},
+    {"rising", K::I32, MTE_THRES_COL_RISING, 2, MTE_CAT_FIELD(THR, iRising), nullptr, 0},
+    {"falling", K::I32, MTE_THRES_COL_FALLING, 3, MTE_CAT_FIELD(THR, iFalling), nullptr, 0},
+    {"deltarising", K::I32, MTE_THRES_COL_DELTA_RISING, 4, MTE_CAT_FIELD(THR, iDeltaRising),
+     nullptr, 0},
+    {"deltafalling", K::I32, MTE_THRES_COL_DELTA_FALLING, 5, MTE_CAT_FIELD(THR, iDeltaFalling),
+     nullptr, 0},
+    {"objectsowner", K::STR, MTE_THRES_COL_OBJECTS_OWNER, 6, MTE_CAT_FIELD(THR, szObjectsOwner),
+     nullptr, 0},
+    {"objects", K::STR, MTE_THRES_COL_OBJECTS, 7, MTE_CAT_FIELD(THR, szObjects), nullptr, 0},
+    {"risingeventowner", K::STR, MTE_THRES_COL_RISING_EVENT_OWNER, 8,
+     MTE_CAT_FIELD(THR, szRisingEventOwner), nullptr, 0},
+    {"risingevent", K::STR, MTE_THRES_COL_RISING_EVENT, 9, MTE_CAT_FIELD(THR, szRisingEvent),
+     nullptr, 0},
+    {"fallingeventowner", K::STR, MTE_THRES_COL_FALLING_EVENT_OWNER, 10,
+     MTE_CAT_FIELD(THR, szFallingEventOwner), nullptr, 0},
+    {"fallingevent", K::STR, MTE_THRES_COL_FALLING_EVENT, 11, MTE_CAT_FIELD(THR, szFallingEvent),
+     nullptr, 0},
+    {"deltarisingeventowner", K::STR, MTE_THRES_COL_DELTA_RISING_EVENT_OWNER, 12,
+     MTE_CAT_FIELD(THR, szDeltaRisingEventOwner), nullptr, 0},
+    {"deltarisingevent", K::STR, MTE_THRES_COL_DELTA_RISING_EVENT, 13,
+     MTE_CAT_FIELD(THR, szDeltaRisingEvent), nullptr, 0},
+    {"deltafallingeventowner", K::STR, MTE_THRES_COL_DELTA_FALLING_EVENT_OWNER, 14,
+     MTE_CAT_FIELD(THR, szDeltaFallingEventOwner), nullptr, 0},
+    {"deltafallingevent", K::STR, MTE_THRES_COL_DELTA_FALLING_EVENT, 15,
+     MTE_CAT_FIELD(THR, szDeltaFallingEvent), nullptr, 0},
+};
+
+using OBJ = MTE_OBJ_ROW_S;
+inline constexpr MTE_CAT_COLUMN_S g_astObjColumns[] = {
+    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(OBJ, szOwner), nullptr, 0},
+    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(OBJ, szName), nullptr, 0},
+    {"index", K::INDEX, 0, 0, MTE_CAT_FIELD(OBJ, uiIndex), nullptr, 0},
+    {"id", K::OID, MTE_OBJ_COL_ID, 3, MTE_CAT_FIELD(OBJ, stID), nullptr, 0},
+    {"wildcard", K::TRUTH, MTE_OBJ_COL_ID_WILDCARD, 4, MTE_CAT_FIELD(OBJ, uiIDWildcard), nullptr,
+     0},
+    {"status", K::STATUS, MTE_OBJ_COL_ENTRY_STATUS, 5, MTE_CAT_FIELD(OBJ, uiEntryStatus),
+     MTE_CAT_NAMES(g_astStatuses)},
+};
+
+using EVT = MTE_EVENT_ROW_S;
+inline constexpr MTE_CAT_COLUMN_S g_astEventColumns[] = {
+    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(EVT, szOwner), nullptr, 0},
+    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(EVT, szName), nullptr, 0},
+    {"comment", K::STR, MTE_EVENT_COL_COMMENT, 2, MTE_CAT_FIELD(EVT, szComment), nullptr, 0},
+    {"actions", K::BITS, 0, 3, MTE_CAT_FIELD(EVT, ucActions), MTE_CAT_NAMES(g_astActions)},
+    {"enabled", K::TRUTH, 0, 4, MTE_CAT_FIELD(EVT, uiEnabled), nullptr, 0},
+    {"status", K::STATUS, MTE_EVENT_COL_ENTRY_STATUS, 5, MTE_CAT_FIELD(EVT, uiEntryStatus),
+     MTE_CAT_NAMES(g_astStatuses)},
+};
+
+// The daemon numbers the objects name 2 and its owner 3; the served table has
+// the owner at 2 and the name at 3.
+using NTF = MTE_NOTIFY_ENTRY_S;
+inline constexpr MTE_CAT_COLUMN_S g_astNotifyColumns[] = {
+    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(NTF, szOwner), nullptr, 0},
+    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(NTF, szName), nullptr, 0},
+    {"notification", K::OID, MTE_NOTIFY_COL_NOTIFICATION, 1, MTE_CAT_FIELD(NTF, stNotification),
+     nullptr, 0},
+    {"objectsowner", K::STR, MTE_NOTIFY_COL_OBJECTS_OWNER, 2, MTE_CAT_FIELD(NTF, szObjectsOwner),
+     nullptr, 0},
+    {"objects", K::STR, MTE_NOTIFY_COL_OBJECTS, 3, MTE_CAT_FIELD(NTF, szObjects), nullptr, 0},
+};
+
+using SET = MTE_SET_ENTRY_S;
+inline constexpr MTE_CAT_COLUMN_S g_astSetColumns[] = {
+    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(SET, szOwner), nullptr, 0},
+    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(SET, szName), nullptr, 0},
+    {"object", K::OID, MTE_SET_COL_OBJECT, 1, MTE_CAT_FIELD(SET, stObject), nullptr, 0},
+    {"objectwildcard", K::TRUTH, MTE_SET_COL_OBJECT_WILDCARD, 2,
+     MTE_CAT_FIELD(SET, uiObjectWildcard), nullptr, 0},
+    {"value", K::I32, MTE_SET_COL_VALUE, 3, MTE_CAT_FIELD(SET, iValue), nullptr, 0},
+    {"context", K::STR, MTE_SET_COL_CONTEXT_NAME, 5, MTE_CAT_FIELD(SET, szContextName), nullptr, 0},
+    {"contextwildcard", K::TRUTH, MTE_SET_COL_CONTEXT_NAME_WILDCARD, 6,
+     MTE_CAT_FIELD(SET, uiContextNameWildcard), nullptr, 0},
+    // Sets are always local: the tag is shown but never written.
+    {"targettag", K::STR, 0, 4, MTE_CAT_FIELD(SET, szTargetTag), nullptr, 0},
+};
+
+#undef MTE_CAT_FIELD
+#undef MTE_CAT_NAMES
+
+}  // namespace mte_cat
+
+// Indexed by MTE_CAT_TABLE_E.
+inline constexpr MTE_CAT_TABLE_S g_astMteCatalogue[MTE_CAT_TABLE_COUNT] = {
+    {"trigger",
+     "mteTriggerTable",
+     {2, 2, 1},
+     MTE_MSG_TYPE_TRIGGER,
+     MTE_ITEM_TRIGGER,
+     MTE_ITEM_TRIGGER_KEY,
+     sizeof(MTE_TRIGGER_ROW_S),
+     "mteTrigger",
+     11,
+     MTE_TBL_TRIGGER,
+     MTE_CAT_COLUMNS(mte_cat::g_astTriggerColumns)},
+    {"delta",
+     "mteTriggerDeltaTable",
+     {2, 3, 1},
+     MTE_MSG_TYPE_DELTA,
+     MTE_ITEM_DELTA,
+     MTE_ITEM_TRIGGER_KEY,
+     sizeof(MTE_DELTA_ENTRY_S),
+     "mteDelta",
+     9,
+     MTE_TBL_DELTA,
+     MTE_CAT_COLUMNS(mte_cat::g_astDeltaColumns)},
+    {"existence",
+     "mteTriggerExistenceTable",
+     {2, 4, 1},
+     MTE_MSG_TYPE_EXISTENCE,
+     MTE_ITEM_EXISTENCE,
+     MTE_ITEM_TRIGGER_KEY,
+     MTE_EXIST_ROW_SIZE,
+     "mteExistence",
+     13,
+     MTE_TBL_EXISTENCE,
+     MTE_CAT_COLUMNS(mte_cat::g_astExistColumns)},
+    {"boolean",
+     "mteTriggerBooleanTable",
+     {2, 5, 1},
+     MTE_MSG_TYPE_BOOLEAN,
+     MTE_ITEM_BOOLEAN,
+     MTE_ITEM_TRIGGER_KEY,
+     sizeof(MTE_BOOL_ENTRY_S),
+     "mteBoolean",
+     11,
+     MTE_TBL_BOOLEAN,
+     MTE_CAT_COLUMNS(mte_cat::g_astBoolColumns)},
+    {"threshold",
+     "mteTriggerThresholdTable",
+     {2, 6, 1},
+     MTE_MSG_TYPE_THRESHOLD,
+     MTE_ITEM_THRESHOLD,
+     MTE_ITEM_TRIGGER_KEY,
+     sizeof(MTE_THRES_ENTRY_S),
+     "mteThreshold",
+     13,
+     MTE_TBL_THRESHOLD,
+     MTE_CAT_COLUMNS(mte_cat::g_astThresColumns)},
+    {"objects",
+     "mteObjectsTable",
+     {3, 1, 1},
+     MTE_MSG_TYPE_OBJECTS,
+     MTE_ITEM_OBJECTS,
+     MTE_ITEM_OBJECTS_KEY,
+     sizeof(MTE_OBJ_ROW_S),
+     "mteObjects",
+     11,
+     MTE_TBL_OBJECTS,
+     MTE_CAT_COLUMNS(mte_cat::g_astObjColumns)},
+    {"event",
+     "mteEventTable",
+     {4, 2, 1},
+     MTE_MSG_TYPE_EVENT,
+     MTE_ITEM_EVENT,
+     MTE_ITEM_EVENT_KEY,
+     sizeof(MTE_EVENT_ROW_S),
+     "mteEvent",
+     9,
+     MTE_TBL_EVENT,
+     MTE_CAT_COLUMNS(mte_cat::g_astEventColumns)},
+    {"notification",
+     "mteEventNotificationTable",
+     {4, 3, 1},
+     MTE_MSG_TYPE_NOTIFY,
+     MTE_ITEM_NOTIFY,
+     MTE_ITEM_EVENT_KEY,
+     sizeof(MTE_NOTIFY_ENTRY_S),
+     "mteNotify",
+     10,
+     MTE_TBL_NOTIFY,
+     MTE_CAT_COLUMNS(mte_cat::g_astNotifyColumns)},
+    {"set",
+     "mteEventSetTable",
+     {4, 4, 1},
+     MTE_MSG_TYPE_SET,
+     MTE_ITEM_SET,
+     MTE_ITEM_EVENT_KEY,
+     sizeof(MTE_SET_ENTRY_S),
+     "mteSet",
+     7,
+     MTE_TBL_SET,
+     MTE_CAT_COLUMNS(mte_cat::g_astSetColumns)},
+};
+#undef MTE_CAT_COLUMNS
+
+// The table carried by that message type, or null.
+constexpr const MTE_CAT_TABLE_S* MTE_CAT_OfType(uint16_t usMsgType) {
+    for (const MTE_CAT_TABLE_S& stTable : g_astMteCatalogue) {
+        if (stTable.usMsgType == usMsgType) {
+            return &stTable;
+        }
+    }
+    return nullptr;
+}
+
+// The table's first column of that kind (its index fields), or null.
+constexpr const MTE_CAT_COLUMN_S* MTE_CAT_FindKind(const MTE_CAT_TABLE_S& stTable,
+                                                   MTE_CAT_KIND_E eKind) {
+    for (size_t i = 0; i < stTable.uiColumnCount; ++i) {
+        if (stTable.pstColumns[i].eKind == eKind) {
+            return &stTable.pstColumns[i];
+        }
+    }
+    return nullptr;
+}
+
+// The column-mask bits a write of the column sets (a BITS column: one per bit).
+constexpr uint32_t MTE_CAT_ColumnMask(const MTE_CAT_COLUMN_S& stColumn) {
+    uint32_t uiMask = stColumn.uiColumn != 0 ? MTE_COLUMN_BIT(stColumn.uiColumn) : 0;
+    for (size_t i = 0; stColumn.eKind == MTE_CAT_KIND_E::BITS && i < stColumn.uiNameCount; ++i) {
+        uiMask |= MTE_COLUMN_BIT(stColumn.pstNames[i].uiColumn);
+    }
+    return uiMask;
+}
+
+constexpr uint32_t MTE_CAT_TextSize(const char* psz) {
+    uint32_t uiSize = 1;
+    while (*psz++ != '\0') {
+        ++uiSize;
+    }
+    return uiSize;
+}
+
+// Every column lies inside its record, no two columns share a mask bit, and
+// no mask bit reaches the force bit.
+constexpr bool MTE_CAT_IsSound(const MTE_CAT_TABLE_S& stTable) {
+    uint32_t uiSeen = 0;
+    for (size_t i = 0; i < stTable.uiColumnCount; ++i) {
+        const MTE_CAT_COLUMN_S& stColumn = stTable.pstColumns[i];
+        uint32_t uiMask = MTE_CAT_ColumnMask(stColumn);
+        if (stColumn.usOffset + stColumn.usSize > stTable.uiRowSize || (uiSeen & uiMask) != 0 ||
+            (uiMask & ~MTE_MASK_ALL_COLUMNS) != 0) {
+            return false;
+        }
+        uiSeen |= uiMask;
+    }
+    return MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::OWNER) != nullptr &&
+           MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::NAME) != nullptr &&
+           stTable.uiListNameSize == MTE_CAT_TextSize(stTable.pszList);
+}
+
+constexpr bool MTE_CAT_AllSound() {
+    for (const MTE_CAT_TABLE_S& stTable : g_astMteCatalogue) {
+        if (!MTE_CAT_IsSound(stTable)) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(MTE_CAT_AllSound(), "a catalogue column overlaps another or leaves its record");
+
+#endif  // MTE_CATALOGUE_H
