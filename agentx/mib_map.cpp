@@ -3,198 +3,133 @@
 // any thread, no locks.
 #include "mib_map.h"
 
+#include <array>
 #include <cstring>
+
+#include "mte_catalogue.h"
 
 namespace {
 
-#define EMA_OFF(S, f) static_cast<uint16_t>(offsetof(S, f))
-#define EMA_SZ(S, f) static_cast<uint16_t>(sizeof(S::f))
-
-constexpr uint32_t B(uint32_t uiColumn) {
-    return MTE_COLUMN_BIT(uiColumn);
-}
-
 constexpr int32_t EMA_INT_MIN = INT32_MIN;
 constexpr int32_t EMA_INT_MAX = INT32_MAX;
-constexpr int32_t EMA_NAME_MAX = MTE_NAME_SIZE - 1;
-constexpr int32_t EMA_COMMENT_MAX = MTE_COMMENT_SIZE - 1;
 
-// The daemon keeps a BITS object as one byte with the RFC's bit positions
-// (bit 0 = 0x80) but writes each bit as a column of its own. This is the
-// mapping, per message type and RFC column, bit by bit; the columns' masks
-// below are checked against it.
-struct EMA_BITS_MAP_S {
-    uint16_t usMsgType;
-    uint8_t ucRfcColumn;
-    uint8_t ucBit;  // the bit in the octet (0x80 = BITS bit 0)
-    uint32_t uiDaemonColumn;
-};
-constexpr EMA_BITS_MAP_S g_astBitsMap[] = {
-    {4, 4, 0x80, MTE_TRIGGER_COL_TEST_EXISTENCE},     // mteTriggerTest existence(0)
-    {4, 4, 0x40, MTE_TRIGGER_COL_TEST_BOOLEAN},       // boolean(1)
-    {4, 4, 0x20, MTE_TRIGGER_COL_TEST_THRESHOLD},     // threshold(2)
-    {6, 1, 0x80, MTE_EXIST_COL_TEST_PRESENT},         // mteTriggerExistenceTest present(0)
-    {6, 1, 0x40, MTE_EXIST_COL_TEST_ABSENT},          // absent(1)
-    {6, 1, 0x20, MTE_EXIST_COL_TEST_CHANGED},         // changed(2)
-    {6, 2, 0x80, MTE_EXIST_COL_STARTUP_PRESENT},      // mteTriggerExistenceStartup present(0)
-    {6, 2, 0x40, MTE_EXIST_COL_STARTUP_ABSENT},       // absent(1)
-    {9, 3, 0x80, MTE_EVENT_COL_ACTION_NOTIFICATION},  // mteEventActions notification(0)
-    {9, 3, 0x40, MTE_EVENT_COL_ACTION_SET},           // set(1)
-};
-static_assert(MTE_TEST_EXISTENCE == 0x80 && MTE_TEST_BOOLEAN == 0x40 && MTE_TEST_THRESHOLD == 0x20);
-static_assert(MTE_EXIST_PRESENT == 0x80 && MTE_EXIST_ABSENT == 0x40 && MTE_EXIST_CHANGED == 0x20);
-static_assert(MTE_ACTION_NOTIFICATION == 0x80 && MTE_ACTION_SET == 0x40);
-
-constexpr uint32_t BitsMask(uint16_t usMsgType, uint8_t ucRfcColumn) {
-    uint32_t uiMask = 0;
-    for (const auto& stMap : g_astBitsMap) {
-        if (stMap.usMsgType == usMsgType && stMap.ucRfcColumn == ucRfcColumn) {
-            uiMask |= B(stMap.uiDaemonColumn);
-        }
+constexpr uint8_t SyntaxOf(MTE_CAT_KIND_E eKind) {
+    switch (eKind) {
+        case MTE_CAT_KIND_E::OID:
+            return EMA_SYN_OID;
+        case MTE_CAT_KIND_E::U32:
+        case MTE_CAT_KIND_E::INDEX:
+            return EMA_SYN_UNSIGNED;
+        case MTE_CAT_KIND_E::I32:
+        case MTE_CAT_KIND_E::ENUM:
+            return EMA_SYN_INTEGER;
+        case MTE_CAT_KIND_E::TRUTH:
+            return EMA_SYN_TRUTH;
+        case MTE_CAT_KIND_E::STATUS:
+            return EMA_SYN_STATUS;
+        case MTE_CAT_KIND_E::BITS:
+            return EMA_SYN_BITS;
+        case MTE_CAT_KIND_E::OWNER:
+        case MTE_CAT_KIND_E::NAME:
+        case MTE_CAT_KIND_E::STR:
+            break;
     }
-    return uiMask;
-}
-constexpr uint8_t BitsAllowed(uint16_t usMsgType, uint8_t ucRfcColumn) {
-    uint8_t ucBits = 0;
-    for (const auto& stMap : g_astBitsMap) {
-        if (stMap.usMsgType == usMsgType && stMap.ucRfcColumn == ucRfcColumn) {
-            ucBits |= stMap.ucBit;
-        }
-    }
-    return ucBits;
+    return EMA_SYN_STRING;
 }
 
-using T = MTE_TRIGGER_ROW_S;
-constexpr EMA_COLUMN_S g_astTriggerCols[] = {
-    {3, EMA_SYN_STRING, 1, 0, EMA_OFF(T, szComment), EMA_SZ(T, szComment), 0, EMA_COMMENT_MAX,
-     B(MTE_TRIGGER_COL_COMMENT)},
-    {4, EMA_SYN_BITS, 1, BitsAllowed(4, 4), EMA_OFF(T, ucTest), 1, 0, 0, BitsMask(4, 4)},
-    {5, EMA_SYN_INTEGER, 1, 0, EMA_OFF(T, uiSampleType), 4, 1, 2, B(MTE_TRIGGER_COL_SAMPLE_TYPE)},
-    {6, EMA_SYN_OID, 1, 0, EMA_OFF(T, stValueID), EMA_SZ(T, stValueID), 0, 0,
-     B(MTE_TRIGGER_COL_VALUE_ID)},
-    {7, EMA_SYN_TRUTH, 1, 0, EMA_OFF(T, uiValueIDWildcard), 4, 1, 2,
-     B(MTE_TRIGGER_COL_VALUE_ID_WILDCARD)},
-    {8, EMA_SYN_STRING, 0, 0, EMA_OFF(T, szTargetTag), EMA_SZ(T, szTargetTag), 0, EMA_COMMENT_MAX,
-     0},
-    {9, EMA_SYN_STRING, 1, 0, EMA_OFF(T, szContextName), EMA_SZ(T, szContextName), 0, EMA_NAME_MAX,
-     B(MTE_TRIGGER_COL_CONTEXT_NAME)},
-    {10, EMA_SYN_TRUTH, 1, 0, EMA_OFF(T, uiContextNameWildcard), 4, 1, 2,
-     B(MTE_TRIGGER_COL_CONTEXT_NAME_WILDCARD)},
-    {11, EMA_SYN_UNSIGNED, 1, 0, EMA_OFF(T, uiFrequency), 4, 0, 0, B(MTE_TRIGGER_COL_FREQUENCY)},
-    {12, EMA_SYN_STRING, 1, 0, EMA_OFF(T, szObjectsOwner), EMA_SZ(T, szObjectsOwner), 0,
-     EMA_NAME_MAX, B(MTE_TRIGGER_COL_OBJECTS_OWNER)},
-    {13, EMA_SYN_STRING, 1, 0, EMA_OFF(T, szObjects), EMA_SZ(T, szObjects), 0, EMA_NAME_MAX,
-     B(MTE_TRIGGER_COL_OBJECTS)},
-    {14, EMA_SYN_TRUTH, 0, 0, EMA_OFF(T, uiEnabled), 4, 1, 2, 0},
-    {15, EMA_SYN_STATUS, 1, 0, EMA_OFF(T, uiEntryStatus), 4, 1, 6, B(MTE_TRIGGER_COL_ENTRY_STATUS)},
-};
+// The served column of a catalogue column. The daemon keeps a BITS object as
+// one byte with the served bit positions (bit 0 = 0x80) but writes each bit
+// as a column of its own; an enumeration's range is that of its named values.
+constexpr EMA_COLUMN_S ServedColumn(const MTE_CAT_COLUMN_S& stColumn) {
+    EMA_COLUMN_S stServed{stColumn.ucRfcColumn,        SyntaxOf(stColumn.eKind), 0, 0,
+                          stColumn.usOffset,           stColumn.usSize,          0, 0,
+                          MTE_CAT_ColumnMask(stColumn)};
+    stServed.ucWritable = stServed.uiDaemonMask != 0 ? 1 : 0;
+    switch (stColumn.eKind) {
+        case MTE_CAT_KIND_E::OWNER:
+        case MTE_CAT_KIND_E::NAME:
+        case MTE_CAT_KIND_E::STR:
+            stServed.iMax = stColumn.usSize - 1;
+            break;
+        case MTE_CAT_KIND_E::I32:
+            stServed.iMin = EMA_INT_MIN;
+            stServed.iMax = EMA_INT_MAX;
+            break;
+        case MTE_CAT_KIND_E::TRUTH:
+            stServed.iMin = MTE_TRUE;
+            stServed.iMax = MTE_FALSE;
+            break;
+        case MTE_CAT_KIND_E::STATUS:
+            stServed.iMin = MTE_ROW_ACTIVE;
+            stServed.iMax = MTE_ROW_DESTROY;
+            break;
+        case MTE_CAT_KIND_E::ENUM:
+            stServed.iMin = EMA_INT_MAX;
+            for (size_t i = 0; i < stColumn.uiNameCount; ++i) {
+                int32_t iValue = static_cast<int32_t>(stColumn.pstNames[i].uiValue);
+                stServed.iMin = iValue < stServed.iMin ? iValue : stServed.iMin;
+                stServed.iMax = iValue > stServed.iMax ? iValue : stServed.iMax;
+            }
+            break;
+        case MTE_CAT_KIND_E::BITS:
+            for (size_t i = 0; i < stColumn.uiNameCount; ++i) {
+                stServed.ucBitsAllowed |= static_cast<uint8_t>(stColumn.pstNames[i].uiValue);
+            }
+            break;
+        default:
+            break;
+    }
+    return stServed;
+}
 
-using D = MTE_DELTA_ENTRY_S;
-constexpr EMA_COLUMN_S g_astDeltaCols[] = {
-    {1, EMA_SYN_OID, 1, 0, EMA_OFF(D, stDiscontinuityID), EMA_SZ(D, stDiscontinuityID), 0, 0,
-     B(MTE_DELTA_COL_DISCONTINUITY_ID)},
-    {2, EMA_SYN_TRUTH, 1, 0, EMA_OFF(D, uiDiscontinuityIDWildcard), 4, 1, 2,
-     B(MTE_DELTA_COL_DISCONTINUITY_ID_WILDCARD)},
-    {3, EMA_SYN_INTEGER, 1, 0, EMA_OFF(D, uiDiscontinuityIDType), 4, MTE_DELTA_TIME_TICKS,
-     MTE_DELTA_DATE_AND_TIME, B(MTE_DELTA_COL_DISCONTINUITY_ID_TYPE)},
-};
+constexpr size_t ServedCount(const MTE_CAT_TABLE_S& stTable) {
+    size_t uiCount = 0;
+    for (size_t i = 0; i < stTable.uiColumnCount; ++i) {
+        uiCount += stTable.pstColumns[i].ucRfcColumn != 0 ? 1 : 0;
+    }
+    return uiCount;
+}
 
-using X = MTE_EXIST_ENTRY_S;
-constexpr EMA_COLUMN_S g_astExistCols[] = {
-    {1, EMA_SYN_BITS, 1, BitsAllowed(6, 1), EMA_OFF(X, ucTest), 1, 0, 0, BitsMask(6, 1)},
-    {2, EMA_SYN_BITS, 1, BitsAllowed(6, 2), EMA_OFF(X, ucStartup), 1, 0, 0, BitsMask(6, 2)},
-    {3, EMA_SYN_STRING, 1, 0, EMA_OFF(X, szObjectsOwner), MTE_NAME_SIZE, 0, EMA_NAME_MAX,
-     B(MTE_EXIST_COL_OBJECTS_OWNER)},
-    {4, EMA_SYN_STRING, 1, 0, EMA_OFF(X, szObjects), MTE_NAME_SIZE, 0, EMA_NAME_MAX,
-     B(MTE_EXIST_COL_OBJECTS)},
-    {5, EMA_SYN_STRING, 1, 0, EMA_OFF(X, szEventOwner), MTE_NAME_SIZE, 0, EMA_NAME_MAX,
-     B(MTE_EXIST_COL_EVENT_OWNER)},
-    {6, EMA_SYN_STRING, 1, 0, EMA_OFF(X, szEvent), MTE_NAME_SIZE, 0, EMA_NAME_MAX,
-     B(MTE_EXIST_COL_EVENT)},
-};
+// The served columns of a table, in sub-identifier order.
+template <MTE_CAT_TABLE_E TABLE>
+constexpr auto g_astServedColumns = [] {
+    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[TABLE];
+    std::array<EMA_COLUMN_S, ServedCount(g_astMteCatalogue[TABLE])> astColumns{};
+    size_t uiCount = 0;
+    for (size_t i = 0; i < stTable.uiColumnCount; ++i) {
+        if (stTable.pstColumns[i].ucRfcColumn == 0) {
+            continue;
+        }
+        EMA_COLUMN_S stNew = ServedColumn(stTable.pstColumns[i]);
+        size_t uiPos = uiCount++;
+        for (; uiPos > 0 && astColumns[uiPos - 1].ucRfcColumn > stNew.ucRfcColumn; --uiPos) {
+            astColumns[uiPos] = astColumns[uiPos - 1];
+        }
+        astColumns[uiPos] = stNew;
+    }
+    return astColumns;
+}();
 
-using O = MTE_BOOL_ENTRY_S;
-constexpr EMA_COLUMN_S g_astBoolCols[] = {
-    {1, EMA_SYN_INTEGER, 1, 0, EMA_OFF(O, uiComparison), 4, 1, 6, B(MTE_BOOL_COL_COMPARISON)},
-    {2, EMA_SYN_INTEGER, 1, 0, EMA_OFF(O, iValue), 4, EMA_INT_MIN, EMA_INT_MAX,
-     B(MTE_BOOL_COL_VALUE)},
-    {3, EMA_SYN_TRUTH, 1, 0, EMA_OFF(O, uiStartup), 4, 1, 2, B(MTE_BOOL_COL_STARTUP)},
-    {4, EMA_SYN_STRING, 1, 0, EMA_OFF(O, szObjectsOwner), MTE_NAME_SIZE, 0, EMA_NAME_MAX,
-     B(MTE_BOOL_COL_OBJECTS_OWNER)},
-    {5, EMA_SYN_STRING, 1, 0, EMA_OFF(O, szObjects), MTE_NAME_SIZE, 0, EMA_NAME_MAX,
-     B(MTE_BOOL_COL_OBJECTS)},
-    {6, EMA_SYN_STRING, 1, 0, EMA_OFF(O, szEventOwner), MTE_NAME_SIZE, 0, EMA_NAME_MAX,
-     B(MTE_BOOL_COL_EVENT_OWNER)},
-    {7, EMA_SYN_STRING, 1, 0, EMA_OFF(O, szEvent), MTE_NAME_SIZE, 0, EMA_NAME_MAX,
-     B(MTE_BOOL_COL_EVENT)},
-};
-
-using H = MTE_THRES_ENTRY_S;
-#define EMA_THRES_NAME(rfc, field, col) \
-    { rfc, EMA_SYN_STRING, 1, 0, EMA_OFF(H, field), MTE_NAME_SIZE, 0, EMA_NAME_MAX, B(col) }
-#define EMA_THRES_INT(rfc, field, col) \
-    { rfc, EMA_SYN_INTEGER, 1, 0, EMA_OFF(H, field), 4, EMA_INT_MIN, EMA_INT_MAX, B(col) }
-constexpr EMA_COLUMN_S g_astThresCols[] = {
-    {1, EMA_SYN_INTEGER, 1, 0, EMA_OFF(H, uiStartup), 4, 1, 3, B(MTE_THRES_COL_STARTUP)},
-    EMA_THRES_INT(2, iRising, MTE_THRES_COL_RISING),
-    EMA_THRES_INT(3, iFalling, MTE_THRES_COL_FALLING),
-    EMA_THRES_INT(4, iDeltaRising, MTE_THRES_COL_DELTA_RISING),
-    EMA_THRES_INT(5, iDeltaFalling, MTE_THRES_COL_DELTA_FALLING),
-    EMA_THRES_NAME(6, szObjectsOwner, MTE_THRES_COL_OBJECTS_OWNER),
-    EMA_THRES_NAME(7, szObjects, MTE_THRES_COL_OBJECTS),
-    EMA_THRES_NAME(8, szRisingEventOwner, MTE_THRES_COL_RISING_EVENT_OWNER),
-    EMA_THRES_NAME(9, szRisingEvent, MTE_THRES_COL_RISING_EVENT),
-    EMA_THRES_NAME(10, szFallingEventOwner, MTE_THRES_COL_FALLING_EVENT_OWNER),
-    EMA_THRES_NAME(11, szFallingEvent, MTE_THRES_COL_FALLING_EVENT),
-    EMA_THRES_NAME(12, szDeltaRisingEventOwner, MTE_THRES_COL_DELTA_RISING_EVENT_OWNER),
-    EMA_THRES_NAME(13, szDeltaRisingEvent, MTE_THRES_COL_DELTA_RISING_EVENT),
-    EMA_THRES_NAME(14, szDeltaFallingEventOwner, MTE_THRES_COL_DELTA_FALLING_EVENT_OWNER),
-    EMA_THRES_NAME(15, szDeltaFallingEvent, MTE_THRES_COL_DELTA_FALLING_EVENT),
-};
-
-using J = MTE_OBJ_ROW_S;
-constexpr EMA_COLUMN_S g_astObjCols[] = {
-    {3, EMA_SYN_OID, 1, 0, EMA_OFF(J, stID), EMA_SZ(J, stID), 0, 0, B(MTE_OBJ_COL_ID)},
-    {4, EMA_SYN_TRUTH, 1, 0, EMA_OFF(J, uiIDWildcard), 4, 1, 2, B(MTE_OBJ_COL_ID_WILDCARD)},
-    {5, EMA_SYN_STATUS, 1, 0, EMA_OFF(J, uiEntryStatus), 4, 1, 6, B(MTE_OBJ_COL_ENTRY_STATUS)},
-};
-
-using E = MTE_EVENT_ROW_S;
-constexpr EMA_COLUMN_S g_astEventCols[] = {
-    {2, EMA_SYN_STRING, 1, 0, EMA_OFF(E, szComment), EMA_SZ(E, szComment), 0, EMA_COMMENT_MAX,
-     B(MTE_EVENT_COL_COMMENT)},
-    {3, EMA_SYN_BITS, 1, BitsAllowed(9, 3), EMA_OFF(E, ucActions), 1, 0, 0, BitsMask(9, 3)},
-    {4, EMA_SYN_TRUTH, 0, 0, EMA_OFF(E, uiEnabled), 4, 1, 2, 0},
-    {5, EMA_SYN_STATUS, 1, 0, EMA_OFF(E, uiEntryStatus), 4, 1, 6, B(MTE_EVENT_COL_ENTRY_STATUS)},
-};
-
-// The daemon numbers the notification's objects name 2 and its owner 3; RFC
-// 2981 has mteEventNotificationObjectsOwner 2 and mteEventNotificationObjects 3.
-using N = MTE_NOTIFY_ENTRY_S;
-constexpr EMA_COLUMN_S g_astNotifyCols[] = {
-    {1, EMA_SYN_OID, 1, 0, EMA_OFF(N, stNotification), EMA_SZ(N, stNotification), 0, 0,
-     B(MTE_NOTIFY_COL_NOTIFICATION)},
-    {2, EMA_SYN_STRING, 1, 0, EMA_OFF(N, szObjectsOwner), MTE_NAME_SIZE, 0, EMA_NAME_MAX,
-     B(MTE_NOTIFY_COL_OBJECTS_OWNER)},
-    {3, EMA_SYN_STRING, 1, 0, EMA_OFF(N, szObjects), MTE_NAME_SIZE, 0, EMA_NAME_MAX,
-     B(MTE_NOTIFY_COL_OBJECTS)},
-};
-
-using S = MTE_SET_ENTRY_S;
-constexpr EMA_COLUMN_S g_astSetCols[] = {
-    {1, EMA_SYN_OID, 1, 0, EMA_OFF(S, stObject), EMA_SZ(S, stObject), 0, 0, B(1)},
-    {2, EMA_SYN_TRUTH, 1, 0, EMA_OFF(S, uiObjectWildcard), 4, 1, 2, B(2)},
-    {3, EMA_SYN_INTEGER, 1, 0, EMA_OFF(S, iValue), 4, EMA_INT_MIN, EMA_INT_MAX, B(3)},
-    {4, EMA_SYN_STRING, 0, 0, EMA_OFF(S, szTargetTag), EMA_SZ(S, szTargetTag), 0, EMA_COMMENT_MAX,
-     0},
-    {5, EMA_SYN_STRING, 1, 0, EMA_OFF(S, szContextName), EMA_SZ(S, szContextName), 0, EMA_NAME_MAX,
-     B(5)},
-    {6, EMA_SYN_TRUTH, 1, 0, EMA_OFF(S, uiContextNameWildcard), 4, 1, 2, B(6)},
-};
-
-template <size_t N_>
-constexpr uint32_t Count(const EMA_COLUMN_S (&)[N_]) {
-    return N_;
+template <MTE_CAT_TABLE_E TABLE>
+constexpr EMA_TABLE_S ServedTable() {
+    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[TABLE];
+    const MTE_CAT_COLUMN_S* pstIndex = MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::INDEX);
+    const MTE_CAT_COLUMN_S* pstStatus = MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::STATUS);
+    return EMA_TABLE_S{stTable.pszMibName,
+                       {stTable.auiEntry[0], stTable.auiEntry[1], stTable.auiEntry[2]},
+                       stTable.usMsgType,
+                       stTable.usRowItem,
+                       stTable.usKeyItem,
+                       static_cast<uint16_t>(stTable.uiRowSize),
+                       pstIndex != nullptr ? EMA_INDEX_OBJECTS : EMA_INDEX_NAMED,
+                       MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::OWNER)->usOffset,
+                       MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::NAME)->usOffset,
+                       static_cast<uint16_t>(pstIndex != nullptr ? pstIndex->usOffset : 0),
+                       static_cast<uint8_t>(pstStatus != nullptr ? pstStatus->ucRfcColumn : 0),
+                       static_cast<uint16_t>(pstStatus != nullptr ? pstStatus->usOffset : 0),
+                       pstStatus != nullptr ? MTE_CAT_ColumnMask(*pstStatus) : 0,
+                       g_astServedColumns<TABLE>.data(),
+                       static_cast<uint32_t>(g_astServedColumns<TABLE>.size())};
 }
 
 bool ValidChar(oid uiSub) {
@@ -277,142 +212,13 @@ uint8_t LowerBoundObjects(const oid* poid, size_t uiLen, EMA_INDEX_S* pstKey) {
 }  // namespace
 
 const EMA_TABLE_S g_astEmaTables[EMA_TABLE_COUNT] = {
-    {"mteTriggerTable",
-     {2, 2, 1},
-     4,
-     4,
-     5,
-     sizeof(T),
-     EMA_INDEX_NAMED,
-     EMA_OFF(T, szOwner),
-     EMA_OFF(T, szName),
-     0,
-     15,
-     EMA_OFF(T, uiEntryStatus),
-     B(MTE_TRIGGER_COL_ENTRY_STATUS),
-     g_astTriggerCols,
-     Count(g_astTriggerCols)},
-    {"mteTriggerDeltaTable",
-     {2, 3, 1},
-     15,
-     16,
-     5,
-     sizeof(D),
-     EMA_INDEX_NAMED,
-     EMA_OFF(D, szOwner),
-     EMA_OFF(D, szName),
-     0,
-     0,
-     0,
-     0,
-     g_astDeltaCols,
-     Count(g_astDeltaCols)},
-    {"mteTriggerExistenceTable",
-     {2, 4, 1},
-     6,
-     7,
-     5,
-     MTE_EXIST_ROW_SIZE,
-     EMA_INDEX_NAMED,
-     EMA_OFF(X, szOwner),
-     EMA_OFF(X, szName),
-     0,
-     0,
-     0,
-     0,
-     g_astExistCols,
-     Count(g_astExistCols)},
-    {"mteTriggerBooleanTable",
-     {2, 5, 1},
-     5,
-     6,
-     5,
-     sizeof(O),
-     EMA_INDEX_NAMED,
-     EMA_OFF(O, szOwner),
-     EMA_OFF(O, szName),
-     0,
-     0,
-     0,
-     0,
-     g_astBoolCols,
-     Count(g_astBoolCols)},
-    {"mteTriggerThresholdTable",
-     {2, 6, 1},
-     7,
-     8,
-     5,
-     sizeof(H),
-     EMA_INDEX_NAMED,
-     EMA_OFF(H, szOwner),
-     EMA_OFF(H, szName),
-     0,
-     0,
-     0,
-     0,
-     g_astThresCols,
-     Count(g_astThresCols)},
-    {"mteObjectsTable",
-     {3, 1, 1},
-     8,
-     9,
-     10,
-     sizeof(J),
-     EMA_INDEX_OBJECTS,
-     EMA_OFF(J, szOwner),
-     EMA_OFF(J, szName),
-     EMA_OFF(J, uiIndex),
-     5,
-     EMA_OFF(J, uiEntryStatus),
-     B(MTE_OBJ_COL_ENTRY_STATUS),
-     g_astObjCols,
-     Count(g_astObjCols)},
-    {"mteEventTable",
-     {4, 2, 1},
-     9,
-     11,
-     12,
-     sizeof(E),
-     EMA_INDEX_NAMED,
-     EMA_OFF(E, szOwner),
-     EMA_OFF(E, szName),
-     0,
-     5,
-     EMA_OFF(E, uiEntryStatus),
-     B(MTE_EVENT_COL_ENTRY_STATUS),
-     g_astEventCols,
-     Count(g_astEventCols)},
-    {"mteEventNotificationTable",
-     {4, 3, 1},
-     10,
-     13,
-     12,
-     sizeof(N),
-     EMA_INDEX_NAMED,
-     EMA_OFF(N, szOwner),
-     EMA_OFF(N, szName),
-     0,
-     0,
-     0,
-     0,
-     g_astNotifyCols,
-     Count(g_astNotifyCols)},
-    {"mteEventSetTable",
-     {4, 4, 1},
-     11,
-     14,
-     12,
-     sizeof(S),
-     EMA_INDEX_NAMED,
-     EMA_OFF(S, szOwner),
-     EMA_OFF(S, szName),
-     0,
-     0,
-     0,
-     0,
-     g_astSetCols,
-     Count(g_astSetCols)},
+    ServedTable<MTE_CAT_TRIGGER>(),   ServedTable<MTE_CAT_DELTA>(),
+    ServedTable<MTE_CAT_EXISTENCE>(), ServedTable<MTE_CAT_BOOLEAN>(),
+    ServedTable<MTE_CAT_THRESHOLD>(), ServedTable<MTE_CAT_OBJECTS>(),
+    ServedTable<MTE_CAT_EVENT>(),     ServedTable<MTE_CAT_NOTIFY>(),
+    ServedTable<MTE_CAT_SET>(),
 };
+static_assert(EMA_TABLE_COUNT == MTE_CAT_TABLE_COUNT);
 
 const EMA_TABLE_S* EMA_TableOfType(uint16_t usMsgType) {
     for (const EMA_TABLE_S& stTable : g_astEmaTables) {
@@ -447,7 +253,7 @@ uint32_t EMA_RfcColumnOfFailed(const EMA_TABLE_S* pstTable, uint32_t uiDaemonCol
         return 0;
     }
     for (uint32_t i = 0; i < pstTable->uiColumnCount; ++i) {
-        if ((pstTable->pstColumns[i].uiDaemonMask & B(uiDaemonColumn)) != 0) {
+        if ((pstTable->pstColumns[i].uiDaemonMask & MTE_COLUMN_BIT(uiDaemonColumn)) != 0) {
             return pstTable->pstColumns[i].ucRfcColumn;
         }
     }

@@ -1,5 +1,6 @@
 // eventmibctl: the tables as an operator names them (table and column names,
-// value syntax) and their mapping onto the management records.
+// value syntax, all from the catalogue) and the reading and writing of values
+// by those names.
 #ifndef CTL_TABLES_H
 #define CTL_TABLES_H
 
@@ -8,45 +9,14 @@
 #include <string>
 #include <vector>
 
-enum class CTL_KIND_E {
-    OWNER,   // index string (33 bytes)
-    NAME,    // index string (33 bytes)
-    INDEX,   // index u32 (objects index)
-    OID,     // MTE_OID_S
-    U32,     // unsigned number
-    I32,     // signed number
-    TRUTH,   // TruthValue: true / false
-    STATUS,  // RowStatus by name
-    ENUM,    // u32 by name (sample type, comparison, threshold startup)
-    STR,     // string of usSize bytes
-    BITS,    // u8 of named bits, each bit its own column
-};
+#include "mte_catalogue.h"
 
-struct CTL_NAMED_S {
-    const char* pszName;
-    uint32_t uiValue;   // value (ENUM) or bit (BITS)
-    uint32_t uiColumn;  // BITS: the column of this bit
-};
-
-struct CTL_COLUMN_S {
-    const char* pszName;
-    CTL_KIND_E eKind;
-    uint32_t uiColumn;  // 0: no column (index, or not writable)
-    uint16_t usOffset;
-    uint16_t usSize;  // STR: field size
-    const CTL_NAMED_S* pstNames = nullptr;
-    size_t uiNameCount = 0;
-};
-
-struct CTL_TABLE_S {
-    const char* pszName;
-    uint16_t usType;
-    uint16_t usRowItem;
-    uint16_t usKeyItem;
-    uint32_t uiRowSize;
-    const CTL_COLUMN_S* pstColumns;
-    size_t uiColumnCount;
-};
+// The tables, their columns and the operator's names for them are the
+// catalogue's.
+using CTL_KIND_E = MTE_CAT_KIND_E;
+using CTL_NAMED_S = MTE_CAT_NAMED_S;
+using CTL_COLUMN_S = MTE_CAT_COLUMN_S;
+using CTL_TABLE_S = MTE_CAT_TABLE_S;
 
 // The table of that name (trigger, delta, existence, boolean, threshold,
 // objects, event, notification, set), or null.

@@ -247,7 +247,7 @@ int CmdTable(CtlClient& client, const std::string& strCmd, const CTL_TABLE_S& st
         std::vector<std::vector<uint8_t>> vecRows;
         std::vector<uint8_t> vecKey(MTE_MSG_ItemSize(stTable.usKeyItem), 0);
         for (;;) {
-            if (!client.Exchange(stTable.usType, MTE_MSG_OP_GET_NEXT, 0, stTable.usKeyItem,
+            if (!client.Exchange(stTable.usMsgType, MTE_MSG_OP_GET_NEXT, 0, stTable.usKeyItem,
                                  vecKey.data(), &stReply)) {
                 return EXIT_FAILED;
             }
@@ -276,7 +276,7 @@ int CmdTable(CtlClient& client, const std::string& strCmd, const CTL_TABLE_S& st
         bool bNext = strCmd == "get-next";
         std::vector<uint8_t> vecKey(MTE_MSG_ItemSize(stTable.usKeyItem), 0);
         CTL_KeyFromIndex(stTable, vecRow.data(), vecKey.data());
-        if (!client.Exchange(stTable.usType, bNext ? MTE_MSG_OP_GET_NEXT : MTE_MSG_OP_GET, 0,
+        if (!client.Exchange(stTable.usMsgType, bNext ? MTE_MSG_OP_GET_NEXT : MTE_MSG_OP_GET, 0,
                              bNext ? stTable.usKeyItem : stTable.usRowItem,
                              bNext ? vecKey.data() : vecRow.data(), &stReply)) {
             return EXIT_FAILED;
@@ -293,7 +293,7 @@ int CmdTable(CtlClient& client, const std::string& strCmd, const CTL_TABLE_S& st
         if (!BuildRow(stTable, args, 2, false, &vecRow, &uiMask)) {
             return EXIT_USAGE;
         }
-        if (!client.Exchange(stTable.usType, MTE_MSG_OP_SET, uiMask, stTable.usRowItem,
+        if (!client.Exchange(stTable.usMsgType, MTE_MSG_OP_SET, uiMask, stTable.usRowItem,
                              vecRow.data(), &stReply)) {
             return EXIT_FAILED;
         }
