@@ -19,12 +19,12 @@
 
 #include "mte_dbg.h"
 #include "mte_dbm.h"
-#include "mte_list_cursor.h"
 #include "mte_lock_guard.h"
 #include "mte_memalert.h"
 #include "mte_notify.h"
 #include "mte_oid.h"
 #include "mte_set.h"
+#include "mte_sorted_list.h"
 
 namespace {
 constexpr uint32_t MTE_EVENT_MASK_COMMENT = MTE_COLUMN_BIT(MTE_EVENT_COL_COMMENT);
@@ -33,54 +33,27 @@ constexpr uint32_t MTE_EVENT_MASK_NOTIFY = MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_N
 constexpr uint32_t MTE_EVENT_MASK_STATUS = MTE_COLUMN_BIT(MTE_EVENT_COL_ENTRY_STATUS);
 
 MTE_LIST_LOCK_S g_stEventListLock;
-MTE_EVENT_ENTRY_S* g_pstEventList = nullptr;
 
-int Sign(int i) {
-    return i < 0 ? -1 : (i > 0 ? 1 : 0);
+uint8_t PresenceFlags(const MTE_EVENT_ENTRY_S* pstEntry) {
+    return (pstEntry->pstNotify != nullptr ? MTE_PRESENT_NOTIFY : 0) |
+           (pstEntry->pstSet != nullptr ? MTE_PRESENT_SET : 0);
 }
 
-// Orders a row against a key as the table's SNMP index (mteOwner, IMPLIED
-// mteEventName) does: owner length, owner bytes, then the event name by its
-// bytes alone, since an implied name carries no length in the OID.
-int CompareKey(const MTE_EVENT_ENTRY_S* pstEntry, uint32_t uiOwnerLen, const char* pszOwner,
-               const char* pszName) {
-    if (pstEntry->uiOwnerLen != uiOwnerLen) {
-        return pstEntry->uiOwnerLen < uiOwnerLen ? -1 : 1;
-    }
-    int iCmp = Sign(strcmp(pstEntry->stRow.szOwner, pszOwner));
-    return iCmp != 0 ? iCmp : Sign(strcmp(pstEntry->stRow.szName, pszName));
-}
+// The events in index order. Get-next walks and insertions start at the
+// position where the last one ended (main thread only); the worker's lookups
+// walk from the head, so that readers under the read lock never write shared
+// state.
+MTE_SORTED_LIST<MTE_EVENT_ENTRY_S, MTE_NAMED_ORDER<MTE_EVENT_ENTRY_S, PresenceFlags>> g_stEvents;
 
-struct EVENT_ORDER_S {
-    static int Compare(const MTE_EVENT_ENTRY_S* pstA, const MTE_EVENT_ENTRY_S* pstB) {
-        return CompareKey(pstA, pstB->uiOwnerLen, pstB->stRow.szOwner, pstB->stRow.szName);
-    }
-    static uint8_t Flags(const MTE_EVENT_ENTRY_S* pstEntry) {
-        return (pstEntry->pstNotify != nullptr ? MTE_PRESENT_NOTIFY : 0) |
-               (pstEntry->pstSet != nullptr ? MTE_PRESENT_SET : 0);
-    }
-};
-// Where the last get-next walks and insertions ended (main thread only: the
-// worker's lookups walk from the head, so that readers under the read lock
-// never write shared state).
-MTE_LIST_CURSORS<MTE_EVENT_ENTRY_S, EVENT_ORDER_S> g_stEventCursors;
-
-// Walks from the head: the worker looks events up too (under the read lock).
 MTE_EVENT_ENTRY_S* FindEntry(const char* pszOwner, const char* pszName) {
-    uint32_t uiOwnerLen = static_cast<uint32_t>(strlen(pszOwner));
-    for (MTE_EVENT_ENTRY_S* pst = g_pstEventList; pst != nullptr; pst = pst->pstNext) {
-        int iCmp = CompareKey(pst, uiOwnerLen, pszOwner, pszName);
-        if (iCmp >= 0) {
-            return iCmp == 0 ? pst : nullptr;
-        }
-    }
-    return nullptr;
+    return g_stEvents.Find(
+        MTE_NAMED_KEY_S{static_cast<uint32_t>(strlen(pszOwner)), pszOwner, pszName});
 }
 
 // Inserts after every row with an equal or smaller key.
 void InsertEntry(MTE_EVENT_ENTRY_S* pstEntry) {
     pstEntry->uiOwnerLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner));
-    g_stEventCursors.Insert(&g_pstEventList, pstEntry);
+    g_stEvents.Insert(pstEntry);
 }
 
 MTE_EVENT_ROW_S TerminatedCopy(const MTE_EVENT_ROW_S& stRequest) {
@@ -189,7 +162,7 @@ void DestroyEntry(MTE_EVENT_ENTRY_S* pstEntry) {
     mte_DBM_RemoveRow(MTE_CAT_EVENT, &pstEntry->stRow);
     mte_SET_Destroy(pstEntry->pstSet);
     mte_NOTIFY_Destroy(pstEntry->pstNotify);
-    g_stEventCursors.Unlink(&g_pstEventList, pstEntry);
+    g_stEvents.Unlink(pstEntry);
     free(pstEntry);
 }
 
@@ -250,7 +223,7 @@ uint32_t ModifyEntry(MTE_EVENT_ENTRY_S* pstEntry, const MTE_EVENT_ROW_S& stReque
         pstEntry->pstNotify = nullptr;
     }
     if (((ucOn | ucOff) & (MTE_ACTION_SET | MTE_ACTION_NOTIFICATION)) != 0) {
-        g_stEventCursors.FlagsChanged();
+        g_stEvents.FlagsChanged();
     }
     if (stRequest.uiEntryStatus == MTE_ROW_ACTIVE) {
         stRow.uiEntryStatus = MTE_ROW_ACTIVE;
@@ -328,16 +301,13 @@ void CopyPair(char (*paszPair)[MTE_NAME_SIZE], const char* pszOwner, const char*
 }  // namespace
 
 uint32_t mte_EVENT_Init(void) {
-    g_pstEventList = nullptr;
-    g_stEventCursors.Reset();
+    (void)g_stEvents.Release();
     return g_stEventListLock.Ready();
 }
 
 void mte_EVENT_Fini(void) {
     g_stEventListLock.Destroy();
-    MTE_EVENT_ENTRY_S* pst = g_pstEventList;
-    g_pstEventList = nullptr;
-    g_stEventCursors.Reset();
+    MTE_EVENT_ENTRY_S* pst = g_stEvents.Release();
     while (pst != nullptr) {
         MTE_EVENT_ENTRY_S* pstNext = pst->pstNext;
         FreeEntryMemory(pst);  // the store keeps the rows for the next start
@@ -346,7 +316,7 @@ void mte_EVENT_Fini(void) {
 }
 
 uint32_t mte_EVENT_IsEmpty(void) {
-    return g_pstEventList == nullptr ? 1 : 0;
+    return g_stEvents.IsEmpty() ? 1 : 0;
 }
 
 void mte_EVENT_ListRdLock(void) {
@@ -378,17 +348,7 @@ MTE_EVENT_ENTRY_S* mte_EVENT_GetNextEventEntry(uint32_t uiOwnerLen, const char* 
     if (pszOwner == nullptr || pszName == nullptr) {
         return nullptr;
     }
-    auto stWalk = g_stEventCursors.Seek(
-        g_pstEventList,
-        [=](const MTE_EVENT_ENTRY_S* pst) {
-            return CompareKey(pst, uiOwnerLen, pszOwner, pszName);
-        },
-        pucFlags != nullptr);
-    if (pucFlags != nullptr) {
-        *pucFlags |= stWalk.ucFlags;
-    }
-    g_stEventCursors.Remember(stWalk, stWalk.pstAfter != nullptr);
-    return stWalk.pstAfter;
+    return g_stEvents.Next(MTE_NAMED_KEY_S{uiOwnerLen, pszOwner, pszName}, pucFlags);
 }
 
 MTE_EVENT_ROW_S* mte_EVENT_GetNext(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName) {

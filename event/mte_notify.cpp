@@ -16,6 +16,7 @@
 #include "mte_dbm.h"
 #include "mte_event.h"
 #include "mte_lock_guard.h"
+#include "mte_sorted_list.h"
 #include "mte_msg.h"
 #include "mte_obj.h"
 #include "mte_oid.h"
@@ -97,14 +98,9 @@ MTE_NOTIFY_ENTRY_S* mte_NOTIFY_Get(const char* pszOwner, const char* pszName) {
 
 MTE_NOTIFY_ENTRY_S* mte_NOTIFY_GetNext(uint32_t uiOwnerLen, const char* pszOwner,
                                        const char* pszName, uint8_t* pucFlags) {
-    for (MTE_EVENT_ENTRY_S* pst =
-             mte_EVENT_GetNextEventEntry(uiOwnerLen, pszOwner, pszName, pucFlags);
-         pst != nullptr; pst = pst->pstNext) {
-        if (pst->pstNotify != nullptr) {
-            return pst->pstNotify;
-        }
-    }
-    return nullptr;
+    return mte_list_FirstSubRow(
+        mte_EVENT_GetNextEventEntry(uiOwnerLen, pszOwner, pszName, pucFlags),
+        &MTE_EVENT_ENTRY_S::pstNotify);
 }
 
 uint32_t mte_NOTIFY_Set(const MTE_NOTIFY_ENTRY_S* pstRequest, uint32_t uiColumnMask,

@@ -17,11 +17,11 @@
 
 #include "mte_dbg.h"
 #include "mte_dbm.h"
-#include "mte_list_cursor.h"
 #include "mte_lock_guard.h"
 #include "mte_memalert.h"
 #include "mte_msg.h"
 #include "mte_oid.h"
+#include "mte_sorted_list.h"
 #include "plat_snmp.h"
 
 namespace {
@@ -30,79 +30,43 @@ constexpr uint32_t MTE_OBJ_MASK_WILDCARD = MTE_COLUMN_BIT(MTE_OBJ_COL_ID_WILDCAR
 constexpr uint32_t MTE_OBJ_MASK_STATUS = MTE_COLUMN_BIT(MTE_OBJ_COL_ENTRY_STATUS);
 
 MTE_LIST_LOCK_S g_stObjListLock;
-MTE_OBJ_ENTRY_S* g_pstObjList = nullptr;
 
-// An index (owner, objects name, objects index) with the lengths that order it.
-struct OBJ_KEY_S {
-    uint32_t uiOwnerLen;
-    const char* pszOwner;
-    uint32_t uiNameLen;
-    const char* pszName;
-    uint32_t uiIndex;
-};
-
-int CompareLen(uint32_t uiA, uint32_t uiB) {
-    return uiA < uiB ? -1 : (uiA > uiB ? 1 : 0);
-}
-
-int Sign(int i) {
-    return i < 0 ? -1 : (i > 0 ? 1 : 0);
-}
-
-// Orders a row against a group (owner, name) as the table's SNMP index does:
-// owner length, owner bytes, name length, name bytes.
-int CompareGroup(const MTE_OBJ_ENTRY_S* pstEntry, const OBJ_KEY_S& stKey) {
-    int iCmp = CompareLen(pstEntry->uiOwnerLen, stKey.uiOwnerLen);
-    if (iCmp == 0) {
-        iCmp = Sign(strcmp(pstEntry->stRow.szOwner, stKey.pszOwner));
-    }
-    if (iCmp == 0) {
-        iCmp = CompareLen(pstEntry->uiNameLen, stKey.uiNameLen);
-    }
-    if (iCmp == 0) {
-        iCmp = Sign(strcmp(pstEntry->stRow.szName, stKey.pszName));
-    }
-    return iCmp;
-}
-
-// The full index order: the group, then the objects index.
-int CompareIndex(const MTE_OBJ_ENTRY_S* pstEntry, const OBJ_KEY_S& stKey) {
-    int iCmp = CompareGroup(pstEntry, stKey);
-    return iCmp != 0 ? iCmp : CompareLen(pstEntry->stRow.uiIndex, stKey.uiIndex);
+MTE_OBJ_KEY_S KeyOfEntry(const MTE_OBJ_ENTRY_S* pstEntry) {
+    return MTE_OBJ_KEY_S{pstEntry->uiOwnerLen, pstEntry->stRow.szOwner, pstEntry->uiNameLen,
+                         pstEntry->stRow.szName, pstEntry->stRow.uiIndex};
 }
 
 struct OBJ_ORDER_S {
+    using Key = MTE_OBJ_KEY_S;
+    static Key KeyOf(const MTE_OBJ_ENTRY_S* pstEntry) { return KeyOfEntry(pstEntry); }
+    static int CompareKeys(const Key& stA, const Key& stB) {
+        return mte_list_CompareObjects(stA, stB);
+    }
     static int Compare(const MTE_OBJ_ENTRY_S* pstA, const MTE_OBJ_ENTRY_S* pstB) {
-        return CompareIndex(pstA, OBJ_KEY_S{pstB->uiOwnerLen, pstB->stRow.szOwner, pstB->uiNameLen,
-                                            pstB->stRow.szName, pstB->stRow.uiIndex});
+        return CompareKeys(KeyOf(pstA), KeyOf(pstB));
     }
     static uint8_t Flags(const MTE_OBJ_ENTRY_S*) { return 0; }
 };
-// Where the last get-next walks and insertions ended (main thread only: the
-// worker's walks start at the head, so that readers under the read lock never
-// write shared state).
-MTE_LIST_CURSORS<MTE_OBJ_ENTRY_S, OBJ_ORDER_S> g_stObjCursors;
+// The objects in index order. Get-next walks and insertions start at the
+// position where the last one ended (main thread only); the worker's walks
+// start at the head, so that readers under the read lock never write shared
+// state.
+MTE_SORTED_LIST<MTE_OBJ_ENTRY_S, OBJ_ORDER_S> g_stObjects;
 
-OBJ_KEY_S KeyOf(const char* pszOwner, const char* pszName, uint32_t uiIndex) {
-    return OBJ_KEY_S{static_cast<uint32_t>(strlen(pszOwner)), pszOwner,
-                     static_cast<uint32_t>(strlen(pszName)), pszName, uiIndex};
+MTE_OBJ_KEY_S KeyOf(const char* pszOwner, const char* pszName, uint32_t uiIndex) {
+    return MTE_OBJ_KEY_S{static_cast<uint32_t>(strlen(pszOwner)), pszOwner,
+                         static_cast<uint32_t>(strlen(pszName)), pszName, uiIndex};
 }
 
-MTE_OBJ_ENTRY_S* FindEntry(const OBJ_KEY_S& stKey) {
-    for (MTE_OBJ_ENTRY_S* pst = g_pstObjList; pst != nullptr; pst = pst->pstNext) {
-        int iCmp = CompareIndex(pst, stKey);
-        if (iCmp >= 0) {
-            return iCmp == 0 ? pst : nullptr;
-        }
-    }
-    return nullptr;
+MTE_OBJ_ENTRY_S* FindEntry(const MTE_OBJ_KEY_S& stKey) {
+    return g_stObjects.Find(stKey);
 }
 
 // Inserts before the first row whose key is greater.
 void InsertEntry(MTE_OBJ_ENTRY_S* pstEntry) {
     pstEntry->uiOwnerLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner));
     pstEntry->uiNameLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szName));
-    g_stObjCursors.Insert(&g_pstObjList, pstEntry);
+    g_stObjects.Insert(pstEntry);
 }
 
 // A request as it came, with its strings terminated so that no lookup or copy
@@ -157,7 +121,7 @@ uint32_t CreateEntry(const MTE_OBJ_ROW_S& stRequest, uint32_t uiMask, uint32_t* 
 
 void DestroyEntry(MTE_OBJ_ENTRY_S* pstEntry) {
     mte_DBM_RemoveRow(MTE_CAT_OBJECTS, &pstEntry->stRow);
-    g_stObjCursors.Unlink(&g_pstObjList, pstEntry);
+    g_stObjects.Unlink(pstEntry);
     free(pstEntry);
 }
 
@@ -218,12 +182,12 @@ MTE_VB_S* NewBinding(const MTE_OBJ_ROW_S& stRow, const MTE_OID_S* pstSuffix) {
 
 // Copies the group's OIDs into new elements under the read lock; returns the
 // number of group rows found.
-uint32_t CollectGroup(const OBJ_KEY_S& stGroup, const MTE_OID_S* pstSuffix,
+uint32_t CollectGroup(const MTE_OBJ_KEY_S& stGroup, const MTE_OID_S* pstSuffix,
                       MTE_VB_LIST_S* pstList) {
     MTE_LOCK_GUARD stGuard(mte_OBJ_ListRdLock, mte_OBJ_ListUnLock);
     uint32_t uiFound = 0;
-    for (MTE_OBJ_ENTRY_S* pst = g_pstObjList; pst != nullptr; pst = pst->pstNext) {
-        int iCmp = CompareGroup(pst, stGroup);
+    for (MTE_OBJ_ENTRY_S* pst = g_stObjects.Head(); pst != nullptr; pst = pst->pstNext) {
+        int iCmp = mte_list_CompareGroup(KeyOfEntry(pst), stGroup);
         if (iCmp > 0) {
             break;
         }
@@ -268,16 +232,13 @@ void FetchValues(const char* pszOwner, const char* pszContext, MTE_VB_S* pstLast
 }  // namespace
 
 uint32_t mte_OBJ_Init(void) {
-    g_pstObjList = nullptr;
-    g_stObjCursors.Reset();
+    (void)g_stObjects.Release();
     return g_stObjListLock.Ready();
 }
 
 void mte_OBJ_Fini(void) {
     g_stObjListLock.Destroy();
-    MTE_OBJ_ENTRY_S* pst = g_pstObjList;
-    g_pstObjList = nullptr;
-    g_stObjCursors.Reset();
+    MTE_OBJ_ENTRY_S* pst = g_stObjects.Release();
     while (pst != nullptr) {
         MTE_OBJ_ENTRY_S* pstNext = pst->pstNext;
         free(pst);
@@ -286,7 +247,7 @@ void mte_OBJ_Fini(void) {
 }
 
 uint32_t mte_OBJ_IsEmpty(void) {
-    return g_pstObjList == nullptr ? 1 : 0;
+    return g_stObjects.IsEmpty() ? 1 : 0;
 }
 
 void mte_OBJ_ListRdLock(void) {
@@ -314,12 +275,9 @@ MTE_OBJ_ROW_S* mte_OBJ_GetNext(uint32_t uiOwnerLen, const char* pszOwner, uint32
     if (pszOwner == nullptr || pszName == nullptr) {
         return nullptr;
     }
-    OBJ_KEY_S stKey{uiOwnerLen, pszOwner, uiNameLen, pszName, uiIndex};
-    auto stWalk = g_stObjCursors.Seek(
-        g_pstObjList, [&stKey](const MTE_OBJ_ENTRY_S* pst) { return CompareIndex(pst, stKey); },
-        false);
-    g_stObjCursors.Remember(stWalk, stWalk.pstAfter != nullptr);
-    return stWalk.pstAfter != nullptr ? &stWalk.pstAfter->stRow : nullptr;
+    MTE_OBJ_ENTRY_S* pstNext =
+        g_stObjects.Next(MTE_OBJ_KEY_S{uiOwnerLen, pszOwner, uiNameLen, pszName, uiIndex}, nullptr);
+    return pstNext != nullptr ? &pstNext->stRow : nullptr;
 }
 
 uint32_t mte_OBJ_Set(const MTE_OBJ_ROW_S* pstRequest, uint32_t uiColumnMask,

@@ -18,6 +18,7 @@
 #include "mte_dbm.h"
 #include "mte_event.h"
 #include "mte_lock_guard.h"
+#include "mte_sorted_list.h"
 #include "mte_msg.h"
 #include "mte_oid.h"
 #include "mte_run.h"
@@ -185,14 +186,9 @@ MTE_SET_ENTRY_S* mte_SET_Get(const char* pszOwner, const char* pszName) {
 
 MTE_SET_ENTRY_S* mte_SET_GetNext(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName,
                                  uint8_t* pucFlags) {
-    for (MTE_EVENT_ENTRY_S* pst =
-             mte_EVENT_GetNextEventEntry(uiOwnerLen, pszOwner, pszName, pucFlags);
-         pst != nullptr; pst = pst->pstNext) {
-        if (pst->pstSet != nullptr) {
-            return pst->pstSet;
-        }
-    }
-    return nullptr;
+    return mte_list_FirstSubRow(
+        mte_EVENT_GetNextEventEntry(uiOwnerLen, pszOwner, pszName, pucFlags),
+        &MTE_EVENT_ENTRY_S::pstSet);
 }
 
 uint32_t mte_SET_Set(const MTE_SET_ENTRY_S* pstRequest, uint32_t uiColumnMask) {

@@ -13,6 +13,7 @@
 #include "mte_dbg.h"
 #include "mte_dbm.h"
 #include "mte_oid.h"
+#include "mte_sorted_list.h"
 #include "mte_trigger.h"
 
 // A string column of a test row: its number, its offset, and whether it names
@@ -135,12 +136,9 @@ Row* mte_test_Get(const MTE_TEST_TABLE_S<Row>& stTable, const char* pszOwner, co
 template <typename Row>
 Row* mte_test_GetNext(const MTE_TEST_TABLE_S<Row>& stTable, uint32_t uiOwnerLen,
                       const char* pszOwner, const char* pszName, uint8_t* pucFlags) {
-    MTE_TRIGGER_ENTRY_S* pstTrigger =
-        mte_TRIGGER_GetNextTriggerEntry(uiOwnerLen, pszOwner, pszName, pucFlags);
-    while (pstTrigger != nullptr && pstTrigger->*stTable.pstMember == nullptr) {
-        pstTrigger = pstTrigger->pstNext;
-    }
-    return pstTrigger != nullptr ? pstTrigger->*stTable.pstMember : nullptr;
+    return mte_list_FirstSubRow(
+        mte_TRIGGER_GetNextTriggerEntry(uiOwnerLen, pszOwner, pszName, pucFlags),
+        stTable.pstMember);
 }
 
 template <typename Row>

@@ -9,37 +9,24 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "mte_list_cursor.h"
+#include "mte_sorted_list.h"
 #include "mte_trigger_priv.h"
 #include "mte_trigger_run.h"
 
 namespace {
 
-MTE_TRIGGER_ENTRY_S* g_pstTriggerHead = nullptr;
-
-struct TRIGGER_ORDER_S {
-    static int Compare(const MTE_TRIGGER_ENTRY_S* pstA, const MTE_TRIGGER_ENTRY_S* pstB) {
-        return mte_TRIGGER_CompareKey(pstA->uiOwnerLen, pstA->stRow.szOwner, pstA->stRow.szName,
-                                      pstB->uiOwnerLen, pstB->stRow.szOwner, pstB->stRow.szName);
-    }
-    static uint8_t Flags(const MTE_TRIGGER_ENTRY_S* pstEntry) {
-        return (pstEntry->pstBool != nullptr ? MTE_PRESENT_BOOLEAN : 0) |
-               (pstEntry->pstExist != nullptr ? MTE_PRESENT_EXISTENCE : 0) |
-               (pstEntry->pstThres != nullptr ? MTE_PRESENT_THRESHOLD : 0) |
-               (pstEntry->pstDelta != nullptr ? MTE_PRESENT_DELTA : 0);
-    }
-};
-// Where the last walks ended: get-next after the row just returned, and the
-// ascending keys of recovery and bulk configuration, start there.
-MTE_LIST_CURSORS<MTE_TRIGGER_ENTRY_S, TRIGGER_ORDER_S> g_stTriggerCursors;
-
-// Sign of (entry - key) in index order, as the cursors' walks want it.
-auto EntryVsKey(uint32_t uiOwnerLen, const char* pszOwner, const char* pszName) {
-    return [=](const MTE_TRIGGER_ENTRY_S* pstEntry) {
-        return mte_TRIGGER_CompareKey(pstEntry->uiOwnerLen, pstEntry->stRow.szOwner,
-                                      pstEntry->stRow.szName, uiOwnerLen, pszOwner, pszName);
-    };
+uint8_t PresenceFlags(const MTE_TRIGGER_ENTRY_S* pstEntry) {
+    return (pstEntry->pstBool != nullptr ? MTE_PRESENT_BOOLEAN : 0) |
+           (pstEntry->pstExist != nullptr ? MTE_PRESENT_EXISTENCE : 0) |
+           (pstEntry->pstThres != nullptr ? MTE_PRESENT_THRESHOLD : 0) |
+           (pstEntry->pstDelta != nullptr ? MTE_PRESENT_DELTA : 0);
 }
+
+// The triggers in index order. Get-next after the row just returned, and the
+// ascending keys of recovery and bulk configuration, start at the position
+// where the last walk ended.
+MTE_SORTED_LIST<MTE_TRIGGER_ENTRY_S, MTE_NAMED_ORDER<MTE_TRIGGER_ENTRY_S, PresenceFlags>>
+    g_stTriggers;
 
 void FreeTestRows(MTE_TRIGGER_ENTRY_S* pstEntry) {
     free(pstEntry->pstBool);
@@ -56,24 +43,17 @@ void FreeTestRows(MTE_TRIGGER_ENTRY_S* pstEntry) {
 
 int mte_TRIGGER_CompareKey(uint32_t uiOwnerLenA, const char* pszOwnerA, const char* pszNameA,
                            uint32_t uiOwnerLenB, const char* pszOwnerB, const char* pszNameB) {
-    if (uiOwnerLenA != uiOwnerLenB) {
-        return uiOwnerLenA < uiOwnerLenB ? -1 : 1;
-    }
-    int iCmp = strcmp(pszOwnerA, pszOwnerB);
-    if (iCmp == 0) {
-        iCmp = strcmp(pszNameA, pszNameB);
-    }
-    return iCmp < 0 ? -1 : (iCmp > 0 ? 1 : 0);
+    return mte_list_CompareNamed(MTE_NAMED_KEY_S{uiOwnerLenA, pszOwnerA, pszNameA},
+                                 MTE_NAMED_KEY_S{uiOwnerLenB, pszOwnerB, pszNameB});
 }
 
 uint32_t mte_TRIGGER_Init(void) {
-    g_pstTriggerHead = nullptr;
-    g_stTriggerCursors.Reset();
+    (void)g_stTriggers.Release();
     return MTE_OK;
 }
 
 void mte_TRIGGER_Fini(void) {
-    MTE_TRIGGER_ENTRY_S* pstEntry = g_pstTriggerHead;
+    MTE_TRIGGER_ENTRY_S* pstEntry = g_stTriggers.Release();
     while (pstEntry != nullptr) {
         MTE_TRIGGER_ENTRY_S* pstNext = pstEntry->pstNext;
         FreeTestRows(pstEntry);
@@ -87,12 +67,10 @@ void mte_TRIGGER_Fini(void) {
         free(pstEntry);
         pstEntry = pstNext;
     }
-    g_pstTriggerHead = nullptr;
-    g_stTriggerCursors.Reset();
 }
 
 uint32_t mte_TRIGGER_IsEmpty(void) {
-    return g_pstTriggerHead == nullptr ? 1 : 0;
+    return g_stTriggers.IsEmpty() ? 1 : 0;
 }
 
 int mte_TRIGGER_StateLock(pthread_mutex_t* pstLock) {
@@ -104,16 +82,8 @@ int mte_TRIGGER_StateUnLock(pthread_mutex_t* pstLock) {
 }
 
 MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetTriggerEntry(const char* pszOwner, const char* pszName) {
-    auto stWalk = g_stTriggerCursors.Seek(
-        g_pstTriggerHead, EntryVsKey(static_cast<uint32_t>(strlen(pszOwner)), pszOwner, pszName),
-        false);
-    MTE_TRIGGER_ENTRY_S* pstEntry = stWalk.pstAtOrBefore;
-    if (pstEntry == nullptr || strcmp(pstEntry->stRow.szOwner, pszOwner) != 0 ||
-        strcmp(pstEntry->stRow.szName, pszName) != 0) {
-        return nullptr;
-    }
-    g_stTriggerCursors.Remember(stWalk, false);
-    return pstEntry;
+    return g_stTriggers.FindRemembered(
+        MTE_NAMED_KEY_S{static_cast<uint32_t>(strlen(pszOwner)), pszOwner, pszName});
 }
 
 MTE_TRIGGER_ROW_S* mte_TRIGGER_Get(const char* pszOwner, const char* pszName) {
@@ -126,13 +96,7 @@ MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetNextTriggerEntry(uint32_t uiOwnerLen, const 
     // The flags tell the test tables that a row of their kind exists at or
     // before the key, so that running out of rows means the end, not an
     // empty table.
-    auto stWalk = g_stTriggerCursors.Seek(
-        g_pstTriggerHead, EntryVsKey(uiOwnerLen, pszOwner, pszName), pucFlags != nullptr);
-    if (pucFlags != nullptr) {
-        *pucFlags |= stWalk.ucFlags;
-    }
-    g_stTriggerCursors.Remember(stWalk, stWalk.pstAfter != nullptr);
-    return stWalk.pstAfter;
+    return g_stTriggers.Next(MTE_NAMED_KEY_S{uiOwnerLen, pszOwner, pszName}, pucFlags);
 }
 
 MTE_TRIGGER_ROW_S* mte_TRIGGER_GetNext(uint32_t uiOwnerLen, const char* pszOwner,
@@ -153,19 +117,19 @@ void mte_TRIGGER_FreeNode(MTE_TRIGGER_ENTRY_S* pstEntry) {
 
 void mte_trigger_Insert(MTE_TRIGGER_ENTRY_S* pstEntry) {
     pstEntry->uiOwnerLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner));
-    g_stTriggerCursors.Insert(&g_pstTriggerHead, pstEntry);
+    g_stTriggers.Insert(pstEntry);
 }
 
 void mte_trigger_Unlink(MTE_TRIGGER_ENTRY_S* pstEntry) {
-    g_stTriggerCursors.Unlink(&g_pstTriggerHead, pstEntry);
+    g_stTriggers.Unlink(pstEntry);
 }
 
 void mte_trigger_TestRowsChanged(void) {
-    g_stTriggerCursors.FlagsChanged();
+    g_stTriggers.FlagsChanged();
 }
 
 void mte_TRIGGER_StartAll(void) {
-    for (MTE_TRIGGER_ENTRY_S* pstEntry = g_pstTriggerHead; pstEntry != nullptr;
+    for (MTE_TRIGGER_ENTRY_S* pstEntry = g_stTriggers.Head(); pstEntry != nullptr;
          pstEntry = pstEntry->pstNext) {
         if (pstEntry->stRow.uiEntryStatus != MTE_ROW_ACTIVE) {
             continue;
@@ -181,7 +145,7 @@ void mte_TRIGGER_StartAll(void) {
 }
 
 void mte_TRIGGER_SuspendTmr(void) {
-    for (MTE_TRIGGER_ENTRY_S* pstEntry = g_pstTriggerHead; pstEntry != nullptr;
+    for (MTE_TRIGGER_ENTRY_S* pstEntry = g_stTriggers.Head(); pstEntry != nullptr;
          pstEntry = pstEntry->pstNext) {
         if (pstEntry->stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
             (void)mte_RUN_TriggerDisable(pstEntry);
@@ -190,7 +154,7 @@ void mte_TRIGGER_SuspendTmr(void) {
 }
 
 void mte_TRIGGER_ClearAllSpl(void) {
-    for (MTE_TRIGGER_ENTRY_S* pstEntry = g_pstTriggerHead; pstEntry != nullptr;
+    for (MTE_TRIGGER_ENTRY_S* pstEntry = g_stTriggers.Head(); pstEntry != nullptr;
          pstEntry = pstEntry->pstNext) {
         if (pstEntry->stRow.uiEntryStatus != MTE_ROW_ACTIVE) {
             continue;

@@ -1,5 +1,14 @@
-// Remembered positions in the sorted singly linked lists of the trigger, event
-// and objects tables. A management walk asks for the row after the one it was
+// The sorted row lists of the trigger, event and objects tables, one skeleton
+// for the three: the index orders, lookups, insertion after equal keys,
+// unlinking, get-next walks, and the sub-rows (test, delta, notification and
+// set rows) that hang off a trigger or an event and are walked in its order.
+//
+// Index order: owner length first, then the owner's bytes, then the name:
+// trigger and event names by their bytes alone (an implied name carries no
+// length in the OID), objects names by length, then bytes, then the objects
+// index.
+//
+// Remembered positions: a management walk asks for the row after the one it was
 // just given, recovery and bulk configuration visit keys in ascending order:
 // starting each walk at the greatest remembered entry at or before the key
 // instead of at the head makes a full walk of n rows cost O(n), not O(n^2).
@@ -15,11 +24,12 @@
 //
 // The positions are module state of the list's owner and are read and written
 // only on the main thread (list walks of the worker never use them).
-#ifndef MTE_LIST_CURSOR_H
-#define MTE_LIST_CURSOR_H
+#ifndef MTE_SORTED_LIST_H
+#define MTE_SORTED_LIST_H
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 // Traits: static int Compare(const Entry* a, const Entry* b), the sign of
 // a - b in index order, and static uint8_t Flags(const Entry*), the entry's
@@ -168,4 +178,157 @@ class MTE_LIST_CURSORS {
     uint64_t m_ulClock = 0;
 };
 
-#endif  // MTE_LIST_CURSOR_H
+// ---------------------------------------------------------------------------
+// Index orders.
+// ---------------------------------------------------------------------------
+inline int mte_list_Sign(int i) {
+    return i < 0 ? -1 : (i > 0 ? 1 : 0);
+}
+
+inline int mte_list_CompareU32(uint32_t uiA, uint32_t uiB) {
+    return uiA < uiB ? -1 : (uiA > uiB ? 1 : 0);
+}
+
+// A trigger or event index: owner (with its length) and the implied name.
+struct MTE_NAMED_KEY_S {
+    uint32_t uiOwnerLen;
+    const char* pszOwner;
+    const char* pszName;
+};
+
+inline int mte_list_CompareNamed(const MTE_NAMED_KEY_S& stA, const MTE_NAMED_KEY_S& stB) {
+    int iCmp = mte_list_CompareU32(stA.uiOwnerLen, stB.uiOwnerLen);
+    if (iCmp == 0) {
+        iCmp = mte_list_Sign(strcmp(stA.pszOwner, stB.pszOwner));
+    }
+    return iCmp != 0 ? iCmp : mte_list_Sign(strcmp(stA.pszName, stB.pszName));
+}
+
+// An objects index: owner and objects name, each with its length, and the
+// objects index; a group is the owner and name alone.
+struct MTE_OBJ_KEY_S {
+    uint32_t uiOwnerLen;
+    const char* pszOwner;
+    uint32_t uiNameLen;
+    const char* pszName;
+    uint32_t uiIndex;
+};
+
+inline int mte_list_CompareGroup(const MTE_OBJ_KEY_S& stA, const MTE_OBJ_KEY_S& stB) {
+    int iCmp = mte_list_CompareU32(stA.uiOwnerLen, stB.uiOwnerLen);
+    if (iCmp == 0) {
+        iCmp = mte_list_Sign(strcmp(stA.pszOwner, stB.pszOwner));
+    }
+    if (iCmp == 0) {
+        iCmp = mte_list_CompareU32(stA.uiNameLen, stB.uiNameLen);
+    }
+    return iCmp != 0 ? iCmp : mte_list_Sign(strcmp(stA.pszName, stB.pszName));
+}
+
+inline int mte_list_CompareObjects(const MTE_OBJ_KEY_S& stA, const MTE_OBJ_KEY_S& stB) {
+    int iCmp = mte_list_CompareGroup(stA, stB);
+    return iCmp != 0 ? iCmp : mte_list_CompareU32(stA.uiIndex, stB.uiIndex);
+}
+
+// Order of entries that carry uiOwnerLen and a row with szOwner and szName;
+// pfFlags gives an entry's presence flags.
+template <typename Entry, uint8_t (*pfFlags)(const Entry*)>
+struct MTE_NAMED_ORDER {
+    using Key = MTE_NAMED_KEY_S;
+    static Key KeyOf(const Entry* pstEntry) {
+        return Key{pstEntry->uiOwnerLen, pstEntry->stRow.szOwner, pstEntry->stRow.szName};
+    }
+    static int CompareKeys(const Key& stA, const Key& stB) {
+        return mte_list_CompareNamed(stA, stB);
+    }
+    static int Compare(const Entry* pstA, const Entry* pstB) {
+        return CompareKeys(KeyOf(pstA), KeyOf(pstB));
+    }
+    static uint8_t Flags(const Entry* pstEntry) { return pfFlags(pstEntry); }
+};
+
+// The sub-row of the first entry from pstEntry on that has one: a sub-table's
+// get-next over its parent list's get-next.
+template <typename Entry, typename Row>
+Row* mte_list_FirstSubRow(Entry* pstEntry, Row* Entry::*pstMember) {
+    while (pstEntry != nullptr && pstEntry->*pstMember == nullptr) {
+        pstEntry = pstEntry->pstNext;
+    }
+    return pstEntry != nullptr ? pstEntry->*pstMember : nullptr;
+}
+
+// ---------------------------------------------------------------------------
+// The list. Traits: Key, KeyOf(entry), CompareKeys(a, b), Compare(entry,
+// entry) and Flags(entry). Entries link through pstNext and must have their
+// key's lengths set before they are inserted.
+// ---------------------------------------------------------------------------
+template <typename Entry, typename Traits>
+class MTE_SORTED_LIST {
+  public:
+    using Key = typename Traits::Key;
+
+    Entry* Head() const { return m_pstHead; }
+    bool IsEmpty() const { return m_pstHead == nullptr; }
+
+    // Forgets every entry (the caller frees them) and every position.
+    Entry* Release() {
+        Entry* pstHead = m_pstHead;
+        m_pstHead = nullptr;
+        m_stCursors.Reset();
+        return pstHead;
+    }
+
+    // The entry with the key, walking from the head and writing nothing, so
+    // that readers under a read lock (the worker) may call it.
+    Entry* Find(const Key& stKey) const {
+        for (Entry* pst = m_pstHead; pst != nullptr; pst = pst->pstNext) {
+            int iCmp = Traits::CompareKeys(Traits::KeyOf(pst), stKey);
+            if (iCmp >= 0) {
+                return iCmp == 0 ? pst : nullptr;
+            }
+        }
+        return nullptr;
+    }
+
+    // The entry with the key, starting at a remembered position and
+    // remembering it (main thread only).
+    Entry* FindRemembered(const Key& stKey) {
+        auto stWalk = m_stCursors.Seek(m_pstHead, VsKey(stKey), false);
+        Entry* pstEntry = stWalk.pstAtOrBefore;
+        if (pstEntry == nullptr || Traits::CompareKeys(Traits::KeyOf(pstEntry), stKey) != 0) {
+            return nullptr;
+        }
+        m_stCursors.Remember(stWalk, false);
+        return pstEntry;
+    }
+
+    // The first entry after the key (main thread only). With pucFlags, the
+    // presence flags of every entry up to the key are ORed into it, so that a
+    // sub-table can tell its end from an empty table.
+    Entry* Next(const Key& stKey, uint8_t* pucFlags) {
+        auto stWalk = m_stCursors.Seek(m_pstHead, VsKey(stKey), pucFlags != nullptr);
+        if (pucFlags != nullptr) {
+            *pucFlags |= stWalk.ucFlags;
+        }
+        m_stCursors.Remember(stWalk, stWalk.pstAfter != nullptr);
+        return stWalk.pstAfter;
+    }
+
+    // Links the entry after every entry with an equal or smaller key.
+    void Insert(Entry* pstEntry) { m_stCursors.Insert(&m_pstHead, pstEntry); }
+    // Unlinks the entry; nothing when it is not in the list.
+    void Unlink(Entry* pstEntry) { m_stCursors.Unlink(&m_pstHead, pstEntry); }
+    // An entry gained or lost a sub-row.
+    void FlagsChanged() { m_stCursors.FlagsChanged(); }
+
+  private:
+    static auto VsKey(const Key& stKey) {
+        return
+            [&stKey](const Entry* pst) { return Traits::CompareKeys(Traits::KeyOf(pst), stKey); };
+    }
+
+    Entry* m_pstHead = nullptr;
+    MTE_LIST_CURSORS<Entry, Traits> m_stCursors;
+};
+
+#endif  // MTE_SORTED_LIST_H
