@@ -110,6 +110,22 @@ constexpr auto g_astServedColumns = [] {
     return astColumns;
 }();
 
+// The served enumerations take exactly their named values' range.
+template <MTE_CAT_TABLE_E TABLE>
+constexpr bool ServedRangeIs(uint8_t ucRfcColumn, int32_t iMin, int32_t iMax) {
+    for (const EMA_COLUMN_S& stColumn : g_astServedColumns<TABLE>) {
+        if (stColumn.ucRfcColumn == ucRfcColumn) {
+            return stColumn.iMin == iMin && stColumn.iMax == iMax;
+        }
+    }
+    return false;
+}
+static_assert(ServedRangeIs<MTE_CAT_TRIGGER>(5, MTE_SAMPLE_ABSOLUTE, MTE_SAMPLE_DELTA));
+static_assert(ServedRangeIs<MTE_CAT_DELTA>(3, MTE_DELTA_TIME_TICKS, MTE_DELTA_DATE_AND_TIME));
+static_assert(ServedRangeIs<MTE_CAT_BOOLEAN>(1, MTE_BOOL_UNEQUAL, MTE_BOOL_GREATER_OR_EQUAL));
+static_assert(ServedRangeIs<MTE_CAT_THRESHOLD>(1, MTE_THRES_STARTUP_RISING,
+                                               MTE_THRES_STARTUP_RISING_OR_FALLING));
+
 template <MTE_CAT_TABLE_E TABLE>
 constexpr EMA_TABLE_S ServedTable() {
     const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[TABLE];

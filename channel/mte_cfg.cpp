@@ -70,79 +70,36 @@ const T* As(const void* p) {
     return static_cast<const T*>(p);
 }
 
-// ---- trigger side ---------------------------------------------------------
-
-const void* TriggerGet(const void* p) {
-    return mte_TRIGGER_Get(As<MTE_TRIGGER_ROW_S>(p)->szOwner, As<MTE_TRIGGER_ROW_S>(p)->szName);
+// Lookup by owner and name: every table but the objects.
+template <typename Row, auto pfGet>
+const void* NamedGet(const void* p) {
+    return pfGet(As<Row>(p)->szOwner, As<Row>(p)->szName);
 }
-const void* TriggerGetNext(const void* p, uint8_t*) {
+// Get-next of the trigger and event tables.
+template <auto pfGetNext>
+const void* ParentGetNext(const void* p, uint8_t*) {
     const auto* pstKey = As<MTE_INDEX_KEY_S>(p);
-    return mte_TRIGGER_GetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName);
+    return pfGetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName);
 }
-uint32_t TriggerSet(const void* p, uint32_t uiMask, uint32_t* puiFailed) {
-    return mte_TRIGGER_Set(As<MTE_TRIGGER_ROW_S>(p), uiMask, puiFailed);
-}
-bool TriggerHasRows(uint8_t) {
-    return mte_TRIGGER_IsEmpty() == 0;
-}
-
-const void* BoolGet(const void* p) {
-    return mte_BOOL_Get(As<MTE_BOOL_ENTRY_S>(p)->szOwner, As<MTE_BOOL_ENTRY_S>(p)->szName);
-}
-const void* BoolGetNext(const void* p, uint8_t* pucFlags) {
+// Get-next of a sub-table (test, delta, notification and set rows): it also
+// reports which kinds of sub-row lie at or before the key.
+template <auto pfGetNext>
+const void* SubGetNext(const void* p, uint8_t* pucFlags) {
     const auto* pstKey = As<MTE_INDEX_KEY_S>(p);
-    return mte_BOOL_GetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName, pucFlags);
+    return pfGetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName, pucFlags);
 }
-uint32_t BoolSet(const void* p, uint32_t uiMask, uint32_t* puiFailed) {
-    return mte_BOOL_Set(As<MTE_BOOL_ENTRY_S>(p), uiMask, puiFailed);
+template <typename Row, auto pfSet>
+uint32_t RowSet(const void* p, uint32_t uiMask, uint32_t* puiFailed) {
+    return pfSet(As<Row>(p), uiMask, puiFailed);
 }
-bool BoolHasRows(uint8_t ucFlags) {
-    return (ucFlags & MTE_PRESENT_BOOLEAN) != 0;
+template <auto pfIsEmpty>
+bool ParentHasRows(uint8_t) {
+    return pfIsEmpty() == 0;
 }
-
-const void* ExistGet(const void* p) {
-    return mte_EXIST_Get(As<MTE_EXIST_ENTRY_S>(p)->szOwner, As<MTE_EXIST_ENTRY_S>(p)->szName);
+template <uint8_t PRESENT>
+bool SubHasRows(uint8_t ucFlags) {
+    return (ucFlags & PRESENT) != 0;
 }
-const void* ExistGetNext(const void* p, uint8_t* pucFlags) {
-    const auto* pstKey = As<MTE_INDEX_KEY_S>(p);
-    return mte_EXIST_GetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName, pucFlags);
-}
-uint32_t ExistSet(const void* p, uint32_t uiMask, uint32_t* puiFailed) {
-    return mte_EXIST_Set(As<MTE_EXIST_ENTRY_S>(p), uiMask, puiFailed);
-}
-bool ExistHasRows(uint8_t ucFlags) {
-    return (ucFlags & MTE_PRESENT_EXISTENCE) != 0;
-}
-
-const void* ThresGet(const void* p) {
-    return mte_THRES_Get(As<MTE_THRES_ENTRY_S>(p)->szOwner, As<MTE_THRES_ENTRY_S>(p)->szName);
-}
-const void* ThresGetNext(const void* p, uint8_t* pucFlags) {
-    const auto* pstKey = As<MTE_INDEX_KEY_S>(p);
-    return mte_THRES_GetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName, pucFlags);
-}
-uint32_t ThresSet(const void* p, uint32_t uiMask, uint32_t* puiFailed) {
-    return mte_THRES_Set(As<MTE_THRES_ENTRY_S>(p), uiMask, puiFailed);
-}
-bool ThresHasRows(uint8_t ucFlags) {
-    return (ucFlags & MTE_PRESENT_THRESHOLD) != 0;
-}
-
-const void* DeltaGet(const void* p) {
-    return mte_DELTA_Get(As<MTE_DELTA_ENTRY_S>(p)->szOwner, As<MTE_DELTA_ENTRY_S>(p)->szName);
-}
-const void* DeltaGetNext(const void* p, uint8_t* pucFlags) {
-    const auto* pstKey = As<MTE_INDEX_KEY_S>(p);
-    return mte_DELTA_GetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName, pucFlags);
-}
-uint32_t DeltaSet(const void* p, uint32_t uiMask, uint32_t* puiFailed) {
-    return mte_DELTA_Set(As<MTE_DELTA_ENTRY_S>(p), uiMask, puiFailed);
-}
-bool DeltaHasRows(uint8_t ucFlags) {
-    return (ucFlags & MTE_PRESENT_DELTA) != 0;
-}
-
-// ---- objects and event side -----------------------------------------------
 
 const void* ObjGet(const void* p) {
     const auto* pstRow = As<MTE_OBJ_ROW_S>(p);
@@ -153,67 +110,38 @@ const void* ObjGetNext(const void* p, uint8_t*) {
     return mte_OBJ_GetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->uiNameLen, pstKey->szName,
                            pstKey->uiIndex);
 }
-uint32_t ObjSet(const void* p, uint32_t uiMask, uint32_t* puiFailed) {
-    return mte_OBJ_Set(As<MTE_OBJ_ROW_S>(p), uiMask, puiFailed);
-}
-bool ObjHasRows(uint8_t) {
-    return mte_OBJ_IsEmpty() == 0;
-}
-
-const void* EventGet(const void* p) {
-    return mte_EVENT_Get(As<MTE_EVENT_ROW_S>(p)->szOwner, As<MTE_EVENT_ROW_S>(p)->szName);
-}
-const void* EventGetNext(const void* p, uint8_t*) {
-    const auto* pstKey = As<MTE_INDEX_KEY_S>(p);
-    return mte_EVENT_GetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName);
-}
-uint32_t EventSet(const void* p, uint32_t uiMask, uint32_t* puiFailed) {
-    return mte_EVENT_Set(As<MTE_EVENT_ROW_S>(p), uiMask, puiFailed);
-}
-bool EventHasRows(uint8_t) {
-    return mte_EVENT_IsEmpty() == 0;
-}
-
-const void* NotifyGet(const void* p) {
-    return mte_NOTIFY_Get(As<MTE_NOTIFY_ENTRY_S>(p)->szOwner, As<MTE_NOTIFY_ENTRY_S>(p)->szName);
-}
-const void* NotifyGetNext(const void* p, uint8_t* pucFlags) {
-    const auto* pstKey = As<MTE_INDEX_KEY_S>(p);
-    return mte_NOTIFY_GetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName, pucFlags);
-}
-uint32_t NotifySet(const void* p, uint32_t uiMask, uint32_t* puiFailed) {
-    return mte_NOTIFY_Set(As<MTE_NOTIFY_ENTRY_S>(p), uiMask, puiFailed);
-}
-bool NotifyHasRows(uint8_t ucFlags) {
-    return (ucFlags & MTE_PRESENT_NOTIFY) != 0;
-}
-
-const void* SetGet(const void* p) {
-    return mte_SET_Get(As<MTE_SET_ENTRY_S>(p)->szOwner, As<MTE_SET_ENTRY_S>(p)->szName);
-}
-const void* SetGetNext(const void* p, uint8_t* pucFlags) {
-    const auto* pstKey = As<MTE_INDEX_KEY_S>(p);
-    return mte_SET_GetNext(pstKey->uiOwnerLen, pstKey->szOwner, pstKey->szName, pucFlags);
-}
 // The set-action table reports no column: its replies carry failed column 0.
 uint32_t SetSet(const void* p, uint32_t uiMask, uint32_t*) {
     return mte_SET_Set(As<MTE_SET_ENTRY_S>(p), uiMask);
 }
-bool SetHasRows(uint8_t ucFlags) {
-    return (ucFlags & MTE_PRESENT_SET) != 0;
-}
 
 // The handlers of each table, indexed by MTE_CAT_TABLE_E.
 constexpr TABLE_DESC_S g_astTables[MTE_CAT_TABLE_COUNT] = {
-    {MTE_CAT_TRIGGER, NO_LOCK, TriggerGet, TriggerGetNext, TriggerSet, TriggerHasRows},
-    {MTE_CAT_DELTA, NO_LOCK, DeltaGet, DeltaGetNext, DeltaSet, DeltaHasRows},
-    {MTE_CAT_EXISTENCE, NO_LOCK, ExistGet, ExistGetNext, ExistSet, ExistHasRows},
-    {MTE_CAT_BOOLEAN, NO_LOCK, BoolGet, BoolGetNext, BoolSet, BoolHasRows},
-    {MTE_CAT_THRESHOLD, NO_LOCK, ThresGet, ThresGetNext, ThresSet, ThresHasRows},
-    {MTE_CAT_OBJECTS, OBJ_LOCK, ObjGet, ObjGetNext, ObjSet, ObjHasRows},
-    {MTE_CAT_EVENT, EVENT_LOCK, EventGet, EventGetNext, EventSet, EventHasRows},
-    {MTE_CAT_NOTIFY, EVENT_LOCK, NotifyGet, NotifyGetNext, NotifySet, NotifyHasRows},
-    {MTE_CAT_SET, EVENT_LOCK, SetGet, SetGetNext, SetSet, SetHasRows},
+    {MTE_CAT_TRIGGER, NO_LOCK, NamedGet<MTE_TRIGGER_ROW_S, mte_TRIGGER_Get>,
+     ParentGetNext<mte_TRIGGER_GetNext>, RowSet<MTE_TRIGGER_ROW_S, mte_TRIGGER_Set>,
+     ParentHasRows<mte_TRIGGER_IsEmpty>},
+    {MTE_CAT_DELTA, NO_LOCK, NamedGet<MTE_DELTA_ENTRY_S, mte_DELTA_Get>,
+     SubGetNext<mte_DELTA_GetNext>, RowSet<MTE_DELTA_ENTRY_S, mte_DELTA_Set>,
+     SubHasRows<MTE_PRESENT_DELTA>},
+    {MTE_CAT_EXISTENCE, NO_LOCK, NamedGet<MTE_EXIST_ENTRY_S, mte_EXIST_Get>,
+     SubGetNext<mte_EXIST_GetNext>, RowSet<MTE_EXIST_ENTRY_S, mte_EXIST_Set>,
+     SubHasRows<MTE_PRESENT_EXISTENCE>},
+    {MTE_CAT_BOOLEAN, NO_LOCK, NamedGet<MTE_BOOL_ENTRY_S, mte_BOOL_Get>,
+     SubGetNext<mte_BOOL_GetNext>, RowSet<MTE_BOOL_ENTRY_S, mte_BOOL_Set>,
+     SubHasRows<MTE_PRESENT_BOOLEAN>},
+    {MTE_CAT_THRESHOLD, NO_LOCK, NamedGet<MTE_THRES_ENTRY_S, mte_THRES_Get>,
+     SubGetNext<mte_THRES_GetNext>, RowSet<MTE_THRES_ENTRY_S, mte_THRES_Set>,
+     SubHasRows<MTE_PRESENT_THRESHOLD>},
+    {MTE_CAT_OBJECTS, OBJ_LOCK, ObjGet, ObjGetNext, RowSet<MTE_OBJ_ROW_S, mte_OBJ_Set>,
+     ParentHasRows<mte_OBJ_IsEmpty>},
+    {MTE_CAT_EVENT, EVENT_LOCK, NamedGet<MTE_EVENT_ROW_S, mte_EVENT_Get>,
+     ParentGetNext<mte_EVENT_GetNext>, RowSet<MTE_EVENT_ROW_S, mte_EVENT_Set>,
+     ParentHasRows<mte_EVENT_IsEmpty>},
+    {MTE_CAT_NOTIFY, EVENT_LOCK, NamedGet<MTE_NOTIFY_ENTRY_S, mte_NOTIFY_Get>,
+     SubGetNext<mte_NOTIFY_GetNext>, RowSet<MTE_NOTIFY_ENTRY_S, mte_NOTIFY_Set>,
+     SubHasRows<MTE_PRESENT_NOTIFY>},
+    {MTE_CAT_SET, EVENT_LOCK, NamedGet<MTE_SET_ENTRY_S, mte_SET_Get>, SubGetNext<mte_SET_GetNext>,
+     SetSet, SubHasRows<MTE_PRESENT_SET>},
 };
 constexpr bool TablesInCatalogueOrder() {
     for (uint32_t i = 0; i < MTE_CAT_TABLE_COUNT; ++i) {
