@@ -108,8 +108,21 @@ using K = MTE_CAT_KIND_E;
 
 #define MTE_CAT_FIELD(REC, field) \
     static_cast<uint16_t>(offsetof(REC, field)), static_cast<uint16_t>(sizeof(REC::field))
-#define MTE_CAT_NAMES(arr) arr, sizeof(arr) / sizeof(arr[0])
-#define MTE_CAT_COLUMNS(arr) arr, sizeof(arr) / sizeof(arr[0])
+
+constexpr MTE_CAT_COLUMN_S Col(const char* pszName, K eKind, uint32_t uiColumn, uint8_t ucRfc,
+                               uint16_t usOffset, uint16_t usSize) {
+    return {pszName, eKind, uiColumn, ucRfc, usOffset, usSize, nullptr, 0};
+}
+template <size_t N>
+constexpr MTE_CAT_COLUMN_S Named(const char* pszName, K eKind, uint32_t uiColumn, uint8_t ucRfc,
+                                 uint16_t usOffset, uint16_t usSize,
+                                 const MTE_CAT_NAMED_S (&astNames)[N]) {
+    return {pszName, eKind, uiColumn, ucRfc, usOffset, usSize, astNames, N};
+}
+// The index columns every table starts with.
+#define MTE_CAT_OWNER_AND_NAME(REC)                            \
+    Col("owner", K::OWNER, 0, 0, MTE_CAT_FIELD(REC, szOwner)), \
+        Col("name", K::NAME, 0, 0, MTE_CAT_FIELD(REC, szName))
 
 inline constexpr MTE_CAT_NAMED_S g_astSampleTypes[] = {
     {"absoluteValue", MTE_SAMPLE_ABSOLUTE, 0},
@@ -163,264 +176,183 @@ inline constexpr MTE_CAT_NAMED_S g_astActions[] = {
 // Columns in the order eventmibctl shows them; the index columns first.
 using TRG = MTE_TRIGGER_ROW_S;
 inline constexpr MTE_CAT_COLUMN_S g_astTriggerColumns[] = {
-    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(TRG, szOwner), nullptr, 0},
-    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(TRG, szName), nullptr, 0},
-    {"comment", K::STR, MTE_TRIGGER_COL_COMMENT, 3, MTE_CAT_FIELD(TRG, szComment), nullptr, 0},
-    {"test", K::BITS, 0, 4, MTE_CAT_FIELD(TRG, ucTest), MTE_CAT_NAMES(g_astTriggerTests)},
-    {"sampletype", K::ENUM, MTE_TRIGGER_COL_SAMPLE_TYPE, 5, MTE_CAT_FIELD(TRG, uiSampleType),
-     MTE_CAT_NAMES(g_astSampleTypes)},
-    {"valueid", K::OID, MTE_TRIGGER_COL_VALUE_ID, 6, MTE_CAT_FIELD(TRG, stValueID), nullptr, 0},
-    {"wildcard", K::TRUTH, MTE_TRIGGER_COL_VALUE_ID_WILDCARD, 7,
-     MTE_CAT_FIELD(TRG, uiValueIDWildcard), nullptr, 0},
-    {"context", K::STR, MTE_TRIGGER_COL_CONTEXT_NAME, 9, MTE_CAT_FIELD(TRG, szContextName), nullptr,
-     0},
-    {"contextwildcard", K::TRUTH, MTE_TRIGGER_COL_CONTEXT_NAME_WILDCARD, 10,
-     MTE_CAT_FIELD(TRG, uiContextNameWildcard), nullptr, 0},
-    {"frequency", K::U32, MTE_TRIGGER_COL_FREQUENCY, 11, MTE_CAT_FIELD(TRG, uiFrequency), nullptr,
-     0},
-    {"objectsowner", K::STR, MTE_TRIGGER_COL_OBJECTS_OWNER, 12, MTE_CAT_FIELD(TRG, szObjectsOwner),
-     nullptr, 0},
-    {"objects", K::STR, MTE_TRIGGER_COL_OBJECTS, 13, MTE_CAT_FIELD(TRG, szObjects), nullptr, 0},
-    {"enabled", K::TRUTH, 0, 14, MTE_CAT_FIELD(TRG, uiEnabled), nullptr, 0},
-    {"targettag", K::STR, 0, 8, MTE_CAT_FIELD(TRG, szTargetTag), nullptr, 0},
-    {"status", K::STATUS, MTE_TRIGGER_COL_ENTRY_STATUS, 15, MTE_CAT_FIELD(TRG, uiEntryStatus),
-     MTE_CAT_NAMES(g_astStatuses)},
+    MTE_CAT_OWNER_AND_NAME(TRG),
+    Col("comment", K::STR, MTE_TRIGGER_COL_COMMENT, 3, MTE_CAT_FIELD(TRG, szComment)),
+    Named("test", K::BITS, 0, 4, MTE_CAT_FIELD(TRG, ucTest), g_astTriggerTests),
+    Named("sampletype", K::ENUM, MTE_TRIGGER_COL_SAMPLE_TYPE, 5, MTE_CAT_FIELD(TRG, uiSampleType),
+          g_astSampleTypes),
+    Col("valueid", K::OID, MTE_TRIGGER_COL_VALUE_ID, 6, MTE_CAT_FIELD(TRG, stValueID)),
+    Col("wildcard", K::TRUTH, MTE_TRIGGER_COL_VALUE_ID_WILDCARD, 7,
+        MTE_CAT_FIELD(TRG, uiValueIDWildcard)),
+    Col("context", K::STR, MTE_TRIGGER_COL_CONTEXT_NAME, 9, MTE_CAT_FIELD(TRG, szContextName)),
+    Col("contextwildcard", K::TRUTH, MTE_TRIGGER_COL_CONTEXT_NAME_WILDCARD, 10,
+        MTE_CAT_FIELD(TRG, uiContextNameWildcard)),
+    Col("frequency", K::U32, MTE_TRIGGER_COL_FREQUENCY, 11, MTE_CAT_FIELD(TRG, uiFrequency)),
+    Col("objectsowner", K::STR, MTE_TRIGGER_COL_OBJECTS_OWNER, 12,
+        MTE_CAT_FIELD(TRG, szObjectsOwner)),
+    Col("objects", K::STR, MTE_TRIGGER_COL_OBJECTS, 13, MTE_CAT_FIELD(TRG, szObjects)),
+    Col("enabled", K::TRUTH, 0, 14, MTE_CAT_FIELD(TRG, uiEnabled)),
+    Col("targettag", K::STR, 0, 8, MTE_CAT_FIELD(TRG, szTargetTag)),
+    Named("status", K::STATUS, MTE_TRIGGER_COL_ENTRY_STATUS, 15, MTE_CAT_FIELD(TRG, uiEntryStatus),
+          g_astStatuses),
 };
 
 using DLT = MTE_DELTA_ENTRY_S;
 inline constexpr MTE_CAT_COLUMN_S g_astDeltaColumns[] = {
-    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(DLT, szOwner), nullptr, 0},
-    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(DLT, szName), nullptr, 0},
-    {"discontinuityid", K::OID, MTE_DELTA_COL_DISCONTINUITY_ID, 1,
-     MTE_CAT_FIELD(DLT, stDiscontinuityID), nullptr, 0},
-    {"discontinuityidwildcard", K::TRUTH, MTE_DELTA_COL_DISCONTINUITY_ID_WILDCARD, 2,
-     MTE_CAT_FIELD(DLT, uiDiscontinuityIDWildcard), nullptr, 0},
-    {"discontinuityidtype", K::ENUM, MTE_DELTA_COL_DISCONTINUITY_ID_TYPE, 3,
-     MTE_CAT_FIELD(DLT, uiDiscontinuityIDType), MTE_CAT_NAMES(g_astDiscontinuityTypes)},
+    MTE_CAT_OWNER_AND_NAME(DLT),
+    Col("discontinuityid", K::OID, MTE_DELTA_COL_DISCONTINUITY_ID, 1,
+        MTE_CAT_FIELD(DLT, stDiscontinuityID)),
+    Col("discontinuityidwildcard", K::TRUTH, MTE_DELTA_COL_DISCONTINUITY_ID_WILDCARD, 2,
+        MTE_CAT_FIELD(DLT, uiDiscontinuityIDWildcard)),
+    Named("discontinuityidtype", K::ENUM, MTE_DELTA_COL_DISCONTINUITY_ID_TYPE, 3,
+          MTE_CAT_FIELD(DLT, uiDiscontinuityIDType), g_astDiscontinuityTypes),
 };
 
 using EXI = MTE_EXIST_ENTRY_S;
 inline constexpr MTE_CAT_COLUMN_S g_astExistColumns[] = {
-    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(EXI, szOwner), nullptr, 0},
-    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(EXI, szName), nullptr, 0},
-    {"test", K::BITS, 0, 1, MTE_CAT_FIELD(EXI, ucTest), MTE_CAT_NAMES(g_astExistTests)},
-    {"startup", K::BITS, 0, 2, MTE_CAT_FIELD(EXI, ucStartup), MTE_CAT_NAMES(g_astExistStartups)},
-    {"objectsowner", K::STR, MTE_EXIST_COL_OBJECTS_OWNER, 3, MTE_CAT_FIELD(EXI, szObjectsOwner),
-     nullptr, 0},
-    {"objects", K::STR, MTE_EXIST_COL_OBJECTS, 4, MTE_CAT_FIELD(EXI, szObjects), nullptr, 0},
-    {"eventowner", K::STR, MTE_EXIST_COL_EVENT_OWNER, 5, MTE_CAT_FIELD(EXI, szEventOwner), nullptr,
-     0},
-    {"event", K::STR, MTE_EXIST_COL_EVENT, 6, MTE_CAT_FIELD(EXI, szEvent), nullptr, 0},
+    MTE_CAT_OWNER_AND_NAME(EXI),
+    Named("test", K::BITS, 0, 1, MTE_CAT_FIELD(EXI, ucTest), g_astExistTests),
+    Named("startup", K::BITS, 0, 2, MTE_CAT_FIELD(EXI, ucStartup), g_astExistStartups),
+    Col("objectsowner", K::STR, MTE_EXIST_COL_OBJECTS_OWNER, 3, MTE_CAT_FIELD(EXI, szObjectsOwner)),
+    Col("objects", K::STR, MTE_EXIST_COL_OBJECTS, 4, MTE_CAT_FIELD(EXI, szObjects)),
+    Col("eventowner", K::STR, MTE_EXIST_COL_EVENT_OWNER, 5, MTE_CAT_FIELD(EXI, szEventOwner)),
+    Col("event", K::STR, MTE_EXIST_COL_EVENT, 6, MTE_CAT_FIELD(EXI, szEvent)),
 };
 
 using BOO = MTE_BOOL_ENTRY_S;
 inline constexpr MTE_CAT_COLUMN_S g_astBoolColumns[] = {
-    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(BOO, szOwner), nullptr, 0},
-    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(BOO, szName), nullptr, 0},
-    {"comparison", K::ENUM, MTE_BOOL_COL_COMPARISON, 1, MTE_CAT_FIELD(BOO, uiComparison),
-     MTE_CAT_NAMES(g_astComparisons)},
-    {"value", K::I32, MTE_BOOL_COL_VALUE, 2, MTE_CAT_FIELD(BOO, iValue), nullptr, 0},
-    {"startup", K::TRUTH, MTE_BOOL_COL_STARTUP, 3, MTE_CAT_FIELD(BOO, uiStartup), nullptr, 0},
-    {"objectsowner", K::STR, MTE_BOOL_COL_OBJECTS_OWNER, 4, MTE_CAT_FIELD(BOO, szObjectsOwner),
-     nullptr, 0},
-    {"objects", K::STR, MTE_BOOL_COL_OBJECTS, 5, MTE_CAT_FIELD(BOO, szObjects), nullptr, 0},
-    {"eventowner", K::STR, MTE_BOOL_COL_EVENT_OWNER, 6, MTE_CAT_FIELD(BOO, szEventOwner), nullptr,
-     0},
-    {"event", K::STR, MTE_BOOL_COL_EVENT, 7, MTE_CAT_FIELD(BOO, szEvent), nullptr, 0},
+    MTE_CAT_OWNER_AND_NAME(BOO),
+    Named("comparison", K::ENUM, MTE_BOOL_COL_COMPARISON, 1, MTE_CAT_FIELD(BOO, uiComparison),
+          g_astComparisons),
+    Col("value", K::I32, MTE_BOOL_COL_VALUE, 2, MTE_CAT_FIELD(BOO, iValue)),
+    Col("startup", K::TRUTH, MTE_BOOL_COL_STARTUP, 3, MTE_CAT_FIELD(BOO, uiStartup)),
+    Col("objectsowner", K::STR, MTE_BOOL_COL_OBJECTS_OWNER, 4, MTE_CAT_FIELD(BOO, szObjectsOwner)),
+    Col("objects", K::STR, MTE_BOOL_COL_OBJECTS, 5, MTE_CAT_FIELD(BOO, szObjects)),
+    Col("eventowner", K::STR, MTE_BOOL_COL_EVENT_OWNER, 6, MTE_CAT_FIELD(BOO, szEventOwner)),
+    Col("event", K::STR, MTE_BOOL_COL_EVENT, 7, MTE_CAT_FIELD(BOO, szEvent)),
 };
 
 using THR = MTE_THRES_ENTRY_S;
 inline constexpr MTE_CAT_COLUMN_S g_astThresColumns[] = {
-    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(THR, szOwner), nullptr, 0},
-    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(THR, szName), nullptr, 0},
-    {"startup", K::ENUM, MTE_THRES_COL_STARTUP, 1, MTE_CAT_FIELD(THR, uiStartup),
-     MTE_CAT_NAMES(g_astThresStartups)},
-    {"rising", K::I32, MTE_THRES_COL_RISING, 2, MTE_CAT_FIELD(THR, iRising), nullptr, 0},
-    {"falling", K::I32, MTE_THRES_COL_FALLING, 3, MTE_CAT_FIELD(THR, iFalling), nullptr, 0},
-    {"deltarising", K::I32, MTE_THRES_COL_DELTA_RISING, 4, MTE_CAT_FIELD(THR, iDeltaRising),
-     nullptr, 0},
-    {"deltafalling", K::I32, MTE_THRES_COL_DELTA_FALLING, 5, MTE_CAT_FIELD(THR, iDeltaFalling),
-     nullptr, 0},
-    {"objectsowner", K::STR, MTE_THRES_COL_OBJECTS_OWNER, 6, MTE_CAT_FIELD(THR, szObjectsOwner),
-     nullptr, 0},
-    {"objects", K::STR, MTE_THRES_COL_OBJECTS, 7, MTE_CAT_FIELD(THR, szObjects), nullptr, 0},
-    {"risingeventowner", K::STR, MTE_THRES_COL_RISING_EVENT_OWNER, 8,
-     MTE_CAT_FIELD(THR, szRisingEventOwner), nullptr, 0},
-    {"risingevent", K::STR, MTE_THRES_COL_RISING_EVENT, 9, MTE_CAT_FIELD(THR, szRisingEvent),
-     nullptr, 0},
-    {"fallingeventowner", K::STR, MTE_THRES_COL_FALLING_EVENT_OWNER, 10,
-     MTE_CAT_FIELD(THR, szFallingEventOwner), nullptr, 0},
-    {"fallingevent", K::STR, MTE_THRES_COL_FALLING_EVENT, 11, MTE_CAT_FIELD(THR, szFallingEvent),
-     nullptr, 0},
-    {"deltarisingeventowner", K::STR, MTE_THRES_COL_DELTA_RISING_EVENT_OWNER, 12,
-     MTE_CAT_FIELD(THR, szDeltaRisingEventOwner), nullptr, 0},
-    {"deltarisingevent", K::STR, MTE_THRES_COL_DELTA_RISING_EVENT, 13,
-     MTE_CAT_FIELD(THR, szDeltaRisingEvent), nullptr, 0},
-    {"deltafallingeventowner", K::STR, MTE_THRES_COL_DELTA_FALLING_EVENT_OWNER, 14,
-     MTE_CAT_FIELD(THR, szDeltaFallingEventOwner), nullptr, 0},
-    {"deltafallingevent", K::STR, MTE_THRES_COL_DELTA_FALLING_EVENT, 15,
-     MTE_CAT_FIELD(THR, szDeltaFallingEvent), nullptr, 0},
+    MTE_CAT_OWNER_AND_NAME(THR),
+    Named("startup", K::ENUM, MTE_THRES_COL_STARTUP, 1, MTE_CAT_FIELD(THR, uiStartup),
+          g_astThresStartups),
+    Col("rising", K::I32, MTE_THRES_COL_RISING, 2, MTE_CAT_FIELD(THR, iRising)),
+    Col("falling", K::I32, MTE_THRES_COL_FALLING, 3, MTE_CAT_FIELD(THR, iFalling)),
+    Col("deltarising", K::I32, MTE_THRES_COL_DELTA_RISING, 4, MTE_CAT_FIELD(THR, iDeltaRising)),
+    Col("deltafalling", K::I32, MTE_THRES_COL_DELTA_FALLING, 5, MTE_CAT_FIELD(THR, iDeltaFalling)),
+    Col("objectsowner", K::STR, MTE_THRES_COL_OBJECTS_OWNER, 6, MTE_CAT_FIELD(THR, szObjectsOwner)),
+    Col("objects", K::STR, MTE_THRES_COL_OBJECTS, 7, MTE_CAT_FIELD(THR, szObjects)),
+    Col("risingeventowner", K::STR, MTE_THRES_COL_RISING_EVENT_OWNER, 8,
+        MTE_CAT_FIELD(THR, szRisingEventOwner)),
+    Col("risingevent", K::STR, MTE_THRES_COL_RISING_EVENT, 9, MTE_CAT_FIELD(THR, szRisingEvent)),
+    Col("fallingeventowner", K::STR, MTE_THRES_COL_FALLING_EVENT_OWNER, 10,
+        MTE_CAT_FIELD(THR, szFallingEventOwner)),
+    Col("fallingevent", K::STR, MTE_THRES_COL_FALLING_EVENT, 11,
+        MTE_CAT_FIELD(THR, szFallingEvent)),
+    Col("deltarisingeventowner", K::STR, MTE_THRES_COL_DELTA_RISING_EVENT_OWNER, 12,
+        MTE_CAT_FIELD(THR, szDeltaRisingEventOwner)),
+    Col("deltarisingevent", K::STR, MTE_THRES_COL_DELTA_RISING_EVENT, 13,
+        MTE_CAT_FIELD(THR, szDeltaRisingEvent)),
+    Col("deltafallingeventowner", K::STR, MTE_THRES_COL_DELTA_FALLING_EVENT_OWNER, 14,
+        MTE_CAT_FIELD(THR, szDeltaFallingEventOwner)),
+    Col("deltafallingevent", K::STR, MTE_THRES_COL_DELTA_FALLING_EVENT, 15,
+        MTE_CAT_FIELD(THR, szDeltaFallingEvent)),
 };
 
 using OBJ = MTE_OBJ_ROW_S;
 inline constexpr MTE_CAT_COLUMN_S g_astObjColumns[] = {
-    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(OBJ, szOwner), nullptr, 0},
-    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(OBJ, szName), nullptr, 0},
-    {"index", K::INDEX, 0, 0, MTE_CAT_FIELD(OBJ, uiIndex), nullptr, 0},
-    {"id", K::OID, MTE_OBJ_COL_ID, 3, MTE_CAT_FIELD(OBJ, stID), nullptr, 0},
-    {"wildcard", K::TRUTH, MTE_OBJ_COL_ID_WILDCARD, 4, MTE_CAT_FIELD(OBJ, uiIDWildcard), nullptr,
-     0},
-    {"status", K::STATUS, MTE_OBJ_COL_ENTRY_STATUS, 5, MTE_CAT_FIELD(OBJ, uiEntryStatus),
-     MTE_CAT_NAMES(g_astStatuses)},
+    MTE_CAT_OWNER_AND_NAME(OBJ),
+    Col("index", K::INDEX, 0, 0, MTE_CAT_FIELD(OBJ, uiIndex)),
+    Col("id", K::OID, MTE_OBJ_COL_ID, 3, MTE_CAT_FIELD(OBJ, stID)),
+    Col("wildcard", K::TRUTH, MTE_OBJ_COL_ID_WILDCARD, 4, MTE_CAT_FIELD(OBJ, uiIDWildcard)),
+    Named("status", K::STATUS, MTE_OBJ_COL_ENTRY_STATUS, 5, MTE_CAT_FIELD(OBJ, uiEntryStatus),
+          g_astStatuses),
 };
 
 using EVT = MTE_EVENT_ROW_S;
 inline constexpr MTE_CAT_COLUMN_S g_astEventColumns[] = {
-    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(EVT, szOwner), nullptr, 0},
-    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(EVT, szName), nullptr, 0},
-    {"comment", K::STR, MTE_EVENT_COL_COMMENT, 2, MTE_CAT_FIELD(EVT, szComment), nullptr, 0},
-    {"actions", K::BITS, 0, 3, MTE_CAT_FIELD(EVT, ucActions), MTE_CAT_NAMES(g_astActions)},
-    {"enabled", K::TRUTH, 0, 4, MTE_CAT_FIELD(EVT, uiEnabled), nullptr, 0},
-    {"status", K::STATUS, MTE_EVENT_COL_ENTRY_STATUS, 5, MTE_CAT_FIELD(EVT, uiEntryStatus),
-     MTE_CAT_NAMES(g_astStatuses)},
+    MTE_CAT_OWNER_AND_NAME(EVT),
+    Col("comment", K::STR, MTE_EVENT_COL_COMMENT, 2, MTE_CAT_FIELD(EVT, szComment)),
+    Named("actions", K::BITS, 0, 3, MTE_CAT_FIELD(EVT, ucActions), g_astActions),
+    Col("enabled", K::TRUTH, 0, 4, MTE_CAT_FIELD(EVT, uiEnabled)),
+    Named("status", K::STATUS, MTE_EVENT_COL_ENTRY_STATUS, 5, MTE_CAT_FIELD(EVT, uiEntryStatus),
+          g_astStatuses),
 };
 
 // The daemon numbers the objects name 2 and its owner 3; the served table has
 // the owner at 2 and the name at 3.
 using NTF = MTE_NOTIFY_ENTRY_S;
 inline constexpr MTE_CAT_COLUMN_S g_astNotifyColumns[] = {
-    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(NTF, szOwner), nullptr, 0},
-    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(NTF, szName), nullptr, 0},
-    {"notification", K::OID, MTE_NOTIFY_COL_NOTIFICATION, 1, MTE_CAT_FIELD(NTF, stNotification),
-     nullptr, 0},
-    {"objectsowner", K::STR, MTE_NOTIFY_COL_OBJECTS_OWNER, 2, MTE_CAT_FIELD(NTF, szObjectsOwner),
-     nullptr, 0},
-    {"objects", K::STR, MTE_NOTIFY_COL_OBJECTS, 3, MTE_CAT_FIELD(NTF, szObjects), nullptr, 0},
+    MTE_CAT_OWNER_AND_NAME(NTF),
+    Col("notification", K::OID, MTE_NOTIFY_COL_NOTIFICATION, 1, MTE_CAT_FIELD(NTF, stNotification)),
+    Col("objectsowner", K::STR, MTE_NOTIFY_COL_OBJECTS_OWNER, 2,
+        MTE_CAT_FIELD(NTF, szObjectsOwner)),
+    Col("objects", K::STR, MTE_NOTIFY_COL_OBJECTS, 3, MTE_CAT_FIELD(NTF, szObjects)),
 };
 
 using SET = MTE_SET_ENTRY_S;
 inline constexpr MTE_CAT_COLUMN_S g_astSetColumns[] = {
-    {"owner", K::OWNER, 0, 0, MTE_CAT_FIELD(SET, szOwner), nullptr, 0},
-    {"name", K::NAME, 0, 0, MTE_CAT_FIELD(SET, szName), nullptr, 0},
-    {"object", K::OID, MTE_SET_COL_OBJECT, 1, MTE_CAT_FIELD(SET, stObject), nullptr, 0},
-    {"objectwildcard", K::TRUTH, MTE_SET_COL_OBJECT_WILDCARD, 2,
-     MTE_CAT_FIELD(SET, uiObjectWildcard), nullptr, 0},
-    {"value", K::I32, MTE_SET_COL_VALUE, 3, MTE_CAT_FIELD(SET, iValue), nullptr, 0},
-    {"context", K::STR, MTE_SET_COL_CONTEXT_NAME, 5, MTE_CAT_FIELD(SET, szContextName), nullptr, 0},
-    {"contextwildcard", K::TRUTH, MTE_SET_COL_CONTEXT_NAME_WILDCARD, 6,
-     MTE_CAT_FIELD(SET, uiContextNameWildcard), nullptr, 0},
+    MTE_CAT_OWNER_AND_NAME(SET),
+    Col("object", K::OID, MTE_SET_COL_OBJECT, 1, MTE_CAT_FIELD(SET, stObject)),
+    Col("objectwildcard", K::TRUTH, MTE_SET_COL_OBJECT_WILDCARD, 2,
+        MTE_CAT_FIELD(SET, uiObjectWildcard)),
+    Col("value", K::I32, MTE_SET_COL_VALUE, 3, MTE_CAT_FIELD(SET, iValue)),
+    Col("context", K::STR, MTE_SET_COL_CONTEXT_NAME, 5, MTE_CAT_FIELD(SET, szContextName)),
+    Col("contextwildcard", K::TRUTH, MTE_SET_COL_CONTEXT_NAME_WILDCARD, 6,
+        MTE_CAT_FIELD(SET, uiContextNameWildcard)),
     // Sets are always local: the tag is shown but never written.
-    {"targettag", K::STR, 0, 4, MTE_CAT_FIELD(SET, szTargetTag), nullptr, 0},
+    Col("targettag", K::STR, 0, 4, MTE_CAT_FIELD(SET, szTargetTag)),
 };
 
 #undef MTE_CAT_FIELD
-#undef MTE_CAT_NAMES
+#undef MTE_CAT_OWNER_AND_NAME
 
 }  // namespace mte_cat
 
+// A table's row; the served entry is mteObjects.uiGroup.uiTable.1.
+template <size_t L, size_t N>
+constexpr MTE_CAT_TABLE_S MTE_CAT_Table(const char* pszName, const char* pszMibName,
+                                        uint32_t uiGroup, uint32_t uiTable, uint16_t usMsgType,
+                                        uint16_t usRowItem, uint16_t usKeyItem, uint32_t uiRowSize,
+                                        const char (&szList)[L], uint32_t uiListId,
+                                        const MTE_CAT_COLUMN_S (&astColumns)[N]) {
+    return {pszName,   pszMibName, {uiGroup, uiTable, 1},
+            usMsgType, usRowItem,  usKeyItem,
+            uiRowSize, szList,     L,
+            uiListId,  astColumns, N};
+}
+
 // Indexed by MTE_CAT_TABLE_E.
 inline constexpr MTE_CAT_TABLE_S g_astMteCatalogue[MTE_CAT_TABLE_COUNT] = {
-    {"trigger",
-     "mteTriggerTable",
-     {2, 2, 1},
-     MTE_MSG_TYPE_TRIGGER,
-     MTE_ITEM_TRIGGER,
-     MTE_ITEM_TRIGGER_KEY,
-     sizeof(MTE_TRIGGER_ROW_S),
-     "mteTrigger",
-     11,
-     MTE_TBL_TRIGGER,
-     MTE_CAT_COLUMNS(mte_cat::g_astTriggerColumns)},
-    {"delta",
-     "mteTriggerDeltaTable",
-     {2, 3, 1},
-     MTE_MSG_TYPE_DELTA,
-     MTE_ITEM_DELTA,
-     MTE_ITEM_TRIGGER_KEY,
-     sizeof(MTE_DELTA_ENTRY_S),
-     "mteDelta",
-     9,
-     MTE_TBL_DELTA,
-     MTE_CAT_COLUMNS(mte_cat::g_astDeltaColumns)},
-    {"existence",
-     "mteTriggerExistenceTable",
-     {2, 4, 1},
-     MTE_MSG_TYPE_EXISTENCE,
-     MTE_ITEM_EXISTENCE,
-     MTE_ITEM_TRIGGER_KEY,
-     MTE_EXIST_ROW_SIZE,
-     "mteExistence",
-     13,
-     MTE_TBL_EXISTENCE,
-     MTE_CAT_COLUMNS(mte_cat::g_astExistColumns)},
-    {"boolean",
-     "mteTriggerBooleanTable",
-     {2, 5, 1},
-     MTE_MSG_TYPE_BOOLEAN,
-     MTE_ITEM_BOOLEAN,
-     MTE_ITEM_TRIGGER_KEY,
-     sizeof(MTE_BOOL_ENTRY_S),
-     "mteBoolean",
-     11,
-     MTE_TBL_BOOLEAN,
-     MTE_CAT_COLUMNS(mte_cat::g_astBoolColumns)},
-    {"threshold",
-     "mteTriggerThresholdTable",
-     {2, 6, 1},
-     MTE_MSG_TYPE_THRESHOLD,
-     MTE_ITEM_THRESHOLD,
-     MTE_ITEM_TRIGGER_KEY,
-     sizeof(MTE_THRES_ENTRY_S),
-     "mteThreshold",
-     13,
-     MTE_TBL_THRESHOLD,
-     MTE_CAT_COLUMNS(mte_cat::g_astThresColumns)},
-    {"objects",
-     "mteObjectsTable",
-     {3, 1, 1},
-     MTE_MSG_TYPE_OBJECTS,
-     MTE_ITEM_OBJECTS,
-     MTE_ITEM_OBJECTS_KEY,
-     sizeof(MTE_OBJ_ROW_S),
-     "mteObjects",
-     11,
-     MTE_TBL_OBJECTS,
-     MTE_CAT_COLUMNS(mte_cat::g_astObjColumns)},
-    {"event",
-     "mteEventTable",
-     {4, 2, 1},
-     MTE_MSG_TYPE_EVENT,
-     MTE_ITEM_EVENT,
-     MTE_ITEM_EVENT_KEY,
-     sizeof(MTE_EVENT_ROW_S),
-     "mteEvent",
-     9,
-     MTE_TBL_EVENT,
-     MTE_CAT_COLUMNS(mte_cat::g_astEventColumns)},
-    {"notification",
-     "mteEventNotificationTable",
-     {4, 3, 1},
-     MTE_MSG_TYPE_NOTIFY,
-     MTE_ITEM_NOTIFY,
-     MTE_ITEM_EVENT_KEY,
-     sizeof(MTE_NOTIFY_ENTRY_S),
-     "mteNotify",
-     10,
-     MTE_TBL_NOTIFY,
-     MTE_CAT_COLUMNS(mte_cat::g_astNotifyColumns)},
-    {"set",
-     "mteEventSetTable",
-     {4, 4, 1},
-     MTE_MSG_TYPE_SET,
-     MTE_ITEM_SET,
-     MTE_ITEM_EVENT_KEY,
-     sizeof(MTE_SET_ENTRY_S),
-     "mteSet",
-     7,
-     MTE_TBL_SET,
-     MTE_CAT_COLUMNS(mte_cat::g_astSetColumns)},
+    MTE_CAT_Table("trigger", "mteTriggerTable", 2, 2, MTE_MSG_TYPE_TRIGGER, MTE_ITEM_TRIGGER,
+                  MTE_ITEM_TRIGGER_KEY, sizeof(MTE_TRIGGER_ROW_S), "mteTrigger", MTE_TBL_TRIGGER,
+                  mte_cat::g_astTriggerColumns),
+    MTE_CAT_Table("delta", "mteTriggerDeltaTable", 2, 3, MTE_MSG_TYPE_DELTA, MTE_ITEM_DELTA,
+                  MTE_ITEM_TRIGGER_KEY, sizeof(MTE_DELTA_ENTRY_S), "mteDelta", MTE_TBL_DELTA,
+                  mte_cat::g_astDeltaColumns),
+    MTE_CAT_Table("existence", "mteTriggerExistenceTable", 2, 4, MTE_MSG_TYPE_EXISTENCE,
+                  MTE_ITEM_EXISTENCE, MTE_ITEM_TRIGGER_KEY, MTE_EXIST_ROW_SIZE, "mteExistence",
+                  MTE_TBL_EXISTENCE, mte_cat::g_astExistColumns),
+    MTE_CAT_Table("boolean", "mteTriggerBooleanTable", 2, 5, MTE_MSG_TYPE_BOOLEAN, MTE_ITEM_BOOLEAN,
+                  MTE_ITEM_TRIGGER_KEY, sizeof(MTE_BOOL_ENTRY_S), "mteBoolean", MTE_TBL_BOOLEAN,
+                  mte_cat::g_astBoolColumns),
+    MTE_CAT_Table("threshold", "mteTriggerThresholdTable", 2, 6, MTE_MSG_TYPE_THRESHOLD,
+                  MTE_ITEM_THRESHOLD, MTE_ITEM_TRIGGER_KEY, sizeof(MTE_THRES_ENTRY_S),
+                  "mteThreshold", MTE_TBL_THRESHOLD, mte_cat::g_astThresColumns),
+    MTE_CAT_Table("objects", "mteObjectsTable", 3, 1, MTE_MSG_TYPE_OBJECTS, MTE_ITEM_OBJECTS,
+                  MTE_ITEM_OBJECTS_KEY, sizeof(MTE_OBJ_ROW_S), "mteObjects", MTE_TBL_OBJECTS,
+                  mte_cat::g_astObjColumns),
+    MTE_CAT_Table("event", "mteEventTable", 4, 2, MTE_MSG_TYPE_EVENT, MTE_ITEM_EVENT,
+                  MTE_ITEM_EVENT_KEY, sizeof(MTE_EVENT_ROW_S), "mteEvent", MTE_TBL_EVENT,
+                  mte_cat::g_astEventColumns),
+    MTE_CAT_Table("notification", "mteEventNotificationTable", 4, 3, MTE_MSG_TYPE_NOTIFY,
+                  MTE_ITEM_NOTIFY, MTE_ITEM_EVENT_KEY, sizeof(MTE_NOTIFY_ENTRY_S), "mteNotify",
+                  MTE_TBL_NOTIFY, mte_cat::g_astNotifyColumns),
+    MTE_CAT_Table("set", "mteEventSetTable", 4, 4, MTE_MSG_TYPE_SET, MTE_ITEM_SET,
+                  MTE_ITEM_EVENT_KEY, sizeof(MTE_SET_ENTRY_S), "mteSet", MTE_TBL_SET,
+                  mte_cat::g_astSetColumns),
 };
-#undef MTE_CAT_COLUMNS
 
 // The table carried by that message type, or null.
 constexpr const MTE_CAT_TABLE_S* MTE_CAT_OfType(uint16_t usMsgType) {
@@ -452,14 +384,6 @@ constexpr uint32_t MTE_CAT_ColumnMask(const MTE_CAT_COLUMN_S& stColumn) {
     return uiMask;
 }
 
-constexpr uint32_t MTE_CAT_TextSize(const char* psz) {
-    uint32_t uiSize = 1;
-    while (*psz++ != '\0') {
-        ++uiSize;
-    }
-    return uiSize;
-}
-
 // Every column lies inside its record, no two columns share a mask bit, and
 // no mask bit reaches the force bit.
 constexpr bool MTE_CAT_IsSound(const MTE_CAT_TABLE_S& stTable) {
@@ -474,8 +398,7 @@ constexpr bool MTE_CAT_IsSound(const MTE_CAT_TABLE_S& stTable) {
         uiSeen |= uiMask;
     }
     return MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::OWNER) != nullptr &&
-           MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::NAME) != nullptr &&
-           stTable.uiListNameSize == MTE_CAT_TextSize(stTable.pszList);
+           MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::NAME) != nullptr;
 }
 
 constexpr bool MTE_CAT_AllSound() {
