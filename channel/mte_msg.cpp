@@ -186,10 +186,7 @@ uint32_t CheckRowFields(const MTE_CAT_TABLE_S& stTable, const uint8_t* pucRecord
     }
     for (size_t i = 0; i < stTable.uiColumnCount; i++) {
         const MTE_CAT_COLUMN_S& stColumn = stTable.pstColumns[i];
-        bool bString = stColumn.eKind == MTE_CAT_KIND_E::OWNER ||
-                       stColumn.eKind == MTE_CAT_KIND_E::NAME ||
-                       stColumn.eKind == MTE_CAT_KIND_E::STR;
-        if (bString && !StringTerminated(pucRecord + stColumn.usOffset, stColumn.usSize)) {
+        if (MTE_CAT_IsString(stColumn.eKind) && !StringTerminated(pucRecord + stColumn.usOffset, stColumn.usSize)) {
             return MTE_ERR_MSG_STRING;
         }
     }

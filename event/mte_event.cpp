@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "mte_catalogue.h"
 #include "mte_dbg.h"
 #include "mte_dbm.h"
 #include "mte_lock_guard.h"
@@ -54,14 +55,6 @@ MTE_EVENT_ENTRY_S* FindEntry(const char* pszOwner, const char* pszName) {
 void InsertEntry(MTE_EVENT_ENTRY_S* pstEntry) {
     pstEntry->uiOwnerLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner));
     g_stEvents.Insert(pstEntry);
-}
-
-MTE_EVENT_ROW_S TerminatedCopy(const MTE_EVENT_ROW_S& stRequest) {
-    MTE_EVENT_ROW_S stCopy = stRequest;
-    stCopy.szOwner[MTE_NAME_SIZE - 1] = '\0';
-    stCopy.szName[MTE_NAME_SIZE - 1] = '\0';
-    stCopy.szComment[MTE_COMMENT_SIZE - 1] = '\0';
-    return stCopy;
 }
 
 void StoreRow(const MTE_EVENT_ROW_S& stRow) {
@@ -366,7 +359,7 @@ uint32_t mte_EVENT_Set(const MTE_EVENT_ROW_S* pstRequest, uint32_t uiColumnMask,
     if (pstRequest == nullptr) {
         return MTE_ERR_GENERAL;
     }
-    MTE_EVENT_ROW_S stRequest = TerminatedCopy(*pstRequest);
+    MTE_EVENT_ROW_S stRequest = MTE_CAT_TerminatedCopy(MTE_CAT_EVENT, *pstRequest);
     MTE_EVENT_ENTRY_S* pstEntry = FindEntry(stRequest.szOwner, stRequest.szName);
     if (stRequest.uiEntryStatus == MTE_ROW_DESTROY) {
         if (pstEntry != nullptr) {
@@ -405,7 +398,7 @@ uint32_t mte_EVENT_Recover(uint32_t uiLen, const void* pRecord) {
     }
     MTE_EVENT_ROW_S stRecord;
     memcpy(&stRecord, pRecord, sizeof(stRecord));
-    stRecord = TerminatedCopy(stRecord);
+    stRecord = MTE_CAT_TerminatedCopy(MTE_CAT_EVENT, stRecord);
     stRecord.uiEnabled = MTE_FALSE;
     if (stRecord.uiEntryStatus == MTE_ROW_ACTIVE) {
         stRecord.uiEntryStatus = MTE_ROW_CREATE_AND_GO;

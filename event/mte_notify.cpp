@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "mte_catalogue.h"
 #include "mte_dbg.h"
 #include "mte_dbm.h"
 #include "mte_event.h"
@@ -28,15 +29,6 @@ namespace {
 constexpr uint32_t MTE_NOTIFY_MASK_OID = MTE_COLUMN_BIT(MTE_NOTIFY_COL_NOTIFICATION);
 constexpr uint32_t MTE_NOTIFY_MASK_OBJECTS = MTE_COLUMN_BIT(MTE_NOTIFY_COL_OBJECTS);
 constexpr uint32_t MTE_NOTIFY_MASK_OBJECTS_OWNER = MTE_COLUMN_BIT(MTE_NOTIFY_COL_OBJECTS_OWNER);
-
-MTE_NOTIFY_ENTRY_S TerminatedCopy(const MTE_NOTIFY_ENTRY_S& stRequest) {
-    MTE_NOTIFY_ENTRY_S stCopy = stRequest;
-    stCopy.szOwner[MTE_NAME_SIZE - 1] = '\0';
-    stCopy.szName[MTE_NAME_SIZE - 1] = '\0';
-    stCopy.szObjectsOwner[MTE_NAME_SIZE - 1] = '\0';
-    stCopy.szObjects[MTE_NAME_SIZE - 1] = '\0';
-    return stCopy;
-}
 
 void StoreRow(const MTE_NOTIFY_ENTRY_S& stRow) {
     mte_DBM_StoreRow(MTE_CAT_NOTIFY, &stRow);
@@ -113,7 +105,7 @@ uint32_t mte_NOTIFY_Set(const MTE_NOTIFY_ENTRY_S* pstRequest, uint32_t uiColumnM
     if (pstRequest == nullptr) {
         return MTE_ERR_GENERAL;
     }
-    MTE_NOTIFY_ENTRY_S stRequest = TerminatedCopy(*pstRequest);
+    MTE_NOTIFY_ENTRY_S stRequest = MTE_CAT_TerminatedCopy(MTE_CAT_NOTIFY, *pstRequest);
     MTE_EVENT_ENTRY_S* pstEvent = mte_EVENT_GetEventEntry(stRequest.szOwner, stRequest.szName);
     if (pstEvent == nullptr || pstEvent->pstNotify == nullptr) {
         return MTE_ERR_NO_SUCH_ROW;
@@ -155,7 +147,7 @@ uint32_t mte_NOTIFY_Recover(uint32_t uiLen, const void* pRecord) {
     }
     MTE_NOTIFY_ENTRY_S stRecord;
     memcpy(&stRecord, pRecord, sizeof(stRecord));
-    stRecord = TerminatedCopy(stRecord);
+    stRecord = MTE_CAT_TerminatedCopy(MTE_CAT_NOTIFY, stRecord);
     MTE_LOCK_GUARD stGuard(mte_EVENT_ListWrLock, mte_EVENT_ListUnLock);
     MTE_EVENT_ENTRY_S* pstEvent = mte_EVENT_GetEventEntry(stRecord.szOwner, stRecord.szName);
     if (pstEvent == nullptr) {

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "mte_catalogue.h"
 #include "mte_dbg.h"
 #include "mte_dbm.h"
 #include "mte_lock_guard.h"
@@ -67,15 +68,6 @@ void InsertEntry(MTE_OBJ_ENTRY_S* pstEntry) {
     pstEntry->uiOwnerLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner));
     pstEntry->uiNameLen = static_cast<uint32_t>(strlen(pstEntry->stRow.szName));
     g_stObjects.Insert(pstEntry);
-}
-
-// A request as it came, with its strings terminated so that no lookup or copy
-// reads beyond a field.
-MTE_OBJ_ROW_S TerminatedCopy(const MTE_OBJ_ROW_S& stRequest) {
-    MTE_OBJ_ROW_S stCopy = stRequest;
-    stCopy.szOwner[MTE_NAME_SIZE - 1] = '\0';
-    stCopy.szName[MTE_NAME_SIZE - 1] = '\0';
-    return stCopy;
 }
 
 uint32_t CreateEntry(const MTE_OBJ_ROW_S& stRequest, uint32_t uiMask, uint32_t* puiFailedColumn) {
@@ -289,7 +281,7 @@ uint32_t mte_OBJ_Set(const MTE_OBJ_ROW_S* pstRequest, uint32_t uiColumnMask,
     if (pstRequest == nullptr) {
         return MTE_ERR_GENERAL;
     }
-    MTE_OBJ_ROW_S stRequest = TerminatedCopy(*pstRequest);
+    MTE_OBJ_ROW_S stRequest = MTE_CAT_TerminatedCopy(MTE_CAT_OBJECTS, *pstRequest);
     MTE_OBJ_ENTRY_S* pstEntry =
         FindEntry(KeyOf(stRequest.szOwner, stRequest.szName, stRequest.uiIndex));
     if (stRequest.uiEntryStatus == MTE_ROW_DESTROY) {
@@ -314,7 +306,7 @@ uint32_t mte_OBJ_Recover(uint32_t uiLen, const void* pRecord) {
     }
     MTE_OBJ_ROW_S stRecord;
     memcpy(&stRecord, pRecord, sizeof(stRecord));
-    stRecord = TerminatedCopy(stRecord);
+    stRecord = MTE_CAT_TerminatedCopy(MTE_CAT_OBJECTS, stRecord);
     if (stRecord.uiEntryStatus == MTE_ROW_ACTIVE) {
         stRecord.uiEntryStatus = MTE_ROW_CREATE_AND_GO;
     }

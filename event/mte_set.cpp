@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "mte_conv.h"
+#include "mte_catalogue.h"
 #include "mte_dbg.h"
 #include "mte_dbm.h"
 #include "mte_event.h"
@@ -40,15 +41,6 @@ constexpr uint32_t MTE_SET_FAIL_WRONG_TYPE = SNMP_ST_WRONG_TYPE;    // 0x6101004
 constexpr uint32_t MTE_SET_FAIL_NO_CREATION = SNMP_ST_NO_CREATION;  // 0x61010049
 
 constexpr size_t MTE_SET_OID_TEXT_SIZE = 256;
-
-MTE_SET_ENTRY_S TerminatedCopy(const MTE_SET_ENTRY_S& stRequest) {
-    MTE_SET_ENTRY_S stCopy = stRequest;
-    stCopy.szOwner[MTE_NAME_SIZE - 1] = '\0';
-    stCopy.szName[MTE_NAME_SIZE - 1] = '\0';
-    stCopy.szTargetTag[MTE_COMMENT_SIZE - 1] = '\0';
-    stCopy.szContextName[MTE_NAME_SIZE - 1] = '\0';
-    return stCopy;
-}
 
 void StoreRow(const MTE_SET_ENTRY_S& stRow) {
     mte_DBM_StoreRow(MTE_CAT_SET, &stRow);
@@ -195,7 +187,7 @@ uint32_t mte_SET_Set(const MTE_SET_ENTRY_S* pstRequest, uint32_t uiColumnMask) {
     if (pstRequest == nullptr) {
         return MTE_ERR_GENERAL;
     }
-    MTE_SET_ENTRY_S stRequest = TerminatedCopy(*pstRequest);
+    MTE_SET_ENTRY_S stRequest = MTE_CAT_TerminatedCopy(MTE_CAT_SET, *pstRequest);
     MTE_EVENT_ENTRY_S* pstEvent = mte_EVENT_GetEventEntry(stRequest.szOwner, stRequest.szName);
     if (pstEvent == nullptr || pstEvent->pstSet == nullptr) {
         return MTE_ERR_NO_SUCH_ROW;
@@ -223,7 +215,7 @@ uint32_t mte_SET_Recover(uint32_t uiLen, const void* pRecord) {
     }
     MTE_SET_ENTRY_S stRecord;
     memcpy(&stRecord, pRecord, sizeof(stRecord));
-    stRecord = TerminatedCopy(stRecord);
+    stRecord = MTE_CAT_TerminatedCopy(MTE_CAT_SET, stRecord);
     MTE_LOCK_GUARD stGuard(mte_EVENT_ListWrLock, mte_EVENT_ListUnLock);
     MTE_EVENT_ENTRY_S* pstEvent = mte_EVENT_GetEventEntry(stRecord.szOwner, stRecord.szName);
     if (pstEvent == nullptr) {

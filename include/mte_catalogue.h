@@ -384,6 +384,31 @@ constexpr uint32_t MTE_CAT_ColumnMask(const MTE_CAT_COLUMN_S& stColumn) {
     return uiMask;
 }
 
+constexpr bool MTE_CAT_IsString(MTE_CAT_KIND_E eKind) {
+    return eKind == MTE_CAT_KIND_E::OWNER || eKind == MTE_CAT_KIND_E::NAME ||
+           eKind == MTE_CAT_KIND_E::STR;
+}
+
+// Terminates every string field of a table's row in place, so that a row from
+// outside (a request, a stored record) is read as at most size - 1 characters
+// per field and no lookup or copy reads beyond a field.
+inline void MTE_CAT_TerminateStrings(MTE_CAT_TABLE_E eTable, void* pRow) {
+    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[eTable];
+    for (size_t i = 0; i < stTable.uiColumnCount; ++i) {
+        const MTE_CAT_COLUMN_S& stColumn = stTable.pstColumns[i];
+        if (MTE_CAT_IsString(stColumn.eKind)) {
+            static_cast<char*>(pRow)[stColumn.usOffset + stColumn.usSize - 1] = '\0';
+        }
+    }
+}
+
+template <typename Row>
+Row MTE_CAT_TerminatedCopy(MTE_CAT_TABLE_E eTable, const Row& stRow) {
+    Row stCopy = stRow;
+    MTE_CAT_TerminateStrings(eTable, &stCopy);
+    return stCopy;
+}
+
 // Every column lies inside its record, no two columns share a mask bit, and
 // no mask bit reaches the force bit.
 constexpr bool MTE_CAT_IsSound(const MTE_CAT_TABLE_S& stTable) {

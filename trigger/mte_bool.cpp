@@ -51,10 +51,6 @@ void Copy(const MTE_BOOL_ENTRY_S* pstFrom, uint32_t uiMask, MTE_BOOL_ENTRY_S* ps
     mte_test_CopyStrColumns(kStrColumns, pstFrom, uiMask, pstRow);
 }
 
-void Terminate(MTE_BOOL_ENTRY_S* pstRow) {
-    mte_test_TerminateRow(kStrColumns, pstRow);
-}
-
 constexpr MTE_TEST_TABLE_S<MTE_BOOL_ENTRY_S> kTable = {
     &MTE_TRIGGER_ENTRY_S::pstBool,
     "Boolean",
@@ -63,7 +59,6 @@ constexpr MTE_TEST_TABLE_S<MTE_BOOL_ENTRY_S> kTable = {
     Changes,
     Validate,
     Copy,
-    Terminate,
     false,
 };
 

@@ -76,11 +76,6 @@ void Copy(const MTE_DELTA_ENTRY_S* pstFrom, uint32_t uiMask, MTE_DELTA_ENTRY_S* 
     }
 }
 
-void Terminate(MTE_DELTA_ENTRY_S* pstRow) {
-    mte_trigger_Terminate(pstRow->szOwner);
-    mte_trigger_Terminate(pstRow->szName);
-}
-
 constexpr MTE_TEST_TABLE_S<MTE_DELTA_ENTRY_S> kTable = {
     &MTE_TRIGGER_ENTRY_S::pstDelta,
     "Delta",
@@ -89,7 +84,6 @@ constexpr MTE_TEST_TABLE_S<MTE_DELTA_ENTRY_S> kTable = {
     Changes,
     Validate,
     Copy,
-    Terminate,
     true,  // a stored row whose trigger is not a delta trigger is stale
 };
 

@@ -63,10 +63,6 @@ void Copy(const MTE_EXIST_ENTRY_S* pstFrom, uint32_t uiMask, MTE_EXIST_ENTRY_S* 
     mte_test_CopyStrColumns(kStrColumns, pstFrom, uiMask, pstRow);
 }
 
-void Terminate(MTE_EXIST_ENTRY_S* pstRow) {
-    mte_test_TerminateRow(kStrColumns, pstRow);
-}
-
 constexpr MTE_TEST_TABLE_S<MTE_EXIST_ENTRY_S> kTable = {
     &MTE_TRIGGER_ENTRY_S::pstExist,
     "Existence",
@@ -75,7 +71,6 @@ constexpr MTE_TEST_TABLE_S<MTE_EXIST_ENTRY_S> kTable = {
     Changes,
     Validate,
     Copy,
-    Terminate,
     true,
 };
 

@@ -66,16 +66,6 @@ void mte_test_CopyStrColumns(const MTE_STR_COLUMN_S (&astCols)[N], const Row* ps
     }
 }
 
-// Terminates every string column and the index of a row read from outside.
-template <typename Row, size_t N>
-void mte_test_TerminateRow(const MTE_STR_COLUMN_S (&astCols)[N], Row* pstRow) {
-    pstRow->szOwner[MTE_NAME_SIZE - 1] = '\0';
-    pstRow->szName[MTE_NAME_SIZE - 1] = '\0';
-    for (const MTE_STR_COLUMN_S& stCol : astCols) {
-        reinterpret_cast<char*>(pstRow)[stCol.uiOffset + MTE_NAME_SIZE - 1] = '\0';
-    }
-}
-
 // What one test table tells the skeleton.
 template <typename Row>
 struct MTE_TEST_TABLE_S {
@@ -87,7 +77,6 @@ struct MTE_TEST_TABLE_S {
     // 0, or the failed column of a request that breaks the table's rules.
     uint32_t (*pfValidate)(const Row* pstReq, uint32_t uiMask, const Row* pstRow);
     void (*pfCopy)(const Row* pstFrom, uint32_t uiMask, Row* pstRow);
-    void (*pfTerminate)(Row* pstRow);
     bool bRecoverNeedsRow;  // recovery of a trigger without this row fails
 };
 
@@ -146,7 +135,7 @@ uint32_t mte_test_Set(const MTE_TEST_TABLE_S<Row>& stTable, const Row* pstReques
                       uint32_t* puiFailedColumn) {
     Row stReq{};
     memcpy(&stReq, pstRequest, g_astMteCatalogue[stTable.eTable].uiRowSize);
-    stTable.pfTerminate(&stReq);
+    MTE_CAT_TerminateStrings(stTable.eTable, &stReq);
     MTE_TRIGGER_ENTRY_S* pstTrigger = mte_TRIGGER_GetTriggerEntry(stReq.szOwner, stReq.szName);
     if (pstTrigger == nullptr || pstTrigger->*stTable.pstMember == nullptr) {
         return MTE_ERR_NO_SUCH_ROW;
@@ -182,7 +171,7 @@ uint32_t mte_test_Recover(const MTE_TEST_TABLE_S<Row>& stTable, uint32_t uiLen,
     }
     Row stRec{};
     memcpy(&stRec, pRecord, g_astMteCatalogue[stTable.eTable].uiRowSize);
-    stTable.pfTerminate(&stRec);
+    MTE_CAT_TerminateStrings(stTable.eTable, &stRec);
     MTE_TRIGGER_ENTRY_S* pstTrigger = mte_TRIGGER_GetTriggerEntry(stRec.szOwner, stRec.szName);
     if (pstTrigger == nullptr ||
         (stTable.bRecoverNeedsRow && pstTrigger->*stTable.pstMember == nullptr)) {

@@ -108,10 +108,6 @@ void Copy(const MTE_THRES_ENTRY_S* pstFrom, uint32_t uiMask, MTE_THRES_ENTRY_S* 
     mte_test_CopyStrColumns(kStrColumns, pstFrom, uiMask, pstRow);
 }
 
-void Terminate(MTE_THRES_ENTRY_S* pstRow) {
-    mte_test_TerminateRow(kStrColumns, pstRow);
-}
-
 constexpr MTE_TEST_TABLE_S<MTE_THRES_ENTRY_S> kTable = {
     &MTE_TRIGGER_ENTRY_S::pstThres,
     "Threshold",
@@ -120,7 +116,6 @@ constexpr MTE_TEST_TABLE_S<MTE_THRES_ENTRY_S> kTable = {
     Changes,
     Validate,
     Copy,
-    Terminate,
     false,
 };
 

@@ -1,5 +1,5 @@
 // Module-private pieces shared by the trigger table's source files: the list
-// insertion and unlinking used by the row changes, and the bounded request copy. Main thread only.
+// insertion and unlinking used by the row changes. Main thread only.
 #ifndef MTE_TRIGGER_PRIV_H
 #define MTE_TRIGGER_PRIV_H
 
@@ -11,12 +11,5 @@ void mte_trigger_Insert(MTE_TRIGGER_ENTRY_S* pstEntry);
 void mte_trigger_Unlink(MTE_TRIGGER_ENTRY_S* pstEntry);
 // A linked entry gained or lost a test or delta row (the walks' presence flags).
 void mte_trigger_TestRowsChanged(void);
-
-// Terminates a fixed string field in place, so that request fields that
-// arrive without their NUL are read as at most size - 1 characters.
-template <size_t N>
-inline void mte_trigger_Terminate(char (&szField)[N]) {
-    szField[N - 1] = '\0';
-}
 
 #endif  // MTE_TRIGGER_PRIV_H

@@ -41,18 +41,6 @@ void PrintErr(const char* pszFormat, const char* pszArg1 = nullptr, const char* 
     }
 }
 
-// Request rows come from the agent in fixed fields; terminate every string
-// so that no comparison or copy below reads past its field.
-void TerminateRow(MTE_TRIGGER_ROW_S* pstRow) {
-    mte_trigger_Terminate(pstRow->szOwner);
-    mte_trigger_Terminate(pstRow->szName);
-    mte_trigger_Terminate(pstRow->szComment);
-    mte_trigger_Terminate(pstRow->szTargetTag);
-    mte_trigger_Terminate(pstRow->szContextName);
-    mte_trigger_Terminate(pstRow->szObjectsOwner);
-    mte_trigger_Terminate(pstRow->szObjects);
-}
-
 void StoreRow(const MTE_TRIGGER_ROW_S* pstRow) {
     // A failed write is reported by the store; the accepted change stands.
     (void)mte_DBM_StoreRow(MTE_CAT_TRIGGER, pstRow);
@@ -575,7 +563,7 @@ uint32_t mte_TRIGGER_Set(const MTE_TRIGGER_ROW_S* pstRequest, uint32_t uiColumnM
                          uint32_t* puiFailedColumn) {
     MTE_TRIGGER_ROW_S stReq;
     memcpy(&stReq, pstRequest, sizeof(stReq));
-    TerminateRow(&stReq);
+    MTE_CAT_TerminateStrings(MTE_CAT_TRIGGER, &stReq);
 
     MTE_TRIGGER_ENTRY_S* pstEntry = mte_TRIGGER_GetTriggerEntry(stReq.szOwner, stReq.szName);
     if (stReq.uiEntryStatus == MTE_ROW_DESTROY) {
@@ -598,7 +586,7 @@ uint32_t mte_TRIGGER_Recover(uint32_t uiLen, const void* pRecord) {
     }
     MTE_TRIGGER_ROW_S stRow;
     memcpy(&stRow, pRecord, sizeof(stRow));
-    TerminateRow(&stRow);
+    MTE_CAT_TerminateStrings(MTE_CAT_TRIGGER, &stRow);
     if (stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
         stRow.uiEntryStatus = MTE_ROW_CREATE_AND_GO;
     } else if (stRow.uiEntryStatus == MTE_ROW_NOT_IN_SERVICE) {
