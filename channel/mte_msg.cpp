@@ -186,7 +186,8 @@ uint32_t CheckRowFields(const MTE_CAT_TABLE_S& stTable, const uint8_t* pucRecord
     }
     for (size_t i = 0; i < stTable.uiColumnCount; i++) {
         const MTE_CAT_COLUMN_S& stColumn = stTable.pstColumns[i];
-        if (MTE_CAT_IsString(stColumn.eKind) && !StringTerminated(pucRecord + stColumn.usOffset, stColumn.usSize)) {
+        if (MTE_CAT_IsString(stColumn.eKind) &&
+            !StringTerminated(pucRecord + stColumn.usOffset, stColumn.usSize)) {
             return MTE_ERR_MSG_STRING;
         }
     }
