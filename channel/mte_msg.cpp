@@ -311,9 +311,9 @@ uint32_t MTE_MSG_CheckRecord(uint16_t usItem, const uint8_t* pucRecord, uint32_t
     if (pucRecord == nullptr || uiLen != uiSize) {
         return MTE_ERR_MSG_ITEM_SIZE;
     }
-    uint32_t uiResult = TableOfRowItem(usItem) != nullptr
-                            ? CheckRowFields(*TableOfRowItem(usItem), pucRecord)
-                            : CheckKeyFields(usItem, pucRecord);
+    const MTE_CAT_TABLE_S* pstTable = TableOfRowItem(usItem);
+    uint32_t uiResult = pstTable != nullptr ? CheckRowFields(*pstTable, pucRecord)
+                                            : CheckKeyFields(usItem, pucRecord);
     if (uiResult != MTE_OK) {
         return uiResult;
     }
