@@ -32,6 +32,7 @@ constexpr uint8_t SyntaxOf(MTE_CAT_KIND_E eKind) {
         case MTE_CAT_KIND_E::OWNER:
         case MTE_CAT_KIND_E::NAME:
         case MTE_CAT_KIND_E::STR:
+        case MTE_CAT_KIND_E::OWNER_REF:
             break;
     }
     return EMA_SYN_STRING;
@@ -49,6 +50,7 @@ constexpr EMA_COLUMN_S ServedColumn(const MTE_CAT_COLUMN_S& stColumn) {
         case MTE_CAT_KIND_E::OWNER:
         case MTE_CAT_KIND_E::NAME:
         case MTE_CAT_KIND_E::STR:
+        case MTE_CAT_KIND_E::OWNER_REF:
             stServed.iMax = stColumn.usSize - 1;
             break;
         case MTE_CAT_KIND_E::I32:

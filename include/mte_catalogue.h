@@ -33,7 +33,10 @@ enum class MTE_CAT_KIND_E : uint8_t {
     STATUS,  // RowStatus
     ENUM,    // u32 enumeration, its values named
     STR,     // zero-terminated string of usSize bytes
-    BITS,    // one octet of named bits, each bit written as a column of its own
+    // A string naming an owner (of the objects or of an event): empty or the
+    // row's own owner, as the table's set checks.
+    OWNER_REF,
+    BITS,  // one octet of named bits, each bit written as a column of its own
 };
 
 // A named value of an ENUM or STATUS column, or one bit of a BITS column
@@ -188,7 +191,7 @@ inline constexpr MTE_CAT_COLUMN_S g_astTriggerColumns[] = {
     Col("contextwildcard", K::TRUTH, MTE_TRIGGER_COL_CONTEXT_NAME_WILDCARD, 10,
         MTE_CAT_FIELD(TRG, uiContextNameWildcard)),
     Col("frequency", K::U32, MTE_TRIGGER_COL_FREQUENCY, 11, MTE_CAT_FIELD(TRG, uiFrequency)),
-    Col("objectsowner", K::STR, MTE_TRIGGER_COL_OBJECTS_OWNER, 12,
+    Col("objectsowner", K::OWNER_REF, MTE_TRIGGER_COL_OBJECTS_OWNER, 12,
         MTE_CAT_FIELD(TRG, szObjectsOwner)),
     Col("objects", K::STR, MTE_TRIGGER_COL_OBJECTS, 13, MTE_CAT_FIELD(TRG, szObjects)),
     Col("enabled", K::TRUTH, 0, 14, MTE_CAT_FIELD(TRG, uiEnabled)),
@@ -213,9 +216,10 @@ inline constexpr MTE_CAT_COLUMN_S g_astExistColumns[] = {
     MTE_CAT_OWNER_AND_NAME(EXI),
     Named("test", K::BITS, 0, 1, MTE_CAT_FIELD(EXI, ucTest), g_astExistTests),
     Named("startup", K::BITS, 0, 2, MTE_CAT_FIELD(EXI, ucStartup), g_astExistStartups),
-    Col("objectsowner", K::STR, MTE_EXIST_COL_OBJECTS_OWNER, 3, MTE_CAT_FIELD(EXI, szObjectsOwner)),
+    Col("objectsowner", K::OWNER_REF, MTE_EXIST_COL_OBJECTS_OWNER, 3,
+        MTE_CAT_FIELD(EXI, szObjectsOwner)),
     Col("objects", K::STR, MTE_EXIST_COL_OBJECTS, 4, MTE_CAT_FIELD(EXI, szObjects)),
-    Col("eventowner", K::STR, MTE_EXIST_COL_EVENT_OWNER, 5, MTE_CAT_FIELD(EXI, szEventOwner)),
+    Col("eventowner", K::OWNER_REF, MTE_EXIST_COL_EVENT_OWNER, 5, MTE_CAT_FIELD(EXI, szEventOwner)),
     Col("event", K::STR, MTE_EXIST_COL_EVENT, 6, MTE_CAT_FIELD(EXI, szEvent)),
 };
 
@@ -226,9 +230,10 @@ inline constexpr MTE_CAT_COLUMN_S g_astBoolColumns[] = {
           g_astComparisons),
     Col("value", K::I32, MTE_BOOL_COL_VALUE, 2, MTE_CAT_FIELD(BOO, iValue)),
     Col("startup", K::TRUTH, MTE_BOOL_COL_STARTUP, 3, MTE_CAT_FIELD(BOO, uiStartup)),
-    Col("objectsowner", K::STR, MTE_BOOL_COL_OBJECTS_OWNER, 4, MTE_CAT_FIELD(BOO, szObjectsOwner)),
+    Col("objectsowner", K::OWNER_REF, MTE_BOOL_COL_OBJECTS_OWNER, 4,
+        MTE_CAT_FIELD(BOO, szObjectsOwner)),
     Col("objects", K::STR, MTE_BOOL_COL_OBJECTS, 5, MTE_CAT_FIELD(BOO, szObjects)),
-    Col("eventowner", K::STR, MTE_BOOL_COL_EVENT_OWNER, 6, MTE_CAT_FIELD(BOO, szEventOwner)),
+    Col("eventowner", K::OWNER_REF, MTE_BOOL_COL_EVENT_OWNER, 6, MTE_CAT_FIELD(BOO, szEventOwner)),
     Col("event", K::STR, MTE_BOOL_COL_EVENT, 7, MTE_CAT_FIELD(BOO, szEvent)),
 };
 
@@ -241,20 +246,21 @@ inline constexpr MTE_CAT_COLUMN_S g_astThresColumns[] = {
     Col("falling", K::I32, MTE_THRES_COL_FALLING, 3, MTE_CAT_FIELD(THR, iFalling)),
     Col("deltarising", K::I32, MTE_THRES_COL_DELTA_RISING, 4, MTE_CAT_FIELD(THR, iDeltaRising)),
     Col("deltafalling", K::I32, MTE_THRES_COL_DELTA_FALLING, 5, MTE_CAT_FIELD(THR, iDeltaFalling)),
-    Col("objectsowner", K::STR, MTE_THRES_COL_OBJECTS_OWNER, 6, MTE_CAT_FIELD(THR, szObjectsOwner)),
+    Col("objectsowner", K::OWNER_REF, MTE_THRES_COL_OBJECTS_OWNER, 6,
+        MTE_CAT_FIELD(THR, szObjectsOwner)),
     Col("objects", K::STR, MTE_THRES_COL_OBJECTS, 7, MTE_CAT_FIELD(THR, szObjects)),
-    Col("risingeventowner", K::STR, MTE_THRES_COL_RISING_EVENT_OWNER, 8,
+    Col("risingeventowner", K::OWNER_REF, MTE_THRES_COL_RISING_EVENT_OWNER, 8,
         MTE_CAT_FIELD(THR, szRisingEventOwner)),
     Col("risingevent", K::STR, MTE_THRES_COL_RISING_EVENT, 9, MTE_CAT_FIELD(THR, szRisingEvent)),
-    Col("fallingeventowner", K::STR, MTE_THRES_COL_FALLING_EVENT_OWNER, 10,
+    Col("fallingeventowner", K::OWNER_REF, MTE_THRES_COL_FALLING_EVENT_OWNER, 10,
         MTE_CAT_FIELD(THR, szFallingEventOwner)),
     Col("fallingevent", K::STR, MTE_THRES_COL_FALLING_EVENT, 11,
         MTE_CAT_FIELD(THR, szFallingEvent)),
-    Col("deltarisingeventowner", K::STR, MTE_THRES_COL_DELTA_RISING_EVENT_OWNER, 12,
+    Col("deltarisingeventowner", K::OWNER_REF, MTE_THRES_COL_DELTA_RISING_EVENT_OWNER, 12,
         MTE_CAT_FIELD(THR, szDeltaRisingEventOwner)),
     Col("deltarisingevent", K::STR, MTE_THRES_COL_DELTA_RISING_EVENT, 13,
         MTE_CAT_FIELD(THR, szDeltaRisingEvent)),
-    Col("deltafallingeventowner", K::STR, MTE_THRES_COL_DELTA_FALLING_EVENT_OWNER, 14,
+    Col("deltafallingeventowner", K::OWNER_REF, MTE_THRES_COL_DELTA_FALLING_EVENT_OWNER, 14,
         MTE_CAT_FIELD(THR, szDeltaFallingEventOwner)),
     Col("deltafallingevent", K::STR, MTE_THRES_COL_DELTA_FALLING_EVENT, 15,
         MTE_CAT_FIELD(THR, szDeltaFallingEvent)),
@@ -286,7 +292,7 @@ using NTF = MTE_NOTIFY_ENTRY_S;
 inline constexpr MTE_CAT_COLUMN_S g_astNotifyColumns[] = {
     MTE_CAT_OWNER_AND_NAME(NTF),
     Col("notification", K::OID, MTE_NOTIFY_COL_NOTIFICATION, 1, MTE_CAT_FIELD(NTF, stNotification)),
-    Col("objectsowner", K::STR, MTE_NOTIFY_COL_OBJECTS_OWNER, 2,
+    Col("objectsowner", K::OWNER_REF, MTE_NOTIFY_COL_OBJECTS_OWNER, 2,
         MTE_CAT_FIELD(NTF, szObjectsOwner)),
     Col("objects", K::STR, MTE_NOTIFY_COL_OBJECTS, 3, MTE_CAT_FIELD(NTF, szObjects)),
 };
@@ -386,7 +392,7 @@ constexpr uint32_t MTE_CAT_ColumnMask(const MTE_CAT_COLUMN_S& stColumn) {
 
 constexpr bool MTE_CAT_IsString(MTE_CAT_KIND_E eKind) {
     return eKind == MTE_CAT_KIND_E::OWNER || eKind == MTE_CAT_KIND_E::NAME ||
-           eKind == MTE_CAT_KIND_E::STR;
+           eKind == MTE_CAT_KIND_E::STR || eKind == MTE_CAT_KIND_E::OWNER_REF;
 }
 
 // Terminates every string field of a table's row in place, so that a row from

@@ -11,13 +11,6 @@
 
 namespace {
 
-constexpr MTE_STR_COLUMN_S kStrColumns[] = {
-    {MTE_BOOL_COL_OBJECTS_OWNER, offsetof(MTE_BOOL_ENTRY_S, szObjectsOwner), true},
-    {MTE_BOOL_COL_OBJECTS, offsetof(MTE_BOOL_ENTRY_S, szObjects), false},
-    {MTE_BOOL_COL_EVENT_OWNER, offsetof(MTE_BOOL_ENTRY_S, szEventOwner), true},
-    {MTE_BOOL_COL_EVENT, offsetof(MTE_BOOL_ENTRY_S, szEvent), false},
-};
-
 void Defaults(MTE_BOOL_ENTRY_S* pstRow) {
     pstRow->uiComparison = MTE_BOOL_UNEQUAL;
     pstRow->uiStartup = MTE_TRUE;
@@ -30,11 +23,11 @@ bool Changes(const MTE_BOOL_ENTRY_S* pstReq, uint32_t uiMask, const MTE_BOOL_ENT
         (mte_test_InMask(uiMask, MTE_BOOL_COL_STARTUP) && pstReq->uiStartup != pstRow->uiStartup)) {
         return true;
     }
-    return mte_test_StrColumnsDiffer(kStrColumns, pstReq, uiMask, pstRow);
+    return mte_test_StrColumnsDiffer(MTE_CAT_BOOLEAN, pstReq, uiMask, pstRow);
 }
 
 uint32_t Validate(const MTE_BOOL_ENTRY_S* pstReq, uint32_t uiMask, const MTE_BOOL_ENTRY_S*) {
-    return mte_test_CheckOwnerColumns(kStrColumns, pstReq, uiMask);
+    return mte_test_CheckOwnerColumns(MTE_CAT_BOOLEAN, pstReq, uiMask);
 }
 
 // Comparison and startup are stored as given; unknown values never fire.
@@ -48,7 +41,7 @@ void Copy(const MTE_BOOL_ENTRY_S* pstFrom, uint32_t uiMask, MTE_BOOL_ENTRY_S* ps
     if (mte_test_InMask(uiMask, MTE_BOOL_COL_STARTUP)) {
         pstRow->uiStartup = pstFrom->uiStartup;
     }
-    mte_test_CopyStrColumns(kStrColumns, pstFrom, uiMask, pstRow);
+    mte_test_CopyStrColumns(MTE_CAT_BOOLEAN, pstFrom, uiMask, pstRow);
 }
 
 constexpr MTE_TEST_TABLE_S<MTE_BOOL_ENTRY_S> kTable = {

@@ -23,13 +23,6 @@ constexpr BitColumn kBitColumns[] = {
     {MTE_EXIST_COL_STARTUP_ABSENT, &MTE_EXIST_ENTRY_S::ucStartup, MTE_EXIST_ABSENT},
 };
 
-constexpr MTE_STR_COLUMN_S kStrColumns[] = {
-    {MTE_EXIST_COL_OBJECTS_OWNER, offsetof(MTE_EXIST_ENTRY_S, szObjectsOwner), true},
-    {MTE_EXIST_COL_OBJECTS, offsetof(MTE_EXIST_ENTRY_S, szObjects), false},
-    {MTE_EXIST_COL_EVENT_OWNER, offsetof(MTE_EXIST_ENTRY_S, szEventOwner), true},
-    {MTE_EXIST_COL_EVENT, offsetof(MTE_EXIST_ENTRY_S, szEvent), false},
-};
-
 void Defaults(MTE_EXIST_ENTRY_S* pstRow) {
     pstRow->ucTest = MTE_EXIST_PRESENT | MTE_EXIST_ABSENT;
     pstRow->ucStartup = MTE_EXIST_PRESENT | MTE_EXIST_ABSENT;
@@ -43,11 +36,11 @@ bool Changes(const MTE_EXIST_ENTRY_S* pstReq, uint32_t uiMask, const MTE_EXIST_E
             return true;
         }
     }
-    return mte_test_StrColumnsDiffer(kStrColumns, pstReq, uiMask, pstRow);
+    return mte_test_StrColumnsDiffer(MTE_CAT_EXISTENCE, pstReq, uiMask, pstRow);
 }
 
 uint32_t Validate(const MTE_EXIST_ENTRY_S* pstReq, uint32_t uiMask, const MTE_EXIST_ENTRY_S*) {
-    return mte_test_CheckOwnerColumns(kStrColumns, pstReq, uiMask);
+    return mte_test_CheckOwnerColumns(MTE_CAT_EXISTENCE, pstReq, uiMask);
 }
 
 // Copies the masked bits one by one (other bits of the bytes are kept) and
@@ -60,7 +53,7 @@ void Copy(const MTE_EXIST_ENTRY_S* pstFrom, uint32_t uiMask, MTE_EXIST_ENTRY_S* 
                                           (pstFrom->*stCol.pucByte & stCol.ucBit));
         }
     }
-    mte_test_CopyStrColumns(kStrColumns, pstFrom, uiMask, pstRow);
+    mte_test_CopyStrColumns(MTE_CAT_EXISTENCE, pstFrom, uiMask, pstRow);
 }
 
 constexpr MTE_TEST_TABLE_S<MTE_EXIST_ENTRY_S> kTable = {

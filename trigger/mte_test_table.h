@@ -10,60 +10,69 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "mte_catalogue.h"
 #include "mte_dbg.h"
 #include "mte_dbm.h"
 #include "mte_oid.h"
 #include "mte_sorted_list.h"
 #include "mte_trigger.h"
 
-// A string column of a test row: its number, its offset, and whether it names
-// an owner that must be empty or the row's own owner.
-struct MTE_STR_COLUMN_S {
-    uint32_t uiColumn;
-    size_t uiOffset;
-    bool bOwner;
-};
-
 inline bool mte_test_InMask(uint32_t uiMask, uint32_t uiColumn) {
     return (uiMask & MTE_COLUMN_BIT(uiColumn)) != 0;
 }
 
-template <typename Row, size_t N>
-bool mte_test_StrColumnsDiffer(const MTE_STR_COLUMN_S (&astCols)[N], const Row* pstReq,
-                               uint32_t uiMask, const Row* pstRow) {
-    for (const MTE_STR_COLUMN_S& stCol : astCols) {
-        if (mte_test_InMask(uiMask, stCol.uiColumn) &&
-            strcmp(reinterpret_cast<const char*>(pstReq) + stCol.uiOffset,
-                   reinterpret_cast<const char*>(pstRow) + stCol.uiOffset) != 0) {
-            return true;
+// Calls fnVisit(column) for each string column of the table's rows that a set
+// writes (the index excluded), in column order.
+template <typename VISIT>
+void mte_test_ForStrColumns(MTE_CAT_TABLE_E eTable, VISIT&& fnVisit) {
+    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[eTable];
+    for (size_t i = 0; i < stTable.uiColumnCount; i++) {
+        const MTE_CAT_COLUMN_S& stColumn = stTable.pstColumns[i];
+        if (stColumn.eKind == MTE_CAT_KIND_E::STR || stColumn.eKind == MTE_CAT_KIND_E::OWNER_REF) {
+            fnVisit(stColumn);
         }
     }
-    return false;
+}
+
+inline const char* mte_test_Field(const void* pRow, const MTE_CAT_COLUMN_S& stColumn) {
+    return static_cast<const char*>(pRow) + stColumn.usOffset;
+}
+
+template <typename Row>
+bool mte_test_StrColumnsDiffer(MTE_CAT_TABLE_E eTable, const Row* pstReq, uint32_t uiMask,
+                               const Row* pstRow) {
+    bool bDiffer = false;
+    mte_test_ForStrColumns(eTable, [&](const MTE_CAT_COLUMN_S& stColumn) {
+        bDiffer = bDiffer ||
+                  (mte_test_InMask(uiMask, stColumn.uiColumn) &&
+                   strcmp(mte_test_Field(pstReq, stColumn), mte_test_Field(pstRow, stColumn)) != 0);
+    });
+    return bDiffer;
 }
 
 // 0, or the first owner column in the mask that names another owner.
-template <typename Row, size_t N>
-uint32_t mte_test_CheckOwnerColumns(const MTE_STR_COLUMN_S (&astCols)[N], const Row* pstReq,
-                                    uint32_t uiMask) {
-    for (const MTE_STR_COLUMN_S& stCol : astCols) {
-        if (stCol.bOwner && mte_test_InMask(uiMask, stCol.uiColumn) &&
-            !mte_checkOwner(reinterpret_cast<const char*>(pstReq) + stCol.uiOffset,
-                            pstReq->szOwner)) {
-            return stCol.uiColumn;
+template <typename Row>
+uint32_t mte_test_CheckOwnerColumns(MTE_CAT_TABLE_E eTable, const Row* pstReq, uint32_t uiMask) {
+    uint32_t uiFailed = 0;
+    mte_test_ForStrColumns(eTable, [&](const MTE_CAT_COLUMN_S& stColumn) {
+        if (uiFailed == 0 && stColumn.eKind == MTE_CAT_KIND_E::OWNER_REF &&
+            mte_test_InMask(uiMask, stColumn.uiColumn) &&
+            !mte_checkOwner(mte_test_Field(pstReq, stColumn), pstReq->szOwner)) {
+            uiFailed = stColumn.uiColumn;
         }
-    }
-    return 0;
+    });
+    return uiFailed;
 }
 
-template <typename Row, size_t N>
-void mte_test_CopyStrColumns(const MTE_STR_COLUMN_S (&astCols)[N], const Row* pstFrom,
-                             uint32_t uiMask, Row* pstRow) {
-    for (const MTE_STR_COLUMN_S& stCol : astCols) {
-        if (mte_test_InMask(uiMask, stCol.uiColumn)) {
-            mte_StrCopy(reinterpret_cast<char*>(pstRow) + stCol.uiOffset,
-                        reinterpret_cast<const char*>(pstFrom) + stCol.uiOffset, MTE_NAME_SIZE);
+template <typename Row>
+void mte_test_CopyStrColumns(MTE_CAT_TABLE_E eTable, const Row* pstFrom, uint32_t uiMask,
+                             Row* pstRow) {
+    mte_test_ForStrColumns(eTable, [&](const MTE_CAT_COLUMN_S& stColumn) {
+        if (mte_test_InMask(uiMask, stColumn.uiColumn)) {
+            mte_StrCopy(reinterpret_cast<char*>(pstRow) + stColumn.usOffset,
+                        mte_test_Field(pstFrom, stColumn), stColumn.usSize);
         }
-    }
+    });
 }
 
 // What one test table tells the skeleton.

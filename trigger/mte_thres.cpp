@@ -12,21 +12,6 @@
 
 namespace {
 
-constexpr MTE_STR_COLUMN_S kStrColumns[] = {
-    {MTE_THRES_COL_OBJECTS_OWNER, offsetof(MTE_THRES_ENTRY_S, szObjectsOwner), true},
-    {MTE_THRES_COL_OBJECTS, offsetof(MTE_THRES_ENTRY_S, szObjects), false},
-    {MTE_THRES_COL_RISING_EVENT_OWNER, offsetof(MTE_THRES_ENTRY_S, szRisingEventOwner), true},
-    {MTE_THRES_COL_RISING_EVENT, offsetof(MTE_THRES_ENTRY_S, szRisingEvent), false},
-    {MTE_THRES_COL_FALLING_EVENT_OWNER, offsetof(MTE_THRES_ENTRY_S, szFallingEventOwner), true},
-    {MTE_THRES_COL_FALLING_EVENT, offsetof(MTE_THRES_ENTRY_S, szFallingEvent), false},
-    {MTE_THRES_COL_DELTA_RISING_EVENT_OWNER, offsetof(MTE_THRES_ENTRY_S, szDeltaRisingEventOwner),
-     true},
-    {MTE_THRES_COL_DELTA_RISING_EVENT, offsetof(MTE_THRES_ENTRY_S, szDeltaRisingEvent), false},
-    {MTE_THRES_COL_DELTA_FALLING_EVENT_OWNER, offsetof(MTE_THRES_ENTRY_S, szDeltaFallingEventOwner),
-     true},
-    {MTE_THRES_COL_DELTA_FALLING_EVENT, offsetof(MTE_THRES_ENTRY_S, szDeltaFallingEvent), false},
-};
-
 // The five numbers: startup, then the four thresholds, all 32-bit.
 struct NumColumn {
     uint32_t uiColumn;
@@ -58,7 +43,7 @@ bool Changes(const MTE_THRES_ENTRY_S* pstReq, uint32_t uiMask, const MTE_THRES_E
             return true;
         }
     }
-    return mte_test_StrColumnsDiffer(kStrColumns, pstReq, uiMask, pstRow);
+    return mte_test_StrColumnsDiffer(MTE_CAT_THRESHOLD, pstReq, uiMask, pstRow);
 }
 
 // Rising must not be below falling, delta rising not below delta falling;
@@ -95,7 +80,7 @@ uint32_t Validate(const MTE_THRES_ENTRY_S* pstReq, uint32_t uiMask,
             return uiColumn;
         }
     }
-    return mte_test_CheckOwnerColumns(kStrColumns, pstReq, uiMask);
+    return mte_test_CheckOwnerColumns(MTE_CAT_THRESHOLD, pstReq, uiMask);
 }
 
 // Startup is stored as given; values other than 1 to 3 raise no startup alarm.
@@ -105,7 +90,7 @@ void Copy(const MTE_THRES_ENTRY_S* pstFrom, uint32_t uiMask, MTE_THRES_ENTRY_S* 
             *Number(pstRow, stCol.uiOffset) = *Number(pstFrom, stCol.uiOffset);
         }
     }
-    mte_test_CopyStrColumns(kStrColumns, pstFrom, uiMask, pstRow);
+    mte_test_CopyStrColumns(MTE_CAT_THRESHOLD, pstFrom, uiMask, pstRow);
 }
 
 constexpr MTE_TEST_TABLE_S<MTE_THRES_ENTRY_S> kTable = {

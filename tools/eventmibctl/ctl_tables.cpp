@@ -253,7 +253,8 @@ bool CTL_ApplyAssignment(const CTL_TABLE_S& stTable, const std::string& strAssig
     switch (c.eKind) {
         case K::OWNER:
         case K::NAME:
-        case K::STR: {
+        case K::STR:
+        case K::OWNER_REF: {
             std::string strBytes;
             if (!CTL_UnescapeString(strValue, &strBytes, pstrError)) {
                 *pstrError = "'" + strName + "': " + *pstrError;
@@ -313,6 +314,7 @@ std::string CTL_FormatValue(const CTL_COLUMN_S& c, const uint8_t* pucRow) {
         case K::OWNER:
         case K::NAME:
         case K::STR:
+        case K::OWNER_REF:
             return FieldString(pucRow, c);
         case K::INDEX:
         case K::U32:
