@@ -159,22 +159,6 @@ void DestroyEntry(MTE_EVENT_ENTRY_S* pstEntry) {
     free(pstEntry);
 }
 
-bool ChangesSomething(const MTE_EVENT_ROW_S& stRow, const MTE_EVENT_ROW_S& stRequest,
-                      uint32_t uiMask) {
-    if ((uiMask & MTE_EVENT_MASK_COMMENT) && strcmp(stRow.szComment, stRequest.szComment) != 0) {
-        return true;
-    }
-    if ((uiMask & MTE_EVENT_MASK_SET) &&
-        ((stRow.ucActions ^ stRequest.ucActions) & MTE_ACTION_SET) != 0) {
-        return true;
-    }
-    if ((uiMask & MTE_EVENT_MASK_NOTIFY) &&
-        ((stRow.ucActions ^ stRequest.ucActions) & MTE_ACTION_NOTIFICATION) != 0) {
-        return true;
-    }
-    return (uiMask & MTE_EVENT_MASK_STATUS) && stRow.uiEntryStatus != stRequest.uiEntryStatus;
-}
-
 // Applies an accepted write to an existing row. The sub-rows that the new
 // actions need are made first, so that a failure leaves the row untouched.
 uint32_t ModifyEntry(MTE_EVENT_ENTRY_S* pstEntry, const MTE_EVENT_ROW_S& stRequest, uint32_t uiMask,
@@ -375,7 +359,8 @@ uint32_t mte_EVENT_Set(const MTE_EVENT_ROW_S* pstRequest, uint32_t uiColumnMask,
         *puiFailedColumn = MTE_EVENT_COL_ENTRY_STATUS;
         return MTE_ERR_ROW_EXISTS;
     }
-    bool bChanges = ChangesSomething(pstEntry->stRow, stRequest, uiColumnMask);
+    bool bChanges =
+        MTE_CAT_ColumnsDiffer(MTE_CAT_EVENT, &stRequest, uiColumnMask, &pstEntry->stRow);
     if (pstEntry->stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
         uint32_t uiRet = CheckActiveWrite(stRequest, uiColumnMask, bChanges, puiFailedColumn);
         if (uiRet != MTE_OK) {

@@ -34,15 +34,6 @@ void StoreRow(const MTE_NOTIFY_ENTRY_S& stRow) {
     mte_DBM_StoreRow(MTE_CAT_NOTIFY, &stRow);
 }
 
-bool ChangesSomething(const MTE_NOTIFY_ENTRY_S& stRow, const MTE_NOTIFY_ENTRY_S& stRequest,
-                      uint32_t uiMask) {
-    return ((uiMask & MTE_NOTIFY_MASK_OBJECTS) && strcmp(stRow.szObjects, stRequest.szObjects)) ||
-           ((uiMask & MTE_NOTIFY_MASK_OBJECTS_OWNER) &&
-            strcmp(stRow.szObjectsOwner, stRequest.szObjectsOwner)) ||
-           ((uiMask & MTE_NOTIFY_MASK_OID) &&
-            MTE_MSG_IsSameOID(&stRow.stNotification, &stRequest.stNotification) != 1);
-}
-
 void CopyOid(MTE_OID_S* pstDst, const MTE_OID_S& stSrc) {
     pstDst->uiLen = stSrc.uiLen;
     memcpy(pstDst->auiOid, stSrc.auiOid, stSrc.uiLen * sizeof(uint32_t));
@@ -111,7 +102,7 @@ uint32_t mte_NOTIFY_Set(const MTE_NOTIFY_ENTRY_S* pstRequest, uint32_t uiColumnM
         return MTE_ERR_NO_SUCH_ROW;
     }
     MTE_NOTIFY_ENTRY_S* pstRow = pstEvent->pstNotify;
-    bool bChanges = ChangesSomething(*pstRow, stRequest, uiColumnMask);
+    bool bChanges = MTE_CAT_ColumnsDiffer(MTE_CAT_NOTIFY, &stRequest, uiColumnMask, pstRow);
     if (pstEvent->stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
         return bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;
     }

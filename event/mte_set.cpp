@@ -46,19 +46,6 @@ void StoreRow(const MTE_SET_ENTRY_S& stRow) {
     mte_DBM_StoreRow(MTE_CAT_SET, &stRow);
 }
 
-bool ChangesSomething(const MTE_SET_ENTRY_S& stRow, const MTE_SET_ENTRY_S& stRequest,
-                      uint32_t uiMask) {
-    return ((uiMask & MTE_SET_MASK_OBJECT) &&
-            MTE_MSG_IsSameOID(&stRow.stObject, &stRequest.stObject) != 1) ||
-           ((uiMask & MTE_SET_MASK_OBJECT_WILDCARD) &&
-            stRow.uiObjectWildcard != stRequest.uiObjectWildcard) ||
-           ((uiMask & MTE_SET_MASK_VALUE) && stRow.iValue != stRequest.iValue) ||
-           ((uiMask & MTE_SET_MASK_CONTEXT) &&
-            strcmp(stRow.szContextName, stRequest.szContextName) != 0) ||
-           ((uiMask & MTE_SET_MASK_CONTEXT_WILDCARD) &&
-            stRow.uiContextNameWildcard != stRequest.uiContextNameWildcard);
-}
-
 // Copies the five writable columns named by the mask (the target tag never).
 void CopyColumns(MTE_SET_ENTRY_S* pstRow, const MTE_SET_ENTRY_S& stFrom, uint32_t uiMask) {
     if (uiMask & MTE_SET_MASK_OBJECT) {
@@ -193,7 +180,7 @@ uint32_t mte_SET_Set(const MTE_SET_ENTRY_S* pstRequest, uint32_t uiColumnMask) {
         return MTE_ERR_NO_SUCH_ROW;
     }
     MTE_SET_ENTRY_S* pstRow = pstEvent->pstSet;
-    bool bChanges = ChangesSomething(*pstRow, stRequest, uiColumnMask);
+    bool bChanges = MTE_CAT_ColumnsDiffer(MTE_CAT_SET, &stRequest, uiColumnMask, pstRow);
     if (pstEvent->stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
         return bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;
     }

@@ -17,6 +17,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "mte_msg.h"
 #include "mte_types.h"
@@ -413,6 +414,55 @@ Row MTE_CAT_TerminatedCopy(MTE_CAT_TABLE_E eTable, const Row& stRow) {
     Row stCopy = stRow;
     MTE_CAT_TerminateStrings(eTable, &stCopy);
     return stCopy;
+}
+
+// Whether a write of the column, when the mask has it, changes the row:
+// strings by their text, OIDs by their meaningful sub-identifiers, BITS bit by
+// bit, numbers by value. Index and read-only columns are never written.
+inline bool MTE_CAT_ColumnDiffers(const MTE_CAT_COLUMN_S& stColumn, const uint8_t* pucReq,
+                                  uint32_t uiMask, const uint8_t* pucRow) {
+    auto bMasked = [uiMask](uint32_t uiColumn) {
+        return uiColumn != 0 && (uiMask & MTE_COLUMN_BIT(uiColumn)) != 0;
+    };
+    const uint8_t* pucA = pucReq + stColumn.usOffset;
+    const uint8_t* pucB = pucRow + stColumn.usOffset;
+    switch (stColumn.eKind) {
+        case MTE_CAT_KIND_E::OWNER:
+        case MTE_CAT_KIND_E::NAME:
+        case MTE_CAT_KIND_E::INDEX:
+            return false;
+        case MTE_CAT_KIND_E::STR:
+        case MTE_CAT_KIND_E::OWNER_REF:
+            return bMasked(stColumn.uiColumn) && strcmp(reinterpret_cast<const char*>(pucA),
+                                                        reinterpret_cast<const char*>(pucB)) != 0;
+        case MTE_CAT_KIND_E::OID:
+            return bMasked(stColumn.uiColumn) &&
+                   MTE_MSG_IsSameOID(reinterpret_cast<const MTE_OID_S*>(pucA),
+                                     reinterpret_cast<const MTE_OID_S*>(pucB)) != 1;
+        case MTE_CAT_KIND_E::BITS:
+            for (size_t i = 0; i < stColumn.uiNameCount; ++i) {
+                if (bMasked(stColumn.pstNames[i].uiColumn) &&
+                    ((*pucA ^ *pucB) & stColumn.pstNames[i].uiValue) != 0) {
+                    return true;
+                }
+            }
+            return false;
+        default:
+            return bMasked(stColumn.uiColumn) && memcmp(pucA, pucB, sizeof(uint32_t)) != 0;
+    }
+}
+
+// Whether a write of the masked columns changes the row.
+inline bool MTE_CAT_ColumnsDiffer(MTE_CAT_TABLE_E eTable, const void* pReq, uint32_t uiMask,
+                                  const void* pRow) {
+    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[eTable];
+    for (size_t i = 0; i < stTable.uiColumnCount; ++i) {
+        if (MTE_CAT_ColumnDiffers(stTable.pstColumns[i], static_cast<const uint8_t*>(pReq), uiMask,
+                                  static_cast<const uint8_t*>(pRow))) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // Every column lies inside its record, no two columns share a mask bit, and

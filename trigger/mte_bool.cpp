@@ -16,16 +16,6 @@ void Defaults(MTE_BOOL_ENTRY_S* pstRow) {
     pstRow->uiStartup = MTE_TRUE;
 }
 
-bool Changes(const MTE_BOOL_ENTRY_S* pstReq, uint32_t uiMask, const MTE_BOOL_ENTRY_S* pstRow) {
-    if ((mte_test_InMask(uiMask, MTE_BOOL_COL_COMPARISON) &&
-         pstReq->uiComparison != pstRow->uiComparison) ||
-        (mte_test_InMask(uiMask, MTE_BOOL_COL_VALUE) && pstReq->iValue != pstRow->iValue) ||
-        (mte_test_InMask(uiMask, MTE_BOOL_COL_STARTUP) && pstReq->uiStartup != pstRow->uiStartup)) {
-        return true;
-    }
-    return mte_test_StrColumnsDiffer(MTE_CAT_BOOLEAN, pstReq, uiMask, pstRow);
-}
-
 uint32_t Validate(const MTE_BOOL_ENTRY_S* pstReq, uint32_t uiMask, const MTE_BOOL_ENTRY_S*) {
     return mte_test_CheckOwnerColumns(MTE_CAT_BOOLEAN, pstReq, uiMask);
 }
@@ -45,14 +35,7 @@ void Copy(const MTE_BOOL_ENTRY_S* pstFrom, uint32_t uiMask, MTE_BOOL_ENTRY_S* ps
 }
 
 constexpr MTE_TEST_TABLE_S<MTE_BOOL_ENTRY_S> kTable = {
-    &MTE_TRIGGER_ENTRY_S::pstBool,
-    "Boolean",
-    MTE_CAT_BOOLEAN,
-    Defaults,
-    Changes,
-    Validate,
-    Copy,
-    false,
+    &MTE_TRIGGER_ENTRY_S::pstBool, "Boolean", MTE_CAT_BOOLEAN, Defaults, Validate, Copy, false,
 };
 
 // Whether the comparison holds for the sign of (number - iValue).

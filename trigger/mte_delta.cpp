@@ -18,15 +18,6 @@ void Defaults(MTE_DELTA_ENTRY_S* pstRow) {
     pstRow->uiDiscontinuityIDType = MTE_DELTA_TIME_TICKS;
 }
 
-bool Changes(const MTE_DELTA_ENTRY_S* pstReq, uint32_t uiMask, const MTE_DELTA_ENTRY_S* pstRow) {
-    return (mte_test_InMask(uiMask, MTE_DELTA_COL_DISCONTINUITY_ID) &&
-            !MTE_MSG_IsSameOID(&pstReq->stDiscontinuityID, &pstRow->stDiscontinuityID)) ||
-           (mte_test_InMask(uiMask, MTE_DELTA_COL_DISCONTINUITY_ID_WILDCARD) &&
-            pstReq->uiDiscontinuityIDWildcard != pstRow->uiDiscontinuityIDWildcard) ||
-           (mte_test_InMask(uiMask, MTE_DELTA_COL_DISCONTINUITY_ID_TYPE) &&
-            pstReq->uiDiscontinuityIDType != pstRow->uiDiscontinuityIDType);
-}
-
 bool IsTruthValue(uint32_t uiValue) {
     return uiValue == MTE_TRUE || uiValue == MTE_FALSE;
 }
@@ -81,7 +72,6 @@ constexpr MTE_TEST_TABLE_S<MTE_DELTA_ENTRY_S> kTable = {
     "Delta",
     MTE_CAT_DELTA,
     Defaults,
-    Changes,
     Validate,
     Copy,
     true,  // a stored row whose trigger is not a delta trigger is stale

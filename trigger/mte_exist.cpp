@@ -29,16 +29,6 @@ void Defaults(MTE_EXIST_ENTRY_S* pstRow) {
     pstRow->usFirstCycle = 1;
 }
 
-bool Changes(const MTE_EXIST_ENTRY_S* pstReq, uint32_t uiMask, const MTE_EXIST_ENTRY_S* pstRow) {
-    for (const BitColumn& stCol : kBitColumns) {
-        if (mte_test_InMask(uiMask, stCol.uiColumn) &&
-            ((pstReq->*stCol.pucByte ^ pstRow->*stCol.pucByte) & stCol.ucBit) != 0) {
-            return true;
-        }
-    }
-    return mte_test_StrColumnsDiffer(MTE_CAT_EXISTENCE, pstReq, uiMask, pstRow);
-}
-
 uint32_t Validate(const MTE_EXIST_ENTRY_S* pstReq, uint32_t uiMask, const MTE_EXIST_ENTRY_S*) {
     return mte_test_CheckOwnerColumns(MTE_CAT_EXISTENCE, pstReq, uiMask);
 }
@@ -57,14 +47,7 @@ void Copy(const MTE_EXIST_ENTRY_S* pstFrom, uint32_t uiMask, MTE_EXIST_ENTRY_S* 
 }
 
 constexpr MTE_TEST_TABLE_S<MTE_EXIST_ENTRY_S> kTable = {
-    &MTE_TRIGGER_ENTRY_S::pstExist,
-    "Existence",
-    MTE_CAT_EXISTENCE,
-    Defaults,
-    Changes,
-    Validate,
-    Copy,
-    true,
+    &MTE_TRIGGER_ENTRY_S::pstExist, "Existence", MTE_CAT_EXISTENCE, Defaults, Validate, Copy, true,
 };
 
 bool ValuesDiffer(const SNMP_VALUE_S* pstA, const SNMP_VALUE_S* pstB) {

@@ -38,18 +38,6 @@ inline const char* mte_test_Field(const void* pRow, const MTE_CAT_COLUMN_S& stCo
     return static_cast<const char*>(pRow) + stColumn.usOffset;
 }
 
-template <typename Row>
-bool mte_test_StrColumnsDiffer(MTE_CAT_TABLE_E eTable, const Row* pstReq, uint32_t uiMask,
-                               const Row* pstRow) {
-    bool bDiffer = false;
-    mte_test_ForStrColumns(eTable, [&](const MTE_CAT_COLUMN_S& stColumn) {
-        bDiffer = bDiffer ||
-                  (mte_test_InMask(uiMask, stColumn.uiColumn) &&
-                   strcmp(mte_test_Field(pstReq, stColumn), mte_test_Field(pstRow, stColumn)) != 0);
-    });
-    return bDiffer;
-}
-
 // 0, or the first owner column in the mask that names another owner.
 template <typename Row>
 uint32_t mte_test_CheckOwnerColumns(MTE_CAT_TABLE_E eTable, const Row* pstReq, uint32_t uiMask) {
@@ -82,7 +70,6 @@ struct MTE_TEST_TABLE_S {
     const char* pszKind;                   // "Existence", "Boolean", "Threshold"
     MTE_CAT_TABLE_E eTable;                // its store list and stored size
     void (*pfDefaults)(Row* pstRow);
-    bool (*pfChanges)(const Row* pstReq, uint32_t uiMask, const Row* pstRow);
     // 0, or the failed column of a request that breaks the table's rules.
     uint32_t (*pfValidate)(const Row* pstReq, uint32_t uiMask, const Row* pstRow);
     void (*pfCopy)(const Row* pstFrom, uint32_t uiMask, Row* pstRow);
@@ -153,7 +140,7 @@ uint32_t mte_test_Set(const MTE_TEST_TABLE_S<Row>& stTable, const Row* pstReques
     Row* pstRow = pstTrigger->*stTable.pstMember;
     uint32_t uiRet = MTE_OK;
     uint32_t uiFailed = 0;
-    bool bChanges = stTable.pfChanges(&stReq, uiMask, pstRow);
+    bool bChanges = MTE_CAT_ColumnsDiffer(stTable.eTable, &stReq, uiMask, pstRow);
     if (pstTrigger->stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
         // The worker evaluates an active trigger's tests: they are read-only.
         uiRet = bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;

@@ -36,16 +36,6 @@ void Defaults(MTE_THRES_ENTRY_S* pstRow) {
     pstRow->uiStartup = MTE_THRES_STARTUP_RISING_OR_FALLING;
 }
 
-bool Changes(const MTE_THRES_ENTRY_S* pstReq, uint32_t uiMask, const MTE_THRES_ENTRY_S* pstRow) {
-    for (const NumColumn& stCol : kNumColumns) {
-        if (mte_test_InMask(uiMask, stCol.uiColumn) &&
-            *Number(pstReq, stCol.uiOffset) != *Number(pstRow, stCol.uiOffset)) {
-            return true;
-        }
-    }
-    return mte_test_StrColumnsDiffer(MTE_CAT_THRESHOLD, pstReq, uiMask, pstRow);
-}
-
 // Rising must not be below falling, delta rising not below delta falling;
 // a threshold not in the request is taken from the row. 0 or the column.
 uint32_t CheckOrdering(const MTE_THRES_ENTRY_S* pstReq, uint32_t uiMask,
@@ -94,14 +84,7 @@ void Copy(const MTE_THRES_ENTRY_S* pstFrom, uint32_t uiMask, MTE_THRES_ENTRY_S* 
 }
 
 constexpr MTE_TEST_TABLE_S<MTE_THRES_ENTRY_S> kTable = {
-    &MTE_TRIGGER_ENTRY_S::pstThres,
-    "Threshold",
-    MTE_CAT_THRESHOLD,
-    Defaults,
-    Changes,
-    Validate,
-    Copy,
-    false,
+    &MTE_TRIGGER_ENTRY_S::pstThres, "Threshold", MTE_CAT_THRESHOLD, Defaults, Validate, Copy, false,
 };
 
 // One alarm pair's hysteresis on the current sample: raising one alarm

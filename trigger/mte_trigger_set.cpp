@@ -112,41 +112,6 @@ void CopyColumns(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_R
     }
 }
 
-bool TestBitDiffers(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
-                    const MTE_TRIGGER_ROW_S* pstRow, uint32_t uiColumn, uint8_t ucBit) {
-    return InMask(uiMask, uiColumn) && ((pstReq->ucTest ^ pstRow->ucTest) & ucBit) != 0;
-}
-
-bool RequestChanges(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
-                    const MTE_TRIGGER_ROW_S* pstRow) {
-    auto bStrDiffers = [&](uint32_t uiColumn, const char* pszReq, const char* pszRow) {
-        return InMask(uiMask, uiColumn) && strcmp(pszReq, pszRow) != 0;
-    };
-    auto bNumDiffers = [&](uint32_t uiColumn, uint32_t uiReq, uint32_t uiRow) {
-        return InMask(uiMask, uiColumn) && uiReq != uiRow;
-    };
-    return bStrDiffers(MTE_TRIGGER_COL_COMMENT, pstReq->szComment, pstRow->szComment) ||
-           TestBitDiffers(pstReq, uiMask, pstRow, MTE_TRIGGER_COL_TEST_EXISTENCE,
-                          MTE_TEST_EXISTENCE) ||
-           TestBitDiffers(pstReq, uiMask, pstRow, MTE_TRIGGER_COL_TEST_BOOLEAN, MTE_TEST_BOOLEAN) ||
-           TestBitDiffers(pstReq, uiMask, pstRow, MTE_TRIGGER_COL_TEST_THRESHOLD,
-                          MTE_TEST_THRESHOLD) ||
-           bNumDiffers(MTE_TRIGGER_COL_SAMPLE_TYPE, pstReq->uiSampleType, pstRow->uiSampleType) ||
-           (InMask(uiMask, MTE_TRIGGER_COL_VALUE_ID) &&
-            !MTE_MSG_IsSameOID(&pstReq->stValueID, &pstRow->stValueID)) ||
-           bNumDiffers(MTE_TRIGGER_COL_VALUE_ID_WILDCARD, pstReq->uiValueIDWildcard,
-                       pstRow->uiValueIDWildcard) ||
-           bStrDiffers(MTE_TRIGGER_COL_CONTEXT_NAME, pstReq->szContextName,
-                       pstRow->szContextName) ||
-           bNumDiffers(MTE_TRIGGER_COL_CONTEXT_NAME_WILDCARD, pstReq->uiContextNameWildcard,
-                       pstRow->uiContextNameWildcard) ||
-           bNumDiffers(MTE_TRIGGER_COL_FREQUENCY, pstReq->uiFrequency, pstRow->uiFrequency) ||
-           bStrDiffers(MTE_TRIGGER_COL_OBJECTS_OWNER, pstReq->szObjectsOwner,
-                       pstRow->szObjectsOwner) ||
-           bStrDiffers(MTE_TRIGGER_COL_OBJECTS, pstReq->szObjects, pstRow->szObjects) ||
-           bNumDiffers(MTE_TRIGGER_COL_ENTRY_STATUS, pstReq->uiEntryStatus, pstRow->uiEntryStatus);
-}
-
 // The test rows of one entry, and its delta row, made or to be destroyed
 // together.
 struct TestRows {
@@ -414,7 +379,7 @@ uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_EN
     const uint32_t uiOldFrequency = pstEntry->stRow.uiFrequency;
     const uint32_t uiRequested = pstReq->uiEntryStatus;
 
-    bool bChanges = RequestChanges(pstReq, uiMask, &stCopy.stRow);
+    bool bChanges = MTE_CAT_ColumnsDiffer(MTE_CAT_TRIGGER, pstReq, uiMask, &stCopy.stRow);
     bool bDone = false;
     uiRet = ApplyStatus(pstReq, uiMask, pstEntry, &stCopy, bChanges, puiFailedColumn, &bDone);
     if (uiRet != MTE_OK || bDone) {
