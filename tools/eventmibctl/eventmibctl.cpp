@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "ctl_tables.h"
-#include "mte_cfg.h"
+#include "mte_msg.h"
 #include "mte_msg.h"
 #include "mte_trapflag.h"
 #include "plat_paths.h"
