@@ -8,15 +8,11 @@
 
 #include "mte_dbg.h"
 
-namespace {
-constexpr uint32_t kTextInvalidOidLength = 40;  // "Invalid OID length."
-}  // namespace
-
 uint32_t AppendSuffix2OID(const MTE_OID_S* pstSuffix, MTE_OID_S* pstOid) {
     // Compare in 64 bits: a damaged count must not wrap into an accepted sum.
     if (static_cast<uint64_t>(pstOid->uiLen) + pstSuffix->uiLen > MTE_OID_MAX_LEN) {
         if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
-            const char* pszText = mte_DBG_Text(kTextInvalidOidLength);
+            const char* pszText = mte_DBG_Text(MTE_TEXT_INVALID_OID_LENGTH);
             mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, "%s", pszText ? pszText : "Invalid OID length.");
         }
         return MTE_ERR_GENERAL;

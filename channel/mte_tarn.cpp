@@ -43,15 +43,8 @@ namespace {
 constexpr int MTE_TARN_BACKLOG = 1024;
 constexpr mode_t MTE_TARN_SOCKET_MODE = 0660;
 
-constexpr int64_t MTE_TRACE_PORT_SUBSCRIBE = 260;
-constexpr uint32_t MTE_TEXT_PORT_SUBSCRIBE = 36;
-constexpr int64_t MTE_TRACE_SEND_FAILED = 346;
-constexpr uint32_t MTE_TEXT_SEND_FAILED = 37;
 // Channel failures of the Linux transport, which the platform's own IPC
 // family did not have: a socket that cannot be set up, and refused peers.
-constexpr int64_t MTE_TRACE_SOCKET_SETUP = 347;
-constexpr int64_t MTE_TRACE_PEER_REFUSED = 348;
-constexpr int64_t MTE_TRACE_ACCEPT_PAUSED = 349;
 // While accept finds no free descriptor the pending connection stays queued
 // and the listening socket stays readable: it is taken off the epoll set for
 // this long at a time instead of being polled in a busy loop.
@@ -158,7 +151,7 @@ bool mte_tarn_ServeRequest(int iConn) {
         lSent = send(iConn, aucReply, uiReplyLen, MSG_DONTWAIT | MSG_NOSIGNAL);
     } while (lSent < 0 && errno == EINTR);
     if (lSent < 0) {
-        mte_DBG_PrintTraceLimited(&g_stTarnSendTraceLimit, mte_DBG_Text(MTE_TEXT_SEND_FAILED),
+        mte_DBG_PrintTraceLimited(&g_stTarnSendTraceLimit, mte_DBG_TextFormat(MTE_TEXT_SEND_FAILED),
                                   errno);
     }
     return true;
@@ -238,7 +231,7 @@ void mte_tarn_AcceptProc(uint32_t uiEvents, int iListenFd) {
 }
 
 uint32_t mte_tarn_SocketFail(int iFd, const char* pszStep) {
-    mte_DBG_PrintTraceInfo(MTE_TRACE_SOCKET_SETUP,
+    mte_DBG_PrintTraceInfo(MTE_TRACE_SOCKET_SETUP_FAILED,
                            "Failed to %s the management socket %s, errno = [%d].", pszStep,
                            g_strTarnSocketPath.c_str(), errno);
     if (iFd >= 0) {
@@ -414,8 +407,8 @@ uint32_t mte_SNMP_RegService(void) {
     const SERVICE_PORT_SUB_S stSub = {1, 0, 629, 0x8000};
     int iFd = SubscribeServicePortEvent(1, &stSub);
     if (iFd < 0) {
-        mte_DBG_PrintTraceInfo(MTE_TRACE_PORT_SUBSCRIBE, "%s",
-                               mte_DBG_Text(MTE_TEXT_PORT_SUBSCRIBE));
+        mte_DBG_PrintTraceInfo(MTE_TRACE_PORT_SUBSCRIBE_FAILED, "%s",
+                               mte_DBG_Text(MTE_TEXT_PORT_SUBSCRIBE_FAILED));
         return MTE_ERR_GENERAL;
     }
     uint32_t uiRet = mte_EPOLL_Add(iFd, mte_tarn_PortServiceProc);

@@ -12,6 +12,7 @@
 
 #include <time.h>
 
+#include <array>
 #include <cstdio>
 #include <mutex>
 
@@ -65,71 +66,17 @@ void mte_dbg_FlushTraceLimits(bool bAll) {
     }
 }
 
-// Index i is registered as MTE_TEXT(i); callers cite texts by that index, so
-// an entry must never move. "\r\n" texts are continuation lines of reports.
-constexpr const char* g_apszMteTexts[] = {
-    /* 0 */ "",
-    /* 1 */ "%s entry %s-%s: Insufficient memory.",
-    /* 2 */ "Trigger entry %s-%s: Failed to create a timer.",
-    /* 3 */ "Failed to initialize Event-MIB module.",
-    /* 4 */ "\r\n   SampleType: %s",
-    /* 5 */
-    "Set failed because the set object's context name is wildcarded but the trigger "
-    "context name is fully specified.",
-    /* 6 */ "Sample value is null.",
-    /* 7 */ "Value syntax of %s doesn't match the destination object's syntax.",
-    /* 8 */
-    "Set target object failed because the set object is wildcarded but the trigger "
-    "object is fully specified.",
-    /* 9 */ "Failed to add sample records. Bucket is already full.",
-    /* 10 */ "Failed to start a timer.",
-    /* 11 */ "Objects entry %s-%s: Nonexistent objects.",
-    /* 12 */ "Event entry %s-%s: Event disabled.",
-    /* 13 */ "Sample value is not numeric.",
-    /* 14 */ "Event entry %s-%s: Nonexistent event.",
-    /* 15 */ "\r\n   Condition to generate the mteTriggerFired notification occurred.",
-    /* 16 */ "\r\n   Condition to generate the mteTriggerRising notification occurred.",
-    /* 17 */ "\r\n   Condition to generate the mteTriggerFalling notification occurred.",
-    /* 18 */ "\r\n   Condition to generate the mteTriggerFailure notification occurred.",
-    /* 19 */ "\r\n   Condition to generate the mteEventSetFailure notification occurred.",
-    /* 20 */ "\r\n   TriggerTest: %s",
-    /* 21 */ "\r\n   TriggerOwner: %s\r\n   TriggerName: %s",
-    /* 22 */ "\r\n   ValueID: %s",
-    /* 23 */ "\r\n   Value of mteTriggerValueID: %d",
-    /* 24 */ "\r\n   ContextName: %s",
-    /* 25 */ "\r\n   Type of boolean comparison: %s",
-    /* 26 */ "Object entry %s-%s-%u: Insufficient memory.",
-    /* 27 */ "\r\n   Type of existence test: %s",
-    /* 28 */ "\r\n   Boolean comparison value: %d",
-    /* 29 */ "\r\n   Rising: %d",
-    /* 30 */ "\r\n   Falling: %d",
-    /* 31 */ "\r\n   Deltarising: %d",
-    /* 32 */ "\r\n   Deltafalling: %d",
-    /* 33 */ "\r\n   FailedReason: %s",
-    /* 34 */ "Failed to recover information about the %s module from DBM.",
-    /* 35 */ "Failed to add iFd handler to epoll, iFd = %d.",
-    /* 36 */ "Failed to subscribe to SNMP port service.",
-    /* 37 */ "Failed to send TARN message, errno = [%d].",
-    /* 38 */ "Invalid context name length.",
-    /* 39 */ "Failed to batch-create sortlists, iRet = %d.",
-    /* 40 */ "Invalid OID length.",
-    /* 41 */ "Failed to set timer interval = %d.",
-    /* 42 */ "Failed to create timer FD.",
-    /* 43 */ "Failed to initialize timer instances.",
-    /* 44 */ "Event-MIB module binary recovery: Failed to get DBM handler.",
-    /* 45 */ "Event-MIB module binary recovery: Obtained sortlist num = %lu.",
-    /* 46 */ "Memory threshold was exceeded.",
-    /* 47 */ "Memory usage dropped below the memory threshold.",
-    /* 48 */ "\r\n   SetTargetTag: %s",
-    /* 49 */ "\r\n   TriggerTargetTag: %s",
-    /* 50 */
-    "Variable binding failed because the object %s-%s-%u in the objects table is "
-    "wildcarded but the trigger object is fully specified.",
-    /* 51 */ "Failed to initialize timer submodule.",
-};
-static_assert(sizeof(g_apszMteTexts) / sizeof(g_apszMteTexts[0]) == MTE_TEXT_COUNT);
+// The registry takes the texts as an array in index order.
+constexpr std::array<const char*, MTE_TEXT_COUNT> mte_dbg_TextArray(void) {
+    std::array<const char*, MTE_TEXT_COUNT> apszTexts{};
+    for (const MTE_TEXT_S& stText : g_astMteTexts) {
+        apszTexts[stText.eId] = stText.pszText;
+    }
+    return apszTexts;
+}
+constexpr std::array<const char*, MTE_TEXT_COUNT> g_apszMteTexts = mte_dbg_TextArray();
 
-constexpr RC_DESC_S g_stMteRcDesc = {g_apszMteTexts, 0};
+constexpr RC_DESC_S g_stMteRcDesc = {g_apszMteTexts.data(), 0};
 
 const char* mte_dbg_MnemonicOf(uint32_t uiBit) {
     if (uiBit & MTE_DBG_ERR) {

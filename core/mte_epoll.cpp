@@ -6,12 +6,9 @@
 
 namespace {
 
-constexpr int64_t MTE_TRACE_EPOLL_ADD = 84;
-constexpr uint32_t MTE_TEXT_EPOLL_ADD = 35;
-
 MTE_EPOLL_SET_S g_stMainEpollSet = MTE_EPOLL_SET_INIT;
 // Every accepted connection is added here: a peer can cause this trace.
-MTE_TRACE_LIMIT_S g_stEpollAddTraceLimit = MTE_TRACE_LIMIT_INIT(MTE_TRACE_EPOLL_ADD);
+MTE_TRACE_LIMIT_S g_stEpollAddTraceLimit = MTE_TRACE_LIMIT_INIT(MTE_TRACE_EPOLL_ADD_FAILED);
 
 }  // namespace
 
@@ -25,7 +22,8 @@ void mte_EPOLL_Fini(void) {
 
 uint32_t mte_EPOLL_Add(int iFd, MTE_EPOLL_PROC_PF pfHandler) {
     if (mte_EPSET_Add(&g_stMainEpollSet, iFd, pfHandler) != 0) {
-        mte_DBG_PrintTraceLimited(&g_stEpollAddTraceLimit, mte_DBG_Text(MTE_TEXT_EPOLL_ADD), iFd);
+        mte_DBG_PrintTraceLimited(&g_stEpollAddTraceLimit,
+                                  mte_DBG_TextFormat(MTE_TEXT_EPOLL_ADD_FAILED), iFd);
         return MTE_ERR_GENERAL;
     }
     return MTE_OK;

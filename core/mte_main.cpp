@@ -22,8 +22,6 @@
 namespace {
 
 constexpr int MTE_MAIN_MAX_EVENTS = 4;
-constexpr int64_t MTE_TRACE_INIT_FAILED = 107;
-constexpr uint32_t MTE_TEXT_INIT_FAILED = 3;
 
 int g_iExitStatus = 0;
 

@@ -16,11 +16,6 @@
 
 namespace {
 
-constexpr int64_t MTE_TRACE_MEM_EXCEEDED = 206;
-constexpr int64_t MTE_TRACE_MEM_NORMAL = 213;
-constexpr uint32_t MTE_TEXT_MEM_EXCEEDED = 46;
-constexpr uint32_t MTE_TEXT_MEM_NORMAL = 47;
-
 int g_iMteMemAlertFd = -1;
 uint32_t g_uiMteMemFlag = 0;  // 1 = memory threshold exceeded
 pthread_rwlock_t g_stMteMemStateLock = PTHREAD_RWLOCK_INITIALIZER;

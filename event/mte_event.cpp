@@ -112,8 +112,8 @@ uint32_t CreateEntry(const MTE_EVENT_ROW_S& stRequest, uint32_t uiMask, uint32_t
         static_cast<MTE_EVENT_ENTRY_S*>(calloc(1, sizeof(MTE_EVENT_ENTRY_S)));
     if (pstEntry == nullptr) {
         if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
-            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(1), "Event", stRequest.szOwner,
-                          stRequest.szName);
+            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_TextFormat(MTE_TEXT_ENTRY_NO_MEMORY),
+                          "Event", stRequest.szOwner, stRequest.szName);
         }
         return MTE_ERR_GENERAL;
     }
@@ -235,9 +235,10 @@ uint32_t CheckActiveWrite(const MTE_EVENT_ROW_S& stRequest, uint32_t uiMask, boo
     return MTE_ERR_NO_CHANGE;
 }
 
-void WarnRun(uint32_t uiText, const MTE_FIRED_EVENT_S& stFired) {
+template <MTE_TEXT_ID_E eText>
+void WarnRun(const MTE_FIRED_EVENT_S& stFired) {
     if (mte_DBG_IsEnable(MTE_DBG_WARNING)) {
-        mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING, mte_DBG_Text(uiText), stFired.szEventOwner,
+        mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING, mte_DBG_TextFormat(eText), stFired.szEventOwner,
                       stFired.szEventName);
     }
 }
@@ -254,11 +255,11 @@ bool CopyForRun(const MTE_FIRED_EVENT_S& stFired, RUN_COPY_S* pstCopy) {
     MTE_LOCK_GUARD stGuard(mte_EVENT_ListRdLock, mte_EVENT_ListUnLock);
     MTE_EVENT_ENTRY_S* pstEntry = FindEntry(stFired.szEventOwner, stFired.szEventName);
     if (pstEntry == nullptr) {
-        WarnRun(14, stFired);
+        WarnRun<MTE_TEXT_EVENT_NONEXISTENT>(stFired);
         return false;
     }
     if (pstEntry->stRow.uiEnabled != MTE_TRUE) {
-        WarnRun(12, stFired);
+        WarnRun<MTE_TEXT_EVENT_DISABLED>(stFired);
         return false;
     }
     pstCopy->ucActions = pstEntry->stRow.ucActions;
@@ -402,7 +403,7 @@ uint32_t mte_EVENT_Recover(uint32_t uiLen, const void* pRecord) {
         }
     }
     if (uiRet != MTE_OK && mte_DBG_IsEnable(MTE_DBG_ERR)) {
-        mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(34), "Event");
+        mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_TextFormat(MTE_TEXT_RECOVER_FAILED), "Event");
     }
     return uiRet;
 }

@@ -54,7 +54,8 @@ MTE_NOTIFY_ENTRY_S* mte_NOTIFY_Create(const char* pszOwner, const char* pszName)
         static_cast<MTE_NOTIFY_ENTRY_S*>(calloc(1, sizeof(MTE_NOTIFY_ENTRY_S)));
     if (pstRow == nullptr) {
         if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
-            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(1), "Notification", pszOwner, pszName);
+            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_TextFormat(MTE_TEXT_ENTRY_NO_MEMORY),
+                          "Notification", pszOwner, pszName);
         }
         return nullptr;
     }

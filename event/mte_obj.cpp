@@ -91,8 +91,8 @@ uint32_t CreateEntry(const MTE_OBJ_ROW_S& stRequest, uint32_t uiMask, uint32_t* 
     MTE_OBJ_ENTRY_S* pstEntry = static_cast<MTE_OBJ_ENTRY_S*>(calloc(1, sizeof(MTE_OBJ_ENTRY_S)));
     if (pstEntry == nullptr) {
         if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
-            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(26), stRequest.szOwner,
-                          stRequest.szName, stRequest.uiIndex);
+            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_TextFormat(MTE_TEXT_OBJECT_NO_MEMORY),
+                          stRequest.szOwner, stRequest.szName, stRequest.uiIndex);
         }
         return MTE_ERR_GENERAL;
     }
@@ -156,8 +156,8 @@ MTE_VB_S* NewBinding(const MTE_OBJ_ROW_S& stRow, const MTE_OID_S* pstSuffix) {
     if (stRow.uiIDWildcard == MTE_TRUE) {
         if (pstSuffix == nullptr || pstSuffix->uiLen == 0) {
             if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
-                mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(50), stRow.szOwner, stRow.szName,
-                              stRow.uiIndex);
+                mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_TextFormat(MTE_TEXT_OBJECT_WILDCARDED),
+                              stRow.szOwner, stRow.szName, stRow.uiIndex);
             }
             return nullptr;
         }
@@ -323,7 +323,7 @@ uint32_t mte_OBJ_Recover(uint32_t uiLen, const void* pRecord) {
         }
     }
     if (uiRet != MTE_OK && mte_DBG_IsEnable(MTE_DBG_ERR)) {
-        mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(34), "Objects");
+        mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_TextFormat(MTE_TEXT_RECOVER_FAILED), "Objects");
     }
     return uiRet;
 }
@@ -341,7 +341,8 @@ void mte_OBJ_GetObjVBlist(const char (*paszOwnerAndName)[MTE_NAME_SIZE], const M
     uint32_t uiFound = CollectGroup(KeyOf(szOwner, szName, 0), pstSuffix, pstList);
     if (uiFound == 0) {
         if (mte_DBG_IsEnable(MTE_DBG_WARNING)) {
-            mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING, mte_DBG_Text(11), szOwner, szName);
+            mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING,
+                          mte_DBG_TextFormat(MTE_TEXT_OBJECTS_NONEXISTENT), szOwner, szName);
         }
         return;
     }

@@ -21,7 +21,6 @@
 namespace {
 
 constexpr uint32_t MTE_SAMPLE_MIN_DEFAULT = 1;  // seconds
-constexpr uint32_t MTE_TEXT_BUCKET_FULL = 9;
 constexpr uint32_t MTE_SETTING_SIZE = 4;
 
 std::atomic<uint32_t> g_uiMteSampleMinimum{MTE_SAMPLE_MIN_DEFAULT};

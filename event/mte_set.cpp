@@ -85,11 +85,11 @@ uint32_t BuildTarget(const MTE_TRIGGER_ROW_S& stTrigger, const MTE_SET_ENTRY_S& 
     bool bObjectWild = stRow.uiObjectWildcard == MTE_TRUE;
     bool bContextWild = stRow.uiContextNameWildcard == MTE_TRUE;
     if (bObjectWild && stTrigger.uiValueIDWildcard != MTE_TRUE) {
-        PrintErr(8);
+        PrintErr(MTE_TEXT_SET_OBJECT_WILDCARDED);
         return MTE_SET_FAIL_GEN_ERR;
     }
     if (bContextWild && stTrigger.uiContextNameWildcard != MTE_TRUE) {
-        PrintErr(5);
+        PrintErr(MTE_TEXT_SET_CONTEXT_WILDCARDED);
         return MTE_SET_FAIL_GEN_ERR;
     }
     if (bObjectWild && pstSuffix != nullptr &&
@@ -104,7 +104,7 @@ uint32_t BuildTarget(const MTE_TRIGGER_ROW_S& stTrigger, const MTE_SET_ENTRY_S& 
         const char* pszPart = uiInstance > uiPrefix ? pszContext + uiPrefix : "";
         size_t uiTarget = strlen(pstTarget->szContext);
         if (uiTarget + strlen(pszPart) > MTE_NAME_SIZE - 1) {
-            PrintErr(38);
+            PrintErr(MTE_TEXT_INVALID_CONTEXT_LENGTH);
             return MTE_SET_FAIL_NO_CREATION;
         }
         memcpy(pstTarget->szContext + uiTarget, pszPart, strlen(pszPart) + 1);
@@ -126,8 +126,9 @@ void ReportFailure(uint32_t uiCode, const MTE_TRIGGER_ROW_S& stTrigger,
                                 static_cast<uint32_t>(strlen(stTarget.szContext)),
                                 stTarget.stOid.auiOid, stTarget.stOid.uiLen, iReason);
     if (mte_DBG_IsEnable(MTE_DBG_INFO)) {
-        mte_run_FailureDebug(iReason, stTarget.szContext, &stTrigger, &stTarget.stOid, MTE_TEXT(19),
-                             MTE_TEXT(48));
+        mte_run_FailureDebug(iReason, stTarget.szContext, &stTrigger, &stTarget.stOid,
+                             MTE_TEXT(MTE_TEXT_REPORT_SET_FAILURE),
+                             MTE_TEXT(MTE_TEXT_REPORT_SET_TARGET_TAG));
     }
 }
 }  // namespace
@@ -136,7 +137,8 @@ MTE_SET_ENTRY_S* mte_SET_Create(const char* pszOwner, const char* pszName) {
     MTE_SET_ENTRY_S* pstRow = static_cast<MTE_SET_ENTRY_S*>(calloc(1, sizeof(MTE_SET_ENTRY_S)));
     if (pstRow == nullptr) {
         if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
-            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(1), "Set", pszOwner, pszName);
+            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_TextFormat(MTE_TEXT_ENTRY_NO_MEMORY), "Set",
+                          pszOwner, pszName);
         }
         return nullptr;
     }
@@ -241,7 +243,8 @@ uint32_t mte_SET_SetValueByOID(const MTE_TRIGGER_ROW_S* pstTrigger, const MTE_SE
         if (uiCode == MTE_SET_FAIL_WRONG_TYPE && mte_DBG_IsEnable(MTE_DBG_ERR)) {
             char szOid[MTE_SET_OID_TEXT_SIZE] = "";
             MTE_MSG_Oid2Str(&pstRow->stObject, sizeof(szOid), szOid);
-            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_Text(7), szOid);
+            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_TextFormat(MTE_TEXT_SET_SYNTAX_MISMATCH),
+                          szOid);
         }
     }
     ReportFailure(uiCode, *pstTrigger, stTarget);

@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "mte_texts.h"
+
 // Debug switch bits and the mnemonic each is written with.
 constexpr uint32_t MTE_DBG_ERR = 0x2;      // "EVENTMIB_ERR"
 constexpr uint32_t MTE_DBG_WARNING = 0x4;  // "EVENTMIB_WARNING"
@@ -17,13 +19,6 @@ constexpr const char* MTE_DBG_MNEMONIC_ERR = "EVENTMIB_ERR";
 constexpr const char* MTE_DBG_MNEMONIC_WARNING = "EVENTMIB_WARNING";
 constexpr const char* MTE_DBG_MNEMONIC_INFO = "EVENTMIB_INFO";
 constexpr const char* MTE_DBG_MNEMONIC_TRACE = "EVENTMIB_TRACE";
-
-// Resource-string module of the message texts; text i is MTE_TEXT(i).
-constexpr uint32_t MTE_RC_MODULE = 0x1700000;
-constexpr uint32_t MTE_TEXT_COUNT = 52;
-constexpr uint32_t MTE_TEXT(uint32_t uiIndex) {
-    return MTE_RC_MODULE | uiIndex;
-}
 
 // Priorities handed to the system log: trace records and debug lines.
 constexpr uint32_t MTE_PRI_TRACE = 0x100000bf;
@@ -81,7 +76,9 @@ void mte_DBG_VPrint(const char* pszMnemonic, const char* pszFormat, va_list args
 void mte_DBG_PrintIfOn(uint32_t uiBit, const char* pszFormat, ...)
     __attribute__((format(printf, 2, 3)));
 
-// The text registered under MTE_TEXT(uiIndex); never null for 0..51.
+// The text registered under MTE_TEXT(uiIndex); never null, "" for an index
+// out of range or while the texts are not registered. A text used as a format
+// is taken with mte_DBG_TextFormat instead, which the compiler checks.
 const char* mte_DBG_Text(uint32_t uiIndex);
 
 void mte_dbg_DbgSwtRdLock(void);

@@ -100,32 +100,40 @@ void mte_run_FireDebug(MTE_FIRE_KIND_E eKind, const MTE_TRIGGER_ENTRY_S* pstTrig
                        const MTE_SAMPLE_S* pstSample, const MTE_FIRE_DETAIL_S* pstDetail,
                        int32_t iHot) {
     MTE_TEXT_BUF_S stBuf{};
-    uint32_t uiHeader = eKind == MTE_FIRE_FIRED ? 15 : (eKind == MTE_FIRE_RISING ? 16 : 17);
+    uint32_t uiHeader = eKind == MTE_FIRE_FIRED
+                            ? MTE_TEXT_REPORT_TRIGGER_FIRED
+                            : (eKind == MTE_FIRE_RISING ? MTE_TEXT_REPORT_TRIGGER_RISING
+                                                        : MTE_TEXT_REPORT_TRIGGER_FALLING);
     mte_run_TextAppend(&stBuf, "%s", mte_run_Text(uiHeader));
-    mte_run_TextAppend(&stBuf, mte_run_Text(21), pstTrigger->stRow.szOwner,
-                       pstTrigger->stRow.szName);
+    mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_TRIGGER_OWNER_NAME),
+                       pstTrigger->stRow.szOwner, pstTrigger->stRow.szName);
     if (pstDetail->ucTest == MTE_TEST_BOOLEAN) {
-        mte_run_TextAppend(&stBuf, mte_run_Text(4),
+        mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_SAMPLE_TYPE),
                            mte_run_SampleTypeName(pstTrigger->stRow.uiSampleType));
-        mte_run_TextAppend(&stBuf, mte_run_Text(20), "Boolean");
-        mte_run_TextAppend(&stBuf, mte_run_Text(25),
+        mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_TRIGGER_TEST), "Boolean");
+        mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_BOOLEAN_COMPARISON),
                            mte_run_ComparisonName(pstDetail->pstBool->uiComparison));
-        mte_run_TextAppend(&stBuf, mte_run_Text(28), pstDetail->pstBool->iValue);
+        mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_BOOLEAN_VALUE),
+                           pstDetail->pstBool->iValue);
     } else if (pstDetail->ucTest == MTE_TEST_THRESHOLD) {
         const MTE_THRES_ENTRY_S* pstThres = pstDetail->pstThres;
-        mte_run_TextAppend(&stBuf, mte_run_Text(20), "Threshold");
+        mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_TRIGGER_TEST), "Threshold");
         switch (pstDetail->iResult) {
             case MTE_CHECK_RISING:
-                mte_run_TextAppend(&stBuf, mte_run_Text(29), pstThres->iRising);
+                mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_RISING),
+                                   pstThres->iRising);
                 break;
             case MTE_CHECK_FALLING:
-                mte_run_TextAppend(&stBuf, mte_run_Text(30), pstThres->iFalling);
+                mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_FALLING),
+                                   pstThres->iFalling);
                 break;
             case MTE_CHECK_DELTA_RISING:
-                mte_run_TextAppend(&stBuf, mte_run_Text(31), pstThres->iDeltaRising);
+                mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_DELTA_RISING),
+                                   pstThres->iDeltaRising);
                 break;
             default:
-                mte_run_TextAppend(&stBuf, mte_run_Text(32), pstThres->iDeltaFalling);
+                mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_DELTA_FALLING),
+                                   pstThres->iDeltaFalling);
                 break;
         }
     } else {
@@ -133,16 +141,17 @@ void mte_run_FireDebug(MTE_FIRE_KIND_E eKind, const MTE_TRIGGER_ENTRY_S* pstTrig
             pstDetail->iResult == MTE_CHECK_ABSENT
                 ? "absent"
                 : (pstDetail->iResult == MTE_CHECK_PRESENT ? "present" : "changed");
-        mte_run_TextAppend(&stBuf, mte_run_Text(20), "Existence");
-        mte_run_TextAppend(&stBuf, mte_run_Text(27), pszKind);
+        mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_TRIGGER_TEST), "Existence");
+        mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_EXISTENCE_TEST), pszKind);
     }
     MTE_OID_S stOid;
     mte_run_SampleOid(pstSample, &stOid);
     char szOid[OID_TEXT_SIZE];
     MTE_MSG_Oid2Str(&stOid, sizeof(szOid), szOid);
-    mte_run_TextAppend(&stBuf, mte_run_Text(22), szOid);
-    mte_run_TextAppend(&stBuf, mte_run_Text(23), iHot);
-    mte_run_TextAppend(&stBuf, mte_run_Text(24), mte_run_OrNA(pstSample->szContextName));
+    mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_VALUE_ID), szOid);
+    mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_VALUE), iHot);
+    mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_CONTEXT_NAME),
+                       mte_run_OrNA(pstSample->szContextName));
     mte_DBG_Print(MTE_DBG_MNEMONIC_INFO, "%s", stBuf.szText);
 }
 
@@ -346,7 +355,8 @@ void mte_run_ReportFailure(const MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_OID_
                                      strlen(stRow.szTargetTag), pszCtx, strlen(pszCtx),
                                      pstOid->auiOid, pstOid->uiLen, iReason);
     if (mte_DBG_IsEnable(MTE_DBG_INFO) != 0) {
-        mte_run_FailureDebug(iReason, pszCtx, &stRow, pstOid, 18, 49);
+        mte_run_FailureDebug(iReason, pszCtx, &stRow, pstOid, MTE_TEXT_REPORT_TRIGGER_FAILURE,
+                             MTE_TEXT_REPORT_TRIGGER_TARGET_TAG);
     }
 }
 
@@ -355,13 +365,16 @@ void mte_run_FailureDebug(int32_t iReason, const char* pszContext,
                           uint32_t uiHeaderText, uint32_t uiTagText) {
     MTE_TEXT_BUF_S stBuf{};
     mte_run_TextAppend(&stBuf, "%s", mte_run_Text(uiHeaderText));
-    mte_run_TextAppend(&stBuf, mte_run_Text(21), pstTrigger->szOwner, pstTrigger->szName);
+    mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_TRIGGER_OWNER_NAME),
+                       pstTrigger->szOwner, pstTrigger->szName);
     mte_run_TextAppend(&stBuf, mte_run_Text(uiTagText), mte_run_OrNA(pstTrigger->szTargetTag));
-    mte_run_TextAppend(&stBuf, mte_run_Text(24), mte_run_OrNA(pszContext));
+    mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_CONTEXT_NAME),
+                       mte_run_OrNA(pszContext));
     char szOid[OID_TEXT_SIZE];
     MTE_MSG_Oid2Str(pstOid, sizeof(szOid), szOid);
-    mte_run_TextAppend(&stBuf, mte_run_Text(22), szOid);
-    mte_run_TextAppend(&stBuf, mte_run_Text(33), mte_Run_Reason2Str(iReason));
+    mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_VALUE_ID), szOid);
+    mte_run_TextAppend(&stBuf, mte_DBG_TextFormat(MTE_TEXT_REPORT_FAILED_REASON),
+                       mte_Run_Reason2Str(iReason));
     mte_DBG_Print(MTE_DBG_MNEMONIC_INFO, "%s", stBuf.szText);
 }
 

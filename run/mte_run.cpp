@@ -38,7 +38,6 @@ namespace {
 
 constexpr const char* RUN_QUEUE_NAME = "mteMsgQue";
 constexpr int RUN_EPOLL_MAX_EVENTS = 2;
-constexpr int64_t TRACE_SIGMASK = 3532;
 
 // The worker epoll set: the queue and the control descriptor, each with its
 // handler. Registrations change only while the worker thread is not running
@@ -178,7 +177,7 @@ void* mte_run_WorkerMain(void*) {
     sigemptyset(&stSet);
     sigaddset(&stSet, SIGRTMIN + 1);
     if (pthread_sigmask(SIG_BLOCK, &stSet, nullptr) != 0) {
-        mte_DBG_PrintTraceInfo(TRACE_SIGMASK, "%s", "pthread_sigmask execute failed.");
+        mte_DBG_PrintTraceInfo(MTE_TRACE_SIGMASK_FAILED, "%s", "pthread_sigmask execute failed.");
     }
     g_bRunExit = false;
     epoll_event astEvents[RUN_EPOLL_MAX_EVENTS];

@@ -218,7 +218,8 @@ void mte_run_SingleRequest(MTE_TRIGGER_ENTRY_S* pstTrigger, const MTE_RUN_CFG_S*
             mte_run_ReportFailure(pstTrigger, pstFailedOid, pstCfg->szContext, iReason);
         } else {
             if (pstValue == nullptr && mte_DBG_IsEnable(MTE_DBG_INFO) != 0) {
-                mte_DBG_Print(MTE_DBG_MNEMONIC_INFO, "%s", mte_DBG_Text(6));
+                mte_DBG_Print(MTE_DBG_MNEMONIC_INFO, "%s",
+                              mte_DBG_Text(MTE_TEXT_SAMPLE_VALUE_NULL));
             }
             MTE_SAMPLE_S* pstSample =
                 mte_run_MakeSample(pstCfg->szContext, &pstCfg->stValueID, pstValue);

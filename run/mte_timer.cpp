@@ -49,12 +49,6 @@ constexpr uint32_t STATS_PERIOD_S = 10;
 constexpr int64_t SHORTFALL_TRACE_INTERVAL_S = 60;
 
 // Trace numbers of this module.
-constexpr int64_t TRACE_SHORTFALL = 2291;
-constexpr int64_t TRACE_TIMER_CREATE = 176;    // text 2
-constexpr int64_t TRACE_TIMER_INTERVAL = 541;  // text 41
-constexpr int64_t TRACE_SET_INIT = 579;        // text 43
-constexpr int64_t TRACE_TIMER_FD = 596;        // text 42
-constexpr int64_t TRACE_MODULE_INIT = 715;     // text 51
 
 // Read by the worker too (mte_TIMER_Active / mte_TIMER_Refresh on a restart).
 std::atomic<uint64_t> g_ulTimerSet{0};
@@ -114,7 +108,9 @@ int mte_timer_CreateFd(uint32_t uiPeriod, MTE_EPOLL_PROC_PF pfHandler) {
     }
     if (fcntl(iFd, F_SETFL, O_NONBLOCK) != 0 || mte_timer_ArmFd(iFd, uiPeriod) != MTE_OK ||
         mte_EPOLL_Add(iFd, pfHandler) != MTE_OK) {
-        mte_DBG_PrintTraceInfo(TRACE_TIMER_INTERVAL, mte_DBG_Text(41), static_cast<int>(uiPeriod));
+        mte_DBG_PrintTraceInfo(MTE_TRACE_TIMER_INTERVAL_FAILED,
+                               mte_DBG_TextFormat(MTE_TEXT_TIMER_INTERVAL_FAILED),
+                               static_cast<int>(uiPeriod));
         close(iFd);
         return -1;
     }
@@ -150,7 +146,7 @@ void mte_timer_TakeShortfall(void) {
     if (g_llShortfallTracedS >= 0 && llNow - g_llShortfallTracedS < SHORTFALL_TRACE_INTERVAL_S) {
         return;
     }
-    mte_DBG_PrintTraceInfo(TRACE_SHORTFALL,
+    mte_DBG_PrintTraceInfo(MTE_TRACE_SAMPLING_SHORTFALL,
                            "Sampling fell behind: %u trigger samples were not taken at their "
                            "frequency (%u in all); the sampling worker cannot keep up.",
                            g_uiShortfallUntraced, mte_SCALAR_GetSamplesMissed());
@@ -255,7 +251,8 @@ uint32_t mte_TIMER_Init(void) {
     uint64_t ulSet =
         Timer_Initialize(TIMER_SET_MAX, TIMER_SET_TICK_MS, TIMER_SET_ARG3, TIMER_SET_ARG4);
     if (ulSet == 0) {
-        mte_DBG_PrintTraceInfo(TRACE_SET_INIT, "%s", mte_DBG_Text(43));
+        mte_DBG_PrintTraceInfo(MTE_TRACE_TIMER_SET_INIT_FAILED, "%s",
+                               mte_DBG_Text(MTE_TEXT_TIMER_SET_INIT_FAILED));
         uiResult = MTE_ERR_GENERAL;
     } else {
         int iTickFd = -1;
@@ -268,7 +265,8 @@ uint32_t mte_TIMER_Init(void) {
             g_iTickFd = iTickFd;
             g_ullSkippedSeen = 0;
         } else {
-            mte_DBG_PrintTraceInfo(TRACE_TIMER_FD, "%s", mte_DBG_Text(42));
+            mte_DBG_PrintTraceInfo(MTE_TRACE_TIMER_FD_FAILED, "%s",
+                                   mte_DBG_Text(MTE_TEXT_TIMER_FD_FAILED));
             Timer_Finalize(ulSet);
             uiResult = MTE_ERR_GENERAL;
         }
@@ -287,7 +285,8 @@ uint32_t mte_TIMER_Init(void) {
         uiResult = MTE_ERR_GENERAL;
     }
     if (uiResult != MTE_OK) {
-        mte_DBG_PrintTraceInfo(TRACE_MODULE_INIT, "%s", mte_DBG_Text(51));
+        mte_DBG_PrintTraceInfo(MTE_TRACE_TIMER_MODULE_INIT_FAILED, "%s",
+                               mte_DBG_Text(MTE_TEXT_TIMER_MODULE_INIT_FAILED));
     }
 
     if (g_iNotifyFd < 0) {
@@ -389,8 +388,9 @@ uint32_t mte_TIMER_Add(MTE_TRIGGER_ENTRY_S* pstTrigger) {
                             &stCtx);
     }
     if (llId == -1) {
-        mte_DBG_PrintTraceInfo(TRACE_TIMER_CREATE, mte_DBG_Text(2), pstTrigger->stRow.szOwner,
-                               pstTrigger->stRow.szName);
+        mte_DBG_PrintTraceInfo(MTE_TRACE_TIMER_CREATE_FAILED,
+                               mte_DBG_TextFormat(MTE_TEXT_TIMER_CREATE_FAILED),
+                               pstTrigger->stRow.szOwner, pstTrigger->stRow.szName);
         return MTE_ERR_GENERAL;
     }
     pstTrigger->llTimerId = llId;

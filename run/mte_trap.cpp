@@ -28,11 +28,6 @@ namespace {
 
 constexpr uint32_t NOTIFY_VAR_COUNT = 5;
 
-constexpr int64_t TRACE_RELAY_FULL = 3541;
-constexpr int64_t TRACE_RELAY_FULL_END = 3542;
-constexpr int64_t TRACE_RELAY_LOST = 3543;
-constexpr int64_t TRACE_RELAY_BACK = 3544;
-constexpr int64_t TRACE_RELAY_CLOSE = 3545;
 // At a stop, how long held notifications may still wait for the bridge.
 constexpr int RELAY_CLOSE_WAIT_MS = 1000;
 
@@ -51,11 +46,11 @@ void mte_trap_RelayProc(uint32_t uiEvents, int) {
     uint32_t uiChange = SNMP_NotifyRelayProc(&uiHeld);
     if (uiChange == SNMP_RELAY_LOST) {
         mte_DBG_PrintTraceInfo(
-            TRACE_RELAY_LOST,
+            MTE_TRACE_RELAY_PEER_AWAY,
             "eventmib-agentx takes no notifications; %u held for it (at most %u).", uiHeld,
             SNMP_RELAY_QUEUE_MAX);
     } else if (uiChange == SNMP_RELAY_BACK) {
-        mte_DBG_PrintTraceInfo(TRACE_RELAY_BACK,
+        mte_DBG_PrintTraceInfo(MTE_TRACE_RELAY_PEER_BACK,
                                "eventmib-agentx takes notifications again; %u still held.", uiHeld);
     }
 }
@@ -96,13 +91,13 @@ void mte_TRAP_CountSend(uint32_t uiResult) {
         mte_SCALAR_NotificationDropsInc();
         g_uiTrapBurstDrops.fetch_add(1);
         if (!g_bTrapDropping.exchange(true)) {
-            mte_DBG_PrintTraceInfo(TRACE_RELAY_FULL,
+            mte_DBG_PrintTraceInfo(MTE_TRACE_RELAY_FULL,
                                    "The queue for eventmib-agentx is full (%u held): "
                                    "notifications are dropped and counted.",
                                    SNMP_RELAY_QUEUE_MAX);
         }
     } else if (uiResult == 0 && g_bTrapDropping.load() && g_bTrapDropping.exchange(false)) {
-        mte_DBG_PrintTraceInfo(TRACE_RELAY_FULL_END,
+        mte_DBG_PrintTraceInfo(MTE_TRACE_RELAY_ROOM_AGAIN,
                                "The queue for eventmib-agentx has room again; %u notifications "
                                "were dropped.",
                                g_uiTrapBurstDrops.exchange(0));
@@ -136,7 +131,7 @@ void mte_TRAP_RelayFini(void) {
         for (uint32_t i = 0; i < uiDropped; ++i) {
             mte_SCALAR_NotificationDropsInc();
         }
-        mte_DBG_PrintTraceInfo(TRACE_RELAY_CLOSE,
+        mte_DBG_PrintTraceInfo(MTE_TRACE_RELAY_DROPPED_AT_STOP,
                                "%u notifications held for eventmib-agentx were dropped at stop.",
                                uiDropped);
     }

@@ -47,15 +47,6 @@ constexpr uint32_t MTE_DBM_LARGEST_RECORD = 1220;  // a trigger row
 constexpr uint32_t MTE_STATISTIC_DATA_SIZE = 16;   // four u32 counters
 constexpr uint32_t MTE_SETTING_SIZE = 4;           // one u32 setting
 
-constexpr int64_t MTE_TRACE_BATCH_CREATE = 1513;
-constexpr int64_t MTE_TRACE_NO_HANDLE = 1217;
-constexpr int64_t MTE_TRACE_LIST_NUM = 1224;
-constexpr uint32_t MTE_TEXT_BATCH_CREATE = 39;
-constexpr uint32_t MTE_TEXT_NO_HANDLE = 44;
-constexpr uint32_t MTE_TEXT_LIST_NUM = 45;
-constexpr int64_t MTE_TRACE_WRITES_PENDING = 1218;
-constexpr int64_t MTE_TRACE_PENDING_WRITTEN = 1219;
-constexpr int64_t MTE_TRACE_PENDING_LOST = 1220;
 constexpr time_t MTE_DBM_RETRY_PERIOD_S = 1;
 
 // Handles are -1 while closed; the binary-recovery flag is 1 only while the
@@ -417,7 +408,8 @@ uint32_t mte_DBM_Init(void) {
             stList.pfCreate(g_llMteCfgHandle, stList.pszName, stList.uiNameSize, stList.uiTableId));
     }
     if (iRet != 0) {
-        mte_DBG_PrintTraceInfo(MTE_TRACE_BATCH_CREATE, mte_DBG_Text(MTE_TEXT_BATCH_CREATE), iRet);
+        mte_DBG_PrintTraceInfo(MTE_TRACE_BATCH_CREATE_FAILED,
+                               mte_DBG_TextFormat(MTE_TEXT_BATCH_CREATE_FAILED), iRet);
         mte_dbm_CloseCfg();
         return MTE_ERR_GENERAL;
     }
@@ -501,10 +493,12 @@ uint32_t mte_DBM_Recover(void) {
                                                       mte_SCALAR_StatisticDataRecover);
     }
     if (g_llMteCfgHandle == -1) {
-        mte_DBG_PrintTraceInfo(MTE_TRACE_NO_HANDLE, "%s", mte_DBG_Text(MTE_TEXT_NO_HANDLE));
+        mte_DBG_PrintTraceInfo(MTE_TRACE_RECOVER_NO_HANDLE, "%s",
+                               mte_DBG_Text(MTE_TEXT_RECOVER_NO_HANDLE));
         return MTE_ERR_GENERAL;
     }
-    mte_DBG_PrintTraceInfo(MTE_TRACE_LIST_NUM, mte_DBG_Text(MTE_TEXT_LIST_NUM),
+    mte_DBG_PrintTraceInfo(MTE_TRACE_RECOVER_LIST_NUM,
+                           mte_DBG_TextFormat(MTE_TEXT_RECOVER_LIST_NUM),
                            static_cast<unsigned long>(MTE_DBM_RECOVER_ROWS));
     mte_BIN_SetRecover(1);
     DBM_Batch_Proc(g_llMteCfgHandle, -1, g_astMteDbmRecoverFunc, MTE_DBM_RECOVER_ROWS);

@@ -88,7 +88,7 @@ Row* mte_test_Create(const MTE_TEST_TABLE_S<Row>& stTable, const char* pszOwner,
     auto* pstRow = static_cast<Row*>(calloc(1, sizeof(Row)));
     if (pstRow == nullptr) {
         if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
-            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, "%s entry %s-%s: Insufficient memory.",
+            mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, mte_DBG_TextFormat(MTE_TEXT_ENTRY_NO_MEMORY),
                           stTable.pszKind, pszOwner, pszName);
         }
         return nullptr;

@@ -34,10 +34,12 @@ bool IsRecovering() {
     return mte_BIN_GetRecover() == 1;
 }
 
-void PrintErr(const char* pszFormat, const char* pszArg1 = nullptr, const char* pszArg2 = nullptr,
-              const char* pszArg3 = nullptr) {
+__attribute__((format(printf, 1, 2))) void PrintErr(const char* pszFormat, ...) {
     if (mte_DBG_IsEnable(MTE_DBG_ERR)) {
-        mte_DBG_Print(MTE_DBG_MNEMONIC_ERR, pszFormat, pszArg1, pszArg2, pszArg3);
+        va_list args;
+        va_start(args, pszFormat);
+        mte_DBG_VPrint(MTE_DBG_MNEMONIC_ERR, pszFormat, args);
+        va_end(args);
     }
 }
 
@@ -213,7 +215,7 @@ uint32_t Create(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, uint32_t* puiF
 
     auto* pstEntry = static_cast<MTE_TRIGGER_ENTRY_S*>(calloc(1, sizeof(MTE_TRIGGER_ENTRY_S)));
     if (pstEntry == nullptr) {
-        PrintErr("%s entry %s-%s: Insufficient memory.", "Trigger", pstReq->szOwner,
+        PrintErr(mte_DBG_TextFormat(MTE_TEXT_ENTRY_NO_MEMORY), "Trigger", pstReq->szOwner,
                  pstReq->szName);
         return MTE_ERR_GENERAL;
     }
@@ -318,7 +320,7 @@ uint32_t ApplyStatus(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
                 // stored as given: an active trigger must be sampled.
                 // On the entry itself: the timer module keeps its address.
                 if (mte_RUN_TriggerEnable(pstEntry) != MTE_OK) {
-                    PrintErr("Failed to start a timer.");
+                    PrintErr(mte_DBG_TextFormat(MTE_TEXT_TIMER_START_FAILED));
                     return MTE_ERR_GENERAL;
                 }
                 pstCopy->llTimerId = pstEntry->llTimerId;
@@ -546,7 +548,7 @@ uint32_t mte_TRIGGER_Set(const MTE_TRIGGER_ROW_S* pstRequest, uint32_t uiColumnM
 uint32_t mte_TRIGGER_Recover(uint32_t uiLen, const void* pRecord) {
     // The store hands over whole records only; anything else is not a row.
     if (uiLen != sizeof(MTE_TRIGGER_ROW_S) || pRecord == nullptr) {
-        PrintErr("Failed to recover information about the %s module from DBM.", "Trigger");
+        PrintErr(mte_DBG_TextFormat(MTE_TEXT_RECOVER_FAILED), "Trigger");
         return MTE_ERR_GENERAL;
     }
     MTE_TRIGGER_ROW_S stRow;
@@ -560,13 +562,13 @@ uint32_t mte_TRIGGER_Recover(uint32_t uiLen, const void* pRecord) {
     // Owner and name are the store's keys, so a second record of a trigger
     // can only come from a replay run twice; it must not make a twin entry.
     if (mte_TRIGGER_GetTriggerEntry(stRow.szOwner, stRow.szName) != nullptr) {
-        PrintErr("Failed to recover information about the %s module from DBM.", "Trigger");
+        PrintErr(mte_DBG_TextFormat(MTE_TEXT_RECOVER_FAILED), "Trigger");
         return MTE_ERR_ROW_EXISTS;
     }
     uint32_t uiFailedColumn = 0;
     uint32_t uiRet = Create(&stRow, MTE_MASK_ALL_COLUMNS, &uiFailedColumn);
     if (uiRet != MTE_OK) {
-        PrintErr("Failed to recover information about the %s module from DBM.", "Trigger");
+        PrintErr(mte_DBG_TextFormat(MTE_TEXT_RECOVER_FAILED), "Trigger");
         return uiRet;
     }
     // The target tag has no column; a stored one comes back as it was.
