@@ -235,10 +235,13 @@ uint32_t CheckActiveWrite(const MTE_EVENT_ROW_S& stRequest, uint32_t uiMask, boo
     return MTE_ERR_NO_CHANGE;
 }
 
+// The text is a template argument so that the compiler checks the format
+// against the arguments (read from the table: clang 14 cannot evaluate
+// mte_DBG_TextFormat on a template argument).
 template <MTE_TEXT_ID_E eText>
 void WarnRun(const MTE_FIRED_EVENT_S& stFired) {
     if (mte_DBG_IsEnable(MTE_DBG_WARNING)) {
-        mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING, mte_DBG_TextFormat(eText), stFired.szEventOwner,
+        mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING, g_astMteTexts[eText].pszText, stFired.szEventOwner,
                       stFired.szEventName);
     }
 }

@@ -34,7 +34,8 @@ inline bool mte_test_HasValue(const MTE_SAMPLE_S* pstSample) {
 
 inline void mte_test_WarnNotNumeric() {
     if (mte_DBG_IsEnable(MTE_DBG_WARNING)) {
-        mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING, mte_DBG_TextFormat(MTE_TEXT_SAMPLE_NOT_NUMERIC));
+        mte_DBG_Print(MTE_DBG_MNEMONIC_WARNING, "%s",
+                      mte_DBG_TextFormat(MTE_TEXT_SAMPLE_NOT_NUMERIC));
     }
 }
 

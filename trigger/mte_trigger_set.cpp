@@ -320,7 +320,7 @@ uint32_t ApplyStatus(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
                 // stored as given: an active trigger must be sampled.
                 // On the entry itself: the timer module keeps its address.
                 if (mte_RUN_TriggerEnable(pstEntry) != MTE_OK) {
-                    PrintErr(mte_DBG_TextFormat(MTE_TEXT_TIMER_START_FAILED));
+                    PrintErr("%s", mte_DBG_TextFormat(MTE_TEXT_TIMER_START_FAILED));
                     return MTE_ERR_GENERAL;
                 }
                 pstCopy->llTimerId = pstEntry->llTimerId;
