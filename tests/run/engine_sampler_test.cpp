@@ -713,7 +713,8 @@ TEST_F(EngineSampler, DebugTextsListTheirPiecesInOrder) {
     // The set action hands its texts by index or by identifier alike.
     FAKE_LOG_Clear();
     MTE_OID_S stOid = FAKE_SNMP_MakeOid({1, 3, 6});
-    mte_run_FailureDebug(11, "c", &pstRising->stRow, &stOid, MTE_TEXT(19), 48);
+    mte_run_FailureDebug(11, "c", &pstRising->stRow, &stOid, MTE_TEXT(MTE_TEXT_REPORT_SET_FAILURE),
+                         MTE_TEXT_REPORT_SET_TARGET_TAG);
     EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
                              "mteEventSetFailure notification occurred.\r\n   TriggerOwner: "
                              "own\r\n   TriggerName: r\r\n   SetTargetTag: tag\r\n   "
