@@ -27,7 +27,7 @@ struct ITER_S {
 std::recursive_mutex g_stLock;
 DB_S g_astDb[3];
 bool g_bFailCfg = false, g_bFailRun = false, g_bFailWrites = false;
-uint64_t g_ulWrites = 0, g_ulBatchCalls = 0, g_ulSkipped = 0;
+uint64_t g_ulWrites = 0, g_ulBatchCalls = 0;
 
 DB_S* FindDb(int64_t llHandle) {
     if (llHandle < 1 || llHandle > 2 || !g_astDb[llHandle].bOpen) {
@@ -64,7 +64,7 @@ void FAKE_DBM_Reset(void) {
         stDb = DB_S{};
     }
     g_bFailCfg = g_bFailRun = g_bFailWrites = false;
-    g_ulWrites = g_ulBatchCalls = g_ulSkipped = 0;
+    g_ulWrites = g_ulBatchCalls = 0;
 }
 
 void FAKE_DBM_FailOpen(bool bCfg, bool bRun) {
@@ -108,11 +108,6 @@ std::string FAKE_DBM_Item(uint32_t uiDb, const std::string& strItem) {
 uint64_t FAKE_DBM_WriteCount(void) {
     std::lock_guard guard(g_stLock);
     return g_ulWrites;
-}
-
-uint64_t FAKE_DBM_SkippedRecords(void) {
-    std::lock_guard guard(g_stLock);
-    return g_ulSkipped;
 }
 
 uint64_t FAKE_DBM_BatchCalls(void) {
@@ -285,8 +280,7 @@ int32_t DBM_BatchGetNextSortList(int64_t llHandle, const char* pszName, uint32_t
         pstIter->strLastKey = it->first;
         pstIter->bStarted = true;
         if (it->second.size() != uiRecordSize) {
-            ++g_ulSkipped;  // a damaged record is never handed to a table
-            continue;
+            continue;  // a damaged record is never handed to a table
         }
         memset(pcOut, 0, uiRecordSize);
         memcpy(pcOut, it->second.data(), std::min<size_t>(uiRecordSize, it->second.size()));

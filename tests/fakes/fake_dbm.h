@@ -22,8 +22,6 @@ void FAKE_DBM_PutRaw(const std::string& strList, const std::string& strRecord);
 std::string FAKE_DBM_Item(uint32_t uiDb, const std::string& strItem);
 // Number of write calls (inserts, removals, binary writes) so far.
 uint64_t FAKE_DBM_WriteCount(void);
-// Stored records skipped by batch reads because their length was wrong.
-uint64_t FAKE_DBM_SkippedRecords(void);
 // Number of DBM_BatchGetNextSortList calls so far.
 uint64_t FAKE_DBM_BatchCalls(void);
 

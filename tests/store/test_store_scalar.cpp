@@ -1,7 +1,8 @@
 // Resource scalars and the memory guard on the fakes: instance accounting
 // under the maximum and the memory guard, the high-water mark, counter wrap,
 // when the statistics are saved; the guard's state at start, its
-// announcements, and the end of its subscription.
+// announcements, and the end of its subscription; the store module's failed
+// writes and opens and its replay in batches of five, on the fake's switches.
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -9,6 +10,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -200,6 +202,55 @@ TEST_F(StoreScalarTest, SettingsAreStoredAsGiven) {
     FAKE_DBM_FailWrites(true);
     EXPECT_EQ(mte_SCALAR_SetSampleMin(9), MTE_ERR_GENERAL);
     EXPECT_EQ(mte_SCALAR_GetSampMin(), 9u);
+}
+
+// The store module over the fake's failure switches and read counts.
+MTE_EVENT_ROW_S Event(const std::string& strName) {
+    MTE_EVENT_ROW_S stRow = {};
+    strcpy(stRow.szOwner, "o");
+    strcpy(stRow.szName, strName.c_str());
+    return stRow;
+}
+
+uint32_t InsertEvent(const MTE_EVENT_ROW_S& stRow) {
+    return mte_DBM_InsertSortList(MTE_DBM_CFG, "mteEvent", 9, &stRow, sizeof(stRow), MTE_TBL_EVENT);
+}
+
+TEST_F(StoreScalarTest, FailedWritesAndOpensAreReported) {
+    uint32_t uiValue = 5;
+    FAKE_DBM_FailWrites(true);
+    EXPECT_EQ(InsertEvent(Event("e")), MTE_ERR_GENERAL);
+    EXPECT_EQ(mte_DBM_SetBinary(MTE_DBM_CFG, "SampMini", 9, &uiValue, 4, MTE_ITEM_ID_SAMP_MINI),
+              MTE_ERR_GENERAL);
+    FAKE_DBM_FailWrites(false);
+    for (auto [bCfg, bRun] : {std::pair{true, false}, std::pair{false, true}}) {
+        mte_DBM_Fini();
+        FAKE_DBM_FailOpen(bCfg, bRun);
+        EXPECT_EQ(mte_DBM_Init(), MTE_ERR_GENERAL);
+        // Nothing stays open after the failure.
+        EXPECT_EQ(InsertEvent(Event("e")), MTE_ERR_GENERAL);
+        EXPECT_EQ(mte_DBM_Recover(), MTE_ERR_GENERAL);
+    }
+}
+
+TEST_F(StoreScalarTest, ReplayReadsEveryListInBatchesOfFive) {
+    const struct {
+        int iRecords;
+        uint64_t ulCallsForTheList;
+    } astCases[] = {{0, 1}, {4, 1}, {5, 2}, {7, 2}, {10, 3}, {11, 3}};
+    int iMade = 0;
+    for (const auto& stCase : astCases) {
+        SCOPED_TRACE(stCase.iRecords);
+        for (; iMade < stCase.iRecords; ++iMade) {
+            InsertEvent(Event("ev" + std::to_string(iMade)));
+        }
+        uint64_t ulBefore = FAKE_DBM_BatchCalls();
+        mte_DBM_Fini();
+        ASSERT_EQ(mte_DBM_Init(), 0u);
+        ASSERT_EQ(mte_DBM_Recover(), 0u);
+        EXPECT_EQ(FAKE_DBM_BatchCalls() - ulBefore,
+                  MTE_DBM_SORTLIST_ROWS + MTE_DBM_SORTLIST_EXT_ROWS - 1 + stCase.ulCallsForTheList);
+    }
 }
 
 class StoreMemAlertTest : public ::testing::Test {

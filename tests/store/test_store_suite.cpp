@@ -1,15 +1,16 @@
-// One store suite, built twice: against the SQLite store on files in a
-// temporary state directory (MTE_STORE_SQLITE) and against the in-memory fake
-// the table tests stand on, so that the fake keeps the real store's promises.
-// Shared: records identified by their keys, what a restart brings back
-// (records, settings, statistics, trigger rows), batches of five that skip
-// records of the wrong length and see writes between batches, items of the
-// wrong length ignored, writes refused once closed, the replay order. Then
-// each backend's own: the fake's failure switches and read counts; the SQLite
-// file's durability when killed, damaged or foreign files left alone, bad
-// arguments, and the daemon stopping on a damaged store.
+// The SQLite store on files in a temporary state directory: records
+// identified by their keys, what a restart brings back (records, settings,
+// statistics, trigger rows), batches of five that skip records of the wrong
+// length and see writes between batches, items of the wrong length ignored,
+// writes refused once closed; a write durable when the process is killed,
+// damaged or foreign files left alone, bad arguments. The module's failure
+// paths over the fake's switches are in test_store_scalar.cpp.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -26,16 +27,6 @@
 #include "mte_scalar.h"
 #include "mte_trigger.h"
 #include "plat_dbm.h"
-
-#ifdef MTE_STORE_SQLITE
-#include <fcntl.h>
-#include <signal.h>
-#include <sqlite3.h>
-#include <sys/wait.h>
-
-#else
-#include "fake_dbm.h"
-#endif
 
 namespace {
 
@@ -76,17 +67,13 @@ std::string ReadEvents(int64_t llHandle, std::string* pstrCounts = nullptr) {
     return strOut;
 }
 
-class StoreFixture : public ::testing::Test {
+class StoreTest : public ::testing::Test {
   protected:
     void SetUp() override {
-#ifdef MTE_STORE_SQLITE
         char szTemplate[] = "/tmp/mte-store-XXXXXX";
         ASSERT_NE(mkdtemp(szTemplate), nullptr);
         m_strDir = szTemplate;
         setenv("STATE_DIRECTORY", m_strDir.c_str(), 1);
-#else
-        FAKE_DBM_Reset();
-#endif
         static const uint32_t s_uiDbg = mte_DBG_Init();
         (void)s_uiDbg;
         FAKE_LOG_Clear();
@@ -95,9 +82,7 @@ class StoreFixture : public ::testing::Test {
     }
     void TearDown() override {
         mte_DBM_Fini();
-#ifdef MTE_STORE_SQLITE
         ASSERT_EQ(system(("rm -rf '" + m_strDir + "'").c_str()), 0);
-#endif
     }
     // A restart: the modules go and come back from what was stored.
     uint32_t Restart() {
@@ -122,15 +107,6 @@ class StoreFixture : public ::testing::Test {
     }
     std::string m_strDir;
 };
-
-// The suite's name tells the two builds apart.
-#ifdef MTE_STORE_SQLITE
-using SqliteStoreTest = StoreFixture;
-#define StoreTest SqliteStoreTest
-#else
-using FakeStoreTest = StoreFixture;
-#define StoreTest FakeStoreTest
-#endif
 
 TEST_F(StoreTest, RecordsAreIdentifiedByTheirKeysAndComeBackWithTheSettings) {
     for (const MTE_EVENT_ROW_S& stRow :
@@ -319,62 +295,6 @@ TEST_F(StoreTest, TriggerRowsComeBack) {
     mte_EPOLL_Fini();
 }
 
-#ifndef MTE_STORE_SQLITE
-
-// ---- the fake's failure switches and read counts ---------------------------
-
-TEST(StoreRecoverOrder, SettingsThenObjectsEventsActionsThenTriggersAndTests) {
-    const uint32_t auiExpected[] = {MTE_ITEM_ID_SAMP_MINI, MTE_ITEM_ID_SAMP_INST_MAX,
-                                    MTE_TBL_OBJECTS,       MTE_TBL_EVENT,
-                                    MTE_TBL_SET,           MTE_TBL_NOTIFY,
-                                    MTE_TBL_TRIGGER,       MTE_TBL_BOOLEAN,
-                                    MTE_TBL_EXISTENCE,     MTE_TBL_THRESHOLD};
-    for (uint32_t i = 0; i < MTE_DBM_RECOVER_ROWS; ++i) {
-        EXPECT_EQ(g_astMteDbmRecoverFunc[i].uiId, auiExpected[i]) << "row " << i + 1;
-    }
-}
-
-TEST_F(StoreTest, FailedWritesAndOpensAreReported) {
-    MTE_EVENT_ROW_S stRow = EventRow("o", "e");
-    uint32_t uiValue = 5;
-    FAKE_DBM_FailWrites(true);
-    EXPECT_EQ(InsertEvent(stRow), MTE_ERR_GENERAL);
-    EXPECT_EQ(mte_DBM_SetBinary(MTE_DBM_CFG, "SampMini", 9, &uiValue, 4, MTE_ITEM_ID_SAMP_MINI),
-              MTE_ERR_GENERAL);
-    FAKE_DBM_FailWrites(false);
-    for (auto [bCfg, bRun] : {std::pair{true, false}, std::pair{false, true}}) {
-        mte_DBM_Fini();
-        FAKE_DBM_FailOpen(bCfg, bRun);
-        EXPECT_EQ(mte_DBM_Init(), MTE_ERR_GENERAL);
-        // Nothing stays open after the failure.
-        EXPECT_EQ(InsertEvent(stRow), MTE_ERR_GENERAL);
-        EXPECT_EQ(mte_DBM_Recover(), MTE_ERR_GENERAL);
-    }
-}
-
-TEST_F(StoreTest, ReplayReadsEveryListInBatchesOfFive) {
-    const struct {
-        int iRecords;
-        uint64_t ulCallsForTheList;
-    } astCases[] = {{0, 1}, {4, 1}, {5, 2}, {7, 2}, {10, 3}, {11, 3}};
-    int iMade = 0;
-    for (const auto& stCase : astCases) {
-        SCOPED_TRACE(stCase.iRecords);
-        for (; iMade < stCase.iRecords; ++iMade) {
-            InsertEvent(EventRow("owner", "ev" + std::to_string(iMade)));
-        }
-        uint64_t ulBefore = FAKE_DBM_BatchCalls();
-        ASSERT_EQ(Restart(), 0u);
-        EXPECT_EQ(FAKE_DBM_BatchCalls() - ulBefore,
-                  MTE_DBM_SORTLIST_ROWS + MTE_DBM_SORTLIST_EXT_ROWS - 1 + stCase.ulCallsForTheList);
-    }
-    FAKE_DBM_PutRaw("mteTrigger", std::string(1221, 'x'));
-    ASSERT_EQ(Restart(), 0u);
-    EXPECT_EQ(FAKE_DBM_SkippedRecords(), 1u);
-}
-
-#else
-
 // ---- the SQLite files -------------------------------------------------------
 
 std::string ReadFile(const std::string& strPath) {
@@ -495,7 +415,5 @@ TEST_F(StoreTest, BadArgumentsAreRefused) {
     EXPECT_EQ(DBM_CreateSortList(llHandle, "mteEvent", 9, &stKey, 1, MTE_TBL_EVENT), DBM_ERR);
     MTE_DBM_Close(llHandle);
 }
-
-#endif
 
 }  // namespace
