@@ -324,10 +324,6 @@ class TableStack : public ::testing::Test {
         FAKE_MEMALERT_SetCurrentState(uiState);
         ASSERT_EQ(mte_MEMALERT_Init(), 0u);
     }
-    static Reply Send(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,
-                      const void* pValue) {
-        return Dispatch(usType, usOp, uiMask, usItem, pValue);
-    }
 };
 
 template <typename T>
@@ -336,12 +332,12 @@ class RowTableTest : public TableStack {
     using Row = typename T::Row;
 
     Reply Set(const Row& st, uint32_t uiMask) {
-        return Send(T::kType, MTE_MSG_OP_SET, uiMask, T::kItem, &st);
+        return Dispatch(T::kType, MTE_MSG_OP_SET, uiMask, T::kItem, &st);
     }
     // The row as a get answers it, or "" when there is none.
     std::string Get(const char* pszName) {
         Row st = T::Req("o", pszName, MTE_ROW_NONE);
-        Reply stReply = Send(T::kType, MTE_MSG_OP_GET, 0, T::kItem, &st);
+        Reply stReply = Dispatch(T::kType, MTE_MSG_OP_GET, 0, T::kItem, &st);
         return stReply.uiResult == MTE_OK ? stReply.strData : "";
     }
     Row GetRow(const char* pszName) {
@@ -588,42 +584,26 @@ TYPED_TEST(StatusTableTest, MemoryGuardRefusesOnlyNewRowsWithoutTheForceBit) {
 // a table told from an empty one by the presence flags, the walk's resume
 // hint; and the cost of a long walk.
 
-class ChannelDispatchTest : public TableStack {
-  protected:
-    // One request through the dispatcher; the reply is parsed into stReply.
-    uint32_t Send(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,
-                  const void* pValue) {
-        uint8_t aucRequest[MTE_MSG_MAX_LEN];
-        uint32_t uiLen = MTE_MSG_BuildRequest(++uiSeq, usType, usOp, uiMask, usItem, pValue,
-                                              aucRequest, sizeof(aucRequest));
-        EXPECT_NE(uiLen, 0u);
-        vecReply.assign(MTE_MSG_MAX_LEN, 0);
-        uint32_t uiReplyLen = mte_CFG_Proc(aucRequest, uiLen, MTE_MSG_MAX_LEN, vecReply.data());
-        EXPECT_EQ(MTE_MSG_ParseReply(vecReply.data(), uiReplyLen, &stReply), MTE_OK);
-        EXPECT_EQ(stReply.uiSequence, uiSeq);
-        return stReply.uiResult;
+// A get-next after the given index of a table, through the dispatcher.
+Reply NextAfter(uint16_t usType, const std::string& strOwner, const std::string& strName,
+                uint32_t uiIndex = 0) {
+    if (usType == MTE_MSG_TYPE_OBJECTS) {
+        MTE_OBJ_INDEX_KEY_S st{};
+        st.uiOwnerLen = static_cast<uint32_t>(strOwner.size());
+        st.uiNameLen = static_cast<uint32_t>(strName.size());
+        st.uiIndex = uiIndex;
+        strcpy(st.szOwner, strOwner.c_str());
+        strcpy(st.szName, strName.c_str());
+        return Dispatch(usType, MTE_MSG_OP_GET_NEXT, 0, MTE_ITEM_OBJECTS_KEY, &st);
     }
-
-    uint32_t NextAfter(uint16_t usType, const char* pszOwner, const char* pszName) {
-        MTE_INDEX_KEY_S stKey{};
-        stKey.uiOwnerLen = static_cast<uint32_t>(strlen(pszOwner));
-        strcpy(stKey.szOwner, pszOwner);
-        strcpy(stKey.szName, pszName);
-        bool bEventSide = usType >= MTE_MSG_TYPE_EVENT && usType <= MTE_MSG_TYPE_SET;
-        uint16_t usKey = bEventSide ? MTE_ITEM_EVENT_KEY : MTE_ITEM_TRIGGER_KEY;
-        return Send(usType, MTE_MSG_OP_GET_NEXT, 0, usKey, &stKey);
-    }
-
-    std::string RowOwner(size_t uiOffset) const {
-        return reinterpret_cast<const char*>(stReply.pucData + uiOffset);
-    }
-
-    uint32_t uiSeq = 0;
-    std::vector<uint8_t> vecReply;
-    MTE_MSG_REPLY_S stReply{};
-};
-
-// ---- walks of the nine tables against a reference computed from the rows ----
+    MTE_INDEX_KEY_S st{};
+    st.uiOwnerLen = static_cast<uint32_t>(strOwner.size());
+    strcpy(st.szOwner, strOwner.c_str());
+    strcpy(st.szName, strName.c_str());
+    bool bEventSide = usType >= MTE_MSG_TYPE_EVENT && usType <= MTE_MSG_TYPE_SET;
+    return Dispatch(usType, MTE_MSG_OP_GET_NEXT, 0,
+                    bEventSide ? MTE_ITEM_EVENT_KEY : MTE_ITEM_TRIGGER_KEY, &st);
+}
 
 enum Parent { kTriggers, kEvents, kObjects };
 
@@ -641,26 +621,20 @@ void PrintTo(const WalkTable& st, std::ostream* pOut) {
     *pOut << st.pszName;
 }
 
+#define WALK(name, type, parent, kind, Row) \
+    { name, type, parent, kind, offsetof(Row, szOwner), offsetof(Row, szName) }
 const WalkTable kWalkTables[] = {
-    {"trigger", MTE_MSG_TYPE_TRIGGER, kTriggers, 0, offsetof(MTE_TRIGGER_ROW_S, szOwner),
-     offsetof(MTE_TRIGGER_ROW_S, szName)},
-    {"boolean", MTE_MSG_TYPE_BOOLEAN, kTriggers, MTE_TEST_BOOLEAN,
-     offsetof(MTE_BOOL_ENTRY_S, szOwner), offsetof(MTE_BOOL_ENTRY_S, szName)},
-    {"existence", MTE_MSG_TYPE_EXISTENCE, kTriggers, MTE_TEST_EXISTENCE,
-     offsetof(MTE_EXIST_ENTRY_S, szOwner), offsetof(MTE_EXIST_ENTRY_S, szName)},
-    {"threshold", MTE_MSG_TYPE_THRESHOLD, kTriggers, MTE_TEST_THRESHOLD,
-     offsetof(MTE_THRES_ENTRY_S, szOwner), offsetof(MTE_THRES_ENTRY_S, szName)},
-    {"delta", MTE_MSG_TYPE_DELTA, kTriggers, MTE_PRESENT_DELTA,
-     offsetof(MTE_DELTA_ENTRY_S, szOwner), offsetof(MTE_DELTA_ENTRY_S, szName)},
-    {"objects", MTE_MSG_TYPE_OBJECTS, kObjects, 0, offsetof(MTE_OBJ_ROW_S, szOwner),
-     offsetof(MTE_OBJ_ROW_S, szName)},
-    {"event", MTE_MSG_TYPE_EVENT, kEvents, 0, offsetof(MTE_EVENT_ROW_S, szOwner),
-     offsetof(MTE_EVENT_ROW_S, szName)},
-    {"notification", MTE_MSG_TYPE_NOTIFY, kEvents, MTE_ACTION_NOTIFICATION,
-     offsetof(MTE_NOTIFY_ENTRY_S, szOwner), offsetof(MTE_NOTIFY_ENTRY_S, szName)},
-    {"set", MTE_MSG_TYPE_SET, kEvents, MTE_ACTION_SET, offsetof(MTE_SET_ENTRY_S, szOwner),
-     offsetof(MTE_SET_ENTRY_S, szName)},
+    WALK("trigger", MTE_MSG_TYPE_TRIGGER, kTriggers, 0, MTE_TRIGGER_ROW_S),
+    WALK("boolean", MTE_MSG_TYPE_BOOLEAN, kTriggers, MTE_TEST_BOOLEAN, MTE_BOOL_ENTRY_S),
+    WALK("existence", MTE_MSG_TYPE_EXISTENCE, kTriggers, MTE_TEST_EXISTENCE, MTE_EXIST_ENTRY_S),
+    WALK("threshold", MTE_MSG_TYPE_THRESHOLD, kTriggers, MTE_TEST_THRESHOLD, MTE_THRES_ENTRY_S),
+    WALK("delta", MTE_MSG_TYPE_DELTA, kTriggers, MTE_PRESENT_DELTA, MTE_DELTA_ENTRY_S),
+    WALK("objects", MTE_MSG_TYPE_OBJECTS, kObjects, 0, MTE_OBJ_ROW_S),
+    WALK("event", MTE_MSG_TYPE_EVENT, kEvents, 0, MTE_EVENT_ROW_S),
+    WALK("notification", MTE_MSG_TYPE_NOTIFY, kEvents, MTE_ACTION_NOTIFICATION, MTE_NOTIFY_ENTRY_S),
+    WALK("set", MTE_MSG_TYPE_SET, kEvents, MTE_ACTION_SET, MTE_SET_ENTRY_S),
 };
+#undef WALK
 
 struct ModelRow {
     std::string strOwner;
@@ -677,8 +651,11 @@ auto OrderKey(Parent eParent, const ModelRow& st) {
                            st.strName, bObjects ? st.uiIndex : 0);
 }
 
-class DispatchWalkTest : public ChannelDispatchTest,
-                         public ::testing::WithParamInterface<WalkTable> {
+std::string Show(const ModelRow& st) {
+    return st.strOwner + "/" + st.strName + "/" + std::to_string(st.uiIndex);
+}
+
+class DispatchWalkTest : public TableStack, public ::testing::WithParamInterface<WalkTable> {
   protected:
     bool InTable(const ModelRow& st) const {
         return GetParam().ucKind == 0 || (st.ucBits & GetParam().ucKind) != 0;
@@ -694,20 +671,18 @@ class DispatchWalkTest : public ChannelDispatchTest,
         if (eParent == kEvents) {
             return SetEvent(st.strOwner.c_str(), st.strName.c_str(), uiStatus, st.ucBits);
         }
-        MTE_OBJ_ROW_S stRow{};
-        strcpy(stRow.szOwner, st.strOwner.c_str());
-        strcpy(stRow.szName, st.strName.c_str());
+        MTE_OBJ_ROW_S stRow = Named<MTE_OBJ_ROW_S>(st.strOwner.c_str(), st.strName.c_str());
         stRow.uiIndex = st.uiIndex;
-        stRow.stID.uiLen = 2;
-        stRow.stID.auiOid[0] = 1;
+        stRow.stID = Oid({1, 0});
         stRow.uiEntryStatus = uiStatus;
-        return Send(MTE_MSG_TYPE_OBJECTS, MTE_MSG_OP_SET,
-                    MTE_COLUMN_BIT(MTE_OBJ_COL_ID) | MTE_COLUMN_BIT(MTE_OBJ_COL_ENTRY_STATUS),
-                    MTE_ITEM_OBJECTS, &stRow);
+        return Dispatch(MTE_MSG_TYPE_OBJECTS, MTE_MSG_OP_SET,
+                        COL(MTE_OBJ_COL_ID) | COL(MTE_OBJ_COL_ENTRY_STATUS), MTE_ITEM_OBJECTS,
+                        &stRow)
+            .uiResult;
     }
 
     void Add(const ModelRow& st) {
-        ASSERT_EQ(Write(st, MTE_ROW_CREATE_AND_WAIT), MTE_OK) << st.strOwner << "/" << st.strName;
+        ASSERT_EQ(Write(st, MTE_ROW_CREATE_AND_WAIT), MTE_OK) << Show(st);
         vecRows.push_back(st);
     }
     void Destroy(size_t i) {
@@ -716,7 +691,7 @@ class DispatchWalkTest : public ChannelDispatchTest,
     }
     // Takes this table's row away from every parent row (objects: destroys them).
     void DropAll() {
-        if (GetParam().eParent == kObjects || GetParam().ucKind == 0) {
+        if (GetParam().ucKind == 0) {
             while (!vecRows.empty()) {
                 Destroy(0);
             }
@@ -728,36 +703,23 @@ class DispatchWalkTest : public ChannelDispatchTest,
         }
     }
 
-    // One get-next through the dispatcher; the row's index, or "" with the code.
-    std::string Next(const ModelRow& stKey, uint32_t* puiCode) {
+    // One get-next through the dispatcher: the row it returns, and the code.
+    ModelRow Next(const ModelRow& stKey, uint32_t* puiCode) {
+        Reply stReply = NextAfter(GetParam().usType, stKey.strOwner, stKey.strName, stKey.uiIndex);
+        *puiCode = stReply.uiResult;
+        if (stReply.uiResult != MTE_OK) {
+            return {};
+        }
+        ModelRow stRow{stReply.strData.c_str() + GetParam().uiOwnerOff,
+                       stReply.strData.c_str() + GetParam().uiNameOff, 0, 0};
         if (GetParam().eParent == kObjects) {
-            MTE_OBJ_INDEX_KEY_S stObjKey{};
-            stObjKey.uiOwnerLen = static_cast<uint32_t>(stKey.strOwner.size());
-            stObjKey.uiNameLen = static_cast<uint32_t>(stKey.strName.size());
-            stObjKey.uiIndex = stKey.uiIndex;
-            strcpy(stObjKey.szOwner, stKey.strOwner.c_str());
-            strcpy(stObjKey.szName, stKey.strName.c_str());
-            *puiCode =
-                Send(GetParam().usType, MTE_MSG_OP_GET_NEXT, 0, MTE_ITEM_OBJECTS_KEY, &stObjKey);
-        } else {
-            *puiCode = NextAfter(GetParam().usType, stKey.strOwner.c_str(), stKey.strName.c_str());
+            memcpy(&stRow.uiIndex, stReply.strData.data() + offsetof(MTE_OBJ_ROW_S, uiIndex), 4);
         }
-        if (*puiCode != MTE_OK) {
-            return "";
-        }
-        std::string strIndex =
-            RowOwner(GetParam().uiOwnerOff) + "/" + RowOwner(GetParam().uiNameOff);
-        if (GetParam().eParent == kObjects) {
-            uint32_t uiIndex = 0;
-            memcpy(&uiIndex, stReply.pucData + offsetof(MTE_OBJ_ROW_S, uiIndex), sizeof(uiIndex));
-            strIndex += "/" + std::to_string(uiIndex);
-        }
-        return strIndex;
+        return stRow;
     }
 
-    // What the table holds after the key: the same string as Next, or "" with
-    // the end or empty code.
-    std::string Expected(const ModelRow& stKey, uint32_t* puiCode) const {
+    // What the table holds after the key, with the end or empty code.
+    ModelRow Expected(const ModelRow& stKey, uint32_t* puiCode) const {
         Parent eParent = GetParam().eParent;
         const ModelRow* pstBest = nullptr;
         bool bAny = false;
@@ -771,13 +733,14 @@ class DispatchWalkTest : public ChannelDispatchTest,
                 pstBest = &st;
             }
         }
+        *puiCode = pstBest != nullptr ? MTE_OK : bAny ? MTE_ERR_NO_SUCH_ROW : MTE_ERR_TABLE_EMPTY;
         if (pstBest == nullptr) {
-            *puiCode = bAny ? MTE_ERR_NO_SUCH_ROW : MTE_ERR_TABLE_EMPTY;
-            return "";
+            return {};
         }
-        *puiCode = MTE_OK;
-        std::string strIndex = pstBest->strOwner + "/" + pstBest->strName;
-        return eParent == kObjects ? strIndex + "/" + std::to_string(pstBest->uiIndex) : strIndex;
+        ModelRow stRow = *pstBest;
+        stRow.uiIndex = eParent == kObjects ? stRow.uiIndex : 0;
+        stRow.ucBits = 0;
+        return stRow;
     }
 
     std::vector<ModelRow> vecRows;
@@ -786,6 +749,7 @@ class DispatchWalkTest : public ChannelDispatchTest,
 TEST_P(DispatchWalkTest, WalkMatchesTheRowsThroughInsertsAndDestroysMidWalk) {
     const char* apszOwners[] = {"b", "aa", "ab", "owner-of-thirty-two-characters-x"};
     const char* apszNames[] = {"x", "xy", "aa", "b", "n", "name-of-thirty-one-characters-"};
+    const bool bObjects = GetParam().eParent == kObjects;
     uint8_t ucBits = 0;
     for (const char* pszOwner : apszOwners) {
         for (const char* pszName : apszNames) {
@@ -794,8 +758,8 @@ TEST_P(DispatchWalkTest, WalkMatchesTheRowsThroughInsertsAndDestroysMidWalk) {
             uint8_t ucRowBits = GetParam().eParent == kEvents
                                     ? (ucBits & 0xc0)
                                     : ucBits | (vecRows.size() % 3 == 0 ? MTE_PRESENT_DELTA : 0);
-            Add({pszOwner, pszName, 1, ucRowBits});
-            if (GetParam().eParent == kObjects) {
+            Add({pszOwner, pszName, bObjects ? 1u : 0u, ucRowBits});
+            if (bObjects) {
                 Add({pszOwner, pszName, 7, 0});
             }
         }
@@ -822,19 +786,14 @@ TEST_P(DispatchWalkTest, WalkMatchesTheRowsThroughInsertsAndDestroysMidWalk) {
             }
             uint32_t uiExpectedCode = 0;
             uint32_t uiCode = 0;
-            std::string strExpected = Expected(stKey, &uiExpectedCode);
-            std::string strGot = Next(stKey, &uiCode);
-            ASSERT_EQ(strGot, strExpected) << "step " << iStep;
+            ModelRow stExpected = Expected(stKey, &uiExpectedCode);
+            ModelRow stGot = Next(stKey, &uiCode);
+            ASSERT_EQ(Show(stGot), Show(stExpected)) << "step " << iStep;
             ASSERT_EQ(uiCode, uiExpectedCode) << "step " << iStep;
             if (uiCode != MTE_OK) {
                 break;
             }
-            size_t uiFirst = strGot.find('/');
-            size_t uiSecond = strGot.find('/', uiFirst + 1);
-            stKey.strOwner = strGot.substr(0, uiFirst);
-            stKey.strName = strGot.substr(uiFirst + 1, uiSecond - uiFirst - 1);
-            stKey.uiIndex =
-                uiSecond == std::string::npos ? 0 : std::stoul(strGot.substr(uiSecond + 1));
+            stKey = stGot;
         }
     }
 }
@@ -845,7 +804,7 @@ INSTANTIATE_TEST_SUITE_P(EveryTable, DispatchWalkTest, ::testing::ValuesIn(kWalk
 // A full walk costs time linear in the rows, like creating them: get-next
 // starts where the last one ended instead of at the head of the list (which
 // made a walk of 20,000 triggers take seconds).
-TEST_F(ChannelDispatchTest, WalkOfManyTriggersCostsLessThanCreatingThem) {
+TEST_F(TableStack, WalkOfManyTriggersCostsLessThanCreatingThem) {
     const int kRows = 20000;
     auto tStart = std::chrono::steady_clock::now();
     char szName[16];
@@ -855,12 +814,12 @@ TEST_F(ChannelDispatchTest, WalkOfManyTriggersCostsLessThanCreatingThem) {
                   MTE_OK);
     }
     auto tCreated = std::chrono::steady_clock::now();
-    std::string strOwner, strName;
+    Reply stReply = NextAfter(MTE_MSG_TYPE_BOOLEAN, "", "");
     int iSeen = 0;
-    while (NextAfter(MTE_MSG_TYPE_BOOLEAN, strOwner.c_str(), strName.c_str()) == MTE_OK) {
-        strOwner = RowOwner(offsetof(MTE_BOOL_ENTRY_S, szOwner));
-        strName = RowOwner(offsetof(MTE_BOOL_ENTRY_S, szName));
-        ++iSeen;
+    for (; stReply.uiResult == MTE_OK; ++iSeen) {
+        const char* pcRow = stReply.strData.c_str();
+        stReply = NextAfter(MTE_MSG_TYPE_BOOLEAN, pcRow + offsetof(MTE_BOOL_ENTRY_S, szOwner),
+                            pcRow + offsetof(MTE_BOOL_ENTRY_S, szName));
     }
     auto tWalked = std::chrono::steady_clock::now();
     EXPECT_EQ(iSeen, kRows);
