@@ -10,6 +10,7 @@
 // thread is not started; queued triggers are dropped with the queue).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -59,41 +60,33 @@ inline std::string Bytes(const void* p, size_t n) {
     return std::string(static_cast<const char*>(p), n);
 }
 
-// Everything a refused request must leave as it was.
-struct Snapshot {
-    std::vector<std::string> astrEntries;  // row, test rows, run fields per entry in list order
-    std::vector<std::string> astrStored[4];
-
-    bool operator==(const Snapshot& o) const {
-        for (int i = 0; i < 4; ++i) {
-            if (astrStored[i] != o.astrStored[i]) {
-                return false;
-            }
-        }
-        return astrEntries == o.astrEntries;
-    }
-};
-
-inline Snapshot TakeSnapshot() {
-    Snapshot st;
+// Everything a refused request must leave as it was: per entry in list order
+// its row, run fields and test rows, then the stored records of the lists.
+inline std::vector<std::string> TakeSnapshot() {
+    std::vector<std::string> astr;
     uint8_t ucFlags = 0;
-    MTE_TRIGGER_ENTRY_S* pstEntry = mte_TRIGGER_GetNextTriggerEntry(0, "", "", &ucFlags);
-    for (; pstEntry != nullptr; pstEntry = mte_TRIGGER_GetNextTriggerEntry(
-                                    static_cast<uint32_t>(strlen(pstEntry->stRow.szOwner)),
-                                    pstEntry->stRow.szOwner, pstEntry->stRow.szName, &ucFlags)) {
-        std::string s = Bytes(&pstEntry->stRow, sizeof(pstEntry->stRow));
-        s += Bytes(&pstEntry->llTimerId, sizeof(pstEntry->llTimerId));
-        s += Bytes(&pstEntry->uiRunState, sizeof(pstEntry->uiRunState));
-        s += pstEntry->pstBool ? Bytes(pstEntry->pstBool, sizeof(MTE_BOOL_ENTRY_S)) : "-";
-        s += pstEntry->pstExist ? Bytes(pstEntry->pstExist, sizeof(MTE_EXIST_ENTRY_S)) : "-";
-        s += pstEntry->pstThres ? Bytes(pstEntry->pstThres, sizeof(MTE_THRES_ENTRY_S)) : "-";
-        st.astrEntries.push_back(s);
+    for (MTE_TRIGGER_ENTRY_S* p = mte_TRIGGER_GetNextTriggerEntry(0, "", "", &ucFlags); p;
+         p = mte_TRIGGER_GetNextTriggerEntry(static_cast<uint32_t>(strlen(p->stRow.szOwner)),
+                                             p->stRow.szOwner, p->stRow.szName, &ucFlags)) {
+        astr.push_back(Bytes(&p->stRow, sizeof(p->stRow)) +
+                       Bytes(&p->llTimerId, sizeof(p->llTimerId)) +
+                       Bytes(&p->uiRunState, sizeof(p->uiRunState)) +
+                       (p->pstBool ? Bytes(p->pstBool, sizeof(MTE_BOOL_ENTRY_S)) : "-") +
+                       (p->pstExist ? Bytes(p->pstExist, sizeof(MTE_EXIST_ENTRY_S)) : "-") +
+                       (p->pstThres ? Bytes(p->pstThres, sizeof(MTE_THRES_ENTRY_S)) : "-"));
     }
-    const char* apszLists[] = {"mteTrigger", "mteBoolean", "mteExistence", "mteThreshold"};
-    for (int i = 0; i < 4; ++i) {
-        st.astrStored[i] = FAKE_DBM_Records(apszLists[i]);
+    for (const char* pszList : {"mteTrigger", "mteBoolean", "mteExistence", "mteThreshold"}) {
+        for (const std::string& str : FAKE_DBM_Records(pszList)) {
+            astr.push_back(std::string(pszList) + str);
+        }
     }
-    return st;
+    return astr;
+}
+
+// Whether the entry's row is stored as it is.
+bool Stored(const MTE_TRIGGER_ENTRY_S* p) {
+    std::vector<std::string> astr = FAKE_DBM_Records("mteTrigger");
+    return std::count(astr.begin(), astr.end(), Bytes(&p->stRow, sizeof(p->stRow))) == 1;
 }
 
 class TriggerTableTest : public ::testing::Test {
@@ -130,20 +123,6 @@ class TriggerTableTest : public ::testing::Test {
     }
     MTE_TRIGGER_ENTRY_S* Entry(const char* pszOwner, const char* pszName) {
         return mte_TRIGGER_GetTriggerEntry(pszOwner, pszName);
-    }
-    // The stored trigger record of (owner, name), or "" when there is none.
-    std::string StoredTrigger(const char* pszOwner, const char* pszName) {
-        for (const std::string& s : FAKE_DBM_Records("mteTrigger")) {
-            MTE_TRIGGER_ROW_S st;
-            if (s.size() != sizeof(st)) {
-                continue;
-            }
-            memcpy(&st, s.data(), sizeof(st));
-            if (strcmp(st.szOwner, pszOwner) == 0 && strcmp(st.szName, pszName) == 0) {
-                return s;
-            }
-        }
-        return "";
     }
     void CreateActive(const char* pszOwner, const char* pszName, uint8_t ucTest = 0) {
         MTE_TRIGGER_ROW_S st = TriggerReq(pszOwner, pszName, MTE_ROW_CREATE_AND_GO);
@@ -220,6 +199,8 @@ TEST_F(TriggerTableTest, ActivationChecksAndStatuses) {
          kStatus | COL(MTE_TRIGGER_COL_VALUE_ID), NoValueId, MTE_ERR_INCONSISTENT, 8},
         {"a low frequency is fine while waiting", RuleCase::WAITING, MTE_ROW_NONE, kFreq,
          LowFrequency, 0, 0, MTE_ROW_NOT_IN_SERVICE},
+        {"active outside the mask is not an activation", RuleCase::WAITING, MTE_ROW_ACTIVE, kFreq,
+         NoAdjust, 0, 0, MTE_ROW_NOT_IN_SERVICE},
         {"waiting, column change with notInService", RuleCase::WAITING, MTE_ROW_NOT_IN_SERVICE,
          kComment | kStatus, Comment, 0, 0, MTE_ROW_NOT_IN_SERVICE},
         {"waiting, objects owner of another owner", RuleCase::WAITING, MTE_ROW_NONE,
@@ -246,7 +227,7 @@ TEST_F(TriggerTableTest, ActivationChecksAndStatuses) {
         } else if (c.eBefore == RuleCase::WAITING) {
             CreateWaiting("own", "t1", MTE_TEST_EXISTENCE);
         }
-        Snapshot stBefore = TakeSnapshot();
+        auto stBefore = TakeSnapshot();
         MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "t1", c.uiStatus);
         c.pfAdjust(&stReq);
         uint32_t uiFailed = 0;
@@ -263,8 +244,8 @@ TEST_F(TriggerTableTest, ActivationChecksAndStatuses) {
         EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_IDLE);
         EXPECT_EQ(pstEntry->stRow.uiEnabled,
                   c.uiStatusAfter == MTE_ROW_ACTIVE ? MTE_TRUE : MTE_FALSE);
-        EXPECT_EQ(StoredTrigger("own", "t1"), Bytes(&pstEntry->stRow, sizeof(MTE_TRIGGER_ROW_S)));
-        EXPECT_EQ(TakeSnapshot().astrEntries[0], stBefore.astrEntries[0]);  // neighbour
+        EXPECT_TRUE(Stored(pstEntry));
+        EXPECT_EQ(TakeSnapshot()[0], stBefore[0]);  // the neighbour
     }
 }
 
@@ -345,7 +326,7 @@ TEST_F(TriggerTableTest, TestBitsMakeAndDestroyRowsWithTheirRecords) {
     EXPECT_TRUE(FAKE_DBM_Records("mteBoolean").empty());
     EXPECT_TRUE(FAKE_DBM_Records("mteExistence").empty());
     EXPECT_EQ(FAKE_DBM_Records("mteThreshold").size(), 1u);
-    EXPECT_EQ(StoredTrigger("own", "t1"), Bytes(&pstEntry->stRow, sizeof(MTE_TRIGGER_ROW_S)));
+    EXPECT_TRUE(Stored(pstEntry));
     // A test bit outside the mask is ignored.
     stReq.ucTest = MTE_TEST_EXISTENCE;
     ASSERT_EQ(Set(stReq, COL(MTE_TRIGGER_COL_TEST_THRESHOLD)), 0u);
@@ -363,7 +344,7 @@ TEST_F(TriggerTableTest, TestBitsMakeAndDestroyRowsWithTheirRecords) {
     EXPECT_STREQ(pstEntry->stRow.szComment, "");
     EXPECT_EQ(pstEntry->stRow.uiEntryStatus, MTE_ROW_NOT_IN_SERVICE);
     CreateActive("own", "a");
-    Snapshot stBefore = TakeSnapshot();
+    auto stBefore = TakeSnapshot();
     stReq = TriggerReq("own", "a", 9);
     stReq.ucTest = MTE_TEST_BOOLEAN;
     EXPECT_EQ(Set(stReq, COL(MTE_TRIGGER_COL_TEST_BOOLEAN)), MTE_ERR_INCONSISTENT);
@@ -491,21 +472,6 @@ TEST_F(TriggerTableTest, RunStateHandOverToTheWorker) {
     mte_TRIGGER_FreeNode(nullptr);
 }
 
-TEST_F(TriggerTableTest, ClearAllSamplesTouchesActiveTriggersOnly) {
-    CreateActive("o", "act", MTE_TEST_EXISTENCE);
-    CreateWaiting("o", "wait", MTE_TEST_EXISTENCE);
-    mte_EXIST_Get("o", "act")->usFirstCycle = 0;
-    mte_EXIST_Get("o", "wait")->usFirstCycle = 0;
-    mte_TRIGGER_ClearAllSpl();
-    EXPECT_EQ(mte_EXIST_Get("o", "act")->usFirstCycle, 1);
-    EXPECT_EQ(mte_EXIST_Get("o", "wait")->usFirstCycle, 0);
-    // With the port service down, starting and suspending change nothing.
-    Snapshot stBefore = TakeSnapshot();
-    mte_TRIGGER_StartAll();
-    mte_TRIGGER_SuspendTmr();
-    EXPECT_EQ(TakeSnapshot(), stBefore);
-}
-
 // ---- the three test tables ---------------------------------------------------
 
 template <typename Row>
@@ -554,7 +520,7 @@ TEST_F(TriggerTableTest, TestTableOwnerColumns) {
          },
          {6, 8, 10, 12, 14}},
     };
-    Snapshot stBefore = TakeSnapshot();
+    auto stBefore = TakeSnapshot();
     for (const auto& t : astTables) {
         SCOPED_TRACE(t.pszWhat);
         for (uint32_t uiColumn : t.auiOwnerColumns) {
@@ -643,7 +609,7 @@ TEST_F(TriggerTableTest, RecoveryLaysStoredTestsOverRecoveredTriggers) {
     auto stOrphan = TestReq<MTE_THRES_ENTRY_S>("o", "gone");
     FAKE_DBM_PutRaw("mteThreshold", Bytes(&stOrphan, sizeof(stOrphan)));
     ASSERT_EQ(Set(TriggerReq("o", "fast", MTE_ROW_CREATE_AND_GO, 1), kGoMask | MTE_MASK_FORCE), 0u);
-    Snapshot stBefore = TakeSnapshot();
+    auto stBefore = TakeSnapshot();
 
     mte_TRIGGER_Fini();
     ASSERT_EQ(mte_TRIGGER_Init(), 0u);
@@ -651,7 +617,7 @@ TEST_F(TriggerTableTest, RecoveryLaysStoredTestsOverRecoveredTriggers) {
     uint64_t ulWrites = FAKE_DBM_WriteCount();
     ASSERT_EQ(mte_DBM_Recover(), 0u);
     EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites);
-    EXPECT_EQ(TakeSnapshot().astrEntries, stBefore.astrEntries);
+    EXPECT_EQ(TakeSnapshot(), stBefore);
     EXPECT_EQ(Entry("o", "gone"), nullptr);
     EXPECT_EQ(mte_THRES_Get("o", "act")->iRising, 70);
     EXPECT_EQ(mte_EXIST_Get("o", "act")->ucTest, 0x20);
@@ -713,7 +679,7 @@ TEST_F(TriggerPortUpTest, TimerThatCannotStartUndoesTheRequest) {
     EXPECT_TRUE(FAKE_DBM_Records("mteTrigger").empty());
 
     CreateWaiting("o", "w", MTE_TEST_BOOLEAN);
-    Snapshot stBefore = TakeSnapshot();
+    auto stBefore = TakeSnapshot();
     FAKE_LOG_Clear();
     mte_DBG_EnableSwitch(MTE_DBG_ERR);
     EXPECT_EQ(Set(TriggerReq("o", "w", MTE_ROW_ACTIVE), COL(MTE_TRIGGER_COL_ENTRY_STATUS)),
@@ -760,23 +726,15 @@ TEST_F(TriggerPortUpTest, StartAndStopReachTheEngine) {
     // Its message is still queued: the worker's teardown frees it with the queue.
 }
 
-TEST_F(TriggerPortUpTest, ActivationWithoutItsStatusColumnChangesNothing) {
-    ASSERT_EQ(mte_TIMER_Init(), 0u);
-    CreateWaiting("o", "w");
-    Snapshot stBefore = TakeSnapshot();
-    ASSERT_EQ(Set(TriggerReq("o", "w", MTE_ROW_ACTIVE), COL(MTE_TRIGGER_COL_FREQUENCY)), 0u);
-    MTE_TRIGGER_ENTRY_S* pstEntry = Entry("o", "w");
-    EXPECT_EQ(pstEntry->stRow.uiEntryStatus, MTE_ROW_NOT_IN_SERVICE);
-    EXPECT_EQ(pstEntry->uiRunState, MTE_RUN_IDLE);
-    EXPECT_EQ(TakeSnapshot().astrStored[0], stBefore.astrStored[0]);
-    EXPECT_EQ(pstEntry->stRow.uiEnabled, MTE_FALSE);
-}
-
-TEST_F(TriggerPortUpTest, StartAllStartsOnlyActiveTriggers) {
+TEST_F(TriggerPortUpTest, StartAllAndClearAllTouchActiveTriggersOnly) {
     mte_TIMER_SetPortFlag(0);
-    CreateActive("o", "a");
-    CreateWaiting("o", "w");
-    EXPECT_EQ(Entry("o", "a")->llTimerId, -1);
+    CreateActive("o", "a", MTE_TEST_EXISTENCE);
+    CreateWaiting("o", "w", MTE_TEST_EXISTENCE);
+    // With the port service down, starting and suspending change nothing.
+    auto stBefore = TakeSnapshot();
+    mte_TRIGGER_StartAll();
+    mte_TRIGGER_SuspendTmr();
+    EXPECT_EQ(TakeSnapshot(), stBefore);
     mte_TIMER_SetPortFlag(1);
     ASSERT_EQ(mte_TIMER_Init(), 0u);
     mte_TRIGGER_StartAll();
@@ -784,9 +742,13 @@ TEST_F(TriggerPortUpTest, StartAllStartsOnlyActiveTriggers) {
     EXPECT_EQ(Entry("o", "a")->uiRunState, MTE_RUN_BUSY);
     EXPECT_EQ(Entry("o", "w")->llTimerId, -1);
     EXPECT_EQ(Entry("o", "w")->uiRunState, MTE_RUN_IDLE);
+    mte_EXIST_Get("o", "a")->usFirstCycle = 0;
+    mte_EXIST_Get("o", "w")->usFirstCycle = 0;
     mte_TRIGGER_SuspendTmr();
     mte_TRIGGER_ClearAllSpl();
     EXPECT_EQ(Entry("o", "a")->usInstanceReleased, 1);
+    EXPECT_EQ(mte_EXIST_Get("o", "a")->usFirstCycle, 1);
+    EXPECT_EQ(mte_EXIST_Get("o", "w")->usFirstCycle, 0);
 }
 
 }  // namespace
