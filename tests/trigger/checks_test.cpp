@@ -17,53 +17,56 @@
 
 namespace {
 
-// A value of any platform type with its own bytes, and a walk that feeds a
-// sequence of values through a check the way the evaluation does (previous
-// sample of the same instance, then current).
+// A sample with a value of any platform type in bytes of its own; without
+// one it is an instance whose get returned null.
 struct TestSample {
     MTE_SAMPLE_S st{};
     SNMP_VALUE_S stValue{};
     std::vector<unsigned char> aucBytes;
 
-    // No value at all (an instance whose get returned null).
     TestSample() { st.uiTestState = MTE_TSTATE_NEW; }
-
     TestSample(uint32_t uiType, const void* pData, size_t uiLen) : TestSample() {
         aucBytes.assign(static_cast<const unsigned char*>(pData),
                         static_cast<const unsigned char*>(pData) + uiLen);
-        stValue.pData = aucBytes.empty() ? nullptr : aucBytes.data();
-        stValue.uiLen = static_cast<uint32_t>(uiLen);
-        stValue.uiType = uiType;
+        stValue = {aucBytes.empty() ? nullptr : aucBytes.data(), static_cast<uint32_t>(uiLen),
+                   uiType};
         st.pstValue = &stValue;
     }
-
-    static std::unique_ptr<TestSample> Int(int32_t iValue) {
-        return std::make_unique<TestSample>(SNMP_VTYPE_INTEGER32, &iValue, sizeof(iValue));
-    }
-    static std::unique_ptr<TestSample> Unsigned(uint32_t uiValue) {
-        return std::make_unique<TestSample>(SNMP_VTYPE_GAUGE32, &uiValue, sizeof(uiValue));
-    }
-    static std::unique_ptr<TestSample> Counter(uint32_t uiValue) {
-        return std::make_unique<TestSample>(SNMP_VTYPE_COUNTER32, &uiValue, sizeof(uiValue));
-    }
-    static std::unique_ptr<TestSample> Counter64(uint64_t ulValue) {
-        return std::make_unique<TestSample>(SNMP_VTYPE_COUNTER64, &ulValue, sizeof(ulValue));
-    }
-    static std::unique_ptr<TestSample> Text(const char* pszText) {
-        return std::make_unique<TestSample>(SNMP_VTYPE_OCTET_STRING, pszText, strlen(pszText));
-    }
 };
+using Sample = std::unique_ptr<TestSample>;
 
-using SampleMaker = std::function<std::unique_ptr<TestSample>(int64_t)>;
+enum Kind { INT, U32, U64, TEXT };
+Sample Make(Kind eKind, int64_t llValue, const char* pszText = "") {
+    int32_t iValue = static_cast<int32_t>(llValue);
+    uint32_t uiValue = static_cast<uint32_t>(llValue);
+    switch (eKind) {
+        case INT:
+            return std::make_unique<TestSample>(SNMP_VTYPE_INTEGER32, &iValue, 4);
+        case U32:
+            return std::make_unique<TestSample>(SNMP_VTYPE_COUNTER32, &uiValue, 4);
+        case U64:
+            return std::make_unique<TestSample>(SNMP_VTYPE_COUNTER64, &llValue, 8);
+        default:
+            return std::make_unique<TestSample>(SNMP_VTYPE_OCTET_STRING, pszText, strlen(pszText));
+    }
+}
+Sample Int(int32_t iValue) {
+    return Make(INT, iValue);
+}
+Sample Text(const char* pszText) {
+    return Make(TEXT, 0, pszText);
+}
+
 using Check = std::function<int32_t(const MTE_SAMPLE_S* pstPrev, MTE_SAMPLE_S* pstCur)>;
 
-// Feeds the values one per cycle through the check and returns its results.
-inline std::vector<int32_t> WalkValues(const std::vector<int64_t>& allValues,
-                                       const SampleMaker& fnMake, const Check& fnCheck) {
+// Feeds the values one per cycle through the check the way the evaluation
+// does (previous sample of the same instance, then current); its results.
+std::vector<int32_t> WalkValues(const std::vector<int64_t>& allValues, Kind eKind,
+                                const Check& fnCheck) {
     std::vector<int32_t> aiResults;
-    std::unique_ptr<TestSample> pPrev;
+    Sample pPrev;
     for (int64_t llValue : allValues) {
-        std::unique_ptr<TestSample> pCur = fnMake(llValue);
+        Sample pCur = Make(eKind, llValue);
         aiResults.push_back(fnCheck(pPrev ? &pPrev->st : nullptr, &pCur->st));
         pPrev = std::move(pCur);
     }
@@ -81,7 +84,7 @@ MTE_EXIST_ENTRY_S ExistRow(uint8_t ucTest, uint8_t ucStartup, uint16_t usFirstCy
 }
 
 TEST(ExistCheck, PresentAbsentAndStartup) {
-    auto pOne = TestSample::Int(1);
+    auto pOne = Int(1);
     TestSample stNoValue;
     struct Case {
         const char* pszWhat;
@@ -115,10 +118,10 @@ TEST(ExistCheck, PresentAbsentAndStartup) {
 
 TEST(ExistCheck, ChangedComparesLengthTypeAndBytes) {
     MTE_EXIST_ENTRY_S stRow = ExistRow(0xE0, 0xC0, 0);
-    auto pA = TestSample::Text("abcd");
-    auto pB = TestSample::Text("abce");
-    auto pA2 = TestSample::Text("abcd");
-    auto pLonger = TestSample::Text("abcde");
+    auto pA = Text("abcd");
+    auto pB = Text("abce");
+    auto pA2 = Text("abcd");
+    auto pLonger = Text("abcde");
     uint32_t uiBytes;
     memcpy(&uiBytes, "abcd", 4);
     auto pSameBytesOtherType = std::make_unique<TestSample>(SNMP_VTYPE_OPAQUE, &uiBytes, 4);
@@ -142,13 +145,6 @@ MTE_BOOL_ENTRY_S BoolRow(uint32_t uiComparison, int32_t iValue, uint32_t uiStart
     st.iValue = iValue;
     st.uiStartup = uiStartup;
     return st;
-}
-
-SampleMaker IntMaker() {
-    return [](int64_t v) { return TestSample::Int(static_cast<int32_t>(v)); };
-}
-SampleMaker CounterMaker() {
-    return [](int64_t v) { return TestSample::Counter(static_cast<uint32_t>(v)); };
 }
 
 TEST(BoolCheck, FiresWhenConditionBecomesTrue) {
@@ -186,26 +182,26 @@ TEST(BoolCheck, FiresWhenConditionBecomesTrue) {
     };
     for (const Case& c : astCases) {
         MTE_BOOL_ENTRY_S stRow = BoolRow(c.uiComparison, c.iValue, c.uiStartup);
-        EXPECT_EQ(WalkValues(c.allValues, c.bCounter ? CounterMaker() : IntMaker(),
-                             BoolCheck(&stRow, c.uiSampleType)),
-                  c.aiExpected)
+        EXPECT_EQ(
+            WalkValues(c.allValues, c.bCounter ? U32 : INT, BoolCheck(&stRow, c.uiSampleType)),
+            c.aiExpected)
             << c.pszWhat;
     }
 }
 
 TEST(BoolCheck, StateBitOnlyClearedWhenConditionHolds) {
     MTE_BOOL_ENTRY_S stRow = BoolRow(MTE_BOOL_GREATER, 10, MTE_TRUE);
-    auto pLow = TestSample::Int(5);
+    auto pLow = Int(5);
     EXPECT_EQ(mte_BOOL_Check(&stRow, MTE_SAMPLE_ABSOLUTE, nullptr, &pLow->st), N);
     EXPECT_EQ(pLow->st.uiTestState, MTE_TSTATE_NEW);
-    auto pHigh = TestSample::Int(50);
+    auto pHigh = Int(50);
     EXPECT_EQ(mte_BOOL_Check(&stRow, MTE_SAMPLE_ABSOLUTE, &pLow->st, &pHigh->st), 22);
     EXPECT_EQ(pHigh->st.uiTestState, MTE_TSTATE_NEW & ~MTE_TSTATE_BOOLEAN);
 }
 
 TEST(BoolCheck, NonNumericAndDamagedValuesAreBadType) {
     MTE_BOOL_ENTRY_S stRow = BoolRow(MTE_BOOL_GREATER, 0, MTE_TRUE);
-    auto pText = TestSample::Text("12");
+    auto pText = Text("12");
     EXPECT_EQ(mte_BOOL_Check(&stRow, MTE_SAMPLE_ABSOLUTE, nullptr, &pText->st), MTE_CHECK_BADTYPE);
     uint16_t usShort = 7;
     TestSample stShort(SNMP_VTYPE_INTEGER32, &usShort, sizeof(usShort));
@@ -215,8 +211,8 @@ TEST(BoolCheck, NonNumericAndDamagedValuesAreBadType) {
     EXPECT_EQ(mte_BOOL_Check(&stRow, MTE_SAMPLE_ABSOLUTE, nullptr, &stHalf64.st),
               MTE_CHECK_BADTYPE);
     // A delta whose previous value was a string has nothing to compare with.
-    auto pNum = TestSample::Int(5);
-    EXPECT_EQ(mte_BOOL_Check(&stRow, MTE_SAMPLE_DELTA, &TestSample::Text("")->st, &pNum->st), N);
+    auto pNum = Int(5);
+    EXPECT_EQ(mte_BOOL_Check(&stRow, MTE_SAMPLE_DELTA, &Text("")->st, &pNum->st), N);
 }
 
 MTE_THRES_ENTRY_S ThresRow(uint32_t uiStartup, int32_t iRising, int32_t iFalling,
@@ -249,10 +245,6 @@ TEST(ThresCheck, HysteresisAndStartup) {
     auto TR = [](uint32_t uiStartup, int32_t iR, int32_t iF, int32_t iDR = 0, int32_t iDF = 0) {
         return ThresRow(uiStartup, iR, iF, iDR, iDF);
     };
-    enum Kind { INT, U32, U64 };
-    const SampleMaker afnMake[] = {IntMaker(), CounterMaker(), [](int64_t v) {
-                                       return TestSample::Counter64(static_cast<uint64_t>(v));
-                                   }};
     struct Case {
         const char* pszWhat;
         MTE_THRES_ENTRY_S stRow;
@@ -298,7 +290,7 @@ TEST(ThresCheck, HysteresisAndStartup) {
     };
     for (Case& c : astCases) {
         Check fnCheck = c.bDelta ? Delta(&c.stRow) : Absolute(&c.stRow);
-        EXPECT_EQ(WalkValues(c.allValues, afnMake[c.eKind], fnCheck), c.aiExpected) << c.pszWhat;
+        EXPECT_EQ(WalkValues(c.allValues, c.eKind, fnCheck), c.aiExpected) << c.pszWhat;
     }
 }
 
@@ -306,11 +298,11 @@ TEST(ThresCheck, BothPairsShareOneStateWord) {
     // The evaluation runs the absolute then the delta check on the same
     // samples; each must touch only its own bits.
     MTE_THRES_ENTRY_S stRow = ThresRow(3, 80, 20, 10, -10);
-    auto p1 = TestSample::Int(50);
+    auto p1 = Int(50);
     EXPECT_EQ(mte_THRES_CheckByAbsolute(&stRow, nullptr, &p1->st), N);
     EXPECT_EQ(mte_THRES_CheckByDelta(&stRow, nullptr, &p1->st), N);
     EXPECT_EQ(p1->st.uiTestState, MTE_TSTATE_NEW);
-    auto p2 = TestSample::Int(85);
+    auto p2 = Int(85);
     EXPECT_EQ(mte_THRES_CheckByAbsolute(&stRow, &p1->st, &p2->st), MTE_CHECK_RISING);
     EXPECT_EQ(mte_THRES_CheckByDelta(&stRow, &p1->st, &p2->st), MTE_CHECK_DELTA_RISING);
     EXPECT_EQ(p2->st.uiTestState & 0x0f, MTE_TSTATE_FALLING | MTE_TSTATE_DELTA_FALLING);
@@ -319,7 +311,7 @@ TEST(ThresCheck, BothPairsShareOneStateWord) {
 
 TEST(ThresCheck, NonNumericIsBadTypeAndWarnsOnlyWhileItsBitIsOn) {
     MTE_THRES_ENTRY_S stRow = ThresRow(3, 80, 20);
-    auto pText = TestSample::Text("85");
+    auto pText = Text("85");
     uint32_t auiOid[2] = {1, 3};
     TestSample stOid(SNMP_VTYPE_OID, auiOid, sizeof(auiOid));
     FAKE_LOG_Clear();
