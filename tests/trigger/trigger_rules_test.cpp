@@ -250,48 +250,36 @@ TEST_F(TriggerTableTest, ActivationChecksAndStatuses) {
 }
 
 TEST_F(TriggerTableTest, DefaultsAndEveryWrittenColumnIsCopied) {
+    // Created with the status alone: the defaults, nothing else of the request.
     MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "t1", MTE_ROW_CREATE_AND_WAIT);
     strcpy(stReq.szComment, "not written");
     strcpy(stReq.szTargetTag, "never written by a set");
     stReq.uiSampleType = MTE_SAMPLE_DELTA;
     stReq.uiEnabled = MTE_TRUE;
     ASSERT_EQ(Set(stReq, kStatus), 0u);
+    MTE_TRIGGER_ROW_S stExpected = TriggerReq("own", "t1", MTE_ROW_NOT_IN_SERVICE, 600);
+    stExpected.stValueID = {};
+    stExpected.uiSampleType = MTE_SAMPLE_ABSOLUTE;
+    stExpected.uiValueIDWildcard = stExpected.uiContextNameWildcard = MTE_FALSE;
+    stExpected.uiEnabled = MTE_FALSE;
     const MTE_TRIGGER_ROW_S& stRow = Entry("own", "t1")->stRow;
-    EXPECT_EQ(stRow.uiFrequency, 600u);
-    EXPECT_EQ(stRow.uiSampleType, MTE_SAMPLE_ABSOLUTE);
-    EXPECT_EQ(stRow.uiValueIDWildcard, MTE_FALSE);
-    EXPECT_EQ(stRow.uiContextNameWildcard, MTE_FALSE);
-    EXPECT_EQ(stRow.uiEnabled, MTE_FALSE);
-    EXPECT_EQ(stRow.stValueID.uiLen, 0u);
-    EXPECT_STREQ(stRow.szComment, "");
-    EXPECT_STREQ(stRow.szTargetTag, "");
+    EXPECT_EQ(Bytes(&stRow, sizeof(stRow)), Bytes(&stExpected, sizeof(stExpected)));
 
-    stReq = TriggerReq("own", "t1", MTE_ROW_NONE);
+    // Every column a set writes (the target tag is never written).
+    stReq = stExpected;
     strcpy(stReq.szComment, "watch uptime");
     stReq.uiSampleType = MTE_SAMPLE_DELTA;
-    stReq.stValueID.uiLen = 3;
-    stReq.uiValueIDWildcard = MTE_TRUE;
+    stReq.stValueID = {3, {1, 3, 6}};
+    stReq.uiValueIDWildcard = stReq.uiContextNameWildcard = MTE_TRUE;
     strcpy(stReq.szContextName, "ctx");
-    stReq.uiContextNameWildcard = MTE_TRUE;
     stReq.uiFrequency = 30;
     strcpy(stReq.szObjectsOwner, "own");
     strcpy(stReq.szObjects, "objs");
-    uint32_t uiMask = 0;
-    for (uint32_t c : {3u, 7u, 8u, 9u, 10u, 11u, 12u, 13u, 14u}) {
-        uiMask |= COL(c);
-    }
-    ASSERT_EQ(Set(stReq, uiMask), 0u);
-    EXPECT_STREQ(stRow.szComment, "watch uptime");
-    EXPECT_EQ(stRow.uiSampleType, MTE_SAMPLE_DELTA);
-    EXPECT_EQ(stRow.stValueID.uiLen, 3u);
-    EXPECT_EQ(stRow.stValueID.auiOid[2], 6u);
-    EXPECT_EQ(stRow.uiValueIDWildcard, MTE_TRUE);
-    EXPECT_STREQ(stRow.szContextName, "ctx");
-    EXPECT_EQ(stRow.uiContextNameWildcard, MTE_TRUE);
-    EXPECT_EQ(stRow.uiFrequency, 30u);
-    EXPECT_STREQ(stRow.szObjectsOwner, "own");
-    EXPECT_STREQ(stRow.szObjects, "objs");
-    EXPECT_EQ(stRow.uiEntryStatus, MTE_ROW_NOT_IN_SERVICE);
+    stExpected = stReq;
+    strcpy(stReq.szTargetTag, "tag");
+    stReq.uiEntryStatus = MTE_ROW_NONE;
+    ASSERT_EQ(Set(stReq, 0x7f88), 0u);  // columns 3 and 7 to 14
+    EXPECT_EQ(Bytes(&stRow, sizeof(stRow)), Bytes(&stExpected, sizeof(stExpected)));
 
     // Strings without their zero are bounded by their fields.
     stReq = TriggerReq("own", "t2", MTE_ROW_CREATE_AND_WAIT);
