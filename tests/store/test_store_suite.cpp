@@ -1,6 +1,6 @@
 // The SQLite store on files in a temporary state directory: records
 // identified by their keys, what a restart brings back (records, settings,
-// statistics, trigger rows), batches of five that skip records of the wrong
+// statistics), batches of five that skip records of the wrong
 // length and see writes between batches, items of the wrong length ignored,
 // writes refused once closed; a write durable when the process is killed,
 // damaged or foreign files left alone, bad arguments. The module's failure
@@ -23,9 +23,7 @@
 #include "mte_core.h"
 #include "mte_dbg.h"
 #include "mte_dbm.h"
-#include "mte_memalert.h"
 #include "mte_scalar.h"
-#include "mte_trigger.h"
 #include "plat_dbm.h"
 
 namespace {
@@ -250,51 +248,6 @@ TEST_F(StoreTest, WritesToAnUnknownOrClosedDatabaseFail) {
               1u);
 }
 
-TEST_F(StoreTest, TriggerRowsComeBack) {
-    mte_EPOLL_Init();
-    mte_MEMALERT_Init();
-    ASSERT_EQ(mte_TRIGGER_Init(), 0u);
-    const uint32_t auiOid[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
-    auto Req = [&](const char* pszName, uint32_t uiStatus) {
-        MTE_TRIGGER_ROW_S stRow = {};
-        strcpy(stRow.szOwner, "ops");
-        strcpy(stRow.szName, pszName);
-        stRow.stValueID.uiLen = 9;
-        memcpy(stRow.stValueID.auiOid, auiOid, sizeof(auiOid));
-        stRow.uiFrequency = 30;
-        stRow.uiEntryStatus = uiStatus;
-        stRow.ucTest = MTE_TEST_BOOLEAN;
-        return stRow;
-    };
-    const uint32_t uiCreate =
-        MTE_COLUMN_BIT(MTE_TRIGGER_COL_VALUE_ID) | MTE_COLUMN_BIT(MTE_TRIGGER_COL_FREQUENCY) |
-        MTE_COLUMN_BIT(MTE_TRIGGER_COL_TEST_BOOLEAN) | MTE_COLUMN_BIT(MTE_TRIGGER_COL_ENTRY_STATUS);
-    uint32_t uiFailed = 0;
-    for (const char* pszName : {"cpu", "disk", "temp"}) {
-        MTE_TRIGGER_ROW_S stRow = Req(pszName, MTE_ROW_CREATE_AND_WAIT);
-        EXPECT_EQ(mte_TRIGGER_Set(&stRow, uiCreate, &uiFailed), 0u);
-    }
-    MTE_TRIGGER_ROW_S stChange = Req("disk", MTE_ROW_NONE);
-    strcpy(stChange.szComment, "watch the disks");
-    EXPECT_EQ(mte_TRIGGER_Set(&stChange, MTE_COLUMN_BIT(MTE_TRIGGER_COL_COMMENT), &uiFailed), 0u);
-    MTE_TRIGGER_ROW_S stDestroy = Req("temp", MTE_ROW_DESTROY);
-    EXPECT_EQ(mte_TRIGGER_Set(&stDestroy, 0, &uiFailed), 0u);
-    mte_TRIGGER_Fini();
-    ASSERT_EQ(mte_TRIGGER_Init(), 0u);
-    ASSERT_EQ(Restart(), 0u);
-    std::string strOut;
-    for (const MTE_TRIGGER_ROW_S* pst = mte_TRIGGER_GetNext(0, "", ""); pst != nullptr;
-         pst = mte_TRIGGER_GetNext(3, pst->szOwner, pst->szName)) {
-        strOut += std::string(pst->szName) + ":" + pst->szComment + ":" +
-                  std::to_string(pst->uiEntryStatus) + ":" +
-                  (mte_TRIGGER_GetTriggerEntry("ops", pst->szName)->pstBool ? "bool;" : "-;");
-    }
-    EXPECT_EQ(strOut, "cpu::2:bool;disk:watch the disks:2:bool;");
-    mte_TRIGGER_Fini();
-    mte_MEMALERT_Fini();
-    mte_EPOLL_Fini();
-}
-
 // ---- the SQLite files -------------------------------------------------------
 
 std::string ReadFile(const std::string& strPath) {
@@ -372,7 +325,6 @@ TEST_F(StoreTest, DamagedOrForeignFilesAreLeftAlone) {
     } astCases[] = {
         {"empty", ""},
         {"garbage", std::string(5000, '\x5a')},
-        {"text", "this is not a database\n"},
         {"cut in the header", strGood.substr(0, 60)},
         {"cut in half", strGood.substr(0, strGood.size() / 2)},
         {"pages overwritten", strMidPage},
