@@ -189,16 +189,6 @@ TEST(BoolCheck, FiresWhenConditionBecomesTrue) {
     }
 }
 
-TEST(BoolCheck, StateBitOnlyClearedWhenConditionHolds) {
-    MTE_BOOL_ENTRY_S stRow = BoolRow(MTE_BOOL_GREATER, 10, MTE_TRUE);
-    auto pLow = Int(5);
-    EXPECT_EQ(mte_BOOL_Check(&stRow, MTE_SAMPLE_ABSOLUTE, nullptr, &pLow->st), N);
-    EXPECT_EQ(pLow->st.uiTestState, MTE_TSTATE_NEW);
-    auto pHigh = Int(50);
-    EXPECT_EQ(mte_BOOL_Check(&stRow, MTE_SAMPLE_ABSOLUTE, &pLow->st, &pHigh->st), 22);
-    EXPECT_EQ(pHigh->st.uiTestState, MTE_TSTATE_NEW & ~MTE_TSTATE_BOOLEAN);
-}
-
 TEST(BoolCheck, NonNumericAndDamagedValuesAreBadType) {
     MTE_BOOL_ENTRY_S stRow = BoolRow(MTE_BOOL_GREATER, 0, MTE_TRUE);
     auto pText = Text("12");
