@@ -114,18 +114,25 @@ uint32_t SetTrigger(const char* pszOwner, const char* pszName, uint32_t uiStatus
 // column of a write to a missing row; kSameOnActive: the code for a write to
 // an active row that changes nothing.
 
-struct TriggerTable {
-    using Row = MTE_TRIGGER_ROW_S;
+// Trigger and event: rows with a status, changed through their comment.
+template <typename R>
+struct CommentedTable {
+    using Row = R;
+    static constexpr bool kHasStatus = true;
+    static constexpr uint32_t kWaitStatus = MTE_ROW_NOT_IN_SERVICE;
+    static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
+    static void Change(Row* p) { strcpy(p->szComment, "changed"); }
+    static bool Changed(const Row& st) { return strcmp(st.szComment, "changed") == 0; }
+};
+
+struct TriggerTable : CommentedTable<MTE_TRIGGER_ROW_S> {
     static constexpr const char* kName = "trigger";
     static constexpr uint16_t kType = MTE_MSG_TYPE_TRIGGER, kItem = MTE_ITEM_TRIGGER;
     static constexpr const char* kList = "mteTrigger";
-    static constexpr bool kHasStatus = true;
     static constexpr uint32_t kStatusCol = MTE_TRIGGER_COL_ENTRY_STATUS;
     static constexpr uint32_t kCreateMask =
         COL(MTE_TRIGGER_COL_VALUE_ID) | COL(MTE_TRIGGER_COL_FREQUENCY) | COL(kStatusCol);
-    static constexpr uint32_t kWaitStatus = MTE_ROW_NOT_IN_SERVICE;
     static constexpr uint32_t kExistsFc = kStatusCol, kMissingFc = kStatusCol;
-    static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
     static constexpr uint32_t kForcedStatusAlone = MTE_ERR_INCONSISTENT;  // on an active row
     static constexpr uint32_t kChangeMask = COL(MTE_TRIGGER_COL_COMMENT);
     static Row Req(const char* pszOwner, const char* pszName, uint32_t uiStatus) {
@@ -135,21 +142,15 @@ struct TriggerTable {
         st.uiEntryStatus = uiStatus;
         return st;
     }
-    static void Change(Row* p) { strcpy(p->szComment, "changed"); }
-    static bool Changed(const Row& st) { return strcmp(st.szComment, "changed") == 0; }
 };
 
-struct EventTable {
-    using Row = MTE_EVENT_ROW_S;
+struct EventTable : CommentedTable<MTE_EVENT_ROW_S> {
     static constexpr const char* kName = "event";
     static constexpr uint16_t kType = MTE_MSG_TYPE_EVENT, kItem = MTE_ITEM_EVENT;
     static constexpr const char* kList = "mteEvent";
-    static constexpr bool kHasStatus = true;
     static constexpr uint32_t kStatusCol = MTE_EVENT_COL_ENTRY_STATUS;
     static constexpr uint32_t kCreateMask = COL(kStatusCol);
-    static constexpr uint32_t kWaitStatus = MTE_ROW_NOT_IN_SERVICE;
     static constexpr uint32_t kExistsFc = kStatusCol, kMissingFc = kStatusCol;
-    static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
     static constexpr uint32_t kForcedStatusAlone = MTE_OK;  // on an active row
     static constexpr uint32_t kChangeMask = COL(MTE_EVENT_COL_COMMENT);
     static Row Req(const char* pszOwner, const char* pszName, uint32_t uiStatus) {
@@ -157,8 +158,6 @@ struct EventTable {
         st.uiEntryStatus = uiStatus;
         return st;
     }
-    static void Change(Row* p) { strcpy(p->szComment, "changed"); }
-    static bool Changed(const Row& st) { return strcmp(st.szComment, "changed") == 0; }
 };
 
 // An objects row never changes once made: every write but the status alone
@@ -187,38 +186,37 @@ struct ObjectsTable {
     static bool Changed(const Row&) { return false; }
 };
 
-// The two action tables have no status: their rows come and go with the
-// event's action bits and follow the event's status.
-struct NotifyTable {
-    using Row = MTE_NOTIFY_ENTRY_S;
-    static constexpr const char* kName = "notification";
-    static constexpr uint16_t kType = MTE_MSG_TYPE_NOTIFY, kItem = MTE_ITEM_NOTIFY;
-    static constexpr const char* kList = "mteNotify";
+// The rows without a status: the action rows come and go with the event's
+// action bits, the test rows and the delta row with the trigger's test bits
+// and sample type; all follow their parent's status.
+template <typename R, uint16_t TYPE, uint16_t ITEM, uint8_t BIT, bool EVENT = false>
+struct SubRowTable {
+    using Row = R;
+    static constexpr uint16_t kType = TYPE, kItem = ITEM;
     static constexpr bool kHasStatus = false;
-    static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
-        return SetEvent("o", pszName, uiStatus, bWithRow ? MTE_ACTION_NOTIFICATION : 0);
-    }
     static constexpr uint32_t kMissingFc = 0;
     static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
-    static constexpr uint32_t kChangeMask = COL(MTE_NOTIFY_COL_NOTIFICATION);
+    static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
+        return (EVENT ? SetEvent : SetTrigger)("o", pszName, uiStatus, bWithRow ? BIT : 0);
+    }
     static Row Req(const char* pszOwner, const char* pszName, uint32_t) {
         return Named<Row>(pszOwner, pszName);
     }
+};
+
+struct NotifyTable : SubRowTable<MTE_NOTIFY_ENTRY_S, MTE_MSG_TYPE_NOTIFY, MTE_ITEM_NOTIFY,
+                                 MTE_ACTION_NOTIFICATION, true> {
+    static constexpr const char* kName = "notification";
+    static constexpr const char* kList = "mteNotify";
+    static constexpr uint32_t kChangeMask = COL(MTE_NOTIFY_COL_NOTIFICATION);
     static void Change(Row* p) { p->stNotification = Oid({1, 3, 6, 1, 4, 1, 9}); }
     static bool Changed(const Row& st) { return st.stNotification.uiLen == 7; }
 };
 
-struct SetTable {
-    using Row = MTE_SET_ENTRY_S;
+struct SetTable
+    : SubRowTable<MTE_SET_ENTRY_S, MTE_MSG_TYPE_SET, MTE_ITEM_SET, MTE_ACTION_SET, true> {
     static constexpr const char* kName = "set";
-    static constexpr uint16_t kType = MTE_MSG_TYPE_SET, kItem = MTE_ITEM_SET;
     static constexpr const char* kList = "mteSet";
-    static constexpr bool kHasStatus = false;
-    static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
-        return SetEvent("o", pszName, uiStatus, bWithRow ? MTE_ACTION_SET : 0);
-    }
-    static constexpr uint32_t kMissingFc = 0;
-    static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
     static constexpr uint32_t kChangeMask = COL(MTE_SET_COL_VALUE);
     static Row Req(const char* pszOwner, const char* pszName, uint32_t) {
         Row st = Named<Row>(pszOwner, pszName);
@@ -230,25 +228,8 @@ struct SetTable {
     static bool Changed(const Row& st) { return st.iValue == -42; }
 };
 
-// The trigger's test rows and delta row: made and taken away with the
-// trigger's test bits and sample type, following the trigger's status.
-template <typename R, uint16_t TYPE, uint16_t ITEM, uint8_t BIT>
-struct TestRowTable {
-    using Row = R;
-    static constexpr uint16_t kType = TYPE, kItem = ITEM;
-    static constexpr bool kHasStatus = false;
-    static constexpr uint32_t kMissingFc = 0;
-    static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
-    static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
-        return SetTrigger("o", pszName, uiStatus, bWithRow ? BIT : 0);
-    }
-    static Row Req(const char* pszOwner, const char* pszName, uint32_t) {
-        return Named<Row>(pszOwner, pszName);
-    }
-};
-
 struct BooleanTable
-    : TestRowTable<MTE_BOOL_ENTRY_S, MTE_MSG_TYPE_BOOLEAN, MTE_ITEM_BOOLEAN, MTE_TEST_BOOLEAN> {
+    : SubRowTable<MTE_BOOL_ENTRY_S, MTE_MSG_TYPE_BOOLEAN, MTE_ITEM_BOOLEAN, MTE_TEST_BOOLEAN> {
     static constexpr const char* kName = "boolean";
     static constexpr const char* kList = "mteBoolean";
     static constexpr uint32_t kChangeMask = COL(MTE_BOOL_COL_VALUE);
@@ -256,8 +237,8 @@ struct BooleanTable
     static bool Changed(const Row& st) { return st.iValue == -42; }
 };
 
-struct ExistenceTable : TestRowTable<MTE_EXIST_ENTRY_S, MTE_MSG_TYPE_EXISTENCE, MTE_ITEM_EXISTENCE,
-                                     MTE_TEST_EXISTENCE> {
+struct ExistenceTable : SubRowTable<MTE_EXIST_ENTRY_S, MTE_MSG_TYPE_EXISTENCE, MTE_ITEM_EXISTENCE,
+                                    MTE_TEST_EXISTENCE> {
     static constexpr const char* kName = "existence";
     static constexpr const char* kList = "mteExistence";
     static constexpr uint32_t kChangeMask = COL(MTE_EXIST_COL_TEST_CHANGED);
@@ -265,8 +246,8 @@ struct ExistenceTable : TestRowTable<MTE_EXIST_ENTRY_S, MTE_MSG_TYPE_EXISTENCE, 
     static bool Changed(const Row& st) { return (st.ucTest & 0x20) != 0; }
 };
 
-struct ThresholdTable : TestRowTable<MTE_THRES_ENTRY_S, MTE_MSG_TYPE_THRESHOLD, MTE_ITEM_THRESHOLD,
-                                     MTE_TEST_THRESHOLD> {
+struct ThresholdTable : SubRowTable<MTE_THRES_ENTRY_S, MTE_MSG_TYPE_THRESHOLD, MTE_ITEM_THRESHOLD,
+                                    MTE_TEST_THRESHOLD> {
     static constexpr const char* kName = "threshold";
     static constexpr const char* kList = "mteThreshold";
     static constexpr uint32_t kChangeMask = COL(MTE_THRES_COL_STARTUP);
@@ -275,7 +256,7 @@ struct ThresholdTable : TestRowTable<MTE_THRES_ENTRY_S, MTE_MSG_TYPE_THRESHOLD, 
 };
 
 struct DeltaTable
-    : TestRowTable<MTE_DELTA_ENTRY_S, MTE_MSG_TYPE_DELTA, MTE_ITEM_DELTA, MTE_PRESENT_DELTA> {
+    : SubRowTable<MTE_DELTA_ENTRY_S, MTE_MSG_TYPE_DELTA, MTE_ITEM_DELTA, MTE_PRESENT_DELTA> {
     static constexpr const char* kName = "delta";
     static constexpr const char* kList = "mteDelta";
     static constexpr uint32_t kChangeMask = COL(MTE_DELTA_COL_DISCONTINUITY_ID_TYPE);
