@@ -96,15 +96,6 @@ void FAKE_DBM_PutRaw(const std::string& strList, const std::string& strRecord) {
     stList.mapRecords["raw" + std::to_string(stList.mapRecords.size())] = strRecord;
 }
 
-std::string FAKE_DBM_Item(uint32_t uiDb, const std::string& strItem) {
-    std::lock_guard guard(g_stLock);
-    if (uiDb < 1 || uiDb > 2) {
-        return {};
-    }
-    auto it = g_astDb[uiDb].mapItems.find(strItem);
-    return it == g_astDb[uiDb].mapItems.end() ? std::string{} : it->second.second;
-}
-
 uint64_t FAKE_DBM_WriteCount(void) {
     std::lock_guard guard(g_stLock);
     return g_ulWrites;

@@ -18,8 +18,6 @@ void FAKE_DBM_FailWrites(bool bFail);
 std::vector<std::string> FAKE_DBM_Records(const std::string& strList);
 // Stores a raw record (any length) directly, as a damaged store would hold it.
 void FAKE_DBM_PutRaw(const std::string& strList, const std::string& strRecord);
-// The stored bytes of an item of the database (1 configuration, 2 run-time).
-std::string FAKE_DBM_Item(uint32_t uiDb, const std::string& strItem);
 // Number of write calls (inserts, removals, binary writes) so far.
 uint64_t FAKE_DBM_WriteCount(void);
 // Number of DBM_BatchGetNextSortList calls so far.
