@@ -115,24 +115,21 @@ class TriggerTableTest : public ::testing::Test {
     }
     uint32_t Set(const MTE_TRIGGER_ROW_S& stReq, uint32_t uiMask, uint32_t* puiFailed = nullptr) {
         uint32_t uiFailed = 0;
-        uint32_t uiRet = mte_TRIGGER_Set(&stReq, uiMask, &uiFailed);
-        if (puiFailed) {
-            *puiFailed = uiFailed;
-        }
-        return uiRet;
+        return mte_TRIGGER_Set(&stReq, uiMask, puiFailed != nullptr ? puiFailed : &uiFailed);
     }
     MTE_TRIGGER_ENTRY_S* Entry(const char* pszOwner, const char* pszName) {
         return mte_TRIGGER_GetTriggerEntry(pszOwner, pszName);
     }
-    void CreateActive(const char* pszOwner, const char* pszName, uint8_t ucTest = 0) {
-        MTE_TRIGGER_ROW_S st = TriggerReq(pszOwner, pszName, MTE_ROW_CREATE_AND_GO);
+    void Create(const char* pszOwner, const char* pszName, uint32_t uiStatus, uint8_t ucTest) {
+        MTE_TRIGGER_ROW_S st = TriggerReq(pszOwner, pszName, uiStatus);
         st.ucTest = ucTest;
         ASSERT_EQ(Set(st, kGoMask), 0u);
     }
+    void CreateActive(const char* pszOwner, const char* pszName, uint8_t ucTest = 0) {
+        Create(pszOwner, pszName, MTE_ROW_CREATE_AND_GO, ucTest);
+    }
     void CreateWaiting(const char* pszOwner, const char* pszName, uint8_t ucTest = 0) {
-        MTE_TRIGGER_ROW_S st = TriggerReq(pszOwner, pszName, MTE_ROW_CREATE_AND_WAIT);
-        st.ucTest = ucTest;
-        ASSERT_EQ(Set(st, kGoMask), 0u);
+        Create(pszOwner, pszName, MTE_ROW_CREATE_AND_WAIT, ucTest);
     }
 };
 
