@@ -439,52 +439,40 @@ Row TestReq(const char* pszOwner, const char* pszName) {
 // Every owner column of the test tables refuses another owner, bit 31 or not,
 // and leaves everything as it was (the rest of their writes is in the table
 // suite).
-TEST_F(TriggerTableTest, TestTableOwnerColumns) {
-    CreateWaiting("o", "w", MTE_TEST_EXISTENCE | MTE_TEST_BOOLEAN | MTE_TEST_THRESHOLD);
-    using SetFn = uint32_t (*)(uint32_t uiMask, uint32_t * puiFailed);
-    const struct {
-        const char* pszWhat;
-        SetFn pfSet;
-        std::vector<uint32_t> auiOwnerColumns;
-    } astTables[] = {
-        {"existence",
-         [](uint32_t uiMask, uint32_t* puiFailed) {
-             auto st = TestReq<MTE_EXIST_ENTRY_S>("o", "w");
-             strcpy(st.szObjectsOwner, "x");
-             strcpy(st.szEventOwner, "x");
-             return mte_EXIST_Set(&st, uiMask, puiFailed);
-         },
-         {6, 8}},
-        {"boolean",
-         [](uint32_t uiMask, uint32_t* puiFailed) {
-             auto st = TestReq<MTE_BOOL_ENTRY_S>("o", "w");
-             strcpy(st.szObjectsOwner, "x");
-             strcpy(st.szEventOwner, "x");
-             return mte_BOOL_Set(&st, uiMask, puiFailed);
-         },
-         {4, 6}},
-        {"threshold",
-         [](uint32_t uiMask, uint32_t* puiFailed) {
-             auto st = TestReq<MTE_THRES_ENTRY_S>("o", "w");
-             for (char* psz : {st.szObjectsOwner, st.szRisingEventOwner, st.szFallingEventOwner,
-                               st.szDeltaRisingEventOwner, st.szDeltaFallingEventOwner}) {
-                 strcpy(psz, "x");
-             }
-             return mte_THRES_Set(&st, uiMask, puiFailed);
-         },
-         {6, 8, 10, 12, 14}},
-    };
-    auto stBefore = TakeSnapshot();
-    for (const auto& t : astTables) {
-        SCOPED_TRACE(t.pszWhat);
-        for (uint32_t uiColumn : t.auiOwnerColumns) {
-            for (uint32_t uiForce : {0u, MTE_MASK_FORCE}) {
-                uint32_t uiFailed = 0;
-                EXPECT_EQ(t.pfSet(COL(uiColumn) | uiForce, &uiFailed), MTE_ERR_INCONSISTENT);
-                EXPECT_EQ(uiFailed, uiColumn);
-            }
+// Each owner column (with its field) of a test row refuses another owner,
+// bit 31 or not.
+template <typename Row>
+void ExpectOwnersRefused(
+    uint32_t (*pfSet)(const Row*, uint32_t, uint32_t*),
+    std::initializer_list<std::pair<char (Row::*)[MTE_NAME_SIZE], uint32_t>> astOwners) {
+    Row stReq = TestReq<Row>("o", "w");
+    for (const auto& [pField, uiColumn] : astOwners) {
+        strcpy(stReq.*pField, "x");
+    }
+    for (const auto& [pField, uiColumn] : astOwners) {
+        for (uint32_t uiForce : {0u, MTE_MASK_FORCE}) {
+            uint32_t uiFailed = 0;
+            EXPECT_EQ(pfSet(&stReq, COL(uiColumn) | uiForce, &uiFailed), MTE_ERR_INCONSISTENT);
+            EXPECT_EQ(uiFailed, uiColumn);
         }
     }
+}
+
+// Every owner column of the test tables refuses another owner and leaves
+// everything as it was (the rest of their writes is in the table suite).
+TEST_F(TriggerTableTest, TestTableOwnerColumns) {
+    CreateWaiting("o", "w", MTE_TEST_EXISTENCE | MTE_TEST_BOOLEAN | MTE_TEST_THRESHOLD);
+    auto stBefore = TakeSnapshot();
+    using E = MTE_EXIST_ENTRY_S;
+    using B = MTE_BOOL_ENTRY_S;
+    using T = MTE_THRES_ENTRY_S;
+    ExpectOwnersRefused<E>(mte_EXIST_Set, {{&E::szObjectsOwner, 6}, {&E::szEventOwner, 8}});
+    ExpectOwnersRefused<B>(mte_BOOL_Set, {{&B::szObjectsOwner, 4}, {&B::szEventOwner, 6}});
+    ExpectOwnersRefused<T>(mte_THRES_Set, {{&T::szObjectsOwner, 6},
+                                           {&T::szRisingEventOwner, 8},
+                                           {&T::szFallingEventOwner, 10},
+                                           {&T::szDeltaRisingEventOwner, 12},
+                                           {&T::szDeltaFallingEventOwner, 14}});
     EXPECT_EQ(TakeSnapshot(), stBefore);
     // An existence test bit is a column of its own: the others stay.
     auto stExist = TestReq<MTE_EXIST_ENTRY_S>("o", "w");
