@@ -83,9 +83,13 @@ MTE_EXIST_ENTRY_S ExistRow(uint8_t ucTest, uint8_t ucStartup, uint16_t usFirstCy
     return st;
 }
 
-TEST(ExistCheck, PresentAbsentAndStartup) {
+TEST(ExistCheck, PresentAbsentChangedAndStartup) {
     auto pOne = Int(1);
     TestSample stNoValue;
+    auto pA = Text("abcd"), pB = Text("abce"), pA2 = Text("abcd"), pLonger = Text("abcde");
+    uint32_t uiBytes;
+    memcpy(&uiBytes, "abcd", 4);
+    TestSample stSameBytesOtherType(SNMP_VTYPE_OPAQUE, &uiBytes, 4);
     struct Case {
         const char* pszWhat;
         uint8_t ucTest, ucStartup;
@@ -109,28 +113,18 @@ TEST(ExistCheck, PresentAbsentAndStartup) {
          MTE_CHECK_ABSENT},
         {"value appears on a sample that had none", 0xC0, 0xC0, 0, &stNoValue.st, &pOne->st,
          MTE_CHECK_PRESENT},
+        // Changed compares the length, the type and the bytes.
+        {"other bytes", 0xE0, 0xC0, 0, &pA->st, &pB->st, MTE_CHECK_CHANGED},
+        {"longer", 0xE0, 0xC0, 0, &pA->st, &pLonger->st, MTE_CHECK_CHANGED},
+        {"same bytes, other type", 0xE0, 0xC0, 0, &pA->st, &stSameBytesOtherType.st,
+         MTE_CHECK_CHANGED},
+        {"same value", 0xE0, 0xC0, 0, &pA->st, &pA2->st, N},
+        {"other bytes without changed test", 0xC0, 0xC0, 0, &pA->st, &pB->st, N},
     };
     for (const Case& c : astCases) {
         MTE_EXIST_ENTRY_S stRow = ExistRow(c.ucTest, c.ucStartup, c.usFirst);
         EXPECT_EQ(mte_EXIST_Check(&stRow, c.pstPrev, c.pstCur), c.iExpected) << c.pszWhat;
     }
-}
-
-TEST(ExistCheck, ChangedComparesLengthTypeAndBytes) {
-    MTE_EXIST_ENTRY_S stRow = ExistRow(0xE0, 0xC0, 0);
-    auto pA = Text("abcd");
-    auto pB = Text("abce");
-    auto pA2 = Text("abcd");
-    auto pLonger = Text("abcde");
-    uint32_t uiBytes;
-    memcpy(&uiBytes, "abcd", 4);
-    auto pSameBytesOtherType = std::make_unique<TestSample>(SNMP_VTYPE_OPAQUE, &uiBytes, 4);
-    EXPECT_EQ(mte_EXIST_Check(&stRow, &pA->st, &pB->st), MTE_CHECK_CHANGED);
-    EXPECT_EQ(mte_EXIST_Check(&stRow, &pA->st, &pLonger->st), MTE_CHECK_CHANGED);
-    EXPECT_EQ(mte_EXIST_Check(&stRow, &pA->st, &pSameBytesOtherType->st), MTE_CHECK_CHANGED);
-    EXPECT_EQ(mte_EXIST_Check(&stRow, &pA->st, &pA2->st), N);
-    MTE_EXIST_ENTRY_S stNoChanged = ExistRow(0xC0, 0xC0, 0);
-    EXPECT_EQ(mte_EXIST_Check(&stNoChanged, &pA->st, &pB->st), N);
 }
 
 Check BoolCheck(const MTE_BOOL_ENTRY_S* pstRow, uint32_t uiSampleType) {
