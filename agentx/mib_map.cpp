@@ -131,23 +131,30 @@ static_assert(ServedRangeIs<MTE_CAT_THRESHOLD>(1, MTE_THRES_STARTUP_RISING,
 template <MTE_CAT_TABLE_E TABLE>
 constexpr EMA_TABLE_S ServedTable() {
     const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[TABLE];
-    const MTE_CAT_COLUMN_S* pstIndex = MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::INDEX);
-    const MTE_CAT_COLUMN_S* pstStatus = MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::STATUS);
-    return EMA_TABLE_S{stTable.pszMibName,
-                       {stTable.auiEntry[0], stTable.auiEntry[1], stTable.auiEntry[2]},
-                       stTable.usMsgType,
-                       stTable.usRowItem,
-                       stTable.usKeyItem,
-                       static_cast<uint16_t>(stTable.uiRowSize),
-                       pstIndex != nullptr ? EMA_INDEX_OBJECTS : EMA_INDEX_NAMED,
-                       MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::OWNER)->usOffset,
-                       MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::NAME)->usOffset,
-                       static_cast<uint16_t>(pstIndex != nullptr ? pstIndex->usOffset : 0),
-                       static_cast<uint8_t>(pstStatus != nullptr ? pstStatus->ucRfcColumn : 0),
-                       static_cast<uint16_t>(pstStatus != nullptr ? pstStatus->usOffset : 0),
-                       pstStatus != nullptr ? MTE_CAT_ColumnMask(*pstStatus) : 0,
-                       g_astServedColumns<TABLE>.data(),
-                       static_cast<uint32_t>(g_astServedColumns<TABLE>.size())};
+    // Positions, not pointers: compared with null, a pointer is not a constant
+    // under GCC's null-pointer sanitizer.
+    const size_t uiIndex = MTE_CAT_KindIndex(stTable, MTE_CAT_KIND_E::INDEX);
+    const size_t uiStatus = MTE_CAT_KindIndex(stTable, MTE_CAT_KIND_E::STATUS);
+    const bool bIndex = uiIndex != MTE_CAT_NONE;
+    const bool bStatus = uiStatus != MTE_CAT_NONE;
+    const MTE_CAT_COLUMN_S& stIndex = stTable.pstColumns[bIndex ? uiIndex : 0];
+    const MTE_CAT_COLUMN_S& stStatus = stTable.pstColumns[bStatus ? uiStatus : 0];
+    return EMA_TABLE_S{
+        stTable.pszMibName,
+        {stTable.auiEntry[0], stTable.auiEntry[1], stTable.auiEntry[2]},
+        stTable.usMsgType,
+        stTable.usRowItem,
+        stTable.usKeyItem,
+        static_cast<uint16_t>(stTable.uiRowSize),
+        bIndex ? EMA_INDEX_OBJECTS : EMA_INDEX_NAMED,
+        stTable.pstColumns[MTE_CAT_KindIndex(stTable, MTE_CAT_KIND_E::OWNER)].usOffset,
+        stTable.pstColumns[MTE_CAT_KindIndex(stTable, MTE_CAT_KIND_E::NAME)].usOffset,
+        static_cast<uint16_t>(bIndex ? stIndex.usOffset : 0),
+        static_cast<uint8_t>(bStatus ? stStatus.ucRfcColumn : 0),
+        static_cast<uint16_t>(bStatus ? stStatus.usOffset : 0),
+        bStatus ? MTE_CAT_ColumnMask(stStatus) : 0,
+        g_astServedColumns<TABLE>.data(),
+        static_cast<uint32_t>(g_astServedColumns<TABLE>.size())};
 }
 
 bool ValidChar(oid uiSub) {

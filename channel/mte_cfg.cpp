@@ -233,8 +233,8 @@ void TableSet(const TABLE_DESC_S& stTable, const uint8_t* pucRequest, const MTE_
 template <uint16_t TYPE>
 void mte_cfg_TableProc(const uint8_t* pucRequest, const MTE_MSG_HEAD_S* pstHead,
                        uint32_t uiCapacity, uint8_t* pucReply, uint32_t* puiReplyLen) {
-    static_assert(MTE_CAT_OfType(TYPE) != nullptr, "a table type of the catalogue");
-    const TABLE_DESC_S& stTable = g_astTables[MTE_CAT_OfType(TYPE) - g_astMteCatalogue];
+    static_assert(MTE_CAT_IndexOfType(TYPE) != MTE_CAT_NONE, "a table type of the catalogue");
+    const TABLE_DESC_S& stTable = g_astTables[MTE_CAT_IndexOfType(TYPE)];
     switch (pstHead->usOperation) {
         case MTE_MSG_OP_GET:
             TableGet(stTable, pucRequest, pstHead, uiCapacity, pucReply, puiReplyLen);

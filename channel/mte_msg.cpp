@@ -63,14 +63,14 @@ constexpr FIELD_S g_astObjKeyFields[] = {
     {offsetof(MTE_OBJ_INDEX_KEY_S, szName), MTE_NAME_SIZE},
 };
 
-// The table whose row the item carries, or null.
-constexpr const MTE_CAT_TABLE_S* TableOfRowItem(uint16_t usItem) {
-    for (const MTE_CAT_TABLE_S& stTable : g_astMteCatalogue) {
-        if (stTable.usRowItem == usItem) {
-            return &stTable;
+// The position of the table whose row the item carries, or MTE_CAT_NONE.
+constexpr size_t TableIndexOfRowItem(uint16_t usItem) {
+    for (size_t i = 0; i < MTE_CAT_TABLE_COUNT; ++i) {
+        if (g_astMteCatalogue[i].usRowItem == usItem) {
+            return i;
         }
     }
-    return nullptr;
+    return MTE_CAT_NONE;
 }
 
 constexpr uint32_t ItemSizeOf(uint16_t usItem) {
@@ -89,7 +89,9 @@ constexpr uint32_t ItemSizeOf(uint16_t usItem) {
         case MTE_ITEM_ENGINE_COUNTERS:
             return sizeof(MTE_ENGINE_COUNTERS_S);
         default:
-            return TableOfRowItem(usItem) != nullptr ? TableOfRowItem(usItem)->uiRowSize : 0;
+            return TableIndexOfRowItem(usItem) != MTE_CAT_NONE
+                       ? g_astMteCatalogue[TableIndexOfRowItem(usItem)].uiRowSize
+                       : 0;
     }
 }
 
@@ -131,9 +133,12 @@ constexpr TYPE_ITEMS_S TypeItemsOf(uint16_t usType) {
         case MTE_MSG_TYPE_DBG_DISABLE:
             return {MTE_ITEM_DBG_SWITCH, 0};
         default: {
-            const MTE_CAT_TABLE_S* pstTable = MTE_CAT_OfType(usType);
-            return pstTable != nullptr ? TYPE_ITEMS_S{pstTable->usRowItem, pstTable->usKeyItem}
-                                       : TYPE_ITEMS_S{0, 0};
+            size_t uiTable = MTE_CAT_IndexOfType(usType);
+            if (uiTable == MTE_CAT_NONE) {
+                return TYPE_ITEMS_S{0, 0};
+            }
+            return TYPE_ITEMS_S{g_astMteCatalogue[uiTable].usRowItem,
+                                g_astMteCatalogue[uiTable].usKeyItem};
         }
     }
 }
@@ -311,7 +316,9 @@ uint32_t MTE_MSG_CheckRecord(uint16_t usItem, const uint8_t* pucRecord, uint32_t
     if (pucRecord == nullptr || uiLen != uiSize) {
         return MTE_ERR_MSG_ITEM_SIZE;
     }
-    const MTE_CAT_TABLE_S* pstTable = TableOfRowItem(usItem);
+    size_t uiTable = TableIndexOfRowItem(usItem);
+    const MTE_CAT_TABLE_S* pstTable =
+        uiTable != MTE_CAT_NONE ? &g_astMteCatalogue[uiTable] : nullptr;
     uint32_t uiResult = pstTable != nullptr ? CheckRowFields(*pstTable, pucRecord)
                                             : CheckKeyFields(usItem, pucRecord);
     if (uiResult != MTE_OK) {

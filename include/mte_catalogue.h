@@ -361,25 +361,42 @@ inline constexpr MTE_CAT_TABLE_S g_astMteCatalogue[MTE_CAT_TABLE_COUNT] = {
                   mte_cat::g_astSetColumns),
 };
 
-// The table carried by that message type, or null.
-constexpr const MTE_CAT_TABLE_S* MTE_CAT_OfType(uint16_t usMsgType) {
-    for (const MTE_CAT_TABLE_S& stTable : g_astMteCatalogue) {
-        if (stTable.usMsgType == usMsgType) {
-            return &stTable;
+// Lookups by position: MTE_CAT_NONE when there is none. Compile-time users
+// take these: GCC's null-pointer sanitizer makes a comparison of a table's
+// address with null non-constant.
+inline constexpr size_t MTE_CAT_NONE = SIZE_MAX;
+
+// The position in g_astMteCatalogue of the table carried by that message type.
+constexpr size_t MTE_CAT_IndexOfType(uint16_t usMsgType) {
+    for (size_t i = 0; i < MTE_CAT_TABLE_COUNT; ++i) {
+        if (g_astMteCatalogue[i].usMsgType == usMsgType) {
+            return i;
         }
     }
-    return nullptr;
+    return MTE_CAT_NONE;
 }
 
-// The table's first column of that kind (its index fields), or null.
-constexpr const MTE_CAT_COLUMN_S* MTE_CAT_FindKind(const MTE_CAT_TABLE_S& stTable,
-                                                   MTE_CAT_KIND_E eKind) {
+// The position of the table's first column of that kind (its index fields).
+constexpr size_t MTE_CAT_KindIndex(const MTE_CAT_TABLE_S& stTable, MTE_CAT_KIND_E eKind) {
     for (size_t i = 0; i < stTable.uiColumnCount; ++i) {
         if (stTable.pstColumns[i].eKind == eKind) {
-            return &stTable.pstColumns[i];
+            return i;
         }
     }
-    return nullptr;
+    return MTE_CAT_NONE;
+}
+
+// The table carried by that message type, or null.
+inline const MTE_CAT_TABLE_S* MTE_CAT_OfType(uint16_t usMsgType) {
+    size_t i = MTE_CAT_IndexOfType(usMsgType);
+    return i == MTE_CAT_NONE ? nullptr : &g_astMteCatalogue[i];
+}
+
+// The table's first column of that kind, or null.
+constexpr const MTE_CAT_COLUMN_S* MTE_CAT_FindKind(const MTE_CAT_TABLE_S& stTable,
+                                                   MTE_CAT_KIND_E eKind) {
+    size_t i = MTE_CAT_KindIndex(stTable, eKind);
+    return i == MTE_CAT_NONE ? nullptr : &stTable.pstColumns[i];
 }
 
 // The column-mask bits a write of the column sets (a BITS column: one per bit).
@@ -478,8 +495,8 @@ constexpr bool MTE_CAT_IsSound(const MTE_CAT_TABLE_S& stTable) {
         }
         uiSeen |= uiMask;
     }
-    return MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::OWNER) != nullptr &&
-           MTE_CAT_FindKind(stTable, MTE_CAT_KIND_E::NAME) != nullptr;
+    return MTE_CAT_KindIndex(stTable, MTE_CAT_KIND_E::OWNER) != MTE_CAT_NONE &&
+           MTE_CAT_KindIndex(stTable, MTE_CAT_KIND_E::NAME) != MTE_CAT_NONE;
 }
 
 constexpr bool MTE_CAT_AllSound() {

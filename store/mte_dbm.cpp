@@ -73,9 +73,10 @@ constexpr auto g_astMteListKeys = [] {
         MTE_DBM_LIST_KEYS_S& stList = astLists[i];
         for (MTE_CAT_KIND_E eKind :
              {MTE_CAT_KIND_E::OWNER, MTE_CAT_KIND_E::NAME, MTE_CAT_KIND_E::INDEX}) {
-            const MTE_CAT_COLUMN_S* pstColumn = MTE_CAT_FindKind(g_astMteCatalogue[i], eKind);
-            if (pstColumn != nullptr) {
-                stList.astKeys[stList.uiKeyCount++] = mte_dbm_Key(*pstColumn);
+            size_t uiColumn = MTE_CAT_KindIndex(g_astMteCatalogue[i], eKind);
+            if (uiColumn != MTE_CAT_NONE) {
+                stList.astKeys[stList.uiKeyCount++] =
+                    mte_dbm_Key(g_astMteCatalogue[i].pstColumns[uiColumn]);
             }
         }
     }
