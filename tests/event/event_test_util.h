@@ -82,44 +82,33 @@ inline MTE_SET_ENTRY_S SetReq(const std::string& strOwner, const std::string& st
 }
 
 // Set operations under the write lock, as the dispatch calls them.
-inline uint32_t SetEvent(const MTE_EVENT_ROW_S& stReq, uint32_t uiMask, uint32_t* puiFc = nullptr) {
+template <typename ROW>
+uint32_t Locked(void (*pfLock)(void), void (*pfUnlock)(void),
+                uint32_t (*pfSet)(const ROW*, uint32_t, uint32_t*), const ROW& stReq,
+                uint32_t uiMask, uint32_t* puiFc) {
     uint32_t uiFc = 0;
-    mte_EVENT_ListWrLock();
-    uint32_t uiRet = mte_EVENT_Set(&stReq, uiMask, &uiFc);
-    mte_EVENT_ListUnLock();
+    pfLock();
+    uint32_t uiRet = pfSet(&stReq, uiMask, &uiFc);
+    pfUnlock();
     if (puiFc != nullptr) {
         *puiFc = uiFc;
     }
     return uiRet;
 }
-
+inline uint32_t SetEvent(const MTE_EVENT_ROW_S& stReq, uint32_t uiMask, uint32_t* puiFc = nullptr) {
+    return Locked(mte_EVENT_ListWrLock, mte_EVENT_ListUnLock, mte_EVENT_Set, stReq, uiMask, puiFc);
+}
 inline uint32_t SetNotify(const MTE_NOTIFY_ENTRY_S& stReq, uint32_t uiMask,
                           uint32_t* puiFc = nullptr) {
-    uint32_t uiFc = 0;
-    mte_EVENT_ListWrLock();
-    uint32_t uiRet = mte_NOTIFY_Set(&stReq, uiMask, &uiFc);
-    mte_EVENT_ListUnLock();
-    if (puiFc != nullptr) {
-        *puiFc = uiFc;
-    }
-    return uiRet;
+    return Locked(mte_EVENT_ListWrLock, mte_EVENT_ListUnLock, mte_NOTIFY_Set, stReq, uiMask, puiFc);
 }
-
+inline uint32_t SetObj(const MTE_OBJ_ROW_S& stReq, uint32_t uiMask, uint32_t* puiFc = nullptr) {
+    return Locked(mte_OBJ_ListWrLock, mte_OBJ_ListUnLock, mte_OBJ_Set, stReq, uiMask, puiFc);
+}
 inline uint32_t SetSet(const MTE_SET_ENTRY_S& stReq, uint32_t uiMask) {
     mte_EVENT_ListWrLock();
     uint32_t uiRet = mte_SET_Set(&stReq, uiMask);
     mte_EVENT_ListUnLock();
-    return uiRet;
-}
-
-inline uint32_t SetObj(const MTE_OBJ_ROW_S& stReq, uint32_t uiMask, uint32_t* puiFc = nullptr) {
-    uint32_t uiFc = 0;
-    mte_OBJ_ListWrLock();
-    uint32_t uiRet = mte_OBJ_Set(&stReq, uiMask, &uiFc);
-    mte_OBJ_ListUnLock();
-    if (puiFc != nullptr) {
-        *puiFc = uiFc;
-    }
     return uiRet;
 }
 

@@ -172,20 +172,6 @@ void FAKE_SNMP_Remove(const std::string& strContext, const FAKE_OID& astOid) {
     }
 }
 
-bool FAKE_SNMP_GetInteger(const std::string& strContext, const FAKE_OID& astOid, int32_t* piOut) {
-    std::lock_guard guard(g_stLock);
-    auto itCtx = g_mapMib.find(strContext);
-    if (itCtx == g_mapMib.end()) {
-        return false;
-    }
-    auto it = itCtx->second.find(astOid);
-    if (it == itCtx->second.end() || it->second.strBytes.size() != sizeof(int32_t)) {
-        return false;
-    }
-    memcpy(piOut, it->second.strBytes.data(), sizeof(int32_t));
-    return true;
-}
-
 void FAKE_SNMP_FailOid(const FAKE_OID& astOid, uint32_t uiStatus) {
     std::lock_guard guard(g_stLock);
     if (uiStatus == 0) {
@@ -342,7 +328,19 @@ uint32_t SNMP_AddNotifyVar(SNMP_NOTIFY_HANDLE hNotify, const SNMP_NOTIFY_VAR_S* 
 uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
-    g_stCap.astNotifies.push_back({Str(pszName), static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars});
+    FAKE_SNMP_NOTIFY_S stOut;
+    stOut.strName = Str(pszName);
+    stOut.astVars = static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars;
+    if (stOut.astVars.size() == 5) {
+        stOut.strTrigger = stOut.astVars[0].strBytes;
+        stOut.strTag = stOut.astVars[1].strBytes;
+        stOut.strContext = stOut.astVars[2].strBytes;
+        const std::string& strOid = stOut.astVars[3].strBytes;
+        stOut.astOid.resize(strOid.size() / 4);
+        memcpy(stOut.astOid.data(), strOid.data(), stOut.astOid.size() * 4);
+        memcpy(&stOut.iLast, stOut.astVars[4].strBytes.data(), 4);
+    }
+    g_stCap.astNotifies.push_back(stOut);
     return 0;
 }
 

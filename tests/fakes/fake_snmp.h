@@ -34,8 +34,6 @@ void FAKE_SNMP_SetUnsigned(const std::string& strContext, const FAKE_OID& astOid
 void FAKE_SNMP_SetString(const std::string& strContext, const FAKE_OID& astOid,
                          const std::string& strValue);
 void FAKE_SNMP_Remove(const std::string& strContext, const FAKE_OID& astOid);
-// The integer stored at the OID (false when absent or not 4 bytes).
-bool FAKE_SNMP_GetInteger(const std::string& strContext, const FAKE_OID& astOid, int32_t* piOut);
 
 // Every request on this OID fails with the status (0 clears the failure).
 void FAKE_SNMP_FailOid(const FAKE_OID& astOid, uint32_t uiStatus);
@@ -68,6 +66,11 @@ struct FAKE_SNMP_VAR_S {
 struct FAKE_SNMP_NOTIFY_S {  // one SNMP_SendNotify
     std::string strName;
     std::vector<FAKE_SNMP_VAR_S> astVars;
+    // The five variables of the daemon's own notifications, decoded: trigger
+    // name, target tag, context, OID and hot value or failure reason.
+    std::string strTrigger, strTag, strContext;
+    FAKE_OID astOid;
+    int32_t iLast = 0;
 };
 struct FAKE_SNMP_SET_S {  // one SNMP_SetIntegerValueByOID
     std::string strOwner;

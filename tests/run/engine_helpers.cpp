@@ -116,28 +116,6 @@ MTE_DELTA_ENTRY_S* ENG_AddDelta(MTE_TRIGGER_ENTRY_S* pstTrigger, const FAKE_OID&
     return pstRow;
 }
 
-std::vector<ENG_NOTIFY_S> ENG_Notifies(void) {
-    std::vector<ENG_NOTIFY_S> astOut;
-    for (const auto& stNotify : FAKE_SNMP_Notifies()) {
-        ENG_NOTIFY_S stOut{};
-        stOut.strName = stNotify.strName;
-        for (const auto& stVar : stNotify.astVars) {
-            stOut.auiTypes.push_back(stVar.uiType);
-        }
-        if (stNotify.astVars.size() == 5) {
-            stOut.strTrigger = stNotify.astVars[0].strBytes;
-            stOut.strTag = stNotify.astVars[1].strBytes;
-            stOut.strContext = stNotify.astVars[2].strBytes;
-            const std::string& strOid = stNotify.astVars[3].strBytes;
-            stOut.astOid.resize(strOid.size() / 4);
-            memcpy(stOut.astOid.data(), strOid.data(), stOut.astOid.size() * 4);
-            memcpy(&stOut.iLast, stNotify.astVars[4].strBytes.data(), 4);
-        }
-        astOut.push_back(stOut);
-    }
-    return astOut;
-}
-
 uint32_t ENG_Queue(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
     uint32_t uiResult = mte_RUN_Sample4AtOnce(pstTrigger);

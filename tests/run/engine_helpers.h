@@ -3,9 +3,6 @@
 #ifndef ENGINE_HELPERS_H
 #define ENGINE_HELPERS_H
 
-#include <string>
-#include <vector>
-
 #include "fake_snmp.h"
 #include "mte_types.h"
 
@@ -30,18 +27,6 @@ MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t ui
 // Makes the trigger a delta trigger with a delta row (freed with the trigger).
 MTE_DELTA_ENTRY_S* ENG_AddDelta(MTE_TRIGGER_ENTRY_S* pstTrigger, const FAKE_OID& astDiscId,
                                 bool bWildcard, uint32_t uiType);
-
-// One captured notification, decoded.
-struct ENG_NOTIFY_S {
-    std::string strName;
-    std::string strTrigger;
-    std::string strTag;
-    std::string strContext;
-    FAKE_OID astOid;
-    int32_t iLast = 0;  // hot value or failure reason
-    std::vector<uint32_t> auiTypes;
-};
-std::vector<ENG_NOTIFY_S> ENG_Notifies(void);
 
 // Queues the trigger at once (as the timer would) under its lock.
 uint32_t ENG_Queue(MTE_TRIGGER_ENTRY_S* pstTrigger);

@@ -141,7 +141,7 @@ class EngineSampler : public ::testing::Test {
     // The notifications sent, as "<name less mteTrigger> [context/]oid=<hot value or reason>".
     static std::vector<std::string> Sent() {
         std::vector<std::string> astOut;
-        for (const ENG_NOTIFY_S& stNotify : ENG_Notifies()) {
+        for (const FAKE_SNMP_NOTIFY_S& stNotify : FAKE_SNMP_Notifies()) {
             astOut.push_back(stNotify.strName.substr(10) + " " +
                              Short(stNotify.strContext, stNotify.astOid) + "=" +
                              std::to_string(stNotify.iLast));
@@ -191,12 +191,16 @@ TEST_F(EngineSampler, SingleRequestFiresExistenceWithFiveVariablesInOrder) {
     EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 1u);
     EXPECT_EQ(pstTrigger->pstCurSamples, nullptr);
 
-    auto astNotifies = ENG_Notifies();
+    auto astNotifies = FAKE_SNMP_Notifies();
     ASSERT_EQ(astNotifies.size(), 1u);
     EXPECT_EQ(Sent(), std::vector<std::string>{"Fired s=7"});
     EXPECT_EQ(astNotifies[0].strTrigger, "t1");
     EXPECT_EQ(astNotifies[0].strTag, "tagA");
-    EXPECT_EQ(astNotifies[0].auiTypes, (std::vector<uint32_t>{10, 10, 10, 11, 1}));
+    std::vector<uint32_t> auiTypes;
+    for (const FAKE_SNMP_VAR_S& stVar : astNotifies[0].astVars) {
+        auiTypes.push_back(stVar.uiType);
+    }
+    EXPECT_EQ(auiTypes, (std::vector<uint32_t>{10, 10, 10, 11, 1}));
     EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "Type of existence test: present"), 1u);
     EXPECT_EQ(EventsRun().size(), 1u);
 
@@ -215,7 +219,7 @@ TEST_F(EngineSampler, SingleRequestFiresExistenceWithFiveVariablesInOrder) {
     pstTrigger->stRow.szTargetTag[0] = '\0';
     Cycle(pstTrigger);
     EXPECT_EQ(Sent().back(), "Fired s=0");
-    EXPECT_EQ(ENG_Notifies().back().strTag, "");
+    EXPECT_EQ(FAKE_SNMP_Notifies().back().strTag, "");
 }
 
 TEST_F(EngineSampler, FailedRequestReportsItsReasonAndKeepsNoPreviousSample) {
@@ -234,7 +238,7 @@ TEST_F(EngineSampler, FailedRequestReportsItsReasonAndKeepsNoPreviousSample) {
         Cycle(pstTrigger);
         EXPECT_EQ(pstTrigger->pstPrevSamples, nullptr);
         EXPECT_EQ(Sent().back(), "Failure s=" + std::to_string(stCase.iReason));
-        EXPECT_EQ(ENG_Notifies().back().auiTypes.back(), 2u);
+        EXPECT_EQ(FAKE_SNMP_Notifies().back().astVars.back().uiType, 2u);
         EXPECT_EQ(ENG_Scalars().uiTriggerFailures, ++uiFailures);
     }
 }
@@ -276,7 +280,7 @@ TEST_F(EngineSampler, NextCycleReportsGoneAndNewInstancesAndPairsTheRest) {
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
     ENG_AddExistence(pstTrigger, "", MTE_EXIST_PRESENT | MTE_EXIST_ABSENT | MTE_EXIST_CHANGED, 0);
     Cycle(pstTrigger);
-    EXPECT_TRUE(ENG_Notifies().empty());
+    EXPECT_TRUE(FAKE_SNMP_Notifies().empty());
     EXPECT_EQ(ENG_Instances(), 3u);
 
     FAKE_SNMP_Remove("", Sub(kIfIn, {2}));
@@ -357,7 +361,7 @@ TEST_F(EngineSampler, ContextWalksVisitThePrefixAndLongerNamesOnly) {
         }
         EXPECT_EQ(Kept(pstTrigger), astKept);
         EXPECT_EQ(ENG_Instances(), stCase.astKept.size());
-        EXPECT_TRUE(ENG_Notifies().empty());
+        EXPECT_TRUE(FAKE_SNMP_Notifies().empty());
         EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 0u);
         SetState(pstTrigger, MTE_RUN_IDLE, true);
     }
@@ -384,7 +388,7 @@ TEST_F(EngineSampler, WalkOverInstancesAndContextsKeepsContextThenOidOrder) {
 
     // The second cycle pairs every instance again: nothing new, nothing gone.
     Cycle(pstTrigger);
-    EXPECT_EQ(ENG_Notifies().size(), 5u);
+    EXPECT_EQ(FAKE_SNMP_Notifies().size(), 5u);
     EXPECT_EQ(ENG_Instances(), 5u);
 }
 
@@ -424,7 +428,7 @@ TEST_F(EngineSampler, FullQueueEndsTheWalkAtTheEndOfTheBatch) {
     EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
     EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 5u);
     EXPECT_EQ(ENG_Instances(), 5u);
-    EXPECT_EQ(ENG_Notifies().size(), 7u);  // the instances not reached, as absent
+    EXPECT_EQ(FAKE_SNMP_Notifies().size(), 7u);  // the instances not reached, as absent
     EXPECT_EQ(ENG_PumpAll(), MTE_QUEUE_DEPTH);
 }
 
@@ -514,7 +518,7 @@ TEST_F(EngineSampler, StopOrDestroyDuringTheAgentRequestDropsTheResult) {
         SetState(pstTrigger, uiState, true);
         stWorker.join();
         FAKE_SNMP_SetStallMs(0);
-        EXPECT_TRUE(ENG_Notifies().empty());
+        EXPECT_TRUE(FAKE_SNMP_Notifies().empty());
         if (uiState == MTE_RUN_DELETED) {
             Forget(pstTrigger);
         } else {
@@ -595,7 +599,7 @@ TEST_F(EngineSampler, AbsoluteRisingAndDeltaFallingInOnePairRunInThatOrder) {
     ENG_AddThreshold(pstTrigger, MTE_THRES_STARTUP_FALLING, 10, 0, 100, -10);
     mte_DBG_EnableSwitch(MTE_DBG_WARNING);
     Cycle(pstTrigger);
-    EXPECT_TRUE(ENG_Notifies().empty());
+    EXPECT_TRUE(FAKE_SNMP_Notifies().empty());
     FAKE_SNMP_SetInteger("", kScalar, 20);
     Cycle(pstTrigger);
     EXPECT_EQ(Sent(), (std::vector<std::string>{"Rising s=20", "Falling s=20"}));
@@ -608,7 +612,6 @@ TEST_F(EngineSampler, AbsoluteRisingAndDeltaFallingInOnePairRunInThatOrder) {
 // --- discontinuities of delta triggers ----------------------------------------
 
 const FAKE_OID kUpTime = {1, 3, 6, 1, 2, 1, 1, 3, 0};
-const FAKE_OID kDiscTime = {1, 3, 6, 1, 2, 1, 31, 1, 1, 1, 15};  // ifCounterDiscontinuityTime
 
 // A delta threshold that fires on a rise or fall of 100 per sample.
 MTE_TRIGGER_ENTRY_S* DeltaThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger) {
@@ -670,30 +673,6 @@ TEST_F(EngineSampler, AgentRestartIsNoDeltaAndTheNextRealRiseFires) {
         EXPECT_EQ(pstTrigger->pstPrevSamples, nullptr);
         FAKE_LOG_Clear();
     }
-}
-
-// A wildcarded timeStamp per instance, as ifCounterDiscontinuityTime: only the
-// instance whose counter was reset skips its delta, in walks of any length.
-TEST_F(EngineSampler, PerInstanceTimeStampSkipsOnlyTheResetInstance) {
-    const uint32_t uiCount = 7;  // more than one batch
-    FAKE_SNMP_SetUnsigned("", kUpTime, 900, SNMP_VTYPE_TIMETICKS);
-    for (uint32_t i = 1; i <= uiCount; ++i) {
-        FAKE_SNMP_SetInteger("", Sub(kIfIn, {i}), 1000);
-        FAKE_SNMP_SetUnsigned("", Sub(kDiscTime, {i}), 5, SNMP_VTYPE_TIMETICKS);
-    }
-    MTE_TRIGGER_ENTRY_S* pstTrigger = DeltaThreshold(Make("w", kIfIn, "", true));
-    ENG_AddDelta(pstTrigger, kDiscTime, true, MTE_DELTA_TIME_STAMP);
-    Cycle(pstTrigger);
-    // Instance 2 was reset (its timeStamp moved on); instance 6 fell for real.
-    FAKE_SNMP_SetInteger("", Sub(kIfIn, {2}), 0);
-    FAKE_SNMP_SetUnsigned("", Sub(kDiscTime, {2}), 800, SNMP_VTYPE_TIMETICKS);
-    FAKE_SNMP_SetInteger("", Sub(kIfIn, {6}), 0);
-    Cycle(pstTrigger);
-    EXPECT_EQ(Sent(), std::vector<std::string>{"Falling if.6=0"});
-    // A rise after the reset is a delta again.
-    FAKE_SNMP_SetInteger("", Sub(kIfIn, {2}), 500);
-    Cycle(pstTrigger);
-    EXPECT_EQ(Sent(), (std::vector<std::string>{"Falling if.6=0", "Rising if.2=500"}));
 }
 
 TEST_F(EngineSampler, DebugTextsListTheirPiecesInOrder) {
