@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 
 #include "fake_log.h"
 #include "mte_dbg.h"
@@ -96,7 +97,7 @@ TEST_F(DbgTest, DebugLinesOnlyWhileTheirBitIsOn) {
     for (const auto& stBit : astBits) {
         FAKE_LOG_Clear();
         mte_DBG_EnableSwitch(stBit.uiBit);
-        mte_DBG_PrintIfOn(stBit.uiBit, mte_DBG_Text(14), "own", "ev");
+        mte_DBG_PrintIfOn(stBit.uiBit, mte_DBG_Text(MTE_TEXT_EVENT_NONEXISTENT), "own", "ev");
         FAKE_LOG_LINE_S stLine = OnlyLine();
         EXPECT_EQ(stLine.strMnemonic, stBit.pszMnemonic);
         EXPECT_EQ(stLine.strText, "Event entry own-ev: Nonexistent event.");
@@ -105,26 +106,24 @@ TEST_F(DbgTest, DebugLinesOnlyWhileTheirBitIsOn) {
     }
     // Unconditional debug lines have no prefix either.
     FAKE_LOG_Clear();
-    mte_DBG_Print(MTE_DBG_MNEMONIC_INFO, "%s", mte_DBG_Text(6));
+    mte_DBG_Print(MTE_DBG_MNEMONIC_INFO, "%s", mte_DBG_Text(MTE_TEXT_SAMPLE_VALUE_NULL));
     EXPECT_EQ(OnlyLine().strText, "Sample value is null.");
 }
 
-TEST_F(DbgTest, FiftyTwoTextsRegisteredByIndex) {
-    for (uint32_t i = 1; i < MTE_TEXT_COUNT; ++i) {
-        EXPECT_STRNE(RC_LoadString(MTE_TEXT(i)), "") << "text " << i;
+// The words are pinned at compile time; the registry holds them while the
+// module is up.
+static_assert(std::string_view(mte_DBG_TextFormat(MTE_TEXT_INIT_FAILED)) ==
+              "Failed to initialize Event-MIB module.");
+TEST_F(DbgTest, TextsAreRegisteredWhileTheModuleIsUp) {
+    for (uint32_t i = 0; i < MTE_TEXT_COUNT; ++i) {
+        EXPECT_STREQ(RC_LoadString(MTE_TEXT(i)), g_astMteTexts[i].pszText) << "text " << i;
     }
-    EXPECT_STREQ(RC_LoadString(MTE_TEXT(0)), "");
     EXPECT_STREQ(RC_LoadString(MTE_TEXT(MTE_TEXT_COUNT)), "");
     EXPECT_STREQ(mte_DBG_Text(MTE_TEXT_COUNT), "");
-
-    EXPECT_STREQ(mte_DBG_Text(3), "Failed to initialize Event-MIB module.");
-    EXPECT_STREQ(mte_DBG_Text(21), "\r\n   TriggerOwner: %s\r\n   TriggerName: %s");
-    EXPECT_STREQ(mte_DBG_Text(51), "Failed to initialize timer submodule.");
-    // The texts go with the module.
     mte_DBG_Fini();
-    EXPECT_STREQ(mte_DBG_Text(3), "");
+    EXPECT_STREQ(mte_DBG_Text(MTE_TEXT_INIT_FAILED), "");
     ASSERT_EQ(mte_DBG_Init(), 0u);
-    EXPECT_STREQ(mte_DBG_Text(3), "Failed to initialize Event-MIB module.");
+    EXPECT_STREQ(mte_DBG_Text(MTE_TEXT_INIT_FAILED), g_astMteTexts[3].pszText);
 }
 
 }  // namespace

@@ -197,36 +197,21 @@ void FAKE_SNMP_SetTrapResult(uint32_t uiStatus) {
     g_uiTrapResult = uiStatus;
 }
 
-std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_Gets(void) {
-    return Locked(g_stCap.astGets);
-}
-std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_GetNexts(void) {
-    return Locked(g_stCap.astGetNexts);
-}
-std::vector<const void*> FAKE_SNMP_EndedWalks(void) {
-    return Locked(g_stCap.apEndedWalks);
-}
-std::vector<FAKE_SNMP_TRAP_S> FAKE_SNMP_Traps(void) {
-    return Locked(g_stCap.astTraps);
-}
-std::vector<FAKE_SNMP_NOTIFY_S> FAKE_SNMP_Notifies(void) {
-    return Locked(g_stCap.astNotifies);
-}
-std::vector<FAKE_SNMP_SET_S> FAKE_SNMP_Sets(void) {
-    return Locked(g_stCap.astSets);
-}
-std::vector<std::string> FAKE_SNMP_Journal(void) {
-    return Locked(g_stCap.astJournal);
-}
-uint64_t FAKE_SNMP_CallCount(void) {
-    return Locked(g_stCap.ulCalls);
-}
-int64_t FAKE_SNMP_LiveValues(void) {
-    return Locked(g_stCap.llLiveValues);
-}
-int64_t FAKE_SNMP_LiveHandles(void) {
-    return Locked(g_stCap.llLiveHandles);
-}
+// The captures, each copied out under the lock.
+#define FAKE_SNMP_CAPTURE(NAME, FIELD)               \
+    decltype(g_stCap.FIELD) FAKE_SNMP_##NAME(void) { \
+        return Locked(g_stCap.FIELD);                \
+    }
+FAKE_SNMP_CAPTURE(Gets, astGets)
+FAKE_SNMP_CAPTURE(GetNexts, astGetNexts)
+FAKE_SNMP_CAPTURE(EndedWalks, apEndedWalks)
+FAKE_SNMP_CAPTURE(Traps, astTraps)
+FAKE_SNMP_CAPTURE(Notifies, astNotifies)
+FAKE_SNMP_CAPTURE(Sets, astSets)
+FAKE_SNMP_CAPTURE(Journal, astJournal)
+FAKE_SNMP_CAPTURE(CallCount, ulCalls)
+FAKE_SNMP_CAPTURE(LiveValues, llLiveValues)
+FAKE_SNMP_CAPTURE(LiveHandles, llLiveHandles)
 
 // ---------------------------------------------------------------------------
 // The platform SNMP client.

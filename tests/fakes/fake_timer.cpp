@@ -10,8 +10,6 @@
 
 namespace {
 struct FAKE_TIMER_S {
-    uint32_t uiPeriod;
-    uint32_t uiRunning;
     TIMER_CALLBACK_PF pfCallback;
     unsigned char aucContext[TIMER_CONTEXT_SIZE];
 };
@@ -65,22 +63,6 @@ void FAKE_TIMER_Fail(const std::string& strCall, bool bFail) {
     }
 }
 
-bool FAKE_TIMER_Get(int64_t llId, uint32_t* puiPeriod, uint32_t* puiRunning) {
-    std::lock_guard stGuard(g_stLock);
-    auto it = g_mapTimers.find(llId);
-    if (it == g_mapTimers.end()) {
-        return false;
-    }
-    *puiPeriod = it->second.uiPeriod;
-    *puiRunning = it->second.uiRunning;
-    return true;
-}
-
-uint32_t FAKE_TIMER_Live(void) {
-    std::lock_guard stGuard(g_stLock);
-    return static_cast<uint32_t>(g_mapTimers.size());
-}
-
 bool FAKE_TIMER_Expire(int64_t llId) {
     FAKE_TIMER_S stTimer;
     {
@@ -118,7 +100,7 @@ int64_t Timer_Create(uint64_t ulSet, uint32_t, uint32_t uiPeriodMs, TIMER_CALLBA
         return -1;
     }
     FAKE_TIMER_S& stTimer = g_mapTimers[g_llNextId];
-    stTimer = {uiPeriodMs, 1, pfCallback, {}};
+    stTimer = {pfCallback, {}};
     memcpy(stTimer.aucContext, pContext, TIMER_CONTEXT_SIZE);
     return g_llNextId++;
 }
@@ -126,17 +108,7 @@ int64_t Timer_Create(uint64_t ulSet, uint32_t, uint32_t uiPeriodMs, TIMER_CALLBA
 uint32_t Timer_SetStatus(uint64_t ulSet, int64_t llId, uint32_t uiStatus, uint32_t uiPeriodMs) {
     std::lock_guard stGuard(g_stLock);
     Record("SetStatus", llId, uiStatus, uiPeriodMs);
-    auto it = g_mapTimers.find(llId);
-    if (ulSet != FAKE_SET || it == g_mapTimers.end()) {
-        return 1;
-    }
-    if (uiStatus == TIMER_STATUS_RESTART) {
-        it->second.uiPeriod = uiPeriodMs;
-        it->second.uiRunning = 1;
-    } else if (uiStatus != TIMER_STATUS_EXPIRE) {
-        it->second.uiRunning = uiStatus == TIMER_STATUS_ACTIVE ? 1 : 0;
-    }
-    return 0;
+    return ulSet != FAKE_SET || g_mapTimers.count(llId) == 0 ? 1 : 0;
 }
 
 uint32_t Timer_Delete(uint64_t, int64_t llId) {

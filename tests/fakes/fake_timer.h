@@ -1,6 +1,5 @@
-// Fake timer set for tests: records every call, keeps timers with their
-// periods and states, and expires one only when the test says so. One set;
-// thread-safe.
+// Fake timer set for tests: records every call, keeps the timers' callbacks,
+// and expires one only when the test says so. One set; thread-safe.
 #ifndef FAKE_TIMER_H
 #define FAKE_TIMER_H
 
@@ -17,10 +16,7 @@ std::vector<std::string> FAKE_TIMER_Calls(void);
 size_t FAKE_TIMER_CallCount(const std::string& strPrefix);
 // Makes Timer_Initialize, Timer_Config or Timer_Create fail from now on.
 void FAKE_TIMER_Fail(const std::string& strCall, bool bFail);
-// Period (ms) and state (1 running, 0 suspended) of a timer; false if unknown.
-bool FAKE_TIMER_Get(int64_t llId, uint32_t* puiPeriod, uint32_t* puiRunning);
-uint32_t FAKE_TIMER_Live(void);
-// Calls the callback of a timer as if it had expired.
+// Calls the callback of a timer as if it had expired; false if it is gone.
 bool FAKE_TIMER_Expire(int64_t llId);
 // What Timer_Skipped answers from now on (0 after a reset).
 void FAKE_TIMER_SetSkipped(uint64_t ullSkipped);

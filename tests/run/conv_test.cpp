@@ -1,6 +1,6 @@
 // Value and reason conversions and the OID/owner helpers: the boundaries of
-// the signed 32-bit range, unsigned distances, the status-code table and the
-// OID length limit.
+// the signed 32-bit range, unsigned distances, the status codes and the OID
+// length limit.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -10,15 +10,6 @@
 #include "mte_oid.h"
 
 namespace {
-
-TEST(ConvVType, KindsOfEveryCode) {
-    const uint32_t auiExpected[] = {2, 2, 2, 1, 1, 1, 1, 1, 3, 1};
-    for (uint32_t i = 0; i < 10; ++i) {
-        EXPECT_EQ(mte_RUN_ConvertVType(i), auiExpected[i]) << "code " << i;
-    }
-    EXPECT_EQ(mte_RUN_ConvertVType(10), MTE_VKIND_NONE);
-    EXPECT_EQ(mte_RUN_ConvertVType(0xffffffffu), MTE_VKIND_NONE);
-}
 
 TEST(ConvAbsolute, FitsOrNot) {
     int32_t iOut = 12345;
@@ -95,15 +86,13 @@ TEST(ConvReason, PlatformCodesAndNames) {
     for (const auto& stCode : astCodes) {
         EXPECT_EQ(mte_RUN_convertErrCodeMor2Mte(stCode.uiCode), stCode.iReason) << stCode.uiCode;
     }
-    const struct {
-        int32_t iReason;
-        const char* pszName;
-    } astNames[] = {{-6, "sampleOverrun"},    {-5, "badType"},       {-1, "localResourceLack"},
-                    {0, "noError"},           {1, "tooBig"},         {13, "resourceUnavailable"},
-                    {18, "inconsistentName"}, {-7, "unknown"},       {19, "unknown"},
-                    {INT32_MIN, "unknown"},   {INT32_MAX, "unknown"}};
-    for (const auto& stName : astNames) {
-        EXPECT_STREQ(mte_Run_Reason2Str(stName.iReason), stName.pszName);
+    // Names at the ends of the range and past them (the others are read in the
+    // failure reports of the engine tests).
+    const std::pair<int32_t, const char*> astNames[] = {
+        {-6, "sampleOverrun"}, {18, "inconsistentName"}, {-7, "unknown"},
+        {19, "unknown"},       {INT32_MIN, "unknown"},   {INT32_MAX, "unknown"}};
+    for (const auto& [iReason, pszName] : astNames) {
+        EXPECT_STREQ(mte_Run_Reason2Str(iReason), pszName);
     }
 }
 

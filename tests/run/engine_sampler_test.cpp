@@ -222,25 +222,19 @@ TEST_F(EngineSampler, SingleRequestFiresExistenceWithFiveVariablesInOrder) {
     EXPECT_EQ(FAKE_SNMP_Notifies().back().strTag, "");
 }
 
+// The mapping of each status to its reason is ConvReason's and the failures'
+// arrival end to end E2eTriggers'; here the failed sample flushes the last one.
 TEST_F(EngineSampler, FailedRequestReportsItsReasonAndKeepsNoPreviousSample) {
-    struct {
-        uint32_t uiStatus;
-        int32_t iReason;
-    } astCases[] = {{SNMP_ST_NO_ACCESS, 6}, {SNMP_ST_TIMEOUT, 5}, {SNMP_ST_NO_SUCH_NAME, 2}};
     FAKE_SNMP_SetInteger("", kScalar, 7);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t1", kScalar);
-    uint32_t uiFailures = 0;
-    for (const auto& stCase : astCases) {
-        FAKE_SNMP_FailOid(kScalar, 0);
-        Cycle(pstTrigger);
-        EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 1u);
-        FAKE_SNMP_FailOid(kScalar, stCase.uiStatus);
-        Cycle(pstTrigger);
-        EXPECT_EQ(pstTrigger->pstPrevSamples, nullptr);
-        EXPECT_EQ(Sent().back(), "Failure s=" + std::to_string(stCase.iReason));
-        EXPECT_EQ(FAKE_SNMP_Notifies().back().astVars.back().uiType, 2u);
-        EXPECT_EQ(ENG_Scalars().uiTriggerFailures, ++uiFailures);
-    }
+    Cycle(pstTrigger);
+    EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 1u);
+    FAKE_SNMP_FailOid(kScalar, SNMP_ST_NO_ACCESS);
+    Cycle(pstTrigger);
+    EXPECT_EQ(pstTrigger->pstPrevSamples, nullptr);
+    EXPECT_EQ(Sent(), std::vector<std::string>{"Failure s=6"});
+    EXPECT_EQ(FAKE_SNMP_Notifies().back().astVars.back().uiType, 2u);
+    EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 1u);
 }
 
 // --- walks --------------------------------------------------------------------
@@ -529,34 +523,30 @@ TEST_F(EngineSampler, StopOrDestroyDuringTheAgentRequestDropsTheResult) {
     }
 }
 
-TEST_F(EngineSampler, TimerExpiryWhileBusyReportsAnOverrun) {
+// A trigger still busy at its expiry overruns and its pending cycle goes on
+// undisturbed; a single trigger refused at the instance maximum is not queued.
+TEST_F(EngineSampler, TimerExpiryOfABusyTriggerOrAtTheInstanceMaximumFails) {
     mte_DBG_EnableSwitch(MTE_DBG_INFO);
-    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar, "ctxA");
-    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
-    EXPECT_EQ(mte_RUN_ProcTimer(pstTrigger), 0u);
-    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
-    EXPECT_EQ(Sent(), std::vector<std::string>{"Failure ctxA/s=-6"});  // sampleOverrun
-    EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 1u);
+    MTE_TRIGGER_ENTRY_S* pstBusy = Make("t", kScalar, "ctxA");
+    ASSERT_EQ(ENG_Queue(pstBusy), 0u);
+    EXPECT_EQ(mte_RUN_ProcTimer(pstBusy), 0u);
+    EXPECT_EQ(pstBusy->uiRunState, MTE_RUN_BUSY);
     EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
                              "\r\n   Condition to generate the mteTriggerFailure notification "
                              "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: t\r\n   "
                              "TriggerTargetTag: N/A\r\n   ContextName: ctxA\r\n   ValueID: "
                              "1.3.6.1.4.1.99.1.0\r\n   FailedReason: sampleOverrun"),
               1u);
-    // The pending cycle is not disturbed: one message, one sample.
-    EXPECT_EQ(ENG_PumpAll(), 1u);
-}
-
-TEST_F(EngineSampler, SingleTriggerRefusedAtTheInstanceMaximumIsNotQueued) {
     mte_SCALAR_SetInstancesMax(1);
-    MTE_TRIGGER_ENTRY_S* pstFirst = Make("a", kScalar);
-    MTE_TRIGGER_ENTRY_S* pstSecond = Make("b", kIfIn);
-    EXPECT_EQ(mte_RUN_ProcTimer(pstFirst), 0u);
-    EXPECT_NE(mte_RUN_ProcTimer(pstSecond), 0u);
-    EXPECT_EQ(pstSecond->uiRunState, MTE_RUN_IDLE);
-    EXPECT_EQ(pstSecond->usInstanceReleased, 1);
-    EXPECT_EQ(ENG_Scalars().uiSampleInstanceLacks, 1u);
-    EXPECT_EQ(Sent(), std::vector<std::string>{"Failure if=-1"});  // localResourceLack
+    MTE_TRIGGER_ENTRY_S* pstRefused = Make("b", kIfIn);
+    EXPECT_NE(mte_RUN_ProcTimer(pstRefused), 0u);
+    EXPECT_EQ(pstRefused->uiRunState, MTE_RUN_IDLE);
+    EXPECT_EQ(pstRefused->usInstanceReleased, 1);
+    MTE_SCALAR_S stScalars = ENG_Scalars();
+    EXPECT_EQ(stScalars.uiSampleInstanceLacks, 1u);
+    EXPECT_EQ(stScalars.uiTriggerFailures, 2u);
+    // sampleOverrun, localResourceLack
+    EXPECT_EQ(Sent(), (std::vector<std::string>{"Failure ctxA/s=-6", "Failure if=-1"}));
     EXPECT_EQ(ENG_PumpAll(), 1u);
     mte_SCALAR_SetInstancesMax(0);
 }
