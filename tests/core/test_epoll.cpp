@@ -38,26 +38,26 @@ void Record(uint32_t uiEvents, int iFd) {
 }
 constexpr MTE_EPOLL_PROC_PF HandlerA = Record<1>, HandlerB = Record<2>;
 
-void HandlerRemovesVictim(uint32_t uiEvents, int iFd) {
-    g_astCalls.push_back({3, iFd, uiEvents});
+// Removes the victim and, for HANDLER 4, registers a new descriptor under the
+// victim's number, as a reuse would give it.
+template <int HANDLER>
+void HandlerTouchesVictim(uint32_t uiEvents, int iFd) {
+    g_astCalls.push_back({HANDLER, iFd, uiEvents});
     (void)mte_EPSET_Del(&g_stSet, g_iVictimFd);
     (void)close(g_iVictimFd);
-}
-
-void HandlerReplacesVictim(uint32_t uiEvents, int iFd) {
-    g_astCalls.push_back({4, iFd, uiEvents});
-    (void)mte_EPSET_Del(&g_stSet, g_iVictimFd);
-    (void)close(g_iVictimFd);
-    // A new descriptor under the victim's number, as a reuse would give it.
-    int iNew = eventfd(0, EFD_CLOEXEC);
-    ASSERT_GE(iNew, 0);
-    if (iNew != g_iVictimFd) {
-        ASSERT_EQ(dup2(iNew, g_iVictimFd), g_iVictimFd);
-        (void)close(iNew);
+    if (HANDLER == 4) {
+        int iNew = eventfd(0, EFD_CLOEXEC);
+        ASSERT_GE(iNew, 0);
+        if (iNew != g_iVictimFd) {
+            ASSERT_EQ(dup2(iNew, g_iVictimFd), g_iVictimFd);
+            (void)close(iNew);
+        }
+        g_iReplacementFd = g_iVictimFd;
+        ASSERT_EQ(mte_EPSET_Add(&g_stSet, g_iReplacementFd, HandlerB), 0);
     }
-    g_iReplacementFd = g_iVictimFd;
-    ASSERT_EQ(mte_EPSET_Add(&g_stSet, g_iReplacementFd, HandlerB), 0);
 }
+constexpr MTE_EPOLL_PROC_PF HandlerRemovesVictim = HandlerTouchesVictim<3>,
+                            HandlerReplacesVictim = HandlerTouchesVictim<4>;
 
 class EpollSetTest : public ::testing::Test {
   protected:

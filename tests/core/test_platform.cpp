@@ -80,25 +80,20 @@ TEST(LogTest, ScnprintfReturnsWhatItStored) {
     EXPECT_STREQ(szBuf, "1234567");
 }
 
-// Runs syslog2 in a child whose standard error is a pipe (optionally named as
-// the journal stream) and returns what arrived on the pipe.
+// Runs syslog2 in a child (the log decides once per process where its copy
+// goes) whose standard error is a pipe, optionally named as the journal
+// stream, and returns what arrived on the pipe and the child's pid.
 std::string StderrOfChildLogging(bool bPipeIsJournal) {
     int aiPipe[2];
     EXPECT_EQ(pipe(aiPipe), 0);
     pid_t iPid = fork();
     if (iPid == 0) {
         (void)dup2(aiPipe[1], STDERR_FILENO);
-        (void)close(aiPipe[0]);
-        (void)close(aiPipe[1]);
-        if (bPipeIsJournal) {
-            struct stat stErr;
-            (void)fstat(STDERR_FILENO, &stErr);
-            std::string strStream =
-                std::to_string(stErr.st_dev) + ":" + std::to_string(stErr.st_ino);
-            setenv("JOURNAL_STREAM", strStream.c_str(), 1);
-        } else {
-            unsetenv("JOURNAL_STREAM");
-        }
+        struct stat stErr;
+        (void)fstat(STDERR_FILENO, &stErr);
+        std::string strStream = std::to_string(stErr.st_dev) + ":" + std::to_string(stErr.st_ino);
+        (void)(bPipeIsJournal ? setenv("JOURNAL_STREAM", strStream.c_str(), 1)
+                              : unsetenv("JOURNAL_STREAM"));
         syslog2(0x100000bf, "EVENTMIB", "EVENTMIB_TRACE", "%s", "Ln: 107 x");
         _exit(0);
     }
@@ -106,20 +101,13 @@ std::string StderrOfChildLogging(bool bPipeIsJournal) {
     std::string strOut;
     char szBuf[256];
     ssize_t lGot;
-    pollfd stPoll{aiPipe[0], POLLIN, 0};
+    pollfd stPoll{aiPipe[0], POLLIN, 0};  // the child ends at once: bounded anyway
     while (poll(&stPoll, 1, 5000) == 1 && (lGot = read(aiPipe[0], szBuf, sizeof(szBuf))) > 0) {
         strOut.append(szBuf, static_cast<size_t>(lGot));
     }
     (void)close(aiPipe[0]);
-    // The child exits right after its one line; never wait for it unbounded.
-    int iStatus = 0;
-    for (int i = 0; i < 500 && waitpid(iPid, &iStatus, WNOHANG) == 0; ++i) {
-        usleep(10 * 1000);
-    }
-    if (waitpid(iPid, &iStatus, WNOHANG) == 0) {
-        (void)kill(iPid, SIGKILL);
-        (void)waitpid(iPid, &iStatus, 0);
-    }
+    (void)kill(iPid, SIGKILL);
+    (void)waitpid(iPid, nullptr, 0);
     return strOut.empty() ? strOut : strOut + "@" + std::to_string(iPid);
 }
 

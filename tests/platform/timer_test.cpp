@@ -150,9 +150,7 @@ TEST_F(TimerTest, IdsAreNeverReusedAndStaleIdsAreRefused) {
         ASSERT_EQ(0u, Timer_Delete(m_ulSet, llId));
         EXPECT_NE(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_ACTIVE, 0));
     }
-    EXPECT_EQ(-1, Timer_Create(m_ulSet, 1, 0, OnFire, nullptr));
-    EXPECT_EQ(-1, Timer_Create(0, 1, 1000, OnFire, nullptr));
-    EXPECT_NE(0u, Timer_Delete(m_ulSet, -1));
+    EXPECT_NE(0u, Timer_Delete(m_ulSet, -1));  // a trigger without a timer
 }
 
 // Run under TSan: the worker restarts timers while the main thread announces.

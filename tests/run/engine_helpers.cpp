@@ -75,18 +75,6 @@ MTE_EXIST_ENTRY_S* ENG_AddExistence(MTE_TRIGGER_ENTRY_S* pstTrigger, const char*
     return pstRow;
 }
 
-MTE_BOOL_ENTRY_S* ENG_AddBoolean(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiComparison,
-                                 int32_t iValue, const char* pszEvent) {
-    auto* pstRow = NewRow<MTE_BOOL_ENTRY_S>(pstTrigger);
-    SetEvent(pstRow->szEventOwner, pstRow->szEvent, pszEvent);
-    pstRow->uiComparison = uiComparison;
-    pstRow->iValue = iValue;
-    pstRow->uiStartup = MTE_TRUE;
-    pstTrigger->pstBool = pstRow;
-    pstTrigger->stRow.ucTest |= MTE_TEST_BOOLEAN;
-    return pstRow;
-}
-
 MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiStartup,
                                     int32_t iRising, int32_t iFalling, int32_t iDeltaRising,
                                     int32_t iDeltaFalling) {

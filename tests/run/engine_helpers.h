@@ -18,8 +18,6 @@ void ENG_SetTrapSwitch(uint16_t usOn);
 // Test rows attached to a trigger (freed with the trigger by mte_TRIGGER_FreeNode).
 MTE_EXIST_ENTRY_S* ENG_AddExistence(MTE_TRIGGER_ENTRY_S* pstTrigger, const char* pszEvent,
                                     uint8_t ucTest = 0xE0, uint8_t ucStartup = 0xC0);
-MTE_BOOL_ENTRY_S* ENG_AddBoolean(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiComparison,
-                                 int32_t iValue, const char* pszEvent);
 // Events evRising, evFalling, evDeltaRising and evDeltaFalling.
 MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiStartup,
                                     int32_t iRising, int32_t iFalling, int32_t iDeltaRising,
