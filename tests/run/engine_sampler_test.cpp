@@ -114,19 +114,12 @@ class EngineSampler : public ::testing::Test {
 
     // "[context/]oid" with kIfIn shown as "if" and kScalar as "s".
     static std::string Short(const std::string& strContext, const FAKE_OID& astOid) {
-        std::string strOut = strContext.empty() ? "" : strContext + "/";
-        if (astOid == kScalar) {
-            return strOut + "s";
+        std::string strOid = astOid == kScalar ? "s" : FAKE_SNMP_OidStr(astOid);
+        const std::string strIfIn = FAKE_SNMP_OidStr(kIfIn);
+        if (strOid.rfind(strIfIn, 0) == 0) {
+            strOid.replace(0, strIfIn.size(), "if");
         }
-        if (astOid.size() < kIfIn.size() ||
-            !std::equal(kIfIn.begin(), kIfIn.end(), astOid.begin())) {
-            return strOut + FAKE_SNMP_OidStr(astOid);
-        }
-        strOut += "if";
-        for (size_t i = kIfIn.size(); i < astOid.size(); ++i) {
-            strOut += "." + std::to_string(astOid[i]);
-        }
-        return strOut;
+        return (strContext.empty() ? "" : strContext + "/") + strOid;
     }
 
     // The instances kept for the next cycle.
