@@ -59,6 +59,24 @@ class EventRunTest : public EventFixture {
             FAKE_SNMP_SetInteger("", astOid, static_cast<int32_t>(uiIndex));
         }
     }
+    // Adds the bindings of group own/<group> to the list; returns the list as
+    // "<oid> ..." ("old" for an element without a value) and checks its tail.
+    static std::string Fetch(const char* pszGroup, const FAKE_OID& astSuffix,
+                             const char* pszContext, MTE_VB_LIST_S* pstList) {
+        char aszGroup[2][MTE_NAME_SIZE] = {"own", ""};
+        CopyStr(aszGroup[1], MTE_NAME_SIZE, pszGroup);
+        MTE_OID_S stSuffix = FAKE_SNMP_MakeOid(astSuffix);
+        mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, pszContext, pstList);
+        std::string strOut;
+        const MTE_VB_S* pstLast = nullptr;
+        for (const MTE_VB_S* p = pstList->pstHead; p != nullptr; pstLast = p, p = p->pstNext) {
+            strOut +=
+                (strOut.empty() ? "" : " ") +
+                (p->pValue == nullptr ? "old" : FAKE_SNMP_OidStr(FAKE_SNMP_ToVector(p->stOID)));
+        }
+        EXPECT_EQ(pstList->pstTail, pstLast);
+        return strOut;
+    }
     // An active event with the actions; the notification row names kNotifyOid
     // and the group, the set row is written with the request given.
     void AddEvent(const std::string& strName, uint8_t ucActions, const std::string& strGroup = "",
@@ -76,10 +94,6 @@ class EventRunTest : public EventFixture {
         ASSERT_EQ(SetEvent(EventReq("own", strName, 1), 0x40), 0u);
     }
 };
-
-FAKE_OID Oid(std::initializer_list<uint32_t> aui) {
-    return FAKE_OID(aui);
-}
 
 // ---------------------------------------------------------------------------
 // Notification and its bindings.
@@ -123,38 +137,22 @@ TEST_F(EventRunTest, BindingsComeTriggerThenTestThenNotificationObjectsInIndexOr
 }
 
 TEST_F(EventRunTest, WildcardedObjectsTakeTheSuffixUpTo128SubIdentifiers) {
-    FAKE_OID ast120(120, 7);
-    AddObject("w", 1, ast120, true, false);
+    FAKE_OID ast128(120, 7);
+    AddObject("w", 1, ast128, true, false);
     AddObject("w", 2, {1, 3, 6, 1, 2}, false);
-    FAKE_OID ast128 = ast120;
     ast128.insert(ast128.end(), {1, 2, 3, 4, 5, 6, 7, 8});
     FAKE_SNMP_SetInteger("ctx", ast128, 11);
     FAKE_SNMP_SetInteger("ctx", {1, 3, 6, 1, 2}, 12);
-    const char aszGroup[2][MTE_NAME_SIZE] = {"own", "w"};
-
     mte_DBG_EnableSwitch(MTE_DBG_ERR);
-    MTE_OID_S stSuffix = FAKE_SNMP_MakeOid({1, 2, 3, 4, 5, 6, 7, 8, 9});
     MTE_VB_LIST_S stList{};
-    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "ctx", &stList);
-    ASSERT_NE(stList.pstHead, nullptr);
-    EXPECT_EQ(stList.pstHead, stList.pstTail);  // 129 sub-identifiers: left out
-    EXPECT_EQ(FAKE_SNMP_ToVector(stList.pstHead->stOID), Oid({1, 3, 6, 1, 2}));
+    EXPECT_EQ(Fetch("w", {1, 2, 3, 4, 5, 6, 7, 8, 9}, "ctx", &stList), "1.3.6.1.2");  // 129: out
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", "Invalid OID length."), 1u);
     mte_OBJ_FreeVBlist(&stList);
-
-    stSuffix = FAKE_SNMP_MakeOid({1, 2, 3, 4, 5, 6, 7, 8});
-    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "ctx", &stList);
-    ASSERT_NE(stList.pstHead, nullptr);
-    EXPECT_EQ(FAKE_SNMP_ToVector(stList.pstHead->stOID), ast128);
-    ASSERT_NE(stList.pstHead->pValue, nullptr);
-    EXPECT_EQ(stList.pstHead->pstNext, stList.pstTail);
+    EXPECT_EQ(Fetch("w", {1, 2, 3, 4, 5, 6, 7, 8}, "ctx", &stList),
+              FAKE_SNMP_OidStr(ast128) + " 1.3.6.1.2");
     mte_OBJ_FreeVBlist(&stList);
-
     // A fully specified trigger (empty suffix) cannot complete a wildcarded row.
-    stSuffix = FAKE_SNMP_MakeOid({});
-    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "ctx", &stList);
-    ASSERT_NE(stList.pstHead, nullptr);
-    EXPECT_EQ(stList.pstHead, stList.pstTail);
+    EXPECT_EQ(Fetch("w", {}, "ctx", &stList), "1.3.6.1.2");
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR",
                              "Variable binding failed because the object own-w-1 in the objects "
                              "table is wildcarded but the trigger object is fully specified."),
@@ -167,35 +165,20 @@ TEST_F(EventRunTest, FailedFetchesAreUnlinkedAndTheListKeepsItsEnds) {
     AddObject("g", 1, {1, 1}, false, false);
     AddObject("g", 2, {1, 2});
     AddObject("g", 3, {1, 3}, false, false);
-    const char aszGroup[2][MTE_NAME_SIZE] = {"own", "g"};
-    MTE_OID_S stSuffix{};
-
     // Every fetch fails: the list comes back as it was, an element already in it untouched.
-    MTE_VB_S* pstOld = static_cast<MTE_VB_S*>(calloc(1, sizeof(MTE_VB_S)));
+    auto* pstOld = static_cast<MTE_VB_S*>(calloc(1, sizeof(MTE_VB_S)));
     MTE_VB_LIST_S stList{pstOld, pstOld};
     FAKE_SNMP_FailOid({1, 2}, SNMP_ST_TIMEOUT);
-    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "", &stList);
-    EXPECT_EQ(stList.pstHead, pstOld);
-    EXPECT_EQ(stList.pstTail, pstOld);
-    EXPECT_EQ(pstOld->pstNext, nullptr);
+    EXPECT_EQ(Fetch("g", {}, "", &stList), "old");
     EXPECT_EQ(FAKE_SNMP_Gets().size(), 3u);
-
     // Only the middle one answers: it is the new tail.
     FAKE_SNMP_FailOid({1, 2}, 0);
-    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "", &stList);
-    ASSERT_NE(pstOld->pstNext, nullptr);
-    EXPECT_EQ(FAKE_SNMP_ToVector(pstOld->pstNext->stOID), Oid({1, 2}));
-    EXPECT_EQ(stList.pstTail, pstOld->pstNext);
-    EXPECT_EQ(stList.pstTail->pstNext, nullptr);
+    EXPECT_EQ(Fetch("g", {}, "", &stList), "old 1.2");
     mte_OBJ_FreeVBlist(&stList);
     EXPECT_EQ(stList.pstHead, nullptr);
-
     // Starting from an empty list, with only the last value missing.
     FAKE_SNMP_SetInteger("", {1, 1}, 1);
-    mte_OBJ_GetObjVBlist(aszGroup, &stSuffix, "", &stList);
-    ASSERT_NE(stList.pstHead, nullptr);
-    EXPECT_EQ(stList.pstHead->pstNext, stList.pstTail);
-    EXPECT_EQ(FAKE_SNMP_ToVector(stList.pstTail->stOID), Oid({1, 2}));
+    EXPECT_EQ(Fetch("g", {}, "", &stList), "1.1 1.2");
     mte_OBJ_FreeVBlist(&stList);
     EXPECT_EQ(FAKE_SNMP_LiveValues(), 0);
 }
