@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -162,15 +163,12 @@ TEST_F(TimerTest, SetStatusFromAnotherThreadWhileAnnouncing) {
     }
     std::atomic<bool> bStop{false};
     std::thread worker([&] {
-        uint32_t uiRound = 0;
-        while (!bStop.load()) {
+        const uint32_t auiStatus[] = {TIMER_STATUS_SUSPEND, TIMER_STATUS_ACTIVE,
+                                      TIMER_STATUS_RESTART};
+        for (uint32_t uiRound = 0; !bStop.load(); uiRound++) {
             for (int64_t llId : ids) {
-                uint32_t uiStatus = (uiRound % 3 == 0)   ? TIMER_STATUS_SUSPEND
-                                    : (uiRound % 3 == 1) ? TIMER_STATUS_ACTIVE
-                                                         : TIMER_STATUS_RESTART;
-                Timer_SetStatus(m_ulSet, llId, uiStatus, 1000);
+                Timer_SetStatus(m_ulSet, llId, auiStatus[uiRound % 3], 1000);
             }
-            uiRound++;
         }
     });
     Ticks(2000);
@@ -179,16 +177,14 @@ TEST_F(TimerTest, SetStatusFromAnotherThreadWhileAnnouncing) {
     for (int64_t llId : ids) {
         ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_ACTIVE, 0));
     }
-    int iBefore = 0;
-    for (auto& stProbe : probes) {
-        iBefore += stProbe.iFired;
-    }
+    auto Fired = [&probes] {
+        return std::accumulate(probes.begin(), probes.end(), 0, [](int iSum, const Probe& stProbe) {
+            return iSum + stProbe.iFired;
+        });
+    };
+    int iBefore = Fired();
     Ticks(1);
-    int iAfter = 0;
-    for (auto& stProbe : probes) {
-        iAfter += stProbe.iFired;
-    }
-    EXPECT_EQ(iBefore + 64, iAfter);
+    EXPECT_EQ(iBefore + 64, Fired());
 }
 
 }  // namespace
@@ -219,13 +215,7 @@ class TimerCrowdTest : public TimerTest {
         }
         Timer_SetGate(m_ulSet, RoomGate);
     }
-    int Fired() const {
-        int iSum = 0;
-        for (int iCount : m_aiCount) {
-            iSum += iCount;
-        }
-        return iSum;
-    }
+    int Fired() const { return std::accumulate(m_aiCount.begin(), m_aiCount.end(), 0); }
     std::vector<int> m_aiCount;
     std::vector<int64_t> m_allIds;
 };
