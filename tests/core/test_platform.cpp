@@ -50,6 +50,8 @@ TEST(PathsTest, DirectoriesFromSystemdOrDefaults) {
         EXPECT_EQ(PLAT_StateDir(), stCase.pszState);
         EXPECT_EQ(PLAT_RuntimeDir(), stCase.pszRuntime);
     }
+    ScopedEnv stState("STATE_DIRECTORY", "/s/");  // a trailing slash is not doubled
+    EXPECT_EQ(PLAT_TrapSwitchPath(), "/s/trap-switch");
 }
 
 // Readiness reaching a service manager's socket is seen by every process test

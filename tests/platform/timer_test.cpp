@@ -1,6 +1,6 @@
 // Timer set: periods, suspend/resume, restart with a new period, deletion from
 // inside a callback, Timer_SetStatus from another thread while ticks are
-// announced, and the gate that holds back a crowd.
+// announced, many idle timers, and the gate that holds back a crowd.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -152,6 +152,29 @@ TEST_F(TimerTest, IdsAreNeverReusedAndStaleIdsAreRefused) {
         EXPECT_NE(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_ACTIVE, 0));
     }
     EXPECT_NE(0u, Timer_Delete(m_ulSet, -1));  // a trigger without a timer
+    EXPECT_EQ(-1, Timer_Create(m_ulSet, 1, 0, OnFire, nullptr));
+    EXPECT_EQ(-1, Timer_Create(0, 1, 1000, OnFire, nullptr));
+}
+
+// More timers than the set first made room for: its tables grow.
+TEST_F(TimerTest, ManyIdleTimersDoNotDisturbTheDueOnes) {
+    Probe stIdle;
+    Probe stBusy;
+    std::vector<int64_t> ids;
+    for (int i = 0; i < 20000; i++) {
+        ids.push_back(Create(&stIdle, 3600 * 1000));
+    }
+    Create(&stBusy, 1000);
+    // Suspend/resume churn on the idle ones must not grow anything without bound.
+    for (int iRound = 0; iRound < 5; iRound++) {
+        for (int64_t llId : ids) {
+            Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_SUSPEND, 0);
+            Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_ACTIVE, 0);
+        }
+        Ticks(1);
+    }
+    EXPECT_EQ(5, stBusy.iFired);
+    EXPECT_EQ(0, stIdle.iFired);
 }
 
 // Run under TSan: the worker restarts timers while the main thread announces.

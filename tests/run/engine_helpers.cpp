@@ -32,11 +32,6 @@ MTE_TRIGGER_ENTRY_S* ENG_NewTrigger(const char* pszName) {
     return pstTrigger;
 }
 
-void ENG_FreeTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger) {
-    pthread_mutex_destroy(&pstTrigger->stStateLock);
-    free(pstTrigger);
-}
-
 uint32_t ENG_ListLen(const MTE_SAMPLE_S* pstHead) {
     uint32_t uiLen = 0;
     for (; pstHead != nullptr; pstHead = pstHead->pstNext) {
@@ -72,6 +67,18 @@ MTE_EXIST_ENTRY_S* ENG_AddExistence(MTE_TRIGGER_ENTRY_S* pstTrigger, const char*
     pstRow->usFirstCycle = 1;
     pstTrigger->pstExist = pstRow;
     pstTrigger->stRow.ucTest |= MTE_TEST_EXISTENCE;
+    return pstRow;
+}
+
+MTE_BOOL_ENTRY_S* ENG_AddBoolean(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiComparison,
+                                 int32_t iValue, const char* pszEvent) {
+    auto* pstRow = NewRow<MTE_BOOL_ENTRY_S>(pstTrigger);
+    SetEvent(pstRow->szEventOwner, pstRow->szEvent, pszEvent);
+    pstRow->uiComparison = uiComparison;
+    pstRow->iValue = iValue;
+    pstRow->uiStartup = MTE_TRUE;
+    pstTrigger->pstBool = pstRow;
+    pstTrigger->stRow.ucTest |= MTE_TEST_BOOLEAN;
     return pstRow;
 }
 

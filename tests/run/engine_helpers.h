@@ -1,5 +1,5 @@
 // Helpers of the engine tests: triggers and test rows built by hand, the
-// captured notifications decoded, the worker's queue driven from the test.
+// worker's queue driven from the test.
 #ifndef ENGINE_HELPERS_H
 #define ENGINE_HELPERS_H
 
@@ -9,7 +9,6 @@
 // A zero-filled trigger entry with the table's defaults (idle, no timer,
 // instance released), owner "own" and the given name.
 MTE_TRIGGER_ENTRY_S* ENG_NewTrigger(const char* pszName);
-void ENG_FreeTrigger(MTE_TRIGGER_ENTRY_S* pstTrigger);
 uint32_t ENG_ListLen(const MTE_SAMPLE_S* pstHead);
 
 // The trap switch as the notification senders see it.
@@ -18,6 +17,8 @@ void ENG_SetTrapSwitch(uint16_t usOn);
 // Test rows attached to a trigger (freed with the trigger by mte_TRIGGER_FreeNode).
 MTE_EXIST_ENTRY_S* ENG_AddExistence(MTE_TRIGGER_ENTRY_S* pstTrigger, const char* pszEvent,
                                     uint8_t ucTest = 0xE0, uint8_t ucStartup = 0xC0);
+MTE_BOOL_ENTRY_S* ENG_AddBoolean(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiComparison,
+                                 int32_t iValue, const char* pszEvent);
 // Events evRising, evFalling, evDeltaRising and evDeltaFalling.
 MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiStartup,
                                     int32_t iRising, int32_t iFalling, int32_t iDeltaRising,

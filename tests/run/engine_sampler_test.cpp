@@ -555,6 +555,20 @@ TEST_F(EngineSampler, TrapSwitchOffSendsNothingButStillCounts) {
 
 // --- evaluation ---------------------------------------------------------------
 
+TEST_F(EngineSampler, BooleanFiresOnTheInstancesThatMatchWithTheirFullOids) {
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {1}), 5);
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {2}), 20);
+    FAKE_SNMP_SetString("", Sub(kIfIn, {3}), "text");
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("b", kIfIn, "", true);
+    ENG_AddBoolean(pstTrigger, MTE_BOOL_GREATER, 10, "evBool");
+    mte_DBG_EnableSwitch(MTE_DBG_WARNING | MTE_DBG_INFO);
+    Cycle(pstTrigger);
+    EXPECT_EQ(Sent(), (std::vector<std::string>{"Fired if.2=20", "Failure if.3=-5"}));  // badType
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "Type of boolean comparison: greater"), 1u);
+    EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO, "FailedReason: badType"), 1u);
+    EXPECT_EQ(EventsRun().size(), 1u);
+}
+
 TEST_F(EngineSampler, AbsoluteRisingAndDeltaFallingInOnePairRunInThatOrder) {
     FAKE_SNMP_SetInteger("", kScalar, 50);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("th", kScalar);

@@ -40,7 +40,7 @@ class EngineTimer : public ::testing::Test {
         mte_TIMER_Fini();
         mte_TIMER_SetPortFlag(0);
         mte_RUN_ClearSampleRes(m_pstTrigger);
-        ENG_FreeTrigger(m_pstTrigger);
+        mte_TRIGGER_FreeNode(m_pstTrigger);
         mte_TRIGGER_Fini();
         mte_EPOLL_Fini();
         mte_DBG_Fini();
