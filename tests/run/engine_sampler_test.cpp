@@ -256,6 +256,24 @@ TEST_F(EngineSampler, WalkOfTwelveInstancesTakesThreeBatches) {
     EXPECT_EQ(Kept(pstTrigger).back(), "if.12");
 }
 
+TEST_F(EngineSampler, NextCycleReportsGoneAndNewInstancesAndPairsTheRest) {
+    Fill(3);
+    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
+    ENG_AddExistence(pstTrigger, "", MTE_EXIST_PRESENT | MTE_EXIST_ABSENT | MTE_EXIST_CHANGED, 0);
+    Cycle(pstTrigger);
+    EXPECT_TRUE(FAKE_SNMP_Notifies().empty());
+    EXPECT_EQ(ENG_Instances(), 3u);
+
+    FAKE_SNMP_Remove("", Sub(kIfIn, {2}));
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {4}), 40);
+    FAKE_SNMP_SetInteger("", Sub(kIfIn, {3}), 31);
+    Cycle(pstTrigger);
+    // Gone (with its last value), changed, new.
+    EXPECT_EQ(Sent(), (std::vector<std::string>{"Fired if.2=2", "Fired if.3=31", "Fired if.4=40"}));
+    EXPECT_EQ(ENG_Instances(), 3u);
+    EXPECT_EQ(Kept(pstTrigger), (std::vector<std::string>{"if.1", "if.3", "if.4"}));
+}
+
 TEST_F(EngineSampler, InstanceMaximumReachedMidWalkKeepsOnlyTheLastRefusedSample) {
     mte_SCALAR_SetInstancesMax(3);
     Fill(6);
