@@ -78,16 +78,6 @@ constexpr std::array<const char*, MTE_TEXT_COUNT> g_apszMteTexts = mte_dbg_TextA
 
 constexpr RC_DESC_S g_stMteRcDesc = {g_apszMteTexts.data(), 0};
 
-const char* mte_dbg_MnemonicOf(uint32_t uiBit) {
-    if (uiBit & MTE_DBG_ERR) {
-        return MTE_DBG_MNEMONIC_ERR;
-    }
-    if (uiBit & MTE_DBG_WARNING) {
-        return MTE_DBG_MNEMONIC_WARNING;
-    }
-    return MTE_DBG_MNEMONIC_INFO;
-}
-
 }  // namespace
 
 void mte_dbg_DbgSwtRdLock(void) {
@@ -205,16 +195,6 @@ void mte_DBG_Print(const char* pszMnemonic, const char* pszFormat, ...) {
     va_list args;
     va_start(args, pszFormat);
     mte_DBG_VPrint(pszMnemonic, pszFormat, args);
-    va_end(args);
-}
-
-void mte_DBG_PrintIfOn(uint32_t uiBit, const char* pszFormat, ...) {
-    if (mte_DBG_IsEnable(uiBit) == 0) {
-        return;
-    }
-    va_list args;
-    va_start(args, pszFormat);
-    mte_DBG_VPrint(mte_dbg_MnemonicOf(uiBit), pszFormat, args);
     va_end(args);
 }
 

@@ -71,10 +71,6 @@ void mte_DBG_FlushTraceLimits(void);
 void mte_DBG_Print(const char* pszMnemonic, const char* pszFormat, ...)
     __attribute__((format(printf, 2, 3)));
 void mte_DBG_VPrint(const char* pszMnemonic, const char* pszFormat, va_list args);
-// Tests the bit (MTE_DBG_ERR, _WARNING or _INFO) and only when it is on
-// formats and writes the line with that bit's mnemonic.
-void mte_DBG_PrintIfOn(uint32_t uiBit, const char* pszFormat, ...)
-    __attribute__((format(printf, 2, 3)));
 
 // The text registered under MTE_TEXT(uiIndex); never null, "" for an index
 // out of range or while the texts are not registered. A text used as a format

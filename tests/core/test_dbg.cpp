@@ -80,23 +80,6 @@ TEST_F(DbgTest, SwitchArithmetic) {
     EXPECT_EQ(mte_DBG_GetSwitch(), 0u);
 }
 
-TEST_F(DbgTest, DebugLinesOnlyWhileTheirBitIsOnWithItsMnemonic) {
-    mte_DBG_PrintIfOn(MTE_DBG_WARNING, "%s", "off");
-    EXPECT_TRUE(FAKE_LOG_Lines().empty());
-    const std::pair<uint32_t, const char*> astBits[] = {{MTE_DBG_ERR, "EVENTMIB_ERR"},
-                                                        {MTE_DBG_WARNING, "EVENTMIB_WARNING"},
-                                                        {MTE_DBG_INFO, "EVENTMIB_INFO"}};
-    for (const auto& [uiBit, pszMnemonic] : astBits) {
-        FAKE_LOG_Clear();
-        mte_DBG_EnableSwitch(uiBit);
-        mte_DBG_PrintIfOn(uiBit, mte_DBG_Text(MTE_TEXT_EVENT_NONEXISTENT), "own", "ev");
-        FAKE_LOG_LINE_S stLine = OnlyLine();
-        EXPECT_EQ(stLine.strMnemonic, pszMnemonic);
-        EXPECT_EQ(stLine.strText, "Event entry own-ev: Nonexistent event.");  // no prefix
-        EXPECT_EQ(stLine.uiPriority, 0x10000bfu);
-    }
-}
-
 // The words are pinned at compile time; the registry holds them while the
 // module is up.
 static_assert(std::string_view(mte_DBG_TextFormat(MTE_TEXT_INIT_FAILED)) ==
