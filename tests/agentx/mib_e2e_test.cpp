@@ -2,6 +2,7 @@
 // -> AgentX -> the bridge (a small test subagent) -> the real eventmibd over
 // its management socket. Every command runs under timeout(1); every wait is
 // bounded.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
@@ -16,6 +17,9 @@
 #include "stack.h"
 
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 const std::string kMte = "1.3.6.1.2.1.88";
 const std::string kTrigger = "1.3.6.1.2.1.88.1.2.2.1";
@@ -163,12 +167,12 @@ std::string MibBridgeTest::s_strStartError;
 TEST_F(MibBridgeTest, ScalarsReadAndWrite) {
     ToolRun stRun = Set(kSampleMin + " i 7");
     EXPECT_EQ(stRun.iExit, 0) << stRun.strOut;
-    EXPECT_NE(Get(kSampleMin).strOut.find("INTEGER: 7"), std::string::npos);
+    EXPECT_THAT(Get(kSampleMin).strOut, HasSubstr("INTEGER: 7"));
     stRun = Set(kSampleMin + " i 0");
-    EXPECT_NE(stRun.strOut.find("wrongValue"), std::string::npos) << stRun.strOut;
+    EXPECT_THAT(stRun.strOut, HasSubstr("wrongValue"));
     stRun = Set("1.3.6.1.2.1.88.1.2.1.0 u 5");  // mteTriggerFailures
-    EXPECT_NE(stRun.strOut.find("notWritable"), std::string::npos) << stRun.strOut;
-    EXPECT_NE(Get("1.3.6.1.2.1.88.1.1.5.0").strOut.find("Counter32"), std::string::npos);
+    EXPECT_THAT(stRun.strOut, HasSubstr("notWritable"));
+    EXPECT_THAT(Get("1.3.6.1.2.1.88.1.1.5.0").strOut, HasSubstr("Counter32"));
     EXPECT_EQ(Set(kSampleMin + " i 1").iExit, 0);
 }
 
@@ -182,21 +186,21 @@ TEST_F(MibBridgeTest, CreateAndWaitThenActiveWithABooleanTest) {
     std::string strBool = NamedIndex("b", "t1");
     stRun = Set(kBoolean + ".1" + strBool + " i 5 " + kBoolean + ".2" + strBool + " i -3");
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
-    EXPECT_NE(Get(Trig(15, "b", "t1")).strOut.find("INTEGER: 2"), std::string::npos);
+    EXPECT_THAT(Get(Trig(15, "b", "t1")).strOut, HasSubstr("INTEGER: 2"));
     stRun = Set(Trig(15, "b", "t1") + " i 1");
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
 
     ToolRun stGet =
         Get(Trig(3, "b", "t1") + " " + Trig(4, "b", "t1") + " " + Trig(11, "b", "t1") + " " +
             Trig(14, "b", "t1") + " " + Trig(15, "b", "t1") + " " + kBoolean + ".2" + strBool);
-    EXPECT_NE(stGet.strOut.find("STRING: \"hello\""), std::string::npos) << stGet.strOut;
-    EXPECT_NE(stGet.strOut.find("STRING: \"@\""), std::string::npos) << stGet.strOut;  // 0x40
-    EXPECT_NE(stGet.strOut.find("Gauge32: 30"), std::string::npos) << stGet.strOut;
-    EXPECT_NE(stGet.strOut.find(Trig(14, "b", "t1") + " = INTEGER: 1"), std::string::npos);
-    EXPECT_NE(stGet.strOut.find(Trig(15, "b", "t1") + " = INTEGER: 1"), std::string::npos);
-    EXPECT_NE(stGet.strOut.find("INTEGER: -3"), std::string::npos) << stGet.strOut;
+    EXPECT_THAT(stGet.strOut, HasSubstr("STRING: \"hello\""));
+    EXPECT_THAT(stGet.strOut, HasSubstr("STRING: \"@\""));  // 0x40
+    EXPECT_THAT(stGet.strOut, HasSubstr("Gauge32: 30"));
+    EXPECT_THAT(stGet.strOut, HasSubstr(Trig(14, "b", "t1") + " = INTEGER: 1"));
+    EXPECT_THAT(stGet.strOut, HasSubstr(Trig(15, "b", "t1") + " = INTEGER: 1"));
+    EXPECT_THAT(stGet.strOut, HasSubstr("INTEGER: -3"));
     // Not a row: no such instance.
-    EXPECT_NE(Get(Trig(3, "b", "nope")).strOut.find("No Such Instance"), std::string::npos);
+    EXPECT_THAT(Get(Trig(3, "b", "nope")).strOut, HasSubstr("No Such Instance"));
 }
 
 // The bridge keeps the rows a walk fetched for a few seconds; a write through
@@ -204,19 +208,18 @@ TEST_F(MibBridgeTest, CreateAndWaitThenActiveWithABooleanTest) {
 TEST_F(MibBridgeTest, WriteThroughTheBridgeShowsInTheNextWalkAtOnce) {
     ASSERT_EQ(Set(Trig(15, "c", "w") + " i 5 " + Trig(3, "c", "w") + " s one").iExit, 0);
     std::string strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
-    EXPECT_NE(strWalk.find(Trig(3, "c", "w") + " = STRING: \"one\""), std::string::npos) << strWalk;
+    EXPECT_THAT(strWalk, HasSubstr(Trig(3, "c", "w") + " = STRING: \"one\""));
     ASSERT_EQ(Set(Trig(3, "c", "w") + " s two").iExit, 0);
     strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
-    EXPECT_NE(strWalk.find(Trig(3, "c", "w") + " = STRING: \"two\""), std::string::npos) << strWalk;
+    EXPECT_THAT(strWalk, HasSubstr(Trig(3, "c", "w") + " = STRING: \"two\""));
     // A change made past the bridge shows once the kept answers expire (5 s).
     ASSERT_TRUE(DaemonSetComment("c", "w", "three"));
     usleep(5300 * 1000);
     strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
-    EXPECT_NE(strWalk.find(Trig(3, "c", "w") + " = STRING: \"three\""), std::string::npos)
-        << strWalk;
+    EXPECT_THAT(strWalk, HasSubstr(Trig(3, "c", "w") + " = STRING: \"three\""));
     ASSERT_EQ(Set(Trig(15, "c", "w") + " i 6").iExit, 0);
     strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
-    EXPECT_EQ(strWalk.find(Trig(3, "c", "w")), std::string::npos) << strWalk;
+    EXPECT_THAT(strWalk, Not(HasSubstr(Trig(3, "c", "w"))));
 }
 
 TEST_F(MibBridgeTest, CreateAndGoInOnePduWithColumnsSubRowsAndLargeIndexes) {
@@ -225,8 +228,8 @@ TEST_F(MibBridgeTest, CreateAndGoInOnePduWithColumnsSubRowsAndLargeIndexes) {
                         Trig(11, "aa", "x") + " u 60 " + Trig(3, "aa", "x") + " s go");
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     ToolRun stGet = Get(Trig(15, "aa", "x") + " " + Trig(4, "aa", "x"));
-    EXPECT_NE(stGet.strOut.find("INTEGER: 1"), std::string::npos) << stGet.strOut;
-    EXPECT_NE(stGet.strOut.find("Hex-STRING: 80"), std::string::npos) << stGet.strOut;
+    EXPECT_THAT(stGet.strOut, HasSubstr("INTEGER: 1"));
+    EXPECT_THAT(stGet.strOut, HasSubstr("Hex-STRING: 80"));
     // Objects and event rows, with their own index shapes; objects indexes
     // above 2^31 are read as GETNEXT shows them.
     for (uint32_t uiIndex : {1u, 2147483648u, 3000000000u, 4294967295u}) {
@@ -235,7 +238,7 @@ TEST_F(MibBridgeTest, CreateAndGoInOnePduWithColumnsSubRowsAndLargeIndexes) {
                     " o 1.3.6.1.2.1.1.5.0");
         ASSERT_EQ(stRun.iExit, 0) << uiIndex << ": " << stRun.strOut;
         stGet = Get(kObjects + ".3" + strObj);
-        EXPECT_NE(stGet.strOut.find("OID: .1.3.6.1.2.1.1.5.0"), std::string::npos) << stGet.strOut;
+        EXPECT_THAT(stGet.strOut, HasSubstr("OID: .1.3.6.1.2.1.1.5.0"));
     }
     std::string strEv = NamedIndex("aa", "ev");
     stRun = Set(kEvent + ".5" + strEv + " i 5 " + kEvent + ".3" + strEv + " x 80 " + kEvent + ".2" +
@@ -245,11 +248,8 @@ TEST_F(MibBridgeTest, CreateAndGoInOnePduWithColumnsSubRowsAndLargeIndexes) {
                 " s aa " + kNotify + ".3" + strEv + " s objs");
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     ToolRun stNotify = Tool("snmpwalk", kNotify);
-    EXPECT_NE(stNotify.strOut.find(kNotify + ".2" + strEv + " = STRING: \"aa\""), std::string::npos)
-        << stNotify.strOut;
-    EXPECT_NE(stNotify.strOut.find(kNotify + ".3" + strEv + " = STRING: \"objs\""),
-              std::string::npos)
-        << stNotify.strOut;
+    EXPECT_THAT(stNotify.strOut, HasSubstr(kNotify + ".2" + strEv + " = STRING: \"aa\""));
+    EXPECT_THAT(stNotify.strOut, HasSubstr(kNotify + ".3" + strEv + " = STRING: \"objs\""));
     EXPECT_EQ(Set(kEvent + ".5" + strEv + " i 1").iExit, 0);
 
     // A trigger made active in the same PDU as its test rows, and an event
@@ -261,19 +261,17 @@ TEST_F(MibBridgeTest, CreateAndGoInOnePduWithColumnsSubRowsAndLargeIndexes) {
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     stGet = Get(Trig(15, "aa", "withbool") + " " + kBoolean + ".1" + strIdx + " " + kBoolean +
                 ".2" + strIdx);
-    EXPECT_NE(stGet.strOut.find(Trig(15, "aa", "withbool") + " = INTEGER: 1"), std::string::npos)
-        << stGet.strOut;
-    EXPECT_NE(stGet.strOut.find(kBoolean + ".1" + strIdx + " = INTEGER: 5"), std::string::npos)
-        << stGet.strOut;
-    EXPECT_NE(stGet.strOut.find("INTEGER: 42"), std::string::npos) << stGet.strOut;
+    EXPECT_THAT(stGet.strOut, HasSubstr(Trig(15, "aa", "withbool") + " = INTEGER: 1"));
+    EXPECT_THAT(stGet.strOut, HasSubstr(kBoolean + ".1" + strIdx + " = INTEGER: 5"));
+    EXPECT_THAT(stGet.strOut, HasSubstr("INTEGER: 42"));
 
     strEv = NamedIndex("aa", "evgo");
     stRun = Set(kEvent + ".5" + strEv + " i 4 " + kEvent + ".3" + strEv + " x 80 " + kNotify +
                 ".1" + strEv + " o 1.3.6.1.4.1.99.0.2");
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     stGet = Get(kEvent + ".5" + strEv + " " + kNotify + ".1" + strEv);
-    EXPECT_NE(stGet.strOut.find("INTEGER: 1"), std::string::npos) << stGet.strOut;
-    EXPECT_NE(stGet.strOut.find("OID: .1.3.6.1.4.1.99.0.2"), std::string::npos) << stGet.strOut;
+    EXPECT_THAT(stGet.strOut, HasSubstr("INTEGER: 1"));
+    EXPECT_THAT(stGet.strOut, HasSubstr("OID: .1.3.6.1.4.1.99.0.2"));
 }
 
 TEST_F(MibBridgeTest, WalksAreStrictlyIncreasingAndShowExactlyTheDaemonsRows) {
@@ -299,7 +297,7 @@ TEST_F(MibBridgeTest, WalksAreStrictlyIncreasingAndShowExactlyTheDaemonsRows) {
     EXPECT_GE(astrDaemon.size(), 5u);
     // A get-next from inside an index (not a row) lands on the next row.
     ToolRun stNext = Tool("snmpgetnext", kTrigger + ".15.2.97.98.108");
-    EXPECT_NE(stNext.strOut.find(Trig(15, "ab", "longername")), std::string::npos) << stNext.strOut;
+    EXPECT_THAT(stNext.strOut, HasSubstr(Trig(15, "ab", "longername")));
 }
 
 // A get-next from any name (cut indexes, characters above 255, lengths out of
@@ -379,10 +377,9 @@ TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
     };
     for (const auto& stCase : aCases) {
         ToolRun stRun = Set(stCase.strArgs);
-        EXPECT_NE(stRun.strOut.find(stCase.strError), std::string::npos) << stCase.strArgs << "\n"
-                                                                         << stRun.strOut;
-        EXPECT_NE(stRun.strOut.find("Failed object: ." + stCase.strFailed + "\n"),
-                  std::string::npos)
+        EXPECT_THAT(stRun.strOut, HasSubstr(stCase.strError)) << stCase.strArgs << "\n"
+                                                              << stRun.strOut;
+        EXPECT_THAT(stRun.strOut, HasSubstr("Failed object: ." + stCase.strFailed + "\n"))
             << stCase.strArgs << "\n"
             << stRun.strOut;
     }
@@ -391,12 +388,10 @@ TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
     ToolRun stRun =
         Set(Trig(3, "ab", "slow") + " s c " + Trig(15, "ab", "slow") + " i 4 " +
             Trig(6, "ab", "slow") + " o 1.3.6.1.2.1.1.3.0 " + Trig(11, "ab", "slow") + " u 10");
-    EXPECT_NE(stRun.strOut.find("inconsistentValue"), std::string::npos) << stRun.strOut;
-    EXPECT_NE(stRun.strOut.find("Failed object: ." + Trig(11, "ab", "slow") + "\n"),
-              std::string::npos)
-        << stRun.strOut;
+    EXPECT_THAT(stRun.strOut, HasSubstr("inconsistentValue"));
+    EXPECT_THAT(stRun.strOut, HasSubstr("Failed object: ." + Trig(11, "ab", "slow") + "\n"));
     ASSERT_EQ(Set(kSampleMin + " i 1").iExit, 0);
-    EXPECT_NE(Get(Trig(15, "ab", "slow")).strOut.find("No Such Instance"), std::string::npos);
+    EXPECT_THAT(Get(Trig(15, "ab", "slow")).strOut, HasSubstr("No Such Instance"));
 }
 
 // A PDU whose second row fails: the row it created first is destroyed again.
@@ -404,11 +399,9 @@ TEST_F(MibBridgeTest, AFailedPduTakesBackTheRowsItCreated) {
     std::string strEv = NamedIndex("ab", "dup");
     ASSERT_EQ(Set(kEvent + ".5" + strEv + " i 5").iExit, 0);
     ToolRun stRun = Set(Trig(15, "ab", "undo") + " i 5 " + kEvent + ".5" + strEv + " i 5");
-    EXPECT_NE(stRun.strOut.find("inconsistentValue"), std::string::npos) << stRun.strOut;
-    EXPECT_NE(stRun.strOut.find("Failed object: ." + kEvent + ".5" + strEv + "\n"),
-              std::string::npos)
-        << stRun.strOut;
-    EXPECT_NE(Get(Trig(15, "ab", "undo")).strOut.find("No Such Instance"), std::string::npos);
+    EXPECT_THAT(stRun.strOut, HasSubstr("inconsistentValue"));
+    EXPECT_THAT(stRun.strOut, HasSubstr("Failed object: ." + kEvent + ".5" + strEv + "\n"));
+    EXPECT_THAT(Get(Trig(15, "ab", "undo")).strOut, HasSubstr("No Such Instance"));
 }
 
 // A daemon that takes requests but does not answer: each PDU gets genErr
@@ -428,13 +421,13 @@ TEST_F(MibBridgeTest, HungDaemonBoundsEveryPduAndAppliesNothingLate) {
         ToolRun stRun = stRunCase.first == "snmpset" ? Set(stRunCase.second)
                                                      : Tool(stRunCase.first, stRunCase.second);
         int64_t llTook = mte_test::MonoMs() - llStart;
-        EXPECT_NE(stRun.strOut.find("genError"), std::string::npos) << stRun.strOut;
+        EXPECT_THAT(stRun.strOut, HasSubstr("genError"));
         EXPECT_LT(llTook, 1600) << stRunCase.first << ": " << stRun.strOut;
     }
     ASSERT_TRUE(s_pstStack->m_stDaemon.Signal(SIGCONT));
     EXPECT_TRUE(mte_test::WaitUntil(
         [] { return Get(kSampleMin).strOut.find("INTEGER") != std::string::npos; }, 5000));
-    EXPECT_NE(Get(Trig(15, "b", "late")).strOut.find("No Such Instance"), std::string::npos);
+    EXPECT_THAT(Get(Trig(15, "b", "late")).strOut, HasSubstr("No Such Instance"));
 }
 
 // Runs last (alphabetically after the others is not guaranteed: it restarts
@@ -444,11 +437,11 @@ TEST_F(MibBridgeTest, ZDaemonAwayGivesGenErrAndComesBack) {
     ASSERT_EQ(s_pstStack->m_stDaemon.Stop(), 0);
     int64_t llStart = mte_test::MonoMs();
     ToolRun stRun = Get(kSampleMin);
-    EXPECT_NE(stRun.strOut.find("genError"), std::string::npos) << stRun.strOut;
+    EXPECT_THAT(stRun.strOut, HasSubstr("genError"));
     EXPECT_LT(mte_test::MonoMs() - llStart, 5000);
     ASSERT_TRUE(s_pstStack->StartDaemon()) << s_pstStack->m_stDaemon.Stderr();
     stRun = Get(Trig(15, "b", "keep"));
-    EXPECT_NE(stRun.strOut.find("INTEGER: 2"), std::string::npos) << stRun.strOut;
+    EXPECT_THAT(stRun.strOut, HasSubstr("INTEGER: 2"));
 }
 
 }  // namespace

@@ -22,6 +22,7 @@
 #include "plat_paths.h"
 #include "plat_port.h"
 #include "plat_trapswitch.h"
+#include "stack.h"
 
 namespace {
 
@@ -191,20 +192,8 @@ TEST_F(ChannelLinksTest, PortEventFromAnotherUserIsIgnored) {
     }
     ASSERT_EQ(mte_SNMP_RegService(), 0u);
     const std::string strPort = PLAT_PortSocketPath();
-    ASSERT_EQ(chmod(strRoot.c_str(), 0755), 0);
-    ASSERT_EQ(chmod((strRoot + "/run").c_str(), 0755), 0);
-    ASSERT_EQ(chmod(strPort.c_str(), 0666), 0);
-    pid_t iChild = fork();
-    ASSERT_GE(iChild, 0);
-    if (iChild == 0) {
-        if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) {
-            _exit(1);
-        }
-        _exit(SendDatagram(strPort, "up", 2) ? 0 : 2);
-    }
-    int iStatus = 0;
-    ASSERT_EQ(waitpid(iChild, &iStatus, 0), iChild);
-    ASSERT_EQ(WEXITSTATUS(iStatus), 0);
+    ASSERT_EQ(mte_test::AsNobodyOn(strPort, [&] { return SendDatagram(strPort, "up", 2) ? 0 : 2; }),
+              0);
     Pump(200);
     EXPECT_EQ(mte_TIMER_GetPortFlag(), 0u);
 }

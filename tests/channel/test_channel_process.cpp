@@ -3,6 +3,7 @@
 // configuration that survives a restart, and bad input of every kind, after
 // which the daemon still answers, holds no extra descriptor and has changed
 // no stored row. Peers of another user are refused.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/sockios.h>
 #include <poll.h>
@@ -26,6 +27,8 @@
 #include "stack.h"
 
 namespace {
+
+using ::testing::HasSubstr;
 
 using mte_test::ChannelClient;
 using mte_test::ToolRun;
@@ -86,51 +89,6 @@ bool InOrder(const std::string& strOut, const std::vector<std::string>& vecKeys)
     return true;
 }
 
-TEST_F(ChannelProcessTest, EveryMessageTypeIsAnswered) {
-    ChannelClient stClient;
-    ASSERT_TRUE(stClient.Connect(SocketPath()));
-    uint32_t uiValue = 7;
-    struct {
-        uint16_t usType, usOp, usItem;
-        uint32_t uiCode;
-        uint16_t usReplyItem;
-    } const astCases[] = {
-        {MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET, 0, MTE_OK, MTE_ITEM_SCALARS},
-        {MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_SET, 0, MTE_ERR_GENERAL, 0},
-        {MTE_MSG_TYPE_SAMPLE_MIN, MTE_MSG_OP_GET, MTE_ITEM_SAMPLE_MIN, MTE_OK, 0},
-        {MTE_MSG_TYPE_INSTANCE_MAX, MTE_MSG_OP_SET, MTE_ITEM_INSTANCE_MAX, MTE_OK, 0},
-        {MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_GET_NEXT, 0, MTE_ERR_TABLE_EMPTY, 0},
-        {MTE_MSG_TYPE_BOOLEAN, MTE_MSG_OP_GET_NEXT, 0, MTE_ERR_TABLE_EMPTY, 0},
-        {MTE_MSG_TYPE_EXISTENCE, MTE_MSG_OP_GET_NEXT, 0, MTE_ERR_TABLE_EMPTY, 0},
-        {MTE_MSG_TYPE_THRESHOLD, MTE_MSG_OP_GET_NEXT, 0, MTE_ERR_TABLE_EMPTY, 0},
-        {MTE_MSG_TYPE_OBJECTS, MTE_MSG_OP_GET_NEXT, 0, MTE_ERR_TABLE_EMPTY, 0},
-        {MTE_MSG_TYPE_EVENT, MTE_MSG_OP_GET_NEXT, 0, MTE_ERR_TABLE_EMPTY, 0},
-        {MTE_MSG_TYPE_NOTIFY, MTE_MSG_OP_GET_NEXT, 0, MTE_ERR_TABLE_EMPTY, 0},
-        {MTE_MSG_TYPE_SET, MTE_MSG_OP_GET_NEXT, 0, MTE_ERR_TABLE_EMPTY, 0},
-        {MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_GET, 0, MTE_ERR_GENERAL, 0},
-        {MTE_MSG_TYPE_EVENT, 9, 0, MTE_ERR_GENERAL, 0},
-        {MTE_MSG_TYPE_DBG_ENABLE, MTE_MSG_OP_SET, MTE_ITEM_DBG_SWITCH, MTE_OK, 0},
-        {MTE_MSG_TYPE_DBG_DISABLE, MTE_MSG_OP_SET, MTE_ITEM_DBG_SWITCH, MTE_OK, 0},
-        {MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET, 0, MTE_OK, MTE_ITEM_DBG_SWITCH},
-        {0, MTE_MSG_OP_GET, 0, MTE_ERR_GENERAL, 0},
-        {MTE_MSG_TYPE_ENGINE_COUNTERS, MTE_MSG_OP_GET, 0, MTE_OK, MTE_ITEM_ENGINE_COUNTERS},
-        {17, MTE_MSG_OP_GET, 0, MTE_ERR_GENERAL, 0},
-    };
-    for (const auto& c : astCases) {
-        SCOPED_TRACE(testing::Message() << "type " << c.usType << " op " << c.usOp);
-        ASSERT_TRUE(stClient.Request(c.usType, c.usOp, 0, c.usItem, c.usItem ? &uiValue : nullptr));
-        EXPECT_EQ(stClient.stReply.uiResult, c.uiCode)
-            << MTE_MSG_ResultName(stClient.stReply.uiResult);
-        EXPECT_EQ(stClient.stReply.usItem, c.usReplyItem);
-    }
-    // The scalar setters took effect.
-    ASSERT_TRUE(stClient.Request(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET));
-    MTE_SCALAR_S stScalars;
-    memcpy(&stScalars, stClient.stReply.pucData, sizeof(stScalars));
-    EXPECT_EQ(stScalars.uiSampleMinimum, 7u);
-    EXPECT_EQ(stScalars.uiSampleInstanceMaximum, 7u);
-}
-
 // A configuration written with eventmibctl walks in index order, is refused
 // with the code and the failed column's name, and survives a restart.
 TEST_F(ChannelProcessTest, ScenarioInIndexOrderRefusalsByNameAndRestart) {
@@ -180,7 +138,7 @@ TEST_F(ChannelProcessTest, ScenarioInIndexOrderRefusalsByNameAndRestart) {
     ASSERT_TRUE(StopDaemon()) << m_stDaemon.Stderr();
     ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     EXPECT_EQ(Snapshot(), strBefore);
-    EXPECT_NE(Ctl("get scalars").strOut.find("instance-maximum          500"), std::string::npos);
+    EXPECT_THAT(Ctl("get scalars").strOut, HasSubstr("instance-maximum          500"));
 }
 
 // Every malformed shape gets its code; nothing crashes, leaks or changes.
@@ -385,9 +343,7 @@ TEST_F(ChannelProcessTest, NamesFromTheDaemonArePrintedEscapedAndTypedBack) {
         ASSERT_TRUE(uc == '\n' || (uc >= 0x20 && uc < 0x7f)) << "raw byte " << int(uc);
     }
     for (const auto& stCase : astCases) {
-        EXPECT_NE(stWalk.strOut.find(std::string(" ") + stCase.pszShown + " "), std::string::npos)
-            << stCase.pszShown << " in\n"
-            << stWalk.strOut;
+        EXPECT_THAT(stWalk.strOut, HasSubstr(std::string(" ") + stCase.pszShown + " "));
         ToolRun stGet = Ctl(std::string("get trigger owner=esc name='") + stCase.pszShown + "'");
         EXPECT_EQ(stGet.iExit, 0) << stCase.pszShown << ": " << stGet.strOut;
     }
@@ -452,38 +408,24 @@ TEST_F(ChannelProcessTest, UnreadRepliesAndDescriptorExhaustionNeitherFloodNorSp
         << m_stDaemon.Stderr();
 }
 
-// Connects as user nobody and sends one request. Exit status of the child:
-// 0 refused (closed without a reply), 1 could not become nobody, 2 served,
-// 3 neither served nor closed.
+// As user nobody: connects and sends one request. 0 refused (closed without
+// a reply), 2 served, 3 neither served nor closed.
 int ConnectAsNobody(const std::string& strPath) {
-    pid_t iChild = fork();
-    if (iChild < 0) {
-        return -1;
-    }
-    if (iChild == 0) {
-        if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) {
-            _exit(1);
-        }
+    return mte_test::AsNobodyOn(strPath, [&] {
         ChannelClient stClient;
         if (!stClient.Connect(strPath, 2000)) {
-            _exit(0);
+            return 0;
         }
         uint8_t aucMsg[32];
         uint32_t uiLen = MTE_MSG_BuildRequest(1, MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET, 0, 0,
                                               nullptr, aucMsg, sizeof(aucMsg));
         (void)stClient.SendRaw(aucMsg, uiLen);
-        pollfd stPoll{stClient.Fd(), POLLIN, 0};
-        if (poll(&stPoll, 1, 2000) != 1) {
-            _exit(3);
+        if (stClient.Silent(2000)) {
+            return 3;
         }
         char acBuf[64];
-        _exit(recv(stClient.Fd(), acBuf, sizeof(acBuf), MSG_DONTWAIT) > 0 ? 2 : 0);
-    }
-    int iStatus = 0;
-    if (waitpid(iChild, &iStatus, 0) != iChild || !WIFEXITED(iStatus)) {
-        return -1;
-    }
-    return WEXITSTATUS(iStatus);
+        return recv(stClient.Fd(), acBuf, sizeof(acBuf), MSG_DONTWAIT) > 0 ? 2 : 0;
+    });
 }
 
 TEST_F(ChannelProcessTest, SocketIsNotWorldAccessibleAndOtherUsersAreRefused) {
@@ -494,14 +436,11 @@ TEST_F(ChannelProcessTest, SocketIsNotWorldAccessibleAndOtherUsersAreRefused) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "switching to another user needs root";
     }
-    // Open the path to everyone, so that only the daemon's own check stands
-    // between another user and the tables.
-    ASSERT_EQ(chmod(m_stDaemon.Root().c_str(), 0755), 0);
-    ASSERT_EQ(chmod(m_stDaemon.RuntimeDir().c_str(), 0755), 0);
-    ASSERT_EQ(chmod(SocketPath().c_str(), 0666), 0);
+    // The path is opened to everyone, so that only the daemon's own check
+    // stands between another user and the tables.
     size_t uiFdsBefore = m_stDaemon.SettledFdCount();
     EXPECT_EQ(ConnectAsNobody(SocketPath()), 0)
-        << "1: setresuid failed, 2: another user was served, 3: connection left open";
+        << "-1: not nobody, 2: another user was served, 3: connection left open";
     // The first refusal writes a trace, which may open the log once.
     usleep(100 * 1000);
     size_t uiFdsAfterFirst = m_stDaemon.SettledFdCount();

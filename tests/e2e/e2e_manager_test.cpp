@@ -2,11 +2,15 @@
 // through snmpd and eventmib-agentx (nothing through eventmibctl), and a
 // threshold crossing ends with mteTriggerRising and the configured
 // notification at snmptrapd.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "stack.h"
 
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 using namespace mte_test;
 
@@ -79,9 +83,9 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
     // Written while active: refused, the row unchanged.
     EXPECT_NE(Set(Column(strDelta, 3, NAME_T) + " i 2"), "");
     std::string strGot = Get(Column(strDelta, 1, NAME_T)).strOut;
-    EXPECT_NE(strGot.find("OID: ." + strUpTime), std::string::npos) << strGot;
+    EXPECT_THAT(strGot, HasSubstr("OID: ." + strUpTime));
     const std::string strConfigured = Walk(strDeltaWalk);
-    EXPECT_NE(strConfigured.find("OID: ." + strUpTime), std::string::npos) << strConfigured;
+    EXPECT_THAT(strConfigured, HasSubstr("OID: ." + strUpTime));
 
     // The agent "restarts": its up time goes back and the counter starts at 0,
     // a fall of 1000 that is no delta. Then a real rise of 300 fires.
@@ -105,13 +109,11 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
     // It goes with the delta sample type, and with the trigger.
     EXPECT_EQ(Set(Column(strTrigger, 15, NAME_T) + " i 2"), "");
     EXPECT_EQ(Set(Column(strTrigger, 5, NAME_T) + " i 1"), "");
-    EXPECT_EQ(Walk(strDeltaWalk).find(strDeltaWalk + ".1."), std::string::npos)
-        << Walk(strDeltaWalk);
+    EXPECT_THAT(Walk(strDeltaWalk), Not(HasSubstr(strDeltaWalk + ".1.")));
     EXPECT_EQ(Set(Column(strTrigger, 5, NAME_T) + " i 2"), "");
-    EXPECT_NE(Walk(strDeltaWalk).find("OID: .1.3.6.1.2.1.1.3.0"), std::string::npos);
+    EXPECT_THAT(Walk(strDeltaWalk), HasSubstr("OID: .1.3.6.1.2.1.1.3.0"));
     EXPECT_EQ(Set(Column(strTrigger, 15, NAME_T) + " i 6"), "");
-    EXPECT_EQ(Walk(strDeltaWalk).find(strDeltaWalk + ".1."), std::string::npos)
-        << Walk(strDeltaWalk);
+    EXPECT_THAT(Walk(strDeltaWalk), Not(HasSubstr(strDeltaWalk + ".1.")));
 }
 
 }  // namespace

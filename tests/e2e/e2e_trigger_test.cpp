@@ -4,11 +4,14 @@
 // existence (present, absent, changed), boolean across contexts, threshold
 // and delta threshold on single and wildcarded triggers, failures with their
 // reason, and the trap switch.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "stack.h"
 
 namespace {
+
+using ::testing::HasSubstr;
 
 using namespace mte_test;
 
@@ -154,8 +157,8 @@ TEST_F(E2eTriggers, PerInstanceDiscontinuityTimeKeepsAResetRowFromFiring) {
     ToolRun stRow = Ctl("get delta owner=e2e name=reset");
     ASSERT_EQ(stRow.iExit, 0) << stRow.strOut;
     const std::string& strRow = stRow.strOut;
-    EXPECT_NE(strRow.find(strColumn4), std::string::npos) << strRow;
-    EXPECT_NE(strRow.find("timeStamp"), std::string::npos) << strRow;
+    EXPECT_THAT(strRow, HasSubstr(strColumn4));
+    EXPECT_THAT(strRow, HasSubstr("timeStamp"));
     usleep(2500 * 1000);
 
     AgentOk("reset - 5 900");

@@ -5,6 +5,7 @@
 // left byte-for-byte as it was. The mounts live in a private mount namespace;
 // where mounting is not allowed the tests skip.
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -18,6 +19,9 @@
 #include "stack.h"
 
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 using mte_test::ReadFile;
 
@@ -142,7 +146,7 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
     std::string strWalk = Run("walk event\n");
     for (const char* pszName : {"a1", "a2", "a3", "a4", "a5"}) {
-        EXPECT_NE(strWalk.find(pszName), std::string::npos) << pszName << "\n" << strWalk;
+        EXPECT_THAT(strWalk, HasSubstr(pszName));
     }
 
     // No reserve left: changes are pending, then written once space returns.
@@ -175,12 +179,12 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
     strWalk = Run("walk event\n");
     for (const char* pszName : {"a2", "a5", "b1", "b3", "d1"}) {
-        EXPECT_NE(strWalk.find(pszName), std::string::npos) << pszName << "\n" << strWalk;
+        EXPECT_THAT(strWalk, HasSubstr(pszName));
     }
-    EXPECT_EQ(strWalk.find("a1"), std::string::npos) << strWalk;
-    EXPECT_EQ(strWalk.find("b2"), std::string::npos) << strWalk;
-    EXPECT_NE(strWalk.find("changed"), std::string::npos) << strWalk;
-    EXPECT_NE(Run("get scalars\n").find("321"), std::string::npos);
+    EXPECT_THAT(strWalk, Not(HasSubstr("a1")));
+    EXPECT_THAT(strWalk, Not(HasSubstr("b2")));
+    EXPECT_THAT(strWalk, HasSubstr("changed"));
+    EXPECT_THAT(Run("get scalars\n"), HasSubstr("321"));
 
     // A full disk at start-up: the reserve makes room for the store's side
     // files; without it the start is refused with the real cause.

@@ -219,6 +219,26 @@ void StopProcess(pid_t* piPid, int iGraceMs) {
     *piPid = -1;
 }
 
+int AsNobodyOn(const std::string& strSocket, const std::function<int()>& fnChild) {
+    std::filesystem::path stRun = std::filesystem::path(strSocket).parent_path();
+    if (chmod(stRun.parent_path().c_str(), 0755) != 0 || chmod(stRun.c_str(), 0755) != 0 ||
+        chmod(strSocket.c_str(), 0666) != 0) {
+        return -1;
+    }
+    pid_t iChild = fork();
+    if (iChild == 0) {
+        if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) {
+            _exit(100);
+        }
+        _exit(fnChild());
+    }
+    int iStatus = 0;
+    if (iChild < 0 || waitpid(iChild, &iStatus, 0) != iChild || !WIFEXITED(iStatus)) {
+        return -1;
+    }
+    return WEXITSTATUS(iStatus) == 100 ? -1 : WEXITSTATUS(iStatus);
+}
+
 ToolRun Shell(const std::string& strCommand) {
     ToolRun stRun{-1, ""};
     FILE* pstPipe = popen(("timeout 30 " + strCommand + " 2>&1").c_str(), "r");

@@ -56,6 +56,10 @@ pid_t SpawnProcess(const std::vector<std::string>& astrArgs,
                    bool bTruncate = false);
 // SIGTERM, wait up to iGraceMs, then SIGKILL and reap.
 void StopProcess(pid_t* piPid, int iGraceMs);
+// Opens strSocket and the two directories above it to everyone, then runs
+// fnChild in a child process as user nobody: its exit status, -1 when the
+// child could not become nobody. Needs root.
+int AsNobodyOn(const std::string& strSocket, const std::function<int()>& fnChild);
 
 struct ToolRun {
     int iExit;  // -1: killed by the time-out or a signal
