@@ -4,7 +4,6 @@
 #include "stack.h"
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -19,6 +18,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -57,41 +57,32 @@ std::string MakeTempDir(const char* pszPrefix) {
     return mkdtemp(acTemplate.data()) != nullptr ? std::string(acTemplate.data()) : "";
 }
 
-// An SNMPv2c GET of sysUpTime.0 with community "public", hand-encoded so that
-// the probe does not depend on the client under test.
-constexpr unsigned char PROBE[] = {0x30, 0x26, 0x02, 0x01, 0x01, 0x04, 0x06, 'p',  'u',  'b',
-                                   'l',  'i',  'c',  0xa0, 0x19, 0x02, 0x01, 0x01, 0x02, 0x01,
-                                   0x00, 0x02, 0x01, 0x00, 0x30, 0x0e, 0x30, 0x0c, 0x06, 0x08,
-                                   0x2b, 0x06, 0x01, 0x02, 0x01, 0x01, 0x03, 0x00, 0x05, 0x00};
-
-bool ProbeOnce(uint16_t usPort, int iWaitMs) {
-    int iFd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (iFd < 0) {
-        return false;
-    }
-    sockaddr_in stAddr{};
-    stAddr.sin_family = AF_INET;
-    stAddr.sin_port = htons(usPort);
-    stAddr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bool bOk = false;
-    if (sendto(iFd, PROBE, sizeof(PROBE), 0, reinterpret_cast<sockaddr*>(&stAddr),
-               sizeof(stAddr)) == static_cast<ssize_t>(sizeof(PROBE))) {
-        pollfd stPoll{iFd, POLLIN, 0};
-        unsigned char aucBuf[1500];
-        bOk = poll(&stPoll, 1, iWaitMs) == 1 && recv(iFd, aucBuf, sizeof(aucBuf), 0) > 0;
-    }
-    close(iFd);
-    return bOk;
+// A plain SNMPv2c get of sysUpTime.0, whatever client configuration this
+// process has.
+bool Answers(uint16_t usPort, const char* pszTimeout) {
+    return Shell("env MIBS= snmpget -v2c -c public -On -r 0 -t " + std::string(pszTimeout) +
+                 " 127.0.0.1:" + std::to_string(usPort) + " 1.3.6.1.2.1.1.3.0 >/dev/null")
+               .iExit == 0;
 }
 
-bool Bind(int iFd, const std::string& strPath) {
+std::vector<char*> CStrings(const std::vector<std::string>& astr) {
+    std::vector<char*> apsz;
+    for (const auto& str : astr) {
+        apsz.push_back(const_cast<char*>(str.c_str()));
+    }
+    apsz.push_back(nullptr);
+    return apsz;
+}
+
+// bind(2) or connect(2) on a Unix socket path.
+bool AtPath(int (*pfCall)(int, const sockaddr*, socklen_t), int iFd, const std::string& strPath) {
     sockaddr_un stAddr{};
     stAddr.sun_family = AF_UNIX;
     if (strPath.size() >= sizeof(stAddr.sun_path)) {
         return false;
     }
     strcpy(stAddr.sun_path, strPath.c_str());
-    return bind(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) == 0;
+    return pfCall(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) == 0;
 }
 
 }  // namespace
@@ -150,33 +141,19 @@ uint16_t FreeUdpPort(void) {
 pid_t SpawnProcess(const std::vector<std::string>& astrArgs,
                    const std::vector<std::string>& astrEnv, const std::string& strLogPath,
                    bool bTruncate) {
-    std::vector<char*> apszArgs;
-    for (const auto& str : astrArgs) {
-        apszArgs.push_back(const_cast<char*>(str.c_str()));
-    }
-    apszArgs.push_back(nullptr);
     std::vector<std::string> astrFullEnv;
-    for (const auto& strOwn : astrEnv) {
-        if (strOwn.find('=') != std::string::npos) {
-            astrFullEnv.push_back(strOwn);
-        }
-    }
     for (char** ppsz = environ; *ppsz != nullptr; ppsz++) {
-        std::string strEntry = *ppsz;
-        std::string strName = strEntry.substr(0, strEntry.find('='));
-        bool bReplaced = false;
-        for (const auto& strOwn : astrEnv) {
-            bReplaced = bReplaced || strOwn.substr(0, strOwn.find('=')) == strName;
-        }
-        if (!bReplaced) {
-            astrFullEnv.push_back(strEntry);
+        std::string strName = std::string(*ppsz).substr(0, std::string(*ppsz).find('='));
+        if (std::none_of(astrEnv.begin(), astrEnv.end(), [&](const std::string& strOwn) {
+                return strOwn.substr(0, strOwn.find('=')) == strName;
+            })) {
+            astrFullEnv.push_back(*ppsz);
         }
     }
-    std::vector<char*> apszEnv;
-    for (const auto& str : astrFullEnv) {
-        apszEnv.push_back(const_cast<char*>(str.c_str()));
-    }
-    apszEnv.push_back(nullptr);
+    std::copy_if(astrEnv.begin(), astrEnv.end(), std::back_inserter(astrFullEnv),
+                 [](const std::string& strOwn) { return strOwn.find('=') != std::string::npos; });
+    std::vector<char*> apszArgs = CStrings(astrArgs);
+    std::vector<char*> apszEnv = CStrings(astrFullEnv);
 
     posix_spawn_file_actions_t stActions;
     posix_spawn_file_actions_init(&stActions);
@@ -307,6 +284,11 @@ bool SnmpdHarness::Prepare(std::string* pstrError) {
     return true;
 }
 
+std::vector<std::string> SnmpdHarness::ServerEnv() const {
+    return {"SNMPCONFPATH=" + m_strDir + "/etc:" + m_strDir + "/persist",
+            "SNMP_PERSISTENT_DIR=" + m_strDir + "/persist", "MIBS="};
+}
+
 bool SnmpdHarness::Start(std::string* pstrError, int iWaitMs) {
     if (!Prepare(pstrError)) {
         return false;
@@ -314,21 +296,18 @@ bool SnmpdHarness::Start(std::string* pstrError, int iWaitMs) {
     if (m_iPid > 0) {
         return true;
     }
-    std::vector<std::string> astrEnv = {
-        "SNMPCONFPATH=" + m_strDir + "/etc:" + m_strDir + "/persist",
-        "SNMP_PERSISTENT_DIR=" + m_strDir + "/persist", "MIBS="};
     std::string strLog = m_strDir + "/snmpd.log";
     m_iPid = SpawnProcess(
         {SNMPD_PATH, "-f", "-I", NO_AGENT_EVENT_MIB, "-Lf", strLog, "-p", m_strDir + "/snmpd.pid"},
-        astrEnv, m_strDir + "/snmpd.out");
+        ServerEnv(), m_strDir + "/snmpd.out");
     bool bUp = m_iPid > 0 && WaitUntil(
                                  [&] {
                                      int iStatus = 0;
-                                     return ProbeOnce(m_usPort, 200) ||
+                                     return Answers(m_usPort, "0.2") ||
                                             waitpid(m_iPid, &iStatus, WNOHANG) == m_iPid;
                                  },
                                  iWaitMs);
-    if (!bUp || !ProbeOnce(m_usPort, 500)) {
+    if (!bUp || !Answers(m_usPort, "0.5")) {
         Stop(500);
         *pstrError =
             "snmpd did not answer on port " + std::to_string(m_usPort) + ":\n" + ReadFile(strLog);
@@ -349,13 +328,10 @@ bool SnmpdHarness::StartTrapd(std::string* pstrError, int iWaitMs) {
         *pstrError = "snmptrapd is not installed";
         return false;
     }
-    std::vector<std::string> astrEnv = {
-        "SNMPCONFPATH=" + m_strDir + "/etc:" + m_strDir + "/persist",
-        "SNMP_PERSISTENT_DIR=" + m_strDir + "/persist", "MIBS="};
     m_iTrapdPid = SpawnProcess({SNMPTRAPD_PATH, "-f", "-C", "-c", m_strDir + "/etc/snmptrapd.conf",
                                 "-On", "-Lf", TrapLogPath(), "-p", m_strDir + "/snmptrapd.pid",
                                 "udp:127.0.0.1:" + std::to_string(m_usTrapPort)},
-                               astrEnv, m_strDir + "/snmptrapd.out");
+                               ServerEnv(), m_strDir + "/snmptrapd.out");
     // snmptrapd writes its start line to the log once it listens.
     if (m_iTrapdPid <= 0 || !WaitUntil([&] { return !ReadFile(TrapLogPath()).empty(); }, iWaitMs)) {
         StopTrapd(500);
@@ -424,7 +400,7 @@ bool DaemonProcess::Start() {
     std::string strNotify = m_strRoot + "/notify";
     if (m_iNotifyFd < 0) {
         m_iNotifyFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (m_iNotifyFd < 0 || !Bind(m_iNotifyFd, strNotify)) {
+        if (m_iNotifyFd < 0 || !AtPath(bind, m_iNotifyFd, strNotify)) {
             return false;
         }
     }
@@ -489,15 +465,9 @@ int DaemonProcess::Stop(bool bSignal) {
 }
 
 size_t DaemonProcess::FdCount() const {
-    std::string strDir = "/proc/" + std::to_string(m_iPid) + "/fd";
-    size_t uiCount = 0;
-    if (DIR* pDir = opendir(strDir.c_str())) {
-        while (dirent* pEntry = readdir(pDir)) {
-            uiCount += pEntry->d_name[0] != '.';
-        }
-        closedir(pDir);
-    }
-    return uiCount;
+    std::error_code stErr;
+    std::filesystem::directory_iterator it("/proc/" + std::to_string(m_iPid) + "/fd", stErr);
+    return stErr ? 0 : static_cast<size_t>(std::distance(it, {}));
 }
 
 size_t DaemonProcess::SettledFdCount() const {
@@ -517,12 +487,6 @@ size_t DaemonProcess::SettledFdCount() const {
 
 bool ChannelClient::Connect(const std::string& strPath, int iTimeoutMs) {
     Close();
-    sockaddr_un stAddr{};
-    stAddr.sun_family = AF_UNIX;
-    if (strPath.size() >= sizeof(stAddr.sun_path)) {
-        return false;
-    }
-    strcpy(stAddr.sun_path, strPath.c_str());
     m_iFd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     if (m_iFd < 0) {
         return false;
@@ -530,7 +494,7 @@ bool ChannelClient::Connect(const std::string& strPath, int iTimeoutMs) {
     timeval stTimeout{iTimeoutMs / 1000, (iTimeoutMs % 1000) * 1000};
     setsockopt(m_iFd, SOL_SOCKET, SO_RCVTIMEO, &stTimeout, sizeof(stTimeout));
     setsockopt(m_iFd, SOL_SOCKET, SO_SNDTIMEO, &stTimeout, sizeof(stTimeout));
-    if (connect(m_iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) != 0) {
+    if (!AtPath(connect, m_iFd, strPath)) {
         Close();
         return false;
     }
@@ -801,11 +765,6 @@ ToolRun Stack::Snmp(const std::string& strToolAndOptions, const std::string& str
     return Shell("env SNMPCONFPATH=" + m_stSnmpd.Dir() + "/etc SNMP_PERSISTENT_DIR=" +
                  m_stSnmpd.Dir() + "/client-persist MIBS= " + strToolAndOptions +
                  " -On -t 3 -r 0 127.0.0.1:" + std::to_string(m_stSnmpd.Port()) + " " + strArgs);
-}
-
-std::string Stack::V3Options(const std::string& strContext) {
-    return "-v3 -u testuser -l authPriv -a SHA -A testauthpass -x AES -X testprivpass -n " +
-           strContext;
 }
 
 std::vector<Trap> Stack::Traps(const std::string& strTrapOid, const std::string& strTrigger) {

@@ -98,6 +98,7 @@ class SnmpdHarness {
 
   private:
     bool Prepare(std::string* pstrError);
+    std::vector<std::string> ServerEnv() const;
 
     std::string m_strDir;
     uint16_t m_usPort = 0;
@@ -315,7 +316,6 @@ class Stack {
     ToolRun Get(const std::string& strArgs) { return Snmp("snmpget -v2c -c public", strArgs); }
     ToolRun Set(const std::string& strArgs) { return Snmp("snmpset -v2c -c private", strArgs); }
     ToolRun Walk(const std::string& strOid) { return Snmp("snmpwalk -v2c -c public", strOid); }
-    static std::string V3Options(const std::string& strContext);
 
     // Notifications of that type received; with strTrigger, only those whose
     // mteHotTrigger names it.
