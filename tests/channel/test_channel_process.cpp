@@ -451,22 +451,15 @@ TEST_F(ChannelProcessTest, SocketIsNotWorldAccessibleAndOtherUsersAreRefused) {
     EXPECT_TRUE(StopDaemon());
 }
 
-// A second daemon leaves the socket to the first; the trap-switch command
-// writes its setting into the state directory; a stop removes the socket
+// A second daemon leaves the socket to the first; a stop removes the socket
 // file, and a stale one, as a killed daemon leaves it, is replaced at start.
-TEST_F(ChannelProcessTest, SocketAndTrapSwitchFilesOverStartsAndStops) {
+// (The trap switch through eventmibctl is e2e_trigger's, its file
+// ChannelLinksTest's.)
+TEST_F(ChannelProcessTest, SocketFileOverStartsAndStops) {
     mte_test::DaemonProcess stSecond;
     stSecond.SetRuntimeDir(m_stDaemon.RuntimeDir());
     ASSERT_TRUE(stSecond.Start());
     EXPECT_EQ(stSecond.Stop(false), 255) << "second daemon kept running";
-
-    EXPECT_EQ(Ctl("trap-switch get").strOut, "on\n");
-    ASSERT_EQ(Ctl("trap-switch off").iExit, 0);
-    EXPECT_EQ(Ctl("trap-switch get").strOut, "off\n");
-    EXPECT_EQ(mte_test::ReadFile(m_stDaemon.StateDir() + "/trap-switch").substr(0, 3), "off");
-    ASSERT_EQ(Ctl("trap-switch on").iExit, 0);
-    EXPECT_EQ(Ctl("trap-switch get").strOut, "on\n");
-    EXPECT_EQ(Ctl("trap-switch maybe").iExit, 2);
 
     ASSERT_TRUE(StopDaemon());
     struct stat stInfo;

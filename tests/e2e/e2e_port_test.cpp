@@ -134,30 +134,6 @@ TEST_F(E2ePort, SnmpdDownStopsSamplingAndBackUpSamplesEveryTriggerAtOnce) {
     EXPECT_TRUE(WaitTrapWith(FIRED, "fast", HOT_OID, InstanceOid(1, 2), &stTrap));
 }
 
-TEST_F(E2ePort, StoppingTheBridgeNeverStallsTheDaemon) {
-    AgentOk("add - 1 10");
-    // Both delta thresholds 0: every unchanged sample alarms, alternately
-    // rising and falling, so the daemon has a notification to send each second.
-    CtlScenarioOk("set trigger owner=e2e name=chatty frequency=1 test=threshold valueid=" +
-                  std::string(TABLE) + ".1.1 status=createAndWait\n" +
-                  "set threshold owner=e2e name=chatty rising=1000000 falling=-1000000\n"
-                  "set trigger owner=e2e name=chatty status=active\n");
-    ASSERT_TRUE(WaitTraps(RISING, "chatty", 1));
-    ASSERT_TRUE(WaitTraps(FALLING, "chatty", 1));
-
-    // Orderly stop: the bridge says "down" and removes its socket.
-    StopBridge();
-    ExpectResponsiveFor(3000);
-
-    // A new bridge: port up again, notifications flow again.
-    ASSERT_TRUE(StartBridge());
-    size_t uiSeen = Traps(RISING, "chatty").size();
-    ASSERT_TRUE(WaitTraps(RISING, "chatty", uiSeen + 1, 10000));
-
-    // Killed (no "down", its socket file stays): see
-    // NotificationsAreHeldWhileTheBridgeIsAway.
-}
-
 // snmpd stopped (not dead: its sockets stay open and nothing answers) while
 // 200 triggers are sampled and 20 of them notify every second: the worker
 // waits out its time-outs and the bridge loses its session, but the main

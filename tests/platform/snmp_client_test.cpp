@@ -17,27 +17,8 @@ namespace {
 using mte_test::Oid;
 using mte_test::OidText;
 
-mte_test::SnmpdHarness* g_pstAgent = nullptr;
-
-class AgentEnvironment : public ::testing::Environment {
-  public:
-    void SetUp() override {
-        g_pstAgent = new mte_test::SnmpdHarness();
-        std::string strError;
-        m_bUp = g_pstAgent->Start(&strError) &&
-                g_pstAgent->UseClientConfig(mte_test::ClientSecurity::V3_AUTH_PRIV);
-        if (!m_bUp) {
-            fprintf(stderr, "private snmpd not available: %s\n", strError.c_str());
-        }
-    }
-    void TearDown() override {
-        delete g_pstAgent;
-        g_pstAgent = nullptr;
-    }
-    static bool m_bUp;
-};
-bool AgentEnvironment::m_bUp = false;
-const auto* g_pstEnv = ::testing::AddGlobalTestEnvironment(new AgentEnvironment);
+const auto* g_pstEnv = ::testing::AddGlobalTestEnvironment(
+    new mte_test::SnmpdEnvironment(mte_test::ClientSecurity::V3_AUTH_PRIV));
 
 double NowSeconds() {
     timespec stNow{};
@@ -48,7 +29,7 @@ double NowSeconds() {
 class SnmpClientTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        if (!AgentEnvironment::m_bUp) {
+        if (mte_test::SnmpdEnvironment::Agent() == nullptr) {
             GTEST_SKIP() << "no private snmpd";
         }
     }
@@ -82,16 +63,7 @@ TEST_F(SnmpClientTest, GetMapsTypesOfScalars) {
         }
         SNMP_FreeInstanceValue(pstValue);
     }
-    // Numbers arrive in host order: ifNumber counts at least the loopback.
-    MTE_OID_S stIfNumber = Oid("1.3.6.1.2.1.2.1.0");
-    uint32_t uiStatus = 1;
-    SNMP_VALUE_S* pstValue = SNMP_GetInstanceValue("owner", "", &stIfNumber, &uiStatus);
-    ASSERT_NE(nullptr, pstValue);
-    int32_t iIfNumber = 0;
-    memcpy(&iIfNumber, pstValue->pData, 4);
-    EXPECT_GE(iIfNumber, 1);
-    EXPECT_LT(iIfNumber, 10000);
-    SNMP_FreeInstanceValue(pstValue);
+    // Numbers arrive in host order: IntegerSetsAndTheirErrors reads back -42.
 }
 
 TEST_F(SnmpClientTest, ExceptionsAndErrorsAreMapped) {
@@ -344,7 +316,7 @@ TEST_F(SnmpClientTest, IntegerSetsAndTheirErrors) {
 // its requests are the process's first, made while no agent answers: every
 // call reports a time-out within the bound and none hangs.
 TEST_F(SnmpClientTest, StoppedAgentTimesOutWithinBoundAndIsFoundAgain) {
-    g_pstAgent->Stop();
+    mte_test::SnmpdEnvironment::Agent()->Stop();
     MTE_OID_S stOid = Oid("1.3.6.1.2.1.1.5.0");
     uint32_t uiStatus = 0;
     char szContext[MTE_NAME_SIZE] = "ctxA";
@@ -365,7 +337,7 @@ TEST_F(SnmpClientTest, StoppedAgentTimesOutWithinBoundAndIsFoundAgain) {
 
     // Back on the same port, the client recovers by itself.
     std::string strError;
-    ASSERT_TRUE(g_pstAgent->Start(&strError)) << strError;
+    ASSERT_TRUE(mte_test::SnmpdEnvironment::Agent()->Start(&strError)) << strError;
     bool bRecovered = false;
     for (int i = 0; i < 3 && !bRecovered; i++) {
         SNMP_FreeInstanceValue(SNMP_GetInstanceValue("owner", "", &stOid, &uiStatus));

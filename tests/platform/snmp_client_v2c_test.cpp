@@ -12,31 +12,17 @@ namespace {
 
 using mte_test::Oid;
 
+const auto* g_pstEnv = ::testing::AddGlobalTestEnvironment(
+    new mte_test::SnmpdEnvironment(mte_test::ClientSecurity::V2C));
+
 class SnmpClientV2cTest : public ::testing::Test {
   protected:
-    static void SetUpTestSuite() {
-        s_pstAgent = new mte_test::SnmpdHarness();
-        std::string strError;
-        s_bUp = s_pstAgent->Start(&strError) &&
-                s_pstAgent->UseClientConfig(mte_test::ClientSecurity::V2C);
-        if (!s_bUp) {
-            fprintf(stderr, "private snmpd not available: %s\n", strError.c_str());
-        }
-    }
-    static void TearDownTestSuite() {
-        delete s_pstAgent;
-        s_pstAgent = nullptr;
-    }
     void SetUp() override {
-        if (!s_bUp) {
+        if (mte_test::SnmpdEnvironment::Agent() == nullptr) {
             GTEST_SKIP() << "no private snmpd";
         }
     }
-    static mte_test::SnmpdHarness* s_pstAgent;
-    static bool s_bUp;
 };
-mte_test::SnmpdHarness* SnmpClientV2cTest::s_pstAgent = nullptr;
-bool SnmpClientV2cTest::s_bUp = false;
 
 TEST_F(SnmpClientV2cTest, DefaultContextReadsAndSets) {
     MTE_OID_S stWritable = Oid(MTE_TEST_WRITABLE_INTEGER);

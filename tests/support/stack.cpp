@@ -369,6 +369,20 @@ bool SnmpdHarness::UseClientConfig(ClientSecurity eSecurity) {
     return true;
 }
 
+void SnmpdEnvironment::SetUp() {
+    s_pstAgent = new SnmpdHarness();
+    std::string strError;
+    if (!s_pstAgent->Start(&strError) || !s_pstAgent->UseClientConfig(m_eSecurity)) {
+        std::cerr << "private snmpd not available: " << strError << "\n";
+        TearDown();
+    }
+}
+
+void SnmpdEnvironment::TearDown() {
+    delete s_pstAgent;
+    s_pstAgent = nullptr;
+}
+
 // ---- eventmibd
 
 DaemonProcess::DaemonProcess() : m_strRoot(MakeTempDir("mte-daemon-XXXXXX")) {

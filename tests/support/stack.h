@@ -107,6 +107,20 @@ class SnmpdHarness {
     pid_t m_iTrapdPid = -1;
 };
 
+// A private snmpd for a whole test program, this process's client set up for
+// it; Agent() is null when it could not start.
+class SnmpdEnvironment : public ::testing::Environment {
+  public:
+    explicit SnmpdEnvironment(ClientSecurity eSecurity) : m_eSecurity(eSecurity) {}
+    void SetUp() override;
+    void TearDown() override;
+    static SnmpdHarness* Agent() { return s_pstAgent; }
+
+  private:
+    ClientSecurity m_eSecurity;
+    static inline SnmpdHarness* s_pstAgent = nullptr;
+};
+
 // eventmibd with its own state and runtime directories, standard error in a
 // file, readiness seen through a private NOTIFY_SOCKET. The destructor kills
 // a daemon still running and removes the directories.
