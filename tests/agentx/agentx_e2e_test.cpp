@@ -31,8 +31,6 @@ using ::testing::HasSubstr;
 using mte_test::MonoMs;
 using mte_test::ReadFile;
 using mte_test::START_WAIT_MS;
-using mte_test::Trap;
-using mte_test::TrapsWithOid;
 using mte_test::WaitUntil;
 
 class AgentxEndToEnd : public ::testing::Test, protected mte_test::Stack {
@@ -79,12 +77,6 @@ class AgentxEndToEnd : public ::testing::Test, protected mte_test::Stack {
         Subscribe();
         ASSERT_TRUE(StartBridge()) << ReadFile(BridgeLog());
         ASSERT_EQ(WaitStatus(SERVICE_PORT_UP), SERVICE_PORT_UP) << ReadFile(BridgeLog());
-    }
-
-    bool WaitTrapCount(const char* pszTrapOid, size_t uiCount) {
-        return WaitUntil(
-            [&] { return TrapsWithOid(m_stSnmpd.TrapLogPath(), pszTrapOid).size() >= uiCount; },
-            10000);
     }
 
     int m_iPortFd = -1;
@@ -170,8 +162,8 @@ TEST_F(AgentxEndToEnd, DownUntilTheMasterAppears) {
     std::string strError;
     ASSERT_TRUE(m_stSnmpd.Start(&strError)) << strError;
     EXPECT_EQ(WaitStatus(SERVICE_PORT_UP, 10000), SERVICE_PORT_UP);
-    EXPECT_TRUE(WaitTrapCount(".1.3.6.1.4.1.99999.0.9", 1)) << ReadFile(BridgeLog());
-    EXPECT_EQ(TrapsWithOid(m_stSnmpd.TrapLogPath(), ".1.3.6.1.4.1.99999.0.9").size(), 1u);
+    EXPECT_TRUE(WaitTraps(".1.3.6.1.4.1.99999.0.9", "", 1, 10000)) << ReadFile(BridgeLog());
+    EXPECT_EQ(Traps(".1.3.6.1.4.1.99999.0.9").size(), 1u);
 }
 
 // A burst from the daemon's client library is not lost (each send waits
@@ -187,9 +179,8 @@ TEST_F(AgentxEndToEnd, ABurstArrivesWholeAndSendsFailAtOnceWithoutTheBridge) {
     for (size_t i = 0; i < kBurst; i++) {
         ASSERT_EQ(SNMP_SendTrapByVBList(&stTrap, "", &stEmpty), 0u) << "send " << i;
     }
-    EXPECT_TRUE(WaitTrapCount(".1.3.6.1.4.1.99999.0.8", kBurst))
-        << TrapsWithOid(m_stSnmpd.TrapLogPath(), ".1.3.6.1.4.1.99999.0.8").size() << " of "
-        << kBurst;
+    EXPECT_TRUE(WaitTraps(".1.3.6.1.4.1.99999.0.8", "", kBurst, 10000))
+        << Traps(".1.3.6.1.4.1.99999.0.8").size() << " of " << kBurst;
 
     auto fnSendMs = [&](uint32_t* puiRet) {
         int64_t llStart = MonoMs();
@@ -212,15 +203,8 @@ TEST_F(AgentxEndToEnd, ABurstArrivesWholeAndSendsFailAtOnceWithoutTheBridge) {
 TEST_F(AgentxEndToEnd, BadDatagramsAreDroppedAndTheBridgeGoesOn) {
     BridgeUp();
     std::string strSocket = PLAT_AgentxSocketPath();
-    sockaddr_un stAddr{};
-    stAddr.sun_family = AF_UNIX;
-    memcpy(stAddr.sun_path, strSocket.c_str(), strSocket.size() + 1);
     auto fnSend = [&](const std::vector<unsigned char>& auc) {
-        int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        ssize_t lSent = sendto(iFd, auc.data(), auc.size(), 0, reinterpret_cast<sockaddr*>(&stAddr),
-                               sizeof(stAddr));
-        close(iFd);
-        return lSent == static_cast<ssize_t>(auc.size());
+        return mte_test::SendDatagram(strSocket, auc.data(), auc.size());
     };
     int32_t iValue = 5;
     auto fnNotify = [&](uint32_t uiLast) {
@@ -245,10 +229,9 @@ TEST_F(AgentxEndToEnd, BadDatagramsAreDroppedAndTheBridgeGoesOn) {
     }
     ASSERT_TRUE(fnSend(fnNotify(12)));
 
-    std::string strLog = m_stSnmpd.TrapLogPath();
-    ASSERT_TRUE(WaitTrapCount(".1.3.6.1.4.1.99999.0.12", 1)) << ReadFile(BridgeLog());
-    EXPECT_TRUE(TrapsWithOid(strLog, ".1.3.6.1.4.1.99999.0.10").empty());
-    EXPECT_TRUE(TrapsWithOid(strLog, ".1.3.6.1.4.1.99999.0.11").empty());
+    ASSERT_TRUE(WaitTraps(".1.3.6.1.4.1.99999.0.12", "", 1, 10000)) << ReadFile(BridgeLog());
+    EXPECT_TRUE(Traps(".1.3.6.1.4.1.99999.0.10").empty());
+    EXPECT_TRUE(Traps(".1.3.6.1.4.1.99999.0.11").empty());
     std::string strBridgeLog = ReadFile(BridgeLog());
     EXPECT_THAT(strBridgeLog,
                 HasSubstr("dropped a datagram of 18 bytes: not a notification datagram"));

@@ -48,9 +48,9 @@ class ChannelLinksTest : public ::testing::Test {
         std::filesystem::remove_all(strRoot, stErr);
     }
 
-    // Serves the main epoll set until the condition holds (at most 3 s).
-    bool PumpUntil(const std::function<bool()>& pfDone) {
-        for (int i = 0; i < 300 && !pfDone(); i++) {
+    // Serves the main epoll set until the condition holds or iMs have passed.
+    static bool PumpUntil(const std::function<bool()>& pfDone, int iMs = 3000) {
+        for (int i = 0; i < iMs / 10 && !pfDone(); i++) {
             pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
             if (poll(&stPoll, 1, 10) == 1) {
                 (void)mte_EPOLL_WaitAndDispatch(4);
@@ -58,26 +58,8 @@ class ChannelLinksTest : public ::testing::Test {
         }
         return pfDone();
     }
-
-    // Serves whatever is pending for a short while.
-    void Pump(int iMs) {
-        for (int i = 0; i < iMs / 10; i++) {
-            pollfd stPoll{mte_EPOLL_GetEpollFd(), POLLIN, 0};
-            if (poll(&stPoll, 1, 10) == 1) {
-                (void)mte_EPOLL_WaitAndDispatch(4);
-            }
-        }
-    }
-
-    static bool SendDatagram(const std::string& strPath, const void* pData, size_t uiLen) {
-        int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_un stAddr{};
-        stAddr.sun_family = AF_UNIX;
-        strcpy(stAddr.sun_path, strPath.c_str());
-        bool bOk = sendto(iFd, pData, uiLen, 0, reinterpret_cast<sockaddr*>(&stAddr),
-                          sizeof(stAddr)) == static_cast<ssize_t>(uiLen);
-        close(iFd);
-        return bOk;
+    static void Pump(int iMs) {
+        PumpUntil([] { return false; }, iMs);
     }
 
     std::string strRoot;
@@ -168,20 +150,20 @@ TEST_F(ChannelLinksTest, PortEventsStartAndSuspendSampling) {
     EXPECT_EQ(stInfo.st_mode & 0777, 0660u);
 
     const std::string strPort = PLAT_PortSocketPath();
-    ASSERT_TRUE(SendDatagram(strPort, "up\n", 3));
+    ASSERT_TRUE(mte_test::SendDatagram(strPort, "up\n", 3));
     EXPECT_TRUE(PumpUntil([] { return mte_TIMER_GetPortFlag() == 1; }));
     SERVICE_PORT_EVENT_S stDown{0, SERVICE_PORT_DOWN, 0};
-    ASSERT_TRUE(SendDatagram(strPort, &stDown, sizeof(stDown)));
+    ASSERT_TRUE(mte_test::SendDatagram(strPort, &stDown, sizeof(stDown)));
     EXPECT_TRUE(PumpUntil([] { return mte_TIMER_GetPortFlag() == 0; }));
     // Neither text nor record: ignored.
-    ASSERT_TRUE(SendDatagram(strPort, "sideways", 8));
+    ASSERT_TRUE(mte_test::SendDatagram(strPort, "sideways", 8));
     SERVICE_PORT_EVENT_S stOdd{0, 9, 0};
-    ASSERT_TRUE(SendDatagram(strPort, &stOdd, sizeof(stOdd)));
+    ASSERT_TRUE(mte_test::SendDatagram(strPort, &stOdd, sizeof(stOdd)));
     Pump(100);
     EXPECT_EQ(mte_TIMER_GetPortFlag(), 0u);
-    ASSERT_TRUE(SendDatagram(strPort, "up", 2));
+    ASSERT_TRUE(mte_test::SendDatagram(strPort, "up", 2));
     EXPECT_TRUE(PumpUntil([] { return mte_TIMER_GetPortFlag() == 1; }));
-    ASSERT_TRUE(SendDatagram(strPort, "down", 4));
+    ASSERT_TRUE(mte_test::SendDatagram(strPort, "down", 4));
     EXPECT_TRUE(PumpUntil([] { return mte_TIMER_GetPortFlag() == 0; }));
     mte_TIMER_Fini();
 }
@@ -192,7 +174,8 @@ TEST_F(ChannelLinksTest, PortEventFromAnotherUserIsIgnored) {
     }
     ASSERT_EQ(mte_SNMP_RegService(), 0u);
     const std::string strPort = PLAT_PortSocketPath();
-    ASSERT_EQ(mte_test::AsNobodyOn(strPort, [&] { return SendDatagram(strPort, "up", 2) ? 0 : 2; }),
+    ASSERT_EQ(mte_test::AsNobodyOn(
+                  strPort, [&] { return mte_test::SendDatagram(strPort, "up", 2) ? 0 : 2; }),
               0);
     Pump(200);
     EXPECT_EQ(mte_TIMER_GetPortFlag(), 0u);

@@ -1,8 +1,8 @@
 // The agent's port service through the whole stack: stopping snmpd brings
 // the port down (sampling stops, no failed requests pile up, the daemon
 // keeps answering), restarting it brings the port up and every active
-// trigger is sampled at once; stopping or killing eventmib-agentx never
-// stalls the daemon.
+// trigger is sampled at once; a stalled agent never stalls management; a
+// killed eventmib-agentx costs no notification.
 #include <algorithm>
 #include <map>
 
@@ -26,32 +26,23 @@ class E2ePort : public WholeStackTest {
         return static_cast<long>(MonoMs() - llStart);
     }
 
-    // Answer times (ms) of single gets of trigger t0 over one connection,
-    // one every 20 ms for iMs, sorted; empty when one failed. The client is
+    // The longest answer (ms) of single gets of trigger t0 over one
+    // connection, one every 20 ms for iMs; -1 when one failed. The client is
     // in this process, so the figure is the daemon's and not a tool's start.
-    std::vector<double> GetTimesOver(int iMs) {
+    int64_t LongestGetOver(int iMs) {
         ChannelClient stClient;
-        if (!stClient.Connect(m_stDaemon.SocketPath())) {
-            return {};
-        }
         MTE_TRIGGER_ROW_S stRow{};
         strcpy(stRow.szOwner, "e2e");
         strcpy(stRow.szName, "t0");
-        std::vector<double> adTimes;
-        for (int64_t llEnd = MonoMs() + iMs; MonoMs() < llEnd; usleep(20 * 1000)) {
-            timespec stStart, stEnd;
-            clock_gettime(CLOCK_MONOTONIC, &stStart);
-            if (!stClient.Request(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_GET, 0, MTE_ITEM_TRIGGER,
-                                  &stRow) ||
-                stClient.stReply.uiResult != MTE_OK) {
-                return {};
-            }
-            clock_gettime(CLOCK_MONOTONIC, &stEnd);
-            adTimes.push_back((stEnd.tv_sec - stStart.tv_sec) * 1e3 +
-                              (stEnd.tv_nsec - stStart.tv_nsec) / 1e6);
+        int64_t llLongest = stClient.Connect(m_stDaemon.SocketPath()) ? 0 : -1;
+        for (int64_t llEnd = MonoMs() + iMs; llLongest >= 0 && MonoMs() < llEnd; usleep(20000)) {
+            int64_t llStart = MonoMs();
+            bool bOk = stClient.Request(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_GET, 0, MTE_ITEM_TRIGGER,
+                                        &stRow) &&
+                       stClient.stReply.uiResult == MTE_OK;
+            llLongest = bOk ? std::max(llLongest, MonoMs() - llStart) : -1;
         }
-        std::sort(adTimes.begin(), adTimes.end());
-        return adTimes;
+        return llLongest;
     }
 
     // Threshold triggers t<iFirst>..t<iFirst+iCount-1> on the test table's
@@ -144,14 +135,11 @@ TEST_F(E2ePort, AStalledAgentNeverStallsManagement) {
     ASSERT_TRUE(WaitTraps(RISING, "t199", 1));
 
     ASSERT_EQ(kill(m_stSnmpd.Pid(), SIGSTOP), 0);
-    std::vector<double> adTimes = GetTimesOver(15000);
+    int64_t llLongest = LongestGetOver(15000);
     kill(m_stSnmpd.Pid(), SIGCONT);
-    ASSERT_FALSE(adTimes.empty()) << "a get failed";
-    fprintf(stderr,
-            "%zu gets during a 15 s agent stall: median %.2f ms, 99%% %.2f ms, max %.2f ms\n",
-            adTimes.size(), adTimes[adTimes.size() / 2], adTimes[adTimes.size() * 99 / 100],
-            adTimes.back());
-    EXPECT_LT(adTimes.back(), 1000) << "management waited for the agent";
+    ASSERT_GE(llLongest, 0) << "a get failed";
+    std::cerr << "longest get during a 15 s agent stall: " << llLongest << " ms\n";
+    EXPECT_LT(llLongest, 1000) << "management waited for the agent";
     size_t uiSeen = Traps(RISING, "t199").size();
     EXPECT_TRUE(WaitTraps(RISING, "t199", uiSeen + 1, 15000)) << "sampling did not resume";
 }

@@ -271,17 +271,6 @@ TEST_F(SnmpClientTest, ContextNamesInStrcmpOrder) {
     char szSmall[5] = "ctxA";
     EXPECT_EQ(SNMP_ST_OK, SNMP_GetNextContextName(sizeof(szSmall), szSmall));
     EXPECT_STREQ("ctxB", szSmall);
-
-    // Reads in a named context see what the context shows.
-    MTE_OID_S stSysName = Oid("1.3.6.1.2.1.1.5.0");
-    SNMP_VALUE_S* pstDefault = SNMP_GetInstanceValue("owner", "", &stSysName, &uiStatus);
-    SNMP_VALUE_S* pstCtx = SNMP_GetInstanceValue("owner", "ctxAB", &stSysName, &uiStatus);
-    ASSERT_NE(nullptr, pstDefault);
-    ASSERT_NE(nullptr, pstCtx);
-    EXPECT_EQ(std::string(static_cast<char*>(pstDefault->pData), pstDefault->uiLen),
-              std::string(static_cast<char*>(pstCtx->pData), pstCtx->uiLen));
-    SNMP_FreeInstanceValue(pstDefault);
-    SNMP_FreeInstanceValue(pstCtx);
 }
 
 TEST_F(SnmpClientTest, IntegerSetsAndTheirErrors) {

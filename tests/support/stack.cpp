@@ -196,6 +196,14 @@ void StopProcess(pid_t* piPid, int iGraceMs) {
     *piPid = -1;
 }
 
+bool SendDatagram(const std::string& strPath, const void* pData, size_t uiLen) {
+    int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    bool bOk =
+        AtPath(connect, iFd, strPath) && send(iFd, pData, uiLen, 0) == static_cast<ssize_t>(uiLen);
+    close(iFd);
+    return bOk;
+}
+
 int AsNobodyOn(const std::string& strSocket, const std::function<int()>& fnChild) {
     std::filesystem::path stRun = std::filesystem::path(strSocket).parent_path();
     if (chmod(stRun.parent_path().c_str(), 0755) != 0 || chmod(stRun.c_str(), 0755) != 0 ||
@@ -570,6 +578,8 @@ std::string Trap::Value(const std::string& strName) const {
     return "<absent>";
 }
 
+namespace {
+
 std::vector<Trap> TrapsWithOid(const std::string& strLogPath, const std::string& strTrapOid) {
     std::vector<Trap> astTraps;
     std::istringstream stIn(ReadFile(strLogPath));
@@ -593,6 +603,8 @@ std::vector<Trap> TrapsWithOid(const std::string& strLogPath, const std::string&
     }
     return astTraps;
 }
+
+}  // namespace
 
 MTE_OID_S Oid(const char* pszDotted) {
     MTE_OID_S stOid{};

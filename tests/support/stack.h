@@ -61,6 +61,9 @@ void StopProcess(pid_t* piPid, int iGraceMs);
 // child could not become nobody. Needs root.
 int AsNobodyOn(const std::string& strSocket, const std::function<int()>& fnChild);
 
+// One datagram to a Unix socket path, from a socket of its own.
+bool SendDatagram(const std::string& strPath, const void* pData, size_t uiLen);
+
 struct ToolRun {
     int iExit;  // -1: killed by the time-out or a signal
     std::string strOut;
@@ -215,7 +218,6 @@ struct Trap {
     std::vector<std::pair<std::string, std::string>> astBindings;
     std::string Value(const std::string& strName) const;
 };
-std::vector<Trap> TrapsWithOid(const std::string& strLogPath, const std::string& strTrapOid);
 
 // A notification datagram ("MTEN" version 1) built field by field, so that
 // tests can also build wrong ones.
