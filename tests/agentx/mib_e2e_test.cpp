@@ -54,48 +54,26 @@ std::vector<uint32_t> ParseOid(const std::string& strOid) {
 
 using mte_test::ToolRun;
 
-// One stack for the suite: snmpd, the bridge as it runs in production (in
-// the daemon's runtime directory, attached to the private master) and the
-// daemon.
-class MibBridgeTest : public ::testing::Test {
+// snmpd, the bridge as it runs in production (in the daemon's runtime
+// directory, attached to the private master) and the daemon.
+class MibBridgeTest : public ::testing::Test, protected mte_test::Stack {
   protected:
-    static void SetUpTestSuite() {
-        s_pstStack = new mte_test::Stack();
-        s_strStartError = s_pstStack->Start(mte_test::SNMPD);
-        s_pstStack->m_astrBridgeArgs = {"-f", "-i", "1", "-x",
-                                        s_pstStack->m_stSnmpd.AgentxSocketPath()};
-        if (s_strStartError.empty()) {
-            s_strStartError = s_pstStack->Start(mte_test::DAEMON | mte_test::BRIDGE);
-        }
-        // The bridge answers once it has registered with the master.
-        if (s_strStartError.empty() &&
-            !mte_test::WaitUntil(
-                [] { return Get(kSampleMin).strOut.find("INTEGER") != std::string::npos; },
-                10000)) {
-            s_strStartError = "the bridge does not answer: " + Get(kSampleMin).strOut +
-                              mte_test::ReadFile(s_pstStack->BridgeLog());
-        }
-    }
-    static void TearDownTestSuite() {
-        delete s_pstStack;
-        s_pstStack = nullptr;
-    }
     void SetUp() override {
-        if (s_strStartError.rfind("skip:", 0) == 0) {
-            GTEST_SKIP() << s_strStartError;
-        }
-        ASSERT_EQ(s_strStartError, "");
+        MTE_START_STACK(*this, mte_test::SNMPD);
+        m_astrBridgeArgs = {"-f", "-i", "1", "-x", m_stSnmpd.AgentxSocketPath()};
+        MTE_START_STACK(*this, mte_test::DAEMON | mte_test::BRIDGE);
+        // The bridge answers once it has registered with the master.
+        ASSERT_TRUE(mte_test::WaitUntil(
+            [&] { return Get(kSampleMin).strOut.find("INTEGER") != std::string::npos; }, 10000))
+            << Get(kSampleMin).strOut << mte_test::ReadFile(BridgeLog());
     }
 
-    static ToolRun Tool(const std::string& strTool, const std::string& strArgs) {
-        return s_pstStack->Snmp(strTool + " -v2c -c public", strArgs);
+    ToolRun Tool(const std::string& strTool, const std::string& strArgs) {
+        return Snmp(strTool + " -v2c -c public", strArgs);
     }
-    static ToolRun Get(const std::string& strArgs) { return s_pstStack->Get(strArgs); }
-    static ToolRun Set(const std::string& strArgs) { return s_pstStack->Set(strArgs); }
 
     // The OIDs of a walk, in the order received.
-    static std::vector<std::string> WalkOids(const std::string& strTool,
-                                             const std::string& strOid) {
+    std::vector<std::string> WalkOids(const std::string& strTool, const std::string& strOid) {
         std::vector<std::string> astrOids;
         std::stringstream stIn(Tool(strTool, strOid).strOut);
         for (std::string strLine; std::getline(stIn, strLine);) {
@@ -107,11 +85,11 @@ class MibBridgeTest : public ::testing::Test {
     }
 
     // The trigger rows as the daemon itself walks them over its socket.
-    static std::vector<std::string> DaemonTriggerIndexes() {
+    std::vector<std::string> DaemonTriggerIndexes() {
         std::vector<std::string> astrRows;
         mte_test::ChannelClient stClient;
         MTE_INDEX_KEY_S stKey{};
-        if (!stClient.Connect(s_pstStack->m_stDaemon.SocketPath())) {
+        if (!stClient.Connect(m_stDaemon.SocketPath())) {
             return astrRows;
         }
         while (stClient.Request(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_GET_NEXT, 0, MTE_ITEM_TRIGGER_KEY,
@@ -131,13 +109,7 @@ class MibBridgeTest : public ::testing::Test {
     static std::string Trig(int iColumn, const std::string& strOwner, const std::string& strName) {
         return kTrigger + "." + std::to_string(iColumn) + NamedIndex(strOwner, strName);
     }
-
-    static mte_test::Stack* s_pstStack;
-    static std::string s_strStartError;
 };
-
-mte_test::Stack* MibBridgeTest::s_pstStack = nullptr;
-std::string MibBridgeTest::s_strStartError;
 
 TEST_F(MibBridgeTest, ScalarsReadAndWrite) {
     ToolRun stRun = Set(kSampleMin + " i 7");
@@ -161,7 +133,7 @@ TEST_F(MibBridgeTest, WriteThroughTheBridgeShowsInTheNextWalkAtOnce) {
     strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
     EXPECT_THAT(strWalk, HasSubstr(Trig(3, "c", "w") + " = STRING: \"two\""));
     // A change made past the bridge shows once the kept answers expire (5 s).
-    ASSERT_EQ(s_pstStack->Ctl("set trigger owner=c name=w comment=three").iExit, 0);
+    ASSERT_EQ(Ctl("set trigger owner=c name=w comment=three").iExit, 0);
     usleep(5300 * 1000);
     strWalk = Tool("snmpwalk", kTrigger + ".3").strOut;
     EXPECT_THAT(strWalk, HasSubstr(Trig(3, "c", "w") + " = STRING: \"three\""));
@@ -363,7 +335,7 @@ TEST_F(MibBridgeTest, HungDaemonBoundsEveryPduAndAppliesNothingLate) {
         {"snmpbulkget -Cr5", strThree},
         {"snmpset", Trig(15, "b", "late") + " i 5"},
     };
-    ASSERT_TRUE(s_pstStack->m_stDaemon.Signal(SIGSTOP));
+    ASSERT_TRUE(m_stDaemon.Signal(SIGSTOP));
     for (const auto& stRunCase : astRuns) {
         int64_t llStart = mte_test::MonoMs();
         ToolRun stRun = stRunCase.first == "snmpset" ? Set(stRunCase.second)
@@ -372,22 +344,21 @@ TEST_F(MibBridgeTest, HungDaemonBoundsEveryPduAndAppliesNothingLate) {
         EXPECT_THAT(stRun.strOut, HasSubstr("genError"));
         EXPECT_LT(llTook, 1600) << stRunCase.first << ": " << stRun.strOut;
     }
-    ASSERT_TRUE(s_pstStack->m_stDaemon.Signal(SIGCONT));
+    ASSERT_TRUE(m_stDaemon.Signal(SIGCONT));
     EXPECT_TRUE(mte_test::WaitUntil(
-        [] { return Get(kSampleMin).strOut.find("INTEGER") != std::string::npos; }, 5000));
+        [&] { return Get(kSampleMin).strOut.find("INTEGER") != std::string::npos; }, 5000));
     EXPECT_THAT(Get(Trig(15, "b", "late")).strOut, HasSubstr("No Such Instance"));
 }
 
-// Runs last (alphabetically after the others is not guaranteed: it restarts
-// the daemon and leaves it running as before).
+// A daemon that has exited: genErr at once, and its rows are back with it.
 TEST_F(MibBridgeTest, ZDaemonAwayGivesGenErrAndComesBack) {
     ASSERT_EQ(Set(Trig(15, "b", "keep") + " i 5").iExit, 0);
-    ASSERT_EQ(s_pstStack->m_stDaemon.Stop(), 0);
+    ASSERT_EQ(m_stDaemon.Stop(), 0);
     int64_t llStart = mte_test::MonoMs();
     ToolRun stRun = Get(kSampleMin);
     EXPECT_THAT(stRun.strOut, HasSubstr("genError"));
     EXPECT_LT(mte_test::MonoMs() - llStart, 5000);
-    ASSERT_TRUE(s_pstStack->StartDaemon()) << s_pstStack->m_stDaemon.Stderr();
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     stRun = Get(Trig(15, "b", "keep"));
     EXPECT_THAT(stRun.strOut, HasSubstr("INTEGER: 2"));
 }
