@@ -84,24 +84,16 @@ class MibBridgeTest : public ::testing::Test, protected mte_test::Stack {
         return astrOids;
     }
 
-    // The trigger rows as the daemon itself walks them over its socket.
+    // The trigger rows as eventmibctl walks them over the daemon's socket
+    // (after the line of column names).
     std::vector<std::string> DaemonTriggerIndexes() {
         std::vector<std::string> astrRows;
-        mte_test::ChannelClient stClient;
-        MTE_INDEX_KEY_S stKey{};
-        if (!stClient.Connect(m_stDaemon.SocketPath())) {
-            return astrRows;
-        }
-        while (stClient.Request(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_GET_NEXT, 0, MTE_ITEM_TRIGGER_KEY,
-                                &stKey) &&
-               stClient.stReply.uiResult == MTE_OK && astrRows.size() < 10000) {
-            MTE_TRIGGER_ROW_S stRow;
-            memcpy(&stRow, stClient.stReply.pucData, sizeof(stRow));
-            astrRows.push_back(NamedIndex(stRow.szOwner, stRow.szName));
-            stKey = {};
-            stKey.uiOwnerLen = strlen(stRow.szOwner);
-            strcpy(stKey.szOwner, stRow.szOwner);
-            strcpy(stKey.szName, stRow.szName);
+        std::istringstream stIn(Ctl("walk trigger").strOut);
+        std::string strOwner, strName;
+        for (std::string strLine; std::getline(stIn, strLine);) {
+            if (std::istringstream(strLine) >> strOwner >> strName && strOwner != "owner") {
+                astrRows.push_back(NamedIndex(strOwner, strName));
+            }
         }
         return astrRows;
     }

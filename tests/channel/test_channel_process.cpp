@@ -39,18 +39,6 @@ class ChannelProcessTest : public ::testing::Test, protected mte_test::Stack {
     std::string SocketPath() const { return m_stDaemon.SocketPath(); }
     bool StopDaemon() { return m_stDaemon.Stop() == 0; }
 
-    // Every table walked, as eventmibctl prints it.
-    std::string Snapshot() {
-        std::string strAll;
-        for (const char* pszTable : {"trigger", "existence", "boolean", "threshold", "objects",
-                                     "event", "notification", "set"}) {
-            ToolRun stWalk = Ctl(std::string("walk ") + pszTable);
-            EXPECT_EQ(stWalk.iExit, 0) << stWalk.strOut;
-            strAll += stWalk.strOut;
-        }
-        return strAll;
-    }
-
     // The daemon closes connections on its own time.
     bool FdCountReturnsTo(size_t uiExpected) {
         return mte_test::WaitUntil([&] { return m_stDaemon.FdCount() == uiExpected; }, 3000);

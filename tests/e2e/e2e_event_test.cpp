@@ -15,15 +15,6 @@ class E2eEvents : public WholeStackTest {
   protected:
     E2eEvents() { m_astrContexts = {"ctxT1", "ctxT2", "ctxU1", "ctxU2"}; }
 
-    // The trigger, threshold, event and set tables as eventmibctl walks them.
-    std::string Snapshot() {
-        std::string strAll;
-        for (const char* pszTable : {"trigger", "threshold", "event", "set"}) {
-            strAll += Ctl(std::string("walk ") + pszTable).strOut;
-        }
-        return strAll;
-    }
-
     // A threshold trigger (rising 100, falling 10, deltas out of reach)
     // whose rising alarm runs the event strEvent; strWhere adds trigger columns.
     static std::string RisingTrigger(const std::string& strName, const std::string& strWhere,

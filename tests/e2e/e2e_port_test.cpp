@@ -242,7 +242,6 @@ TEST_F(E2ePort, TwoThousandTriggersOfOneSecondAreEachSampledEverySecond) {
         CtlScenarioOk(strLines);
     }
     auto InGets = [&] {
-        std::string strOut;
         ToolRun stRun = Snmp("snmpget -v2c -c public -Oqv", kInGets);
         return stRun.iExit == 0 ? std::atol(stRun.strOut.c_str()) : -1L;
     };

@@ -774,6 +774,17 @@ void Stack::CtlScenarioOk(const std::string& strLines) {
     EXPECT_EQ(stRun.iExit, 0) << strLines << stRun.strOut;
 }
 
+std::string Stack::Snapshot() {
+    std::string strAll;
+    for (const char* pszTable : {"trigger", "delta", "existence", "boolean", "threshold", "objects",
+                                 "event", "notification", "set"}) {
+        ToolRun stWalk = Ctl(std::string("walk ") + pszTable);
+        EXPECT_EQ(stWalk.iExit, 0) << stWalk.strOut;
+        strAll += stWalk.strOut;
+    }
+    return strAll;
+}
+
 long Stack::Scalar(const std::string& strName) {
     std::istringstream stLines(Ctl("get scalars").strOut);
     for (std::string strLine; std::getline(stLines, strLine);) {

@@ -163,9 +163,6 @@ class DaemonProcess {
     size_t CountStderr(const std::string& strFragment) const {
         return CountLines(Stderr(), strFragment);
     }
-    bool WaitStderr(const std::string& strFragment, int iTimeoutMs) const {
-        return WaitUntil([&] { return CountStderr(strFragment) != 0; }, iTimeoutMs);
-    }
     // Open descriptors of the daemon; settled: once the count stops moving.
     size_t FdCount() const;
     size_t SettledFdCount() const;
@@ -324,6 +321,8 @@ class Stack {
     ToolRun CtlScenario(const std::string& strLines);
     void CtlOk(const std::string& strArgs);
     void CtlScenarioOk(const std::string& strLines);
+    // Every table as eventmibctl walks it, for a before-and-after comparison.
+    std::string Snapshot();
     // One counter of `eventmibctl get scalars`, -1 when absent.
     long Scalar(const std::string& strName);
     // A net-snmp tool against snmpd: "snmpget -v2c -c public" and the like,
