@@ -223,11 +223,7 @@ TEST_F(ChannelProcessTest, BadInputIsRefusedAndChangesNothing) {
 // read later; any other request is served even when its sender has hung up by
 // the time it is read.
 TEST_F(ChannelProcessTest, ExpiredRequestsAreRefusedAndHungUpOnesServed) {
-    auto NowNs = [] {
-        timespec stNow{};
-        clock_gettime(CLOCK_MONOTONIC, &stNow);
-        return static_cast<uint64_t>(stNow.tv_sec) * 1000000000ULL + stNow.tv_nsec;
-    };
+    auto NowNs = [] { return static_cast<uint64_t>(mte_test::MonoMs()) * 1000000; };
     auto Create = [](const char* pszName, uint8_t* pucMsg) {
         MTE_TRIGGER_ROW_S stRow{};
         strcpy(stRow.szOwner, "x");
