@@ -680,15 +680,11 @@ Stack::~Stack() {
 
 std::string Stack::Start(unsigned uiPieces) {
     std::string strError;
-    if ((uiPieces & SNMPD) && !m_stSnmpd.Start(&strError)) {
+    if (((uiPieces & SNMPD) && !m_stSnmpd.Start(&strError)) ||
+        ((uiPieces & TRAPD) && !m_stSnmpd.StartTrapd(&strError))) {
         return (strError.find("not installed") != std::string::npos ? "skip: " : "") + strError;
     }
-    if ((uiPieces & TRAPD) && !m_stSnmpd.StartTrapd(&strError)) {
-        return (strError.find("not installed") != std::string::npos ? "skip: " : "") + strError;
-    }
-    if ((uiPieces & (CLIENT_V3 | CLIENT_V2C)) &&
-        !m_stSnmpd.UseClientConfig((uiPieces & CLIENT_V3) ? ClientSecurity::V3_AUTH_PRIV
-                                                          : ClientSecurity::V2C)) {
+    if ((uiPieces & CLIENT_V3) && !m_stSnmpd.UseClientConfig(ClientSecurity::V3_AUTH_PRIV)) {
         return "cannot write the client configuration";
     }
     if ((uiPieces & TESTAGENT) && !StartTestAgent()) {

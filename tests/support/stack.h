@@ -286,8 +286,7 @@ inline std::string Int(long lValue) {
 enum StackPiece : unsigned {
     SNMPD = 1u << 0,
     TRAPD = 1u << 1,
-    CLIENT_V3 = 1u << 2,   // the daemon (and this process) read snmpd with SNMPv3
-    CLIENT_V2C = 1u << 3,  // the same with SNMPv2c
+    CLIENT_V3 = 1u << 2,  // the daemon (and this process) read snmpd with SNMPv3
     TESTAGENT = 1u << 4,
     BRIDGE = 1u << 5,
     DAEMON = 1u << 6,
