@@ -186,22 +186,12 @@ TEST(NotifyDecode, BrokenDatagramsAreRefusedForTheirReason) {
     }
 }
 
-// Plays the bridge on its socket in a private runtime directory.
-class NotifyClientTest : public ::testing::Test {
+// Plays the bridge on its socket in a private runtime directory (the
+// harness's, no process started).
+class NotifyClientTest : public ::testing::Test, protected mte_test::Stack {
   protected:
-    void SetUp() override {
-        char szDir[] = "/tmp/mte-notify.XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(szDir));
-        m_strDir = szDir;
-        setenv("RUNTIME_DIRECTORY", m_strDir.c_str(), 1);
-        Listen();
-    }
-    void TearDown() override {
-        StopListening();
-        unsetenv("RUNTIME_DIRECTORY");
-        std::error_code stEc;
-        std::filesystem::remove_all(m_strDir, stEc);
-    }
+    void SetUp() override { Listen(); }
+    void TearDown() override { StopListening(); }
     void Listen() {
         m_iRelay = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         sockaddr_un stAddr{};
@@ -226,7 +216,6 @@ class NotifyClientTest : public ::testing::Test {
         EXPECT_EQ(Decode(aucBuf, &astrVars, pstrContext), AGX_DECODE_OK);
         return astrVars;
     }
-    std::string m_strDir;
     int m_iRelay = -1;
 };
 

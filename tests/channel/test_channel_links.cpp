@@ -26,26 +26,16 @@
 
 namespace {
 
-class ChannelLinksTest : public ::testing::Test {
+// Private runtime and state directories: the harness's, no process started.
+class ChannelLinksTest : public ::testing::Test, protected mte_test::Stack {
   protected:
-    void SetUp() override {
-        char szRoot[] = "/tmp/mte-links-XXXXXX";
-        ASSERT_NE(mkdtemp(szRoot), nullptr);
-        strRoot = szRoot;
-        std::filesystem::create_directory(strRoot + "/run");
-        std::filesystem::create_directory(strRoot + "/state");
-        setenv("RUNTIME_DIRECTORY", (strRoot + "/run").c_str(), 1);
-        setenv("STATE_DIRECTORY", (strRoot + "/state").c_str(), 1);
-        ASSERT_EQ(mte_EPOLL_Init(), 0u);
-    }
+    void SetUp() override { ASSERT_EQ(mte_EPOLL_Init(), 0u); }
 
     void TearDown() override {
         mte_TARN_Fini();
         mte_TARN_Fini();  // the second call finds nothing to close
         mte_TIMER_SetPortFlag(0);
         mte_EPOLL_Fini();
-        std::error_code stErr;
-        std::filesystem::remove_all(strRoot, stErr);
     }
 
     // Serves the main epoll set until the condition holds or iMs have passed.
@@ -61,8 +51,6 @@ class ChannelLinksTest : public ::testing::Test {
     static void Pump(int iMs) {
         PumpUntil([] { return false; }, iMs);
     }
-
-    std::string strRoot;
 };
 
 TEST_F(ChannelLinksTest, TrapFlagFollowsTheSwitchFile) {
@@ -84,7 +72,7 @@ TEST_F(ChannelLinksTest, TrapFlagFollowsTheSwitchFile) {
     EXPECT_TRUE(PumpUntil([] { return mte_TARN_TrapSwt() == 1; }));
 
     // Other files of the state directory do not count.
-    std::ofstream(strRoot + "/state/other") << "off\n";
+    std::ofstream(m_stDaemon.StateDir() + "/other") << "off\n";
     Pump(100);
     EXPECT_EQ(mte_TARN_TrapSwt(), 1u);
 }
@@ -114,7 +102,7 @@ TEST_F(ChannelLinksTest, TrapSwitchPlatformRefusals) {
     // No temporary file is left behind by a write.
     ASSERT_EQ(SNMP_TrapSwitch_Write("event-mib", SNMP_TRAPSWITCH_ON), 0u);
     size_t uiFiles = 0;
-    for (const auto& stEntry : std::filesystem::directory_iterator(strRoot + "/state")) {
+    for (const auto& stEntry : std::filesystem::directory_iterator(m_stDaemon.StateDir())) {
         (void)stEntry;
         uiFiles++;
     }
@@ -122,7 +110,7 @@ TEST_F(ChannelLinksTest, TrapSwitchPlatformRefusals) {
 }
 
 TEST_F(ChannelLinksTest, ManagementSocketFailureStillRegistersTheTrapSwitch) {
-    setenv("RUNTIME_DIRECTORY", (strRoot + "/" + std::string(120, 'x')).c_str(), 1);
+    setenv("RUNTIME_DIRECTORY", (m_stDaemon.Root() + "/" + std::string(120, 'x')).c_str(), 1);
     EXPECT_EQ(mte_TARN_Init(), MTE_ERR_GENERAL);
     ASSERT_EQ(SNMP_TrapSwitch_Write("event-mib", SNMP_TRAPSWITCH_OFF), 0u);
     EXPECT_TRUE(PumpUntil([] { return mte_TARN_TrapSwt() == 0; }));

@@ -19,12 +19,10 @@ class E2eEvents : public WholeStackTest {
     // whose rising alarm runs the event strEvent; strWhere adds trigger columns.
     static std::string RisingTrigger(const std::string& strName, const std::string& strWhere,
                                      const std::string& strEvent) {
-        return "set trigger owner=e2e name=" + strName +
-               " frequency=1 test=threshold status=createAndWait " + strWhere + "\n" +
-               "set threshold owner=e2e name=" + strName +
-               " rising=100 falling=10 deltarising=1000000 deltafalling=-1000000 "
-               "risingeventowner=e2e risingevent=" +
-               strEvent + "\n" + "set trigger owner=e2e name=" + strName + " status=active\n";
+        return TriggerLines(strName, "test=threshold " + strWhere, "threshold",
+                            "rising=100 falling=10 deltarising=1000000 deltafalling=-1000000 "
+                            "risingeventowner=e2e risingevent=" +
+                                strEvent);
     }
 };
 

@@ -52,14 +52,11 @@ class E2ePort : public WholeStackTest {
     static std::string ThresholdTriggers(int iFirst, int iCount, bool bChatty) {
         std::string strLines;
         for (int i = iFirst; i < iFirst + iCount; ++i) {
-            std::string strName = "t" + std::to_string(i);
-            strLines += "set trigger owner=e2e name=" + strName +
-                        " frequency=1 test=threshold valueid=" + TABLE +
-                        ".1.1 status=createAndWait\n"
-                        "set threshold owner=e2e name=" +
-                        strName + " rising=1000000 falling=-1000000" +
-                        (bChatty ? "" : " deltarising=1000000 deltafalling=-1000000") +
-                        "\nset trigger owner=e2e name=" + strName + " status=active\n";
+            strLines +=
+                TriggerLines("t" + std::to_string(i),
+                             "test=threshold valueid=" + std::string(TABLE) + ".1.1", "threshold",
+                             std::string("rising=1000000 falling=-1000000") +
+                                 (bChatty ? "" : " deltarising=1000000 deltafalling=-1000000"));
         }
         return strLines;
     }
@@ -80,11 +77,10 @@ class E2ePort : public WholeStackTest {
     // may carry further trigger columns.
     std::string ExistenceTrigger(const std::string& strName, int iFrequency,
                                  const std::string& strValueId) {
-        return "set trigger owner=e2e name=" + strName +
-               " frequency=" + std::to_string(iFrequency) +
-               " test=existence valueid=" + strValueId + " status=createAndWait\n" +
-               "set existence owner=e2e name=" + strName + " test=present startup=present\n" +
-               "set trigger owner=e2e name=" + strName + " status=active\n";
+        return TriggerLines(
+            strName,
+            "frequency=" + std::to_string(iFrequency) + " test=existence valueid=" + strValueId,
+            "existence", "test=present startup=present");
     }
 };
 

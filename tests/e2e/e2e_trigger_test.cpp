@@ -17,14 +17,6 @@ using namespace mte_test;
 
 class E2eTriggers : public WholeStackTest {};
 
-// The configuration of one trigger: its row, its test row, then active.
-std::string TriggerLines(const std::string& strName, const std::string& strTriggerColumns,
-                         const std::string& strTestTable, const std::string& strTestColumns) {
-    return "set trigger owner=e2e name=" + strName + " frequency=1 " + strTriggerColumns +
-           " status=createAndWait\n" + "set " + strTestTable + " owner=e2e name=" + strName + " " +
-           strTestColumns + "\n" + "set trigger owner=e2e name=" + strName + " status=active\n";
-}
-
 // Absolute thresholds or delta thresholds out of reach, so that only the
 // pair under test can fire.
 constexpr const char* NO_DELTA = "deltarising=1000000 deltafalling=-1000000";

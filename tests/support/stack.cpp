@@ -635,6 +635,15 @@ std::string InstanceOid(int iColumn, int iIndex) {
            std::to_string(iIndex);
 }
 
+std::string TriggerLines(const std::string& strName, const std::string& strTriggerColumns,
+                         const std::string& strTestTable, const std::string& strTestColumns) {
+    std::string strFrequency =
+        strTriggerColumns.find("frequency=") == std::string::npos ? "frequency=1 " : "";
+    return "set trigger owner=e2e name=" + strName + " " + strFrequency + strTriggerColumns +
+           " status=createAndWait\nset " + strTestTable + " owner=e2e name=" + strName + " " +
+           strTestColumns + "\nset trigger owner=e2e name=" + strName + " status=active\n";
+}
+
 void ExpectHot(const Trap& stTrap, const std::string& strTrigger, const std::string& strContext,
                const std::string& strOid, const std::string& strValue) {
     EXPECT_EQ(stTrap.Value(HOT_TRIGGER), Str(strTrigger));

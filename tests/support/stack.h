@@ -366,6 +366,12 @@ class WholeStackTest : public ::testing::Test, protected Stack {
     }
 };
 
+// eventmibctl lines that make trigger owner=e2e name=strName with its test
+// row and activate it; the trigger samples every second unless its columns
+// name a frequency.
+std::string TriggerLines(const std::string& strName, const std::string& strTriggerColumns,
+                         const std::string& strTestTable, const std::string& strTestColumns);
+
 // The five variables of a trigger notification, checked together.
 void ExpectHot(const Trap& stTrap, const std::string& strTrigger, const std::string& strContext,
                const std::string& strOid, const std::string& strValue);
