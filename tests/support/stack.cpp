@@ -435,41 +435,27 @@ bool DaemonProcess::Start() {
 }
 
 bool DaemonProcess::WaitReady(int iTimeoutMs) {
-    int64_t llDeadline = MonoMs() + iTimeoutMs;
-    while (MonoMs() < llDeadline) {
-        pollfd stPoll{m_iNotifyFd, POLLIN, 0};
-        if (poll(&stPoll, 1, 20) == 1) {
+    bool bReady = false;
+    WaitUntil(
+        [&] {
             char szMsg[256] = {};
-            ssize_t lGot = recv(m_iNotifyFd, szMsg, sizeof(szMsg) - 1, 0);
-            if (lGot > 0 && strstr(szMsg, "READY=1") != nullptr) {
-                return true;
-            }
-        }
-        if (HasExited()) {
-            return false;
-        }
-    }
-    return false;
+            bReady = recv(m_iNotifyFd, szMsg, sizeof(szMsg) - 1, MSG_DONTWAIT) > 0 &&
+                     strstr(szMsg, "READY=1") != nullptr;
+            return bReady || HasExited();
+        },
+        iTimeoutMs);
+    return bReady;
 }
 
 bool DaemonProcess::WaitExit(int iTimeoutMs, int* piStatus) {
-    int64_t llDeadline = MonoMs() + iTimeoutMs;
-    do {
-        if (!m_bReaped && waitpid(m_iPid, &m_iStatus, WNOHANG) == m_iPid) {
-            m_bReaped = true;
-        }
-        if (m_bReaped) {
-            *piStatus = m_iStatus;
-            return true;
-        }
-        usleep(10 * 1000);
-    } while (MonoMs() < llDeadline);
-    return false;
+    bool bExited = WaitUntil([&] { return HasExited(); }, iTimeoutMs);
+    *piStatus = m_iStatus;
+    return bExited;
 }
 
 bool DaemonProcess::HasExited() {
-    int iIgnored = 0;
-    return WaitExit(0, &iIgnored);
+    m_bReaped = m_bReaped || waitpid(m_iPid, &m_iStatus, WNOHANG) == m_iPid;
+    return m_bReaped;
 }
 
 bool DaemonProcess::Signal(int iSignal) {
