@@ -42,32 +42,6 @@ std::string PrivateMounts() {
     return s_strWhyNot;
 }
 
-// A mount over a directory, undone (lazily, the daemon may still hold it) at
-// the end of the scope.
-class ScopedMount {
-  public:
-    ScopedMount(const std::string& strTarget, const char* pszType, const char* pszSource,
-                unsigned long ulFlags, const char* pszData)
-        : m_strTarget(strTarget) {
-        m_bMounted = mount(pszSource, strTarget.c_str(), pszType, ulFlags, pszData) == 0;
-        m_iErrno = errno;
-    }
-    ~ScopedMount() {
-        if (m_bMounted) {
-            umount2(m_strTarget.c_str(), MNT_DETACH);
-        }
-    }
-    bool Mounted() const { return m_bMounted; }
-    std::string Error() const { return strerror(m_iErrno); }
-    ScopedMount(const ScopedMount&) = delete;
-    ScopedMount& operator=(const ScopedMount&) = delete;
-
-  private:
-    std::string m_strTarget;
-    bool m_bMounted = false;
-    int m_iErrno = 0;
-};
-
 // Writes zeros until the file system refuses them, as dd would.
 void FillUp(const std::string& strPath) {
     int iFd = open(strPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -89,6 +63,23 @@ class StoreFaultTest : public ::testing::Test, protected mte_test::Stack {
             GTEST_SKIP() << strWhyNot;
         }
     }
+    void TearDown() override { Unmount(); }
+
+    // A mount over the state directory, undone lazily (the daemon may still
+    // hold it) by Unmount or at the end of the test.
+    bool MountState(const char* pszType, const char* pszSource, unsigned long ulFlags,
+                    const char* pszData) {
+        m_bMounted =
+            mount(pszSource, m_stDaemon.StateDir().c_str(), pszType, ulFlags, pszData) == 0;
+        return m_bMounted;
+    }
+    void Unmount() {
+        if (m_bMounted) {
+            umount2(m_stDaemon.StateDir().c_str(), MNT_DETACH);
+            m_bMounted = false;
+        }
+    }
+    bool m_bMounted = false;
 
     std::string Cfg() const { return m_stDaemon.StateDir() + "/eventmib-config.db"; }
     std::string Reserve() const { return m_stDaemon.StateDir() + "/eventmib-reserve"; }
@@ -131,8 +122,7 @@ class StoreFaultTest : public ::testing::Test, protected mte_test::Stack {
 // kept pending until space returns and are all there after a restart. A full
 // disk at start-up is named as such, never as damage.
 TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
-    ScopedMount stTmpfs(m_stDaemon.StateDir(), "tmpfs", "tmpfs", 0, "size=8m");
-    ASSERT_TRUE(stTmpfs.Mounted()) << stTmpfs.Error();
+    ASSERT_TRUE(MountState("tmpfs", "tmpfs", 0, "size=8m")) << strerror(errno);
     const std::string strFill = m_stDaemon.StateDir() + "/fill";
     ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
     ASSERT_TRUE(Exists(Reserve()));
@@ -225,22 +215,19 @@ TEST_F(StoreFaultTest, ReadOnlyOrDamagedStoreIsRefusedUntouched) {
     Kill();
     ASSERT_TRUE(Exists(Cfg() + "-wal") && Exists(Cfg() + "-shm"));
 
-    {
-        ScopedMount stBind(m_stDaemon.StateDir(), nullptr, m_stDaemon.StateDir().c_str(), MS_BIND,
-                           nullptr);
-        ASSERT_TRUE(stBind.Mounted()) << stBind.Error();
-        ASSERT_EQ(mount(nullptr, m_stDaemon.StateDir().c_str(), nullptr,
-                        MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr),
-                  0)
-            << strerror(errno);
-        const std::string strBefore = ThreeFiles();
-        ASSERT_TRUE(m_stDaemon.Start());
-        EXPECT_EQ(WaitStatus(), 255);
-        EXPECT_EQ(m_stDaemon.CountStderr("the file system is read-only"), 1u)
-            << m_stDaemon.Stderr();
-        EXPECT_EQ(m_stDaemon.CountStderr("damaged"), 0u);
-        EXPECT_TRUE(ThreeFiles() == strBefore) << "the read-only store was changed";
-    }
+    ASSERT_TRUE(MountState(nullptr, m_stDaemon.StateDir().c_str(), MS_BIND, nullptr))
+        << strerror(errno);
+    ASSERT_EQ(mount(nullptr, m_stDaemon.StateDir().c_str(), nullptr,
+                    MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr),
+              0)
+        << strerror(errno);
+    std::string strBefore = ThreeFiles();
+    ASSERT_TRUE(m_stDaemon.Start());
+    EXPECT_EQ(WaitStatus(), 255);
+    EXPECT_EQ(m_stDaemon.CountStderr("the file system is read-only"), 1u) << m_stDaemon.Stderr();
+    EXPECT_EQ(m_stDaemon.CountStderr("damaged"), 0u);
+    EXPECT_TRUE(ThreeFiles() == strBefore) << "the read-only store was changed";
+    Unmount();
 
     std::string strDamaged = ReadFile(Cfg());
     ASSERT_GT(strDamaged.size(), 3u * 4096);
@@ -248,7 +235,7 @@ TEST_F(StoreFaultTest, ReadOnlyOrDamagedStoreIsRefusedUntouched) {
         strDamaged[i] = static_cast<char>(i * 7);
     }
     std::ofstream(Cfg(), std::ios::binary | std::ios::trunc) << strDamaged;
-    const std::string strBefore = ThreeFiles();
+    strBefore = ThreeFiles();
     ASSERT_TRUE(m_stDaemon.Start());
     EXPECT_EQ(WaitStatus(), 255);
     EXPECT_EQ(m_stDaemon.CountStderr("damaged"), 1u) << m_stDaemon.Stderr();

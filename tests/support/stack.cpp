@@ -324,10 +324,6 @@ bool SnmpdHarness::Start(std::string* pstrError, int iWaitMs) {
     return true;
 }
 
-void SnmpdHarness::Stop(int iGraceMs) {
-    StopProcess(&m_iPid, iGraceMs);
-}
-
 bool SnmpdHarness::StartTrapd(std::string* pstrError, int iWaitMs) {
     if (!Prepare(pstrError)) {
         return false;
@@ -347,10 +343,6 @@ bool SnmpdHarness::StartTrapd(std::string* pstrError, int iWaitMs) {
         return false;
     }
     return true;
-}
-
-void SnmpdHarness::StopTrapd(int iGraceMs) {
-    StopProcess(&m_iTrapdPid, iGraceMs);
 }
 
 bool SnmpdHarness::UseClientConfig(ClientSecurity eSecurity) {
@@ -516,10 +508,6 @@ void ChannelClient::Close() {
     }
 }
 
-bool ChannelClient::SendRaw(const void* pData, size_t uiLen) {
-    return send(m_iFd, pData, uiLen, MSG_NOSIGNAL) == static_cast<ssize_t>(uiLen);
-}
-
 std::vector<uint8_t> ChannelClient::RecvRaw(int iTimeoutMs) {
     pollfd stPoll{m_iFd, POLLIN, 0};
     if (poll(&stPoll, 1, iTimeoutMs) != 1) {
@@ -529,11 +517,6 @@ std::vector<uint8_t> ChannelClient::RecvRaw(int iTimeoutMs) {
     ssize_t lLen = recv(m_iFd, vecBuf.data(), vecBuf.size(), MSG_DONTWAIT);
     vecBuf.resize(lLen > 0 ? static_cast<size_t>(lLen) : 0);
     return vecBuf;
-}
-
-bool ChannelClient::Silent(int iTimeoutMs) {
-    pollfd stPoll{m_iFd, POLLIN, 0};
-    return poll(&stPoll, 1, iTimeoutMs) == 0;
 }
 
 bool ChannelClient::Request(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,

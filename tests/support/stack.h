@@ -15,6 +15,8 @@
 #define MTE_TEST_STACK_H
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -84,9 +86,9 @@ class SnmpdHarness {
     // the reason ("... is not installed" when snmpd is missing).
     bool Start(std::string* pstrError, int iWaitMs = 15000);
     // The directory stays for a restart on the same port.
-    void Stop(int iGraceMs = 3000);
+    void Stop(int iGraceMs = 3000) { StopProcess(&m_iPid, iGraceMs); }
     bool StartTrapd(std::string* pstrError, int iWaitMs = 5000);
-    void StopTrapd(int iGraceMs = 3000);
+    void StopTrapd(int iGraceMs = 3000) { StopProcess(&m_iTrapdPid, iGraceMs); }
     // Writes net-snmp client files (snmp.conf with the def* tokens,
     // eventmibd.conf with agentAddress) and points SNMPCONFPATH and
     // SNMP_PERSISTENT_DIR of this process, and so of its children, at them.
@@ -190,11 +192,16 @@ class ChannelClient {
     bool Connect(const std::string& strPath, int iTimeoutMs = 5000);
     void Close();
     int Fd() const { return m_iFd; }
-    bool SendRaw(const void* pData, size_t uiLen);
+    bool SendRaw(const void* pData, size_t uiLen) {
+        return send(m_iFd, pData, uiLen, MSG_NOSIGNAL) == static_cast<ssize_t>(uiLen);
+    }
     // One packet, or empty on time-out, error or end of stream.
     std::vector<uint8_t> RecvRaw(int iTimeoutMs = 5000);
     // True when nothing arrives within the time.
-    bool Silent(int iTimeoutMs);
+    bool Silent(int iTimeoutMs) {
+        pollfd stPoll{m_iFd, POLLIN, 0};
+        return poll(&stPoll, 1, iTimeoutMs) == 0;
+    }
     // Sends a library-built request and parses its reply into stReply; false
     // on any failure, a reply with another sequence included.
     bool Request(uint16_t usType, uint16_t usOp, uint32_t uiMask = 0, uint16_t usItem = 0,
