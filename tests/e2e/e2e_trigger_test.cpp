@@ -127,33 +127,22 @@ TEST_F(E2eTriggers, PerInstanceDiscontinuityTimeKeepsAResetRowFromFiring) {
 
 TEST_F(E2eTriggers, FailingSamplesArriveAsTriggerFailureWithTheirReason) {
     AgentOk("add - 5 1 2 not a number");
-    struct Case {
-        const char* pszName;
-        std::string strLines;
-        std::string strContext;
-        std::string strOid;
-        const char* pszReason;
-    };
-    const Case astCases[] = {
-        // A context the agent does not know: noSuchName.
-        {"noctx",
-         TriggerLines("noctx",
-                      "test=existence context=nosuchctx valueid=" + std::string(TABLE) + ".1.5",
-                      "existence", "test=present"),
-         "nosuchctx", InstanceOid(1, 5), "INTEGER: 2"},
-        // A string held against a threshold: badType.
-        {"notnum",
-         TriggerLines("notnum", "test=threshold valueid=" + std::string(TABLE) + ".3.5",
-                      "threshold", "rising=10 falling=0"),
-         "", InstanceOid(3, 5), "INTEGER: -5"},
-    };
     long lBefore = Scalar("trigger-failures");
-    std::string strAll;
-    for (const Case& stCase : astCases) {
-        strAll += stCase.strLines;
-    }
-    CtlScenarioOk(strAll);
-    for (const Case& stCase : astCases) {
+    // A context the agent does not know: noSuchName. A string held against a
+    // threshold: badType.
+    CtlScenarioOk(
+        TriggerLines("noctx",
+                     "test=existence context=nosuchctx valueid=" + std::string(TABLE) + ".1.5",
+                     "existence", "test=present") +
+        TriggerLines("notnum", "test=threshold valueid=" + std::string(TABLE) + ".3.5", "threshold",
+                     "rising=10 falling=0"));
+    const struct {
+        const char* pszName;
+        std::string strContext, strOid;
+        const char* pszReason;
+    } astCases[] = {{"noctx", "nosuchctx", InstanceOid(1, 5), "INTEGER: 2"},
+                    {"notnum", "", InstanceOid(3, 5), "INTEGER: -5"}};
+    for (const auto& stCase : astCases) {
         ASSERT_TRUE(WaitTraps(FAILURE, stCase.pszName, 1)) << stCase.pszName;
         Trap stTrap = Traps(FAILURE, stCase.pszName)[0];
         EXPECT_EQ(stTrap.Value(HOT_CONTEXT), Str(stCase.strContext)) << stCase.pszName;
