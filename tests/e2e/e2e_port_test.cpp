@@ -168,15 +168,8 @@ TEST_F(E2ePort, NotificationsAreHeldWhileTheBridgeIsAway) {
     }
     CtlScenarioOk(strStop);
     auto fnSent = [&] {
-        std::string strLog = m_stDaemon.Stderr();
-        size_t uiCount = 0;
-        for (const char* pszKind : {"mteTriggerRising notif", "mteTriggerFalling notif"}) {
-            for (size_t uiAt = 0; (uiAt = strLog.find(pszKind, uiAt)) != std::string::npos;
-                 ++uiAt) {
-                ++uiCount;
-            }
-        }
-        return uiCount;
+        return m_stDaemon.CountStderr("mteTriggerRising notif") +
+               m_stDaemon.CountStderr("mteTriggerFalling notif");
     };
     auto fnArrived = [&] { return Traps(RISING).size() + Traps(FALLING).size(); };
     EXPECT_TRUE(WaitUntil([&] { return fnArrived() == fnSent(); }, 20000))
@@ -184,10 +177,8 @@ TEST_F(E2ePort, NotificationsAreHeldWhileTheBridgeIsAway) {
     std::cerr << fnArrived() << " of " << fnSent() << " notifications arrived\n";
     EXPECT_GE(fnSent(), 80u * 8);
     EXPECT_EQ(Scalar("notification-drops"), 0);
-    std::string strLog = m_stDaemon.Stderr();
-    size_t uiBack = strLog.find("eventmib-agentx takes notifications again");
-    ASSERT_NE(uiBack, std::string::npos) << "the bridge's return was not traced";
-    std::cerr << strLog.substr(uiBack, strLog.find('\n', uiBack) - uiBack) << "\n";
+    EXPECT_GE(m_stDaemon.CountStderr("eventmib-agentx takes notifications again"), 1u)
+        << "the bridge's return was not traced";
     // Each trigger's notifications arrived in the order sent: rising and
     // falling in turn.
     std::map<std::string, bool> mapLastRising;
