@@ -15,14 +15,7 @@ using mte_test::Oid;
 const auto* g_pstEnv = ::testing::AddGlobalTestEnvironment(
     new mte_test::SnmpdEnvironment(mte_test::ClientSecurity::V2C));
 
-class SnmpClientV2cTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        if (mte_test::SnmpdEnvironment::Agent() == nullptr) {
-            GTEST_SKIP() << "no private snmpd";
-        }
-    }
-};
+using SnmpClientV2cTest = mte_test::SnmpdClientTest;
 
 TEST_F(SnmpClientV2cTest, DefaultContextReadsAndSets) {
     MTE_OID_S stWritable = Oid(MTE_TEST_WRITABLE_INTEGER);

@@ -126,6 +126,16 @@ class SnmpdEnvironment : public ::testing::Environment {
     static inline SnmpdHarness* s_pstAgent = nullptr;
 };
 
+// The fixture of tests that need SnmpdEnvironment's agent: skipped without it.
+class SnmpdClientTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (SnmpdEnvironment::Agent() == nullptr) {
+            GTEST_SKIP() << "no private snmpd";
+        }
+    }
+};
+
 // eventmibd with its own state and runtime directories, standard error in a
 // file, readiness seen through a private NOTIFY_SOCKET. The destructor kills
 // a daemon still running and removes the directories.
