@@ -18,6 +18,7 @@
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -141,10 +142,8 @@ TEST_F(MibBridgeTest, CreateAndGoInOnePduWithColumnsSubRowsAndLargeIndexes) {
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     ToolRun stGet = Get(Trig(15, "aa", "x") + " " + Trig(4, "aa", "x") + " " + Trig(11, "aa", "x") +
                         " " + Trig(3, "aa", "x"));
-    EXPECT_THAT(stGet.strOut, HasSubstr("INTEGER: 1"));
-    EXPECT_THAT(stGet.strOut, HasSubstr("Hex-STRING: 80"));
-    EXPECT_THAT(stGet.strOut, HasSubstr("Gauge32: 60"));
-    EXPECT_THAT(stGet.strOut, HasSubstr("STRING: \"go\""));
+    EXPECT_THAT(stGet.strOut, AllOf(HasSubstr("INTEGER: 1"), HasSubstr("Hex-STRING: 80"),
+                                    HasSubstr("Gauge32: 60"), HasSubstr("STRING: \"go\"")));
     EXPECT_THAT(Get(Trig(3, "aa", "nope")).strOut, HasSubstr("No Such Instance"));
     // Objects and event rows, with their own index shapes; objects indexes
     // above 2^31 are read as GETNEXT shows them.
@@ -177,9 +176,9 @@ TEST_F(MibBridgeTest, CreateAndGoInOnePduWithColumnsSubRowsAndLargeIndexes) {
     ASSERT_EQ(stRun.iExit, 0) << stRun.strOut;
     stGet = Get(Trig(15, "aa", "withbool") + " " + kBoolean + ".1" + strIdx + " " + kBoolean +
                 ".2" + strIdx);
-    EXPECT_THAT(stGet.strOut, HasSubstr(Trig(15, "aa", "withbool") + " = INTEGER: 1"));
-    EXPECT_THAT(stGet.strOut, HasSubstr(kBoolean + ".1" + strIdx + " = INTEGER: 5"));
-    EXPECT_THAT(stGet.strOut, HasSubstr("INTEGER: 42"));
+    EXPECT_THAT(stGet.strOut, AllOf(HasSubstr(Trig(15, "aa", "withbool") + " = INTEGER: 1"),
+                                    HasSubstr(kBoolean + ".1" + strIdx + " = INTEGER: 5"),
+                                    HasSubstr("INTEGER: 42")));
 
     strEv = NamedIndex("aa", "evgo");
     stRun = Set(kEvent + ".5" + strEv + " i 4 " + kEvent + ".3" + strEv + " x 80 " + kNotify +

@@ -19,7 +19,7 @@ using mte_test::DaemonProcess;
 
 constexpr const char* INIT_FAILED_TRACE = "Ln: 107 Failed to initialize Event-MIB module.";
 
-TEST(ProcessTest, StopDrainsTheOpenConnectionThenEndsWithStatusZero) {
+TEST(ProcessTest, StopDrainsTheOpenConnectionAndTerminateIsNotCaught) {
     DaemonProcess stDaemon;
     ASSERT_TRUE(stDaemon.StartReady()) << stDaemon.Stderr();
     ChannelClient stConn;
@@ -34,13 +34,10 @@ TEST(ProcessTest, StopDrainsTheOpenConnectionThenEndsWithStatusZero) {
     stConn.Close();
     EXPECT_EQ(stDaemon.Stop(false), 0) << stDaemon.Stderr();
     EXPECT_EQ(stDaemon.CountStderr(INIT_FAILED_TRACE), 0u);
-}
 
-TEST(ProcessTest, TerminateSignalIsNotCaught) {
-    DaemonProcess stDaemon;
+    // SIGTERM is left to its default action.
     ASSERT_TRUE(stDaemon.StartReady()) << stDaemon.Stderr();
     ASSERT_TRUE(stDaemon.Signal(SIGTERM));
-    int iStatus = 0;
     ASSERT_TRUE(stDaemon.WaitExit(10000, &iStatus));
     ASSERT_TRUE(WIFSIGNALED(iStatus)) << "wait status " << iStatus;
     EXPECT_EQ(WTERMSIG(iStatus), SIGTERM);
