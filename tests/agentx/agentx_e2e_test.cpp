@@ -54,22 +54,17 @@ class AgentxEndToEnd : public ::testing::Test, protected mte_test::Stack {
 
     // Reads port events until one says uiWanted; the last status seen (0: none).
     uint32_t WaitStatus(uint32_t uiWanted, int iTimeoutMs = START_WAIT_MS) {
-        int64_t llDeadline = MonoMs() + iTimeoutMs;
         uint32_t uiLast = 0;
-        while (true) {
-            int iLeft = static_cast<int>(llDeadline - MonoMs());
-            pollfd stPoll = {m_iPortFd, POLLIN, 0};
-            if (iLeft <= 0 || poll(&stPoll, 1, iLeft) != 1) {
-                return uiLast;
-            }
-            SERVICE_PORT_EVENT_S stEvent{};
-            if (RecvServicePortEvent(m_iPortFd, &stEvent) == 0) {
-                uiLast = stEvent.uiPortStatus;
-                if (uiLast == uiWanted) {
-                    return uiLast;
+        WaitUntil(
+            [&] {
+                SERVICE_PORT_EVENT_S stEvent{};
+                while (uiLast != uiWanted && RecvServicePortEvent(m_iPortFd, &stEvent) == 0) {
+                    uiLast = stEvent.uiPortStatus;
                 }
-            }
-        }
+                return uiLast == uiWanted;
+            },
+            iTimeoutMs);
+        return uiLast;
     }
 
     // The bridge started with the daemon's port socket subscribed, up.
