@@ -7,13 +7,11 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <algorithm>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "mte_cfg.h"
-#include "mte_msg.h"
 #include "stack.h"
 
 namespace {
@@ -246,14 +244,10 @@ TEST_F(MibBridgeTest, GetNextFromArbitraryNamesFollowsTheWalk) {
         "1.3.6.1.2.1.88.1.4.1.0",
     };
     for (const auto& strStart : astrStarts) {
-        auto aStart = ParseOid(strStart);
-        std::string strExpected;
-        for (const auto& strOid : astrWalk) {
-            if (ParseOid(strOid) > aStart) {
-                strExpected = strOid;
-                break;
-            }
-        }
+        auto it = std::find_if(astrWalk.begin(), astrWalk.end(), [&](const std::string& strOid) {
+            return ParseOid(strOid) > ParseOid(strStart);
+        });
+        std::string strExpected = it == astrWalk.end() ? "" : *it;
         ToolRun stRun = Tool("snmpgetnext", strStart);
         std::string strGot = stRun.strOut.substr(0, stRun.strOut.find(' '));
         if (strExpected.empty()) {
