@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -192,10 +191,7 @@ class NotifyClientTest : public ::testing::Test, protected mte_test::Stack {
     void TearDown() override { StopListening(); }
     void Listen() {
         m_iRelay = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_un stAddr{};
-        stAddr.sun_family = AF_UNIX;
-        strcpy(stAddr.sun_path, PLAT_AgentxSocketPath().c_str());
-        ASSERT_EQ(0, bind(m_iRelay, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)));
+        ASSERT_TRUE(mte_test::BindTo(m_iRelay, PLAT_AgentxSocketPath()));
     }
     void StopListening() {
         if (m_iRelay >= 0) {

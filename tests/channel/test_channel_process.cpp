@@ -10,7 +10,6 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -427,10 +426,7 @@ TEST_F(ChannelProcessTest, SocketFileOverStartsAndStops) {
     struct stat stInfo;
     EXPECT_NE(stat(SocketPath().c_str(), &stInfo), 0) << "socket file left behind";
     int iFd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
-    sockaddr_un stAddr{};
-    stAddr.sun_family = AF_UNIX;
-    strcpy(stAddr.sun_path, SocketPath().c_str());
-    ASSERT_EQ(bind(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)), 0);
+    ASSERT_TRUE(mte_test::BindTo(iFd, SocketPath()));
     close(iFd);
     ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     ChannelClient stClient;

@@ -91,15 +91,6 @@ class StoreFaultTest : public ::testing::Test, protected mte_test::Stack {
         (void)WaitStatus();
     }
 
-    // Runs eventmibctl commands, one a line; its output.
-    std::string Run(const std::string& strCommands, int* piExit = nullptr) {
-        mte_test::ToolRun stRun = CtlScenario(strCommands);
-        if (piExit != nullptr) {
-            *piExit = stRun.iExit;
-        }
-        return stRun.strOut;
-    }
-
     // Creates events, one per name; every one must be acknowledged.
     void CreateEvents(const std::vector<std::string>& vecNames) {
         std::string strCommands;
@@ -107,9 +98,7 @@ class StoreFaultTest : public ::testing::Test, protected mte_test::Stack {
             strCommands += "set event owner=ops name=" + strName + " comment=\"" +
                            std::string(150, 'c') + "\" status=createAndWait\n";
         }
-        int iExit = -1;
-        std::string strOut = Run(strCommands, &iExit);
-        ASSERT_EQ(iExit, 0) << strOut;
+        CtlScenarioOk(strCommands);
     }
 
     std::string ThreeFiles() const {
@@ -134,7 +123,7 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     EXPECT_FALSE(Exists(Reserve()));
     Kill();
     ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
-    std::string strWalk = Run("walk event\n");
+    std::string strWalk = Ctl("walk event").strOut;
     for (const char* pszName : {"a1", "a2", "a3", "a4", "a5"}) {
         EXPECT_THAT(strWalk, HasSubstr(pszName));
     }
@@ -142,12 +131,10 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     // No reserve left: changes are pending, then written once space returns.
     FillUp(strFill);
     CreateEvents({"b1", "b2", "b3"});
-    int iExit = -1;
     // A row changed or destroyed again while pending keeps only its last write.
-    Run("set event owner=ops name=b1 comment=changed\nset event owner=ops name=b2 status=destroy\n"
-        "set event owner=ops name=a1 status=destroy\nset scalars instance-maximum=321\n",
-        &iExit);
-    EXPECT_EQ(iExit, 0);
+    CtlScenarioOk(
+        "set event owner=ops name=b1 comment=changed\nset event owner=ops name=b2 status=destroy\n"
+        "set event owner=ops name=a1 status=destroy\nset scalars instance-maximum=321\n");
     EXPECT_EQ(m_stDaemon.CountStderr("refuses writes (no space left on the file system)"), 1u)
         << m_stDaemon.Stderr();
     ASSERT_EQ(unlink(strFill.c_str()), 0);
@@ -169,14 +156,14 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     EXPECT_EQ(Stop(), 0);
     EXPECT_EQ(m_stDaemon.CountStderr("lost"), 0u) << m_stDaemon.Stderr();
     ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
-    strWalk = Run("walk event\n");
+    strWalk = Ctl("walk event").strOut;
     for (const char* pszName : {"a2", "a5", "b1", "b3", "d1"}) {
         EXPECT_THAT(strWalk, HasSubstr(pszName));
     }
     EXPECT_THAT(strWalk, Not(HasSubstr("a1")));
     EXPECT_THAT(strWalk, Not(HasSubstr("b2")));
     EXPECT_THAT(strWalk, HasSubstr("changed"));
-    EXPECT_THAT(Run("get scalars\n"), HasSubstr("321"));
+    EXPECT_THAT(Ctl("get scalars").strOut, HasSubstr("321"));
 
     // A full disk at start-up: the reserve makes room for the store's side
     // files; without it the start is refused with the real cause.

@@ -196,6 +196,10 @@ void StopProcess(pid_t* piPid, int iGraceMs) {
     *piPid = -1;
 }
 
+bool BindTo(int iFd, const std::string& strPath) {
+    return AtPath(bind, iFd, strPath);
+}
+
 bool SendDatagram(const std::string& strPath, const void* pData, size_t uiLen) {
     int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     bool bOk =

@@ -63,6 +63,8 @@ void StopProcess(pid_t* piPid, int iGraceMs);
 // child could not become nobody. Needs root.
 int AsNobodyOn(const std::string& strSocket, const std::function<int()>& fnChild);
 
+// Binds iFd to a Unix socket path.
+bool BindTo(int iFd, const std::string& strPath);
 // One datagram to a Unix socket path, from a socket of its own.
 bool SendDatagram(const std::string& strPath, const void* pData, size_t uiLen);
 
