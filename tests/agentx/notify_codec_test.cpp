@@ -165,13 +165,9 @@ TEST(NotifyDecode, BrokenDatagramsAreRefusedForTheirReason) {
             AGX_DECODE_VALUE_LENGTH);
     }
     // A string longer than the datagram.
-    astCases.emplace_back(NotifyDatagram()
-                              .Header(TRAP, "", 1)
-                              .Oid(NAME)
-                              .U32(SNMP_VTYPE_OCTET_STRING)
-                              .U32(100)
-                              .Raw("ab", 2),
-                          AGX_DECODE_SHORT);
+    NotifyDatagram stLongString;
+    stLongString.Header(TRAP, "", 1).Oid(NAME).U32(SNMP_VTYPE_OCTET_STRING).U32(100).Raw("ab", 2);
+    astCases.emplace_back(stLongString, AGX_DECODE_SHORT);
     for (size_t i = 0; i < astCases.size(); i++) {
         EXPECT_EQ(Decode(astCases[i].first.Bytes(), &astrVars), astCases[i].second) << "case " << i;
     }

@@ -147,16 +147,21 @@ TEST_F(SnmpClientTest, WalksInAndOutOfSubtrees) {
     EXPECT_EQ(astSystem.size(), astInCtx.size());
 }
 
-long InPackets(void) {
-    MTE_OID_S stOid = Oid("1.3.6.1.2.1.11.1.0");  // snmpInPkts
+// A 4-byte value of the default context, 0 when there is none.
+uint32_t Read32(const char* pszOid) {
+    MTE_OID_S stOid = Oid(pszOid);
     uint32_t uiStatus = 0;
     SNMP_VALUE_S* pstValue = SNMP_GetInstanceValue("owner", "", &stOid, &uiStatus);
-    uint32_t uiPackets = 0;
+    uint32_t uiValue = 0;
     if (pstValue != nullptr && pstValue->uiLen == 4) {
-        memcpy(&uiPackets, pstValue->pData, 4);
+        memcpy(&uiValue, pstValue->pData, 4);
     }
     SNMP_FreeInstanceValue(pstValue);
-    return uiPackets;
+    return uiValue;
+}
+
+long InPackets(void) {
+    return Read32("1.3.6.1.2.1.11.1.0");  // snmpInPkts
 }
 
 // The walks of one sampling cycle answered from GETBULK read-ahead give what
@@ -259,13 +264,7 @@ TEST_F(SnmpClientTest, ContextNamesInStrcmpOrder) {
 TEST_F(SnmpClientTest, IntegerSetsAndTheirErrors) {
     MTE_OID_S stWritable = Oid(MTE_TEST_WRITABLE_INTEGER);
     EXPECT_EQ(SNMP_ST_OK, SNMP_SetIntegerValueByOID("owner", "", &stWritable, -42));
-    uint32_t uiStatus = 1;
-    SNMP_VALUE_S* pstValue = SNMP_GetInstanceValue("owner", "", &stWritable, &uiStatus);
-    ASSERT_NE(nullptr, pstValue);
-    int32_t iRead = 0;
-    memcpy(&iRead, pstValue->pData, 4);
-    EXPECT_EQ(-42, iRead);
-    SNMP_FreeInstanceValue(pstValue);
+    EXPECT_EQ(-42, static_cast<int32_t>(Read32(MTE_TEST_WRITABLE_INTEGER)));
 
     struct {
         const char* pszContext;
