@@ -11,6 +11,7 @@
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 using namespace mte_test;
@@ -109,9 +110,7 @@ TEST_F(E2eTriggers, PerInstanceDiscontinuityTimeKeepsAResetRowFromFiring) {
         "set trigger owner=e2e name=reset status=active\n");
     ToolRun stRow = Ctl("get delta owner=e2e name=reset");
     ASSERT_EQ(stRow.iExit, 0) << stRow.strOut;
-    const std::string& strRow = stRow.strOut;
-    EXPECT_THAT(strRow, HasSubstr(strColumn4));
-    EXPECT_THAT(strRow, HasSubstr("timeStamp"));
+    EXPECT_THAT(stRow.strOut, AllOf(HasSubstr(strColumn4), HasSubstr("timeStamp")));
     usleep(2500 * 1000);
 
     AgentOk("reset - 5 900");
