@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>

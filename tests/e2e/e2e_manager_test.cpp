@@ -10,7 +10,6 @@
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 using namespace mte_test;
 
@@ -83,8 +82,7 @@ TEST_F(E2eManager, DeltaRowByManagersAndNoFiringOnACounterReset) {
     EXPECT_EQ(Set(Column(strTrigger, 15, NAME_T) + " i 1"), "");
     // Written while active: refused, the row unchanged.
     EXPECT_NE(Set(Column(strDelta, 3, NAME_T) + " i 2"), "");
-    std::string strGot = Get(Column(strDelta, 1, NAME_T)).strOut;
-    EXPECT_THAT(strGot, HasSubstr("OID: ." + strUpTime));
+    EXPECT_THAT(Get(Column(strDelta, 1, NAME_T)).strOut, HasSubstr("OID: ." + strUpTime));
     const std::string strConfigured = Walk(strDeltaWalk);
     EXPECT_THAT(strConfigured, HasSubstr("OID: ." + strUpTime));
 

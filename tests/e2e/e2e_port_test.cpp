@@ -3,11 +3,10 @@
 // keeps answering), restarting it brings the port up and every active
 // trigger is sampled at once; a stalled agent never stalls management; a
 // killed eventmib-agentx costs no notification.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <map>
-
-#include "mte_cfg.h"
-#include <gtest/gtest.h>
 
 #include "stack.h"
 
