@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "mock_tables.h"
@@ -19,6 +20,14 @@ struct REPLY_S {
     MTE_MSG_REPLY_S stReply = {};
     Bytes vecBuf;
 };
+
+// A reply's result code and length; Bare is a reply that is its header alone.
+std::pair<uint32_t, uint32_t> CodeLen(const REPLY_S& r) {
+    return {r.stReply.uiResult, r.uiLen};
+}
+std::pair<uint32_t, uint32_t> Bare(uint32_t uiCode) {
+    return {uiCode, 20};
+}
 
 class CfgTest : public ::testing::Test {
   protected:
@@ -47,8 +56,7 @@ class CfgTest : public ::testing::Test {
 TEST_F(CfgTest, TypesOutsideTheTableAreRefused) {
     for (uint16_t usType : {0, 17, 18, 0xffff}) {
         REPLY_S r = Send(usType, MTE_MSG_OP_GET);
-        EXPECT_EQ(r.uiLen, 20u);
-        EXPECT_EQ(r.stReply.uiResult, MTE_ERR_GENERAL) << usType;
+        EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_GENERAL)) << usType;
         EXPECT_EQ(r.stReply.uiFailedColumn, 0xffffffffu);
         EXPECT_EQ(r.stReply.uiSequence, 77u);
     }
@@ -62,8 +70,7 @@ TEST_F(CfgTest, MalformedRequestGetsTheCheckCodeAndTouchesNoTable) {
                                     &stRow, msg.data(), msg.size()));
     memset(&msg[28 + 540], 'x', 33);  // owner without its zero
     REPLY_S r = Send(msg);
-    EXPECT_EQ(r.uiLen, 20u);
-    EXPECT_EQ(r.stReply.uiResult, MTE_ERR_MSG_STRING);
+    EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_MSG_STRING));
     EXPECT_EQ(r.stReply.uiSequence, 5u);
     msg.resize(30);
     EXPECT_EQ(Send(msg).stReply.uiResult, MTE_ERR_MSG_LENGTH);
@@ -81,12 +88,10 @@ TEST_F(CfgTest, ScalarsOnlyAnswerGet) {
     EXPECT_EQ(r.stReply.uiFailedColumn, 0xffffffffu);
     for (uint16_t usOp : {MTE_MSG_OP_SET, MTE_MSG_OP_GET_NEXT}) {
         r = Send(MTE_MSG_TYPE_SCALARS, usOp);
-        EXPECT_EQ(r.stReply.uiResult, MTE_ERR_GENERAL);
-        EXPECT_EQ(r.uiLen, 20u);
+        EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_GENERAL));
     }
     r = Send(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET, 0, nullptr, 0, 20 + 35);
-    EXPECT_EQ(r.stReply.uiResult, MTE_ERR_REPLY_TOO_SMALL);
-    EXPECT_EQ(r.uiLen, 20u);
+    EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_REPLY_TOO_SMALL));
 
     r = Send(MTE_MSG_TYPE_ENGINE_COUNTERS, MTE_MSG_OP_GET);
     ASSERT_EQ(r.stReply.usItem, MTE_ITEM_ENGINE_COUNTERS);
@@ -185,19 +190,16 @@ TEST_F(CfgTest, GetFindsTheRowByItsIndexUnderTheReadLock) {
         // No such row.
         g_stMockTables.pGetResult = nullptr;
         r = Send(c.usType, MTE_MSG_OP_GET, c.usRowItem, request.data());
-        EXPECT_EQ(r.stReply.uiResult, MTE_ERR_GENERAL);
-        EXPECT_EQ(r.uiLen, 20u);
+        EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_GENERAL));
 
         // A row that does not fit: get and get-next answer differently.
         g_stMockTables.pGetResult = stored.data();
         g_stMockTables.pGetNextResult = stored.data();
         uint32_t uiTight = 20 + 8 + stored.size() - 1;
         r = Send(c.usType, MTE_MSG_OP_GET, c.usRowItem, request.data(), 0, uiTight);
-        EXPECT_EQ(r.stReply.uiResult, MTE_ERR_REPLY_TOO_SMALL);
-        EXPECT_EQ(r.uiLen, 20u);
+        EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_REPLY_TOO_SMALL));
         r = Send(c.usType, MTE_MSG_OP_GET_NEXT, 0, nullptr, 0, uiTight);
-        EXPECT_EQ(r.stReply.uiResult, MTE_ERR_NEXT_TOO_BIG);
-        EXPECT_EQ(r.uiLen, 20u);
+        EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_NEXT_TOO_BIG));
         r = Send(c.usType, MTE_MSG_OP_GET_NEXT, 0, nullptr, 0, uiTight + 1);
         EXPECT_EQ(r.stReply.uiResult, MTE_OK);
     }
@@ -209,8 +211,7 @@ TEST_F(CfgTest, GetNextTellsTheEndFromAnEmptyTable) {
         g_stMockTables = MOCK_TABLES_S();
         // Nothing follows and nothing is there.
         REPLY_S r = Send(c.usType, MTE_MSG_OP_GET_NEXT);
-        EXPECT_EQ(r.stReply.uiResult, MTE_ERR_TABLE_EMPTY);
-        EXPECT_EQ(r.uiLen, 20u);
+        EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_TABLE_EMPTY));
         // Nothing follows, but rows exist before the key.
         if (c.ucPresentBit == 0) {
             g_stMockTables.uiTriggerEmpty = 0;
@@ -263,8 +264,7 @@ TEST_F(CfgTest, SetPassesMaskAndReturnsCodeAndFailedColumn) {
         g_stMockTables.uiFailedColumnToSet = 7;
         Bytes row = RowWithIndex(c, "o", "n");
         REPLY_S r = Send(c.usType, MTE_MSG_OP_SET, c.usRowItem, row.data(), 0x80001234);
-        EXPECT_EQ(r.uiLen, 20u);
-        EXPECT_EQ(r.stReply.uiResult, MTE_ERR_INCONSISTENT);
+        EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_INCONSISTENT));
         // The set-action table reports no column.
         EXPECT_EQ(r.stReply.uiFailedColumn, c.usType == MTE_MSG_TYPE_SET ? 0u : 7u);
         EXPECT_EQ(g_stMockTables.uiLastMask, 0x80001234u);
@@ -284,8 +284,7 @@ TEST_F(CfgTest, SetPassesMaskAndReturnsCodeAndFailedColumn) {
 TEST_F(CfgTest, UnknownOperationOfATable) {
     for (const TABLE_CASE_S& c : g_astTableCases) {
         REPLY_S r = Send(c.usType, 4);
-        EXPECT_EQ(r.stReply.uiResult, MTE_ERR_GENERAL);
-        EXPECT_EQ(r.uiLen, 20u);
+        EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_GENERAL));
     }
     EXPECT_TRUE(g_stMockTables.vecCalls.empty());
 }

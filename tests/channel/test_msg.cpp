@@ -33,10 +33,7 @@ void Put32(Bytes& msg, size_t uiOff, uint32_t uiValue) {
 
 MTE_TRIGGER_ROW_S SampleTrigger() {
     MTE_TRIGGER_ROW_S stRow = {};
-    stRow.stValueID.uiLen = 3;
-    stRow.stValueID.auiOid[0] = 1;
-    stRow.stValueID.auiOid[1] = 3;
-    stRow.stValueID.auiOid[2] = 6;
+    stRow.stValueID = {3, {1, 3, 6}};
     stRow.uiFrequency = 10;
     strcpy(stRow.szOwner, "owner");
     strcpy(stRow.szName, "name");

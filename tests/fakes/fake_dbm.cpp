@@ -273,8 +273,7 @@ int32_t DBM_BatchGetNextSortList(int64_t llHandle, const char* pszName, uint32_t
         if (it->second.size() != uiRecordSize) {
             continue;  // a damaged record is never handed to a table
         }
-        memset(pcOut, 0, uiRecordSize);
-        memcpy(pcOut, it->second.data(), std::min<size_t>(uiRecordSize, it->second.size()));
+        memcpy(pcOut, it->second.data(), uiRecordSize);
         pcOut += uiRecordSize;
         ++iRead;
     }

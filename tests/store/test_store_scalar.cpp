@@ -39,8 +39,7 @@ std::string Item(int64_t llDb, const char* pszName) {
 class StoreScalarTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        static const uint32_t s_uiDbg = mte_DBG_Init();
-        (void)s_uiDbg;
+        [[maybe_unused]] static const uint32_t s_uiDbg = mte_DBG_Init();
         FAKE_DBM_Reset();
         FAKE_LOG_Clear();
         FAKE_MEMALERT_Reset();
@@ -212,21 +211,17 @@ TEST_F(StoreScalarTest, SettingsAreStoredAsGiven) {
 }
 
 // The store module over the fake's failure switches and read counts.
-MTE_EVENT_ROW_S Event(const std::string& strName) {
+uint32_t InsertEvent(const std::string& strName) {
     MTE_EVENT_ROW_S stRow = {};
     strcpy(stRow.szOwner, "o");
     strcpy(stRow.szName, strName.c_str());
-    return stRow;
-}
-
-uint32_t InsertEvent(const MTE_EVENT_ROW_S& stRow) {
     return mte_DBM_InsertSortList(MTE_DBM_CFG, "mteEvent", 9, &stRow, sizeof(stRow), MTE_TBL_EVENT);
 }
 
 TEST_F(StoreScalarTest, FailedWritesAndOpensAreReported) {
     uint32_t uiValue = 5;
     FAKE_DBM_FailWrites(true);
-    EXPECT_EQ(InsertEvent(Event("e")), MTE_ERR_GENERAL);
+    EXPECT_EQ(InsertEvent("e"), MTE_ERR_GENERAL);
     EXPECT_EQ(mte_DBM_SetBinary(MTE_DBM_CFG, "SampMini", 9, &uiValue, 4, MTE_ITEM_ID_SAMP_MINI),
               MTE_ERR_GENERAL);
     FAKE_DBM_FailWrites(false);
@@ -235,7 +230,7 @@ TEST_F(StoreScalarTest, FailedWritesAndOpensAreReported) {
         FAKE_DBM_FailOpen(bCfg, bRun);
         EXPECT_EQ(mte_DBM_Init(), MTE_ERR_GENERAL);
         // Nothing stays open after the failure.
-        EXPECT_EQ(InsertEvent(Event("e")), MTE_ERR_GENERAL);
+        EXPECT_EQ(InsertEvent("e"), MTE_ERR_GENERAL);
         EXPECT_EQ(mte_DBM_Recover(), MTE_ERR_GENERAL);
     }
 }
@@ -249,7 +244,7 @@ TEST_F(StoreScalarTest, ReplayReadsEveryListInBatchesOfFive) {
     for (const auto& stCase : astCases) {
         SCOPED_TRACE(stCase.iRecords);
         for (; iMade < stCase.iRecords; ++iMade) {
-            InsertEvent(Event("ev" + std::to_string(iMade)));
+            InsertEvent("ev" + std::to_string(iMade));
         }
         uint64_t ulBefore = FAKE_DBM_BatchCalls();
         mte_DBM_Fini();
@@ -263,8 +258,7 @@ TEST_F(StoreScalarTest, ReplayReadsEveryListInBatchesOfFive) {
 class StoreMemAlertTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        static const uint32_t s_uiDbg = mte_DBG_Init();
-        (void)s_uiDbg;
+        [[maybe_unused]] static const uint32_t s_uiDbg = mte_DBG_Init();
         FAKE_MEMALERT_Reset();
         FAKE_LOG_Clear();
         mte_EPOLL_Init();

@@ -72,8 +72,7 @@ class StoreTest : public ::testing::Test {
         ASSERT_NE(mkdtemp(szTemplate), nullptr);
         m_strDir = szTemplate;
         setenv("STATE_DIRECTORY", m_strDir.c_str(), 1);
-        static const uint32_t s_uiDbg = mte_DBG_Init();
-        (void)s_uiDbg;
+        [[maybe_unused]] static const uint32_t s_uiDbg = mte_DBG_Init();
         FAKE_LOG_Clear();
         mte_SCALAR_Init();
         ASSERT_EQ(mte_DBM_Init(), 0u);

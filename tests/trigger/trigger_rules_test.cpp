@@ -48,9 +48,7 @@ inline MTE_TRIGGER_ROW_S TriggerReq(const char* pszOwner, const char* pszName, u
     MTE_TRIGGER_ROW_S st{};
     strncpy(st.szOwner, pszOwner, sizeof(st.szOwner) - 1);
     strncpy(st.szName, pszName, sizeof(st.szName) - 1);
-    const uint32_t auiSysUpTime[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
-    st.stValueID.uiLen = 9;
-    memcpy(st.stValueID.auiOid, auiSysUpTime, sizeof(auiSysUpTime));
+    st.stValueID = {9, {1, 3, 6, 1, 2, 1, 1, 3, 0}};  // sysUpTime.0
     st.uiFrequency = uiFrequency;
     st.uiEntryStatus = uiStatus;
     return st;
