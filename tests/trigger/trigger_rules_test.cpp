@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "fake_dbm.h"
@@ -343,9 +344,7 @@ TEST_F(TriggerTableTest, DeltaRowFollowsTheSampleTypeAndIsStored) {
     EXPECT_EQ(pstDelta->uiDiscontinuityIDType, MTE_DELTA_TIME_TICKS);
 
     MTE_DELTA_ENTRY_S stRow = *pstDelta;
-    stRow.stDiscontinuityID.uiLen = 11;
-    const uint32_t auiDisc[] = {1, 3, 6, 1, 2, 1, 31, 1, 1, 1, 15};
-    memcpy(stRow.stDiscontinuityID.auiOid, auiDisc, sizeof(auiDisc));
+    stRow.stDiscontinuityID = {11, {1, 3, 6, 1, 2, 1, 31, 1, 1, 1, 15}};
     stRow.uiDiscontinuityIDWildcard = MTE_TRUE;
     stRow.uiDiscontinuityIDType = MTE_DELTA_TIME_STAMP;
     const uint32_t uiAll = COL(1) | COL(2) | COL(3);
@@ -434,9 +433,6 @@ Row TestReq(const char* pszOwner, const char* pszName) {
     return st;
 }
 
-// Every owner column of the test tables refuses another owner, bit 31 or not,
-// and leaves everything as it was (the rest of their writes is in the table
-// suite).
 // Each owner column (with its field) of a test row refuses another owner,
 // bit 31 or not.
 template <typename Row>
@@ -507,16 +503,12 @@ TEST_F(TriggerTableTest, ThresholdOrdering) {
         mte_TRIGGER_Fini();
         CreateWaiting("o", "w", MTE_TEST_THRESHOLD);
         MTE_THRES_ENTRY_S* pstRow = mte_THRES_Get("o", "w");
-        pstRow->iRising = 80;
-        pstRow->iFalling = 20;
-        pstRow->iDeltaRising = 10;
-        pstRow->iDeltaFalling = -10;
+        std::tie(pstRow->iRising, pstRow->iFalling, pstRow->iDeltaRising, pstRow->iDeltaFalling) =
+            std::tuple(80, 20, 10, -10);
         MTE_THRES_ENTRY_S stBefore = *pstRow;
         auto stReq = TestReq<MTE_THRES_ENTRY_S>("o", "w");
-        stReq.iRising = c.iRising;
-        stReq.iFalling = c.iFalling;
-        stReq.iDeltaRising = c.iDeltaRising;
-        stReq.iDeltaFalling = c.iDeltaFalling;
+        std::tie(stReq.iRising, stReq.iFalling, stReq.iDeltaRising, stReq.iDeltaFalling) =
+            std::tie(c.iRising, c.iFalling, c.iDeltaRising, c.iDeltaFalling);
         uint32_t uiFailed = 0;
         EXPECT_EQ(mte_THRES_Set(&stReq, c.uiMask, &uiFailed), c.uiResult);
         EXPECT_EQ(uiFailed, c.uiFailed);
@@ -631,7 +623,6 @@ TEST_F(TriggerPortUpTest, TimerThatCannotStartUndoesTheRequest) {
 
 TEST_F(TriggerPortUpTest, StartAndStopReachTheEngine) {
     ASSERT_EQ(mte_TIMER_Init(), 0u);
-    const uint32_t kStatus = COL(MTE_TRIGGER_COL_ENTRY_STATUS);
     CreateActive("o", "go");
     MTE_TRIGGER_ENTRY_S* pstGo = Entry("o", "go");
     EXPECT_NE(pstGo->llTimerId, -1);
