@@ -15,7 +15,7 @@
 
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -251,9 +251,7 @@ TEST_F(StoreTest, WritesToAnUnknownOrClosedDatabaseFail) {
 
 std::string ReadFile(const std::string& strPath) {
     std::ifstream stIn(strPath, std::ios::binary);
-    std::stringstream stBuf;
-    stBuf << stIn.rdbuf();
-    return stBuf.str();
+    return std::string(std::istreambuf_iterator<char>(stIn), {});
 }
 
 void WriteFile(const std::string& strPath, const std::string& strData) {
