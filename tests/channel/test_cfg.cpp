@@ -130,14 +130,10 @@ TEST_F(CfgTest, ValueSettersIgnoreTheOperationAndAlwaysSucceed) {
 // One row per table: its message type, items, sizes, where the index lies in
 // the row record, and the lock its handler must hold.
 struct TABLE_CASE_S {
-    uint16_t usType;
-    uint16_t usRowItem;
-    uint16_t usKeyItem;
+    uint16_t usType, usRowItem, usKeyItem;
     const char* pszTable;
-    size_t uiOwnerOff;
-    size_t uiNameOff;
-    const char* pszReadLock;
-    const char* pszWriteLock;
+    size_t uiOwnerOff, uiNameOff;
+    const char *pszReadLock, *pszWriteLock;
     uint8_t ucPresentBit;  // 0: the table has its own empty test
 };
 
@@ -213,15 +209,13 @@ TEST_F(CfgTest, GetNextTellsTheEndFromAnEmptyTable) {
         REPLY_S r = Send(c.usType, MTE_MSG_OP_GET_NEXT);
         EXPECT_EQ(CodeLen(r), Bare(MTE_ERR_TABLE_EMPTY));
         // Nothing follows, but rows exist before the key.
+        g_stMockTables.uiTriggerEmpty = 0;
+        g_stMockTables.uiEventEmpty = 0;
         if (c.ucPresentBit == 0) {
-            g_stMockTables.uiTriggerEmpty = 0;
             g_stMockTables.uiObjEmpty = 0;
-            g_stMockTables.uiEventEmpty = 0;
         } else {
             // Another sub-table's bit says nothing about this one.
             g_stMockTables.ucFlagsToSet = static_cast<uint8_t>(0xe0 & ~c.ucPresentBit);
-            g_stMockTables.uiTriggerEmpty = 0;
-            g_stMockTables.uiEventEmpty = 0;
             EXPECT_EQ(Send(c.usType, MTE_MSG_OP_GET_NEXT).stReply.uiResult, MTE_ERR_TABLE_EMPTY);
             g_stMockTables.ucFlagsToSet = c.ucPresentBit;
         }
@@ -234,21 +228,13 @@ TEST_F(CfgTest, GetNextTellsTheEndFromAnEmptyTable) {
 }
 
 TEST_F(CfgTest, GetNextPassesTheKey) {
-    MTE_INDEX_KEY_S stKey = {};
-    stKey.uiOwnerLen = 2;
-    strcpy(stKey.szOwner, "ab");
-    strcpy(stKey.szName, "t1");
+    MTE_INDEX_KEY_S stKey = {2, "ab", "t1", {}};
     Send(MTE_MSG_TYPE_THRESHOLD, MTE_MSG_OP_GET_NEXT, MTE_ITEM_TRIGGER_KEY, &stKey);
     EXPECT_EQ(g_stMockTables.uiLastOwnerLen, 2u);
     EXPECT_EQ(g_stMockTables.strLastOwner, "ab");
     EXPECT_EQ(g_stMockTables.strLastName, "t1");
 
-    MTE_OBJ_INDEX_KEY_S stObjKey = {};
-    stObjKey.uiOwnerLen = 1;
-    stObjKey.uiNameLen = 3;
-    stObjKey.uiIndex = 4;
-    strcpy(stObjKey.szOwner, "o");
-    strcpy(stObjKey.szName, "grp");
+    MTE_OBJ_INDEX_KEY_S stObjKey = {1, 3, 4, "o", "grp", {}};
     Send(MTE_MSG_TYPE_OBJECTS, MTE_MSG_OP_GET_NEXT, MTE_ITEM_OBJECTS_KEY, &stObjKey);
     EXPECT_EQ(g_stMockTables.uiLastOwnerLen, 1u);
     EXPECT_EQ(g_stMockTables.uiLastNameLen, 3u);

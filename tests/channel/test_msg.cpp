@@ -223,17 +223,13 @@ TEST(MsgTest, EveryStringAndOidFieldOfEveryRecordIsChecked) {
 }
 
 TEST(MsgTest, KeyLengthsMustMatchTheirStrings) {
-    MTE_INDEX_KEY_S stKey = {};
-    strcpy(stKey.szOwner, "ab");
-    stKey.uiOwnerLen = 2;
+    MTE_INDEX_KEY_S stKey = {2, "ab", "", {}};
     EXPECT_EQ(Check(Build(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_GET_NEXT, MTE_ITEM_TRIGGER_KEY, &stKey)),
               MTE_OK);
     stKey.uiOwnerLen = 3;
     EXPECT_EQ(Check(Build(MTE_MSG_TYPE_EVENT, MTE_MSG_OP_GET_NEXT, MTE_ITEM_EVENT_KEY, &stKey)),
               MTE_ERR_MSG_KEY);
-    MTE_OBJ_INDEX_KEY_S stObjKey = {};
-    strcpy(stObjKey.szName, "n");
-    stObjKey.uiNameLen = 1;
+    MTE_OBJ_INDEX_KEY_S stObjKey = {0, 1, 0, "", "n", {}};
     EXPECT_EQ(
         Check(Build(MTE_MSG_TYPE_OBJECTS, MTE_MSG_OP_GET_NEXT, MTE_ITEM_OBJECTS_KEY, &stObjKey)),
         MTE_OK);
