@@ -126,9 +126,8 @@ struct CommentedTable {
 };
 
 struct TriggerTable : CommentedTable<MTE_TRIGGER_ROW_S> {
-    static constexpr const char* kName = "trigger";
+    static constexpr const char *kName = "trigger", *kList = "mteTrigger";
     static constexpr uint16_t kType = MTE_MSG_TYPE_TRIGGER, kItem = MTE_ITEM_TRIGGER;
-    static constexpr const char* kList = "mteTrigger";
     static constexpr uint32_t kStatusCol = MTE_TRIGGER_COL_ENTRY_STATUS;
     static constexpr uint32_t kCreateMask =
         COL(MTE_TRIGGER_COL_VALUE_ID) | COL(MTE_TRIGGER_COL_FREQUENCY) | COL(kStatusCol);
@@ -145,9 +144,8 @@ struct TriggerTable : CommentedTable<MTE_TRIGGER_ROW_S> {
 };
 
 struct EventTable : CommentedTable<MTE_EVENT_ROW_S> {
-    static constexpr const char* kName = "event";
+    static constexpr const char *kName = "event", *kList = "mteEvent";
     static constexpr uint16_t kType = MTE_MSG_TYPE_EVENT, kItem = MTE_ITEM_EVENT;
-    static constexpr const char* kList = "mteEvent";
     static constexpr uint32_t kStatusCol = MTE_EVENT_COL_ENTRY_STATUS;
     static constexpr uint32_t kCreateMask = COL(kStatusCol);
     static constexpr uint32_t kExistsFc = kStatusCol, kMissingFc = kStatusCol;
@@ -164,9 +162,8 @@ struct EventTable : CommentedTable<MTE_EVENT_ROW_S> {
 // is refused, waiting or not.
 struct ObjectsTable {
     using Row = MTE_OBJ_ROW_S;
-    static constexpr const char* kName = "objects";
+    static constexpr const char *kName = "objects", *kList = "mteObjects";
     static constexpr uint16_t kType = MTE_MSG_TYPE_OBJECTS, kItem = MTE_ITEM_OBJECTS;
-    static constexpr const char* kList = "mteObjects";
     static constexpr bool kHasStatus = true;
     static constexpr uint32_t kStatusCol = MTE_OBJ_COL_ENTRY_STATUS;
     static constexpr uint32_t kCreateMask = COL(MTE_OBJ_COL_ID) | COL(kStatusCol);
@@ -206,8 +203,7 @@ struct SubRowTable {
 
 struct NotifyTable : SubRowTable<MTE_NOTIFY_ENTRY_S, MTE_MSG_TYPE_NOTIFY, MTE_ITEM_NOTIFY,
                                  MTE_ACTION_NOTIFICATION, true> {
-    static constexpr const char* kName = "notification";
-    static constexpr const char* kList = "mteNotify";
+    static constexpr const char *kName = "notification", *kList = "mteNotify";
     static constexpr uint32_t kChangeMask = COL(MTE_NOTIFY_COL_NOTIFICATION);
     static void Change(Row* p) { p->stNotification = Oid({1, 3, 6, 1, 4, 1, 9}); }
     static bool Changed(const Row& st) { return st.stNotification.uiLen == 7; }
@@ -215,8 +211,7 @@ struct NotifyTable : SubRowTable<MTE_NOTIFY_ENTRY_S, MTE_MSG_TYPE_NOTIFY, MTE_IT
 
 struct SetTable
     : SubRowTable<MTE_SET_ENTRY_S, MTE_MSG_TYPE_SET, MTE_ITEM_SET, MTE_ACTION_SET, true> {
-    static constexpr const char* kName = "set";
-    static constexpr const char* kList = "mteSet";
+    static constexpr const char *kName = "set", *kList = "mteSet";
     static constexpr uint32_t kChangeMask = COL(MTE_SET_COL_VALUE);
     static Row Req(const char* pszOwner, const char* pszName, uint32_t) {
         Row st = Named<Row>(pszOwner, pszName);
@@ -230,8 +225,7 @@ struct SetTable
 
 struct BooleanTable
     : SubRowTable<MTE_BOOL_ENTRY_S, MTE_MSG_TYPE_BOOLEAN, MTE_ITEM_BOOLEAN, MTE_TEST_BOOLEAN> {
-    static constexpr const char* kName = "boolean";
-    static constexpr const char* kList = "mteBoolean";
+    static constexpr const char *kName = "boolean", *kList = "mteBoolean";
     static constexpr uint32_t kChangeMask = COL(MTE_BOOL_COL_VALUE);
     static void Change(Row* p) { p->iValue = -42; }
     static bool Changed(const Row& st) { return st.iValue == -42; }
@@ -239,8 +233,7 @@ struct BooleanTable
 
 struct ExistenceTable : SubRowTable<MTE_EXIST_ENTRY_S, MTE_MSG_TYPE_EXISTENCE, MTE_ITEM_EXISTENCE,
                                     MTE_TEST_EXISTENCE> {
-    static constexpr const char* kName = "existence";
-    static constexpr const char* kList = "mteExistence";
+    static constexpr const char *kName = "existence", *kList = "mteExistence";
     static constexpr uint32_t kChangeMask = COL(MTE_EXIST_COL_TEST_CHANGED);
     static void Change(Row* p) { p->ucTest |= 0x20; }
     static bool Changed(const Row& st) { return (st.ucTest & 0x20) != 0; }
@@ -248,8 +241,7 @@ struct ExistenceTable : SubRowTable<MTE_EXIST_ENTRY_S, MTE_MSG_TYPE_EXISTENCE, M
 
 struct ThresholdTable : SubRowTable<MTE_THRES_ENTRY_S, MTE_MSG_TYPE_THRESHOLD, MTE_ITEM_THRESHOLD,
                                     MTE_TEST_THRESHOLD> {
-    static constexpr const char* kName = "threshold";
-    static constexpr const char* kList = "mteThreshold";
+    static constexpr const char *kName = "threshold", *kList = "mteThreshold";
     static constexpr uint32_t kChangeMask = COL(MTE_THRES_COL_STARTUP);
     static void Change(Row* p) { p->uiStartup = 1; }
     static bool Changed(const Row& st) { return st.uiStartup == 1; }
@@ -257,8 +249,7 @@ struct ThresholdTable : SubRowTable<MTE_THRES_ENTRY_S, MTE_MSG_TYPE_THRESHOLD, M
 
 struct DeltaTable
     : SubRowTable<MTE_DELTA_ENTRY_S, MTE_MSG_TYPE_DELTA, MTE_ITEM_DELTA, MTE_PRESENT_DELTA> {
-    static constexpr const char* kName = "delta";
-    static constexpr const char* kList = "mteDelta";
+    static constexpr const char *kName = "delta", *kList = "mteDelta";
     static constexpr uint32_t kChangeMask = COL(MTE_DELTA_COL_DISCONTINUITY_ID_TYPE);
     static void Change(Row* p) { p->uiDiscontinuityIDType = MTE_DELTA_TIME_STAMP; }
     static bool Changed(const Row& st) { return st.uiDiscontinuityIDType == MTE_DELTA_TIME_STAMP; }
@@ -765,8 +756,7 @@ TEST_P(DispatchWalkTest, WalkMatchesTheRowsThroughInsertsAndDestroysMidWalk) {
             } else if (iRound == 1 && iStep == 5) {
                 DropAll();
             }
-            uint32_t uiExpectedCode = 0;
-            uint32_t uiCode = 0;
+            uint32_t uiExpectedCode = 0, uiCode = 0;
             ModelRow stExpected = Expected(stKey, &uiExpectedCode);
             ModelRow stGot = Next(stKey, &uiCode);
             ASSERT_EQ(Show(stGot), Show(stExpected)) << "step " << iStep;
