@@ -146,9 +146,6 @@ void OtherObjectsOwner(MTE_TRIGGER_ROW_S* p) {
 void NoValueId(MTE_TRIGGER_ROW_S* p) {
     p->stValueID.uiLen = 0;
 }
-void Comment(MTE_TRIGGER_ROW_S* p) {
-    strcpy(p->szComment, "new comment");
-}
 
 // A request on "own/t1", which is missing, waiting or active before it.
 struct RuleCase {
@@ -198,7 +195,8 @@ TEST_F(TriggerTableTest, ActivationChecksAndStatuses) {
         {"active outside the mask is not an activation", W, MTE_ROW_ACTIVE, kFreq, NoAdjust, 0, 0,
          MTE_ROW_NOT_IN_SERVICE},
         {"waiting, column change with notInService", W, MTE_ROW_NOT_IN_SERVICE, kComment | kStatus,
-         Comment, 0, 0, MTE_ROW_NOT_IN_SERVICE},
+         [](MTE_TRIGGER_ROW_S* p) { strcpy(p->szComment, "new comment"); }, 0, 0,
+         MTE_ROW_NOT_IN_SERVICE},
         {"waiting, objects owner of another owner", W, MTE_ROW_NONE,
          COL(MTE_TRIGGER_COL_OBJECTS_OWNER), OtherObjectsOwner, MTE_ERR_INCONSISTENT, 13},
         {"stop with a new frequency", A, MTE_ROW_NOT_IN_SERVICE, kStatus | kFreq,
