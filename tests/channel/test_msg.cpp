@@ -179,8 +179,7 @@ TEST(MsgTest, EveryMalformedShapeIsRefused) {
 TEST(MsgTest, EveryStringAndOidFieldOfEveryRecordIsChecked) {
     struct FIELD_CASE_S {
         uint16_t usItem;
-        size_t uiOffset;
-        size_t uiSize;  // 0: OID count
+        size_t uiOffset, uiSize;  // uiSize 0: OID count
     };
     const FIELD_CASE_S astFields[] = {
         {4, 0, 0},     {4, 540, 33},  {4, 573, 33},  {4, 606, 256}, {4, 862, 256},  {4, 1118, 33},

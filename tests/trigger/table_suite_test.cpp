@@ -58,8 +58,7 @@ MTE_OID_S Oid(std::initializer_list<uint32_t> auiArcs) {
 }
 
 struct Reply {
-    uint32_t uiResult;
-    uint32_t uiFailed;
+    uint32_t uiResult, uiFailed;
     std::string strData;
 };
 
@@ -584,8 +583,7 @@ struct WalkTable {
     uint16_t usType;
     Parent eParent;
     uint8_t ucKind;  // the parent's bit that gives it a row here; 0: every parent row
-    size_t uiOwnerOff;
-    size_t uiNameOff;
+    size_t uiOwnerOff, uiNameOff;
 };
 
 // Names the table in test names (which otherwise carry the row's bytes).
@@ -609,8 +607,7 @@ const WalkTable kWalkTables[] = {
 #undef WALK
 
 struct ModelRow {
-    std::string strOwner;
-    std::string strName;
+    std::string strOwner, strName;
     uint32_t uiIndex;
     uint8_t ucBits;
 };
