@@ -17,7 +17,6 @@ MTE_TRIGGER_ROW_S Trigger(const std::string& strObjOwner = "", const std::string
     MTE_TRIGGER_ROW_S stTrigger{};
     CopyStr(stTrigger.szOwner, sizeof(stTrigger.szOwner), "own");
     CopyStr(stTrigger.szName, sizeof(stTrigger.szName), "trig");
-    CopyStr(stTrigger.szTargetTag, sizeof(stTrigger.szTargetTag), "");
     CopyStr(stTrigger.szObjectsOwner, sizeof(stTrigger.szObjectsOwner), strObjOwner);
     CopyStr(stTrigger.szObjects, sizeof(stTrigger.szObjects), strObjects);
     stTrigger.uiValueIDWildcard = MTE_FALSE;

@@ -343,7 +343,7 @@ uint32_t SNMP_SendTrapByVBList(const MTE_OID_S* pstNotification, const char* psz
     for (const MTE_VB_S* pstVb = pstList->pstHead; pstVb != nullptr; pstVb = pstVb->pstNext) {
         const SNMP_VALUE_S* pstValue = pstVb->pValue;
         stTrap.astBindings.push_back(
-            {FAKE_SNMP_ToVector(pstVb->stOID), pstValue != nullptr,
+            {FAKE_SNMP_ToVector(pstVb->stOID),
              pstValue == nullptr
                  ? std::string{}
                  : std::string(static_cast<const char*>(pstValue->pData), pstValue->uiLen)});
@@ -371,7 +371,7 @@ uint32_t SNMP_SetIntegerValueByOID(const char* pszOwner, const char* pszContext,
             it->second.strBytes = Bytes(iValue);
         }
     }
-    g_stCap.astSets.push_back({Str(pszOwner), Str(pszContext), astOid, iValue, uiStatus});
+    g_stCap.astSets.push_back({Str(pszOwner), Str(pszContext), astOid, iValue});
     g_stCap.astJournal.push_back("set " + Str(pszContext) + " " + FAKE_SNMP_OidStr(astOid));
     return uiStatus;
 }

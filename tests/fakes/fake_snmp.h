@@ -51,7 +51,6 @@ struct FAKE_SNMP_REQ_S {
 };
 struct FAKE_SNMP_VB_S {
     FAKE_OID astOid;
-    bool bHasValue;
     std::string strBytes;
 };
 struct FAKE_SNMP_TRAP_S {  // one SNMP_SendTrapByVBList
@@ -77,7 +76,6 @@ struct FAKE_SNMP_SET_S {  // one SNMP_SetIntegerValueByOID
     std::string strContext;
     FAKE_OID astOid;
     int32_t iValue;
-    uint32_t uiResult;
 };
 
 std::vector<FAKE_SNMP_REQ_S> FAKE_SNMP_Gets(void);

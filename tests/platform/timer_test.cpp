@@ -210,10 +210,6 @@ TEST_F(TimerTest, SetStatusFromAnotherThreadWhileAnnouncing) {
     EXPECT_EQ(iBefore + 64, Fired());
 }
 
-}  // namespace
-
-namespace {
-
 int g_iRoom = 0;  // callbacks the gate still lets through
 int RoomGate(void) {
     return g_iRoom > 0 ? 1 : 0;
@@ -287,9 +283,8 @@ TEST_F(TimerCrowdTest, ACrowdHeldPastItsTickSpreadsAndMissedExpiriesAreCounted) 
         {1000, 100, 6000},  // 300 timers of 1 s, 100 a tick: two of three missed
     };
     for (const Case& stCase : astCases) {
-        Timer_Finalize(m_ulSet);
-        m_ulSet = Timer_Initialize(5120, 1000, 128, 16);
-        ASSERT_EQ(0u, Timer_Config(m_ulSet, 1));
+        TearDown();  // a fresh set for each crowd
+        SetUp();
         m_allIds.clear();
         int iTimers = stCase.iRoomPerTick * 3;
         CreateCrowd(iTimers, stCase.uiPeriodMs);

@@ -89,13 +89,15 @@ class EngineSampler : public ::testing::Test {
                            m_apTriggers.end());
     }
 
-    static void Drain() {
+    // Hands the worker a control message as the main thread does.
+    static void Control(eventfd_t ulCode) {
         int iCtrl = mte_RUN_GetEventFd();
         if (iCtrl >= 0) {
-            eventfd_write(iCtrl, MTE_RUN_CTRL_DRAIN);
+            eventfd_write(iCtrl, ulCode);
             mte_run_CtrlProc(EPOLLIN, iCtrl);
         }
     }
+    static void Drain() { Control(MTE_RUN_CTRL_DRAIN); }
 
     static void SetState(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiState, bool bClear = false) {
         mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
@@ -121,6 +123,14 @@ class EngineSampler : public ::testing::Test {
             strOid.replace(0, strIfIn.size(), "if");
         }
         return (strContext.empty() ? "" : strContext + "/") + strOid;
+    }
+
+    static std::string Join(const std::vector<std::string>& astWords) {
+        std::string strOut;
+        for (const std::string& strWord : astWords) {
+            strOut += (strOut.empty() ? "" : " ") + strWord;
+        }
+        return strOut;
     }
 
     // The instances kept for the next cycle.
@@ -316,17 +326,12 @@ TEST_F(EngineSampler, ContextWalksVisitThePrefixAndLongerNamesOnly) {
         MTE_TRIGGER_ENTRY_S* pstTrigger =
             Make("ctx", stCase.bOidWild ? kIfIn : kScalar, stCase.pszPrefix, stCase.bOidWild, true);
         Cycle(pstTrigger);
-        std::string strVisited;
+        std::vector<std::string> astVisited, astKept = Kept(pstTrigger);
         for (const auto& stReq : FAKE_SNMP_Gets()) {
-            strVisited += (strVisited.empty() ? "" : " ") + stReq.strContext;
+            astVisited.push_back(stReq.strContext);
         }
-        EXPECT_EQ(stCase.pszVisited[0] == '\0' ? "" : strVisited, stCase.pszVisited);
-        std::vector<std::string> astKept = Kept(pstTrigger);
-        std::string strKept;
-        for (const std::string& strOne : astKept) {
-            strKept += (strKept.empty() ? "" : " ") + strOne;
-        }
-        EXPECT_EQ(strKept, stCase.pszKept);
+        EXPECT_EQ(stCase.pszVisited[0] == '\0' ? "" : Join(astVisited), stCase.pszVisited);
+        EXPECT_EQ(Join(astKept), stCase.pszKept);
         EXPECT_EQ(ENG_Instances(), astKept.size());
         EXPECT_TRUE(FAKE_SNMP_Notifies().empty());
         EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 0u);
@@ -684,9 +689,7 @@ TEST_F(EngineSampler, DrainReturnsQueuedTriggersToIdleAndFreesDestroyedOnes) {
 TEST_F(EngineSampler, ExitLeavesTheQueueAndFiniDropsIt) {
     MTE_TRIGGER_ENTRY_S* pstA = Make("a", kScalar);
     ASSERT_EQ(ENG_Queue(pstA), 0u);
-    int iCtrl = mte_RUN_GetEventFd();
-    eventfd_write(iCtrl, MTE_RUN_CTRL_EXIT);
-    mte_run_CtrlProc(EPOLLIN, iCtrl);
+    Control(MTE_RUN_CTRL_EXIT);
     EXPECT_EQ(pstA->uiRunState, MTE_RUN_BUSY);
     EXPECT_EQ(mte_run_PumpQueue(10), 1u);
 

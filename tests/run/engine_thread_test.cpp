@@ -108,6 +108,9 @@ class EngineThread : public ::testing::Test {
     static void PortDown() {
         ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
         mte_TIMER_SetPortFlag(0);
+        WaitDrained();
+    }
+    static void WaitDrained() {
         ASSERT_TRUE(WaitFor([] {
             RunMainLoop(10);
             return !mte_TIMER_IsDraining();
@@ -181,10 +184,7 @@ TEST_F(EngineThread, PortDownDrainsWithoutWaitingAndPortUpStartsAfresh) {
     EXPECT_TRUE(mte_TIMER_IsDraining());
     EXPECT_EQ(mte_TIMER_GetPortFlag(), 0);
     FAKE_SNMP_SetStallMs(0);
-    ASSERT_TRUE(WaitFor([] {
-        RunMainLoop(10);
-        return !mte_TIMER_IsDraining();
-    }));
+    WaitDrained();
     EXPECT_EQ(mte_TIMER_GetPortFlag(), 1);
     // Every instance is new again after the port came back.
     ASSERT_TRUE(WaitFor([&] { return Idle() && ENG_Instances() == 40; }));
