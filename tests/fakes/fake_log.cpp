@@ -1,6 +1,7 @@
 // Fake system log: captures lines in memory, from any thread.
 #include "fake_log.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -56,12 +57,8 @@ void FAKE_LOG_Clear(void) {
 
 size_t FAKE_LOG_Count(const std::string& strMnemonic, const std::string& strFragment) {
     std::lock_guard<std::mutex> guard(g_stLock);
-    size_t uiCount = 0;
-    for (const auto& stLine : g_astLines) {
-        if (stLine.strMnemonic == strMnemonic &&
-            stLine.strText.find(strFragment) != std::string::npos) {
-            ++uiCount;
-        }
-    }
-    return uiCount;
+    return std::count_if(g_astLines.begin(), g_astLines.end(), [&](const FAKE_LOG_LINE_S& stLine) {
+        return stLine.strMnemonic == strMnemonic &&
+               stLine.strText.find(strFragment) != std::string::npos;
+    });
 }

@@ -1,6 +1,7 @@
 // Fake timer set (see fake_timer.h).
 #include "fake_timer.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -47,11 +48,10 @@ std::vector<std::string> FAKE_TIMER_Calls(void) {
 }
 
 size_t FAKE_TIMER_CallCount(const std::string& strPrefix) {
-    size_t uiCount = 0;
-    for (const std::string& strCall : FAKE_TIMER_Calls()) {
-        uiCount += strCall.rfind(strPrefix, 0) == 0 ? 1 : 0;
-    }
-    return uiCount;
+    const std::vector<std::string> astCalls = FAKE_TIMER_Calls();
+    return std::count_if(astCalls.begin(), astCalls.end(), [&](const std::string& strCall) {
+        return strCall.rfind(strPrefix, 0) == 0;
+    });
 }
 
 void FAKE_TIMER_Fail(const std::string& strCall, bool bFail) {

@@ -20,14 +20,25 @@ struct Probe {
     int64_t llDeleteOnFire = -1;  // timer to delete from inside the callback
 };
 
+int g_iRoom = 0;  // callbacks the gate still lets through
+int RoomGate(void) {
+    return g_iRoom > 0 ? 1 : 0;
+}
+
 void OnFire(void* pContext) {
     Probe* pstProbe = nullptr;
     memcpy(&pstProbe, pContext, sizeof(pstProbe));
     pstProbe->iFired++;
+    --g_iRoom;
     if (pstProbe->llDeleteOnFire >= 0) {
         EXPECT_EQ(0u, Timer_Delete(pstProbe->ulSet, pstProbe->llDeleteOnFire));
         pstProbe->llDeleteOnFire = -1;
     }
+}
+
+int Fired(const std::vector<Probe>& astProbes) {
+    return std::accumulate(astProbes.begin(), astProbes.end(), 0,
+                           [](int iSum, const Probe& stProbe) { return iSum + stProbe.iFired; });
 }
 
 class TimerTest : public ::testing::Test {
@@ -200,42 +211,23 @@ TEST_F(TimerTest, SetStatusFromAnotherThreadWhileAnnouncing) {
     for (int64_t llId : ids) {
         ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_ACTIVE, 0));
     }
-    auto Fired = [&probes] {
-        return std::accumulate(probes.begin(), probes.end(), 0, [](int iSum, const Probe& stProbe) {
-            return iSum + stProbe.iFired;
-        });
-    };
-    int iBefore = Fired();
+    int iBefore = Fired(probes);
     Ticks(1);
-    EXPECT_EQ(iBefore + 64, Fired());
-}
-
-int g_iRoom = 0;  // callbacks the gate still lets through
-int RoomGate(void) {
-    return g_iRoom > 0 ? 1 : 0;
-}
-void OnCrowdFire(void* pContext) {
-    --g_iRoom;
-    int* piCount = nullptr;
-    memcpy(&piCount, pContext, sizeof(piCount));
-    ++*piCount;
+    EXPECT_EQ(iBefore + 64, Fired(probes));
 }
 
 class TimerCrowdTest : public TimerTest {
   protected:
     void CreateCrowd(int iTimers, uint32_t uiPeriodMs) {
-        m_aiCount.assign(iTimers, 0);
-        for (int i = 0; i < iTimers; i++) {
-            unsigned char aucContext[TIMER_CONTEXT_SIZE] = {};
-            int* piCount = &m_aiCount[i];
-            memcpy(aucContext, &piCount, sizeof(piCount));
-            m_allIds.push_back(Timer_Create(m_ulSet, 1, uiPeriodMs, OnCrowdFire, aucContext));
+        m_astProbes.assign(iTimers, Probe{});
+        for (Probe& stProbe : m_astProbes) {
+            m_allIds.push_back(Create(&stProbe, uiPeriodMs));
             ASSERT_GE(m_allIds.back(), 0);
         }
         Timer_SetGate(m_ulSet, RoomGate);
     }
-    int Fired() const { return std::accumulate(m_aiCount.begin(), m_aiCount.end(), 0); }
-    std::vector<int> m_aiCount;
+    int Fired() const { return ::Fired(m_astProbes); }
+    std::vector<Probe> m_astProbes;
     std::vector<int64_t> m_allIds;
 };
 
@@ -266,8 +258,8 @@ TEST_F(TimerCrowdTest, HeldBackTimersFireWhenRoomIsBackWithinTheTick) {
     ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, m_allIds[1], TIMER_STATUS_SUSPEND, 0));
     ASSERT_EQ(0u, Timer_SetStatus(m_ulSet, m_allIds[1], TIMER_STATUS_EXPIRE, 0));
     EXPECT_EQ(Timer_Fire_Due(m_ulSet), 0u);
-    EXPECT_EQ(m_aiCount[0], 6);
-    EXPECT_EQ(m_aiCount[1], 5);
+    EXPECT_EQ(m_astProbes[0].iFired, 6);
+    EXPECT_EQ(m_astProbes[1].iFired, 5);
 }
 
 // A crowd the gate cannot let through in one tick spreads over the ticks of
@@ -303,8 +295,8 @@ TEST_F(TimerCrowdTest, ACrowdHeldPastItsTickSpreadsAndMissedExpiriesAreCounted) 
         // still held back (at most one tick per timer of the crowd).
         EXPECT_LE(iExpected - Fired() - iMissed, iTimers);
         EXPECT_GE(iExpected - Fired() - iMissed, 0);
-        for (int iCount : m_aiCount) {
-            EXPECT_GE(iCount, 9) << "a timer was starved";
+        for (const Probe& stProbe : m_astProbes) {
+            EXPECT_GE(stProbe.iFired, 9) << "a timer was starved";
         }
         // Spread for good: with room for all, the crowd stays in its phases.
         g_iRoom = 1 << 30;
