@@ -155,9 +155,7 @@ TEST_F(TimerTest, IdsAreNeverReusedAndStaleIdsAreRefused) {
     for (int i = 0; i < 100; i++) {
         int64_t llId = Create(&stProbe, 1000);
         ASSERT_GE(llId, 0);
-        for (int64_t llSeen : allIds) {
-            ASSERT_NE(llSeen, llId);
-        }
+        ASSERT_EQ(std::count(allIds.begin(), allIds.end(), llId), 0) << llId;
         allIds.push_back(llId);
         ASSERT_EQ(0u, Timer_Delete(m_ulSet, llId));
         EXPECT_NE(0u, Timer_SetStatus(m_ulSet, llId, TIMER_STATUS_ACTIVE, 0));
