@@ -32,6 +32,7 @@
 #include "agx_socket.h"
 #include "mib_bridge.h"
 #include "plat_paths.h"
+#include "plat_unixsock.h"
 
 namespace {
 
@@ -191,26 +192,26 @@ void agx_ReadSocket(void) {
     for (int i = 0; i < AGX_MAX_DATAGRAMS_PER_ROUND; i++) {
         size_t uiLen = 0;
         uid_t iUid = 0;
-        AgxRecv eRecv =
-            AGX_RecvDatagram(g_stBridge.iSocket, s_aucBuf, sizeof(s_aucBuf), &uiLen, &iUid);
-        if (eRecv == AgxRecv::NONE) {
+        PlatRecv eRecv =
+            PLAT_RecvWithCredentials(g_stBridge.iSocket, s_aucBuf, sizeof(s_aucBuf), &uiLen, &iUid);
+        if (eRecv == PlatRecv::NONE) {
             return;
         }
-        if (eRecv == AgxRecv::ERROR) {
+        if (eRecv == PlatRecv::ERROR) {
             agx_Log(LOG_ERR, "receive on %s: %s\n", g_stBridge.strSocketPath.c_str(),
                     strerror(errno));
             return;
         }
-        if (eRecv == AgxRecv::NO_CREDENTIALS) {
+        if (eRecv == PlatRecv::NO_CREDENTIALS) {
             agx_LogDrop("dropped a datagram without credentials\n");
             continue;
         }
-        if (!AGX_SenderAllowed(iUid)) {
+        if (!PLAT_TrustedSender(iUid)) {
             agx_LogDrop("dropped a datagram from uid %u: only root and uid %u are believed\n",
                         static_cast<unsigned>(iUid), static_cast<unsigned>(geteuid()));
             continue;
         }
-        if (eRecv == AgxRecv::TRUNCATED) {
+        if (eRecv == PlatRecv::TRUNCATED) {
             agx_LogDrop("dropped a datagram longer than %zu bytes\n", AGX_NOTIFY_MAX_BYTES);
             continue;
         }

@@ -69,47 +69,6 @@ bool AGX_SocketFileIntact(const std::string& strPath, const AGX_SOCKET_FILE_S* p
            stInfo.st_dev == pstFile->ulDev && stInfo.st_ino == pstFile->ulIno;
 }
 
-AgxRecv AGX_RecvDatagram(int iFd, unsigned char* pucBuf, size_t uiCap, size_t* puiLen,
-                         uid_t* piUid) {
-    alignas(cmsghdr) char acControl[CMSG_SPACE(sizeof(ucred))];
-    iovec stIov = {pucBuf, uiCap};
-    msghdr stMsg = {};
-    stMsg.msg_iov = &stIov;
-    stMsg.msg_iovlen = 1;
-    stMsg.msg_control = acControl;
-    stMsg.msg_controllen = sizeof(acControl);
-    ssize_t lRead;
-    do {
-        lRead = recvmsg(iFd, &stMsg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-    } while (lRead < 0 && errno == EINTR);
-    if (lRead < 0) {
-        return errno == EAGAIN || errno == EWOULDBLOCK ? AgxRecv::NONE : AgxRecv::ERROR;
-    }
-    *puiLen = static_cast<size_t>(lRead);
-    bool bHaveCred = false;
-    for (cmsghdr* pstCmsg = CMSG_FIRSTHDR(&stMsg); pstCmsg != nullptr;
-         pstCmsg = CMSG_NXTHDR(&stMsg, pstCmsg)) {
-        if (pstCmsg->cmsg_level == SOL_SOCKET && pstCmsg->cmsg_type == SCM_CREDENTIALS &&
-            pstCmsg->cmsg_len >= CMSG_LEN(sizeof(ucred))) {
-            ucred stCred;
-            memcpy(&stCred, CMSG_DATA(pstCmsg), sizeof(stCred));
-            *piUid = stCred.uid;
-            bHaveCred = true;
-        }
-    }
-    if (!bHaveCred) {
-        return AgxRecv::NO_CREDENTIALS;
-    }
-    if ((stMsg.msg_flags & MSG_TRUNC) != 0) {
-        return AgxRecv::TRUNCATED;
-    }
-    return AgxRecv::DATA;
-}
-
-bool AGX_SenderAllowed(uid_t iUid) {
-    return iUid == 0 || iUid == geteuid();
-}
-
 bool AGX_SendPortStatus(int iFd, const std::string& strPortPath, bool bUp) {
     sockaddr_un stAddr;
     if (!PLAT_UnixAddress(strPortPath, &stAddr)) {

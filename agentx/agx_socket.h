@@ -1,5 +1,5 @@
-// The bridge's local datagram socket: binding it safely, receiving datagrams
-// with their sender's credentials, and sending the port status to eventmibd.
+// The bridge's local datagram socket: binding it safely and sending the port
+// status to eventmibd.
 // Main thread only.
 #ifndef AGX_SOCKET_H
 #define AGX_SOCKET_H
@@ -23,13 +23,9 @@ int AGX_BindSocket(const std::string& strPath, AGX_SOCKET_FILE_S* pstFile, std::
 // True while strPath is still the socket file recorded at bind time.
 bool AGX_SocketFileIntact(const std::string& strPath, const AGX_SOCKET_FILE_S* pstFile);
 
-// Outcome of AGX_RecvDatagram.
-enum class AgxRecv { DATA, NONE, TRUNCATED, NO_CREDENTIALS, ERROR };
-// Receives one datagram without blocking; *puiLen and *piUid describe it.
-AgxRecv AGX_RecvDatagram(int iFd, unsigned char* pucBuf, size_t uiCap, size_t* puiLen,
-                         uid_t* piUid);
-// True for the users whose datagrams are believed: root and our own user.
-bool AGX_SenderAllowed(uid_t iUid);
+// Datagrams are received with PLAT_RecvWithCredentials and their senders
+// checked with PLAT_TrustedSender (plat_unixsock.h), as the daemon's port
+// socket does.
 
 // Sends "up" or "down" to eventmibd's port socket without blocking; a daemon
 // that is not there simply misses it (it asks with "status" when it starts).

@@ -57,20 +57,6 @@ uint32_t ParseStatus(const char* pcData, size_t uiLen) {
     }
     return 0;
 }
-
-bool SenderAllowed(msghdr* pstMsg) {
-    for (cmsghdr* pstCmsg = CMSG_FIRSTHDR(pstMsg); pstCmsg != nullptr;
-         pstCmsg = CMSG_NXTHDR(pstMsg, pstCmsg)) {
-        if (pstCmsg->cmsg_level == SOL_SOCKET && pstCmsg->cmsg_type == SCM_CREDENTIALS &&
-            pstCmsg->cmsg_len >= CMSG_LEN(sizeof(ucred))) {
-            ucred stCred;
-            memcpy(&stCred, CMSG_DATA(pstCmsg), sizeof(stCred));
-            return stCred.uid == 0 || stCred.uid == geteuid();
-        }
-    }
-    return false;
-}
-
 }  // namespace
 
 int SubscribeServicePortEvent(uint32_t uiType, const SERVICE_PORT_SUB_S* pstSub) {
@@ -102,21 +88,13 @@ int SubscribeServicePortEvent(uint32_t uiType, const SERVICE_PORT_SUB_S* pstSub)
 
 uint32_t RecvServicePortEvent(int iFd, SERVICE_PORT_EVENT_S* pstEvent) {
     char acData[64];
-    alignas(cmsghdr) char acControl[CMSG_SPACE(sizeof(ucred))];
-    iovec stIov = {acData, sizeof(acData)};
-    msghdr stMsg = {};
-    stMsg.msg_iov = &stIov;
-    stMsg.msg_iovlen = 1;
-    stMsg.msg_control = acControl;
-    stMsg.msg_controllen = sizeof(acControl);
-    ssize_t lRead;
-    do {
-        lRead = recvmsg(iFd, &stMsg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-    } while (lRead < 0 && errno == EINTR);
-    if (lRead < 0 || (stMsg.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0 || !SenderAllowed(&stMsg)) {
+    size_t uiLen = 0;
+    uid_t iUid = 0;
+    if (PLAT_RecvWithCredentials(iFd, acData, sizeof(acData), &uiLen, &iUid) != PlatRecv::DATA ||
+        !PLAT_TrustedSender(iUid)) {
         return PORT_ERR;
     }
-    uint32_t uiStatus = ParseStatus(acData, static_cast<size_t>(lRead));
+    uint32_t uiStatus = ParseStatus(acData, uiLen);
     if (uiStatus != SERVICE_PORT_UP && uiStatus != SERVICE_PORT_DOWN) {
         return PORT_ERR;
     }
