@@ -28,9 +28,6 @@
 #include "mte_sorted_list.h"
 
 namespace {
-constexpr uint32_t MTE_EVENT_MASK_COMMENT = MTE_COLUMN_BIT(MTE_EVENT_COL_COMMENT);
-constexpr uint32_t MTE_EVENT_MASK_SET = MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_SET);
-constexpr uint32_t MTE_EVENT_MASK_NOTIFY = MTE_COLUMN_BIT(MTE_EVENT_COL_ACTION_NOTIFICATION);
 constexpr uint32_t MTE_EVENT_MASK_STATUS = MTE_COLUMN_BIT(MTE_EVENT_COL_ENTRY_STATUS);
 
 MTE_LIST_LOCK_S g_stEventListLock;
@@ -120,9 +117,8 @@ uint32_t CreateEntry(const MTE_EVENT_ROW_S& stRequest, uint32_t uiMask, uint32_t
     MTE_EVENT_ROW_S& stRow = pstEntry->stRow;
     mte_StrCopy(stRow.szOwner, stRequest.szOwner, MTE_NAME_SIZE);
     mte_StrCopy(stRow.szName, stRequest.szName, MTE_NAME_SIZE);
-    if (uiMask & MTE_EVENT_MASK_COMMENT) {
-        mte_StrCopy(stRow.szComment, stRequest.szComment, MTE_COMMENT_SIZE);
-    }
+    MTE_CAT_CopyColumns(MTE_CAT_EVENT, &stRequest, uiMask, &stRow);
+    // A new row takes the request's whole action byte, whatever the mask says.
     stRow.ucActions = stRequest.ucActions;
     bool bGo = stRequest.uiEntryStatus == MTE_ROW_CREATE_AND_GO;
     stRow.uiEntryStatus = bGo ? MTE_ROW_ACTIVE : MTE_ROW_NOT_IN_SERVICE;
@@ -164,16 +160,10 @@ void DestroyEntry(MTE_EVENT_ENTRY_S* pstEntry) {
 uint32_t ModifyEntry(MTE_EVENT_ENTRY_S* pstEntry, const MTE_EVENT_ROW_S& stRequest, uint32_t uiMask,
                      uint32_t* puiFailedColumn) {
     MTE_EVENT_ROW_S& stRow = pstEntry->stRow;
-    uint8_t ucNew = stRow.ucActions;
-    if (uiMask & MTE_EVENT_MASK_SET) {
-        ucNew = (ucNew & ~MTE_ACTION_SET) | (stRequest.ucActions & MTE_ACTION_SET);
-    }
-    if (uiMask & MTE_EVENT_MASK_NOTIFY) {
-        ucNew =
-            (ucNew & ~MTE_ACTION_NOTIFICATION) | (stRequest.ucActions & MTE_ACTION_NOTIFICATION);
-    }
-    uint8_t ucOn = ucNew & ~stRow.ucActions;
-    uint8_t ucOff = stRow.ucActions & ~ucNew;
+    MTE_EVENT_ROW_S stNew = stRow;
+    MTE_CAT_CopyColumns(MTE_CAT_EVENT, &stRequest, uiMask, &stNew);
+    uint8_t ucOn = stNew.ucActions & ~stRow.ucActions;
+    uint8_t ucOff = stRow.ucActions & ~stNew.ucActions;
 
     SUB_ROWS_S stSub;
     uint32_t uiRet = CreateSubRows(stRow, (ucOn & MTE_ACTION_SET) != 0,
@@ -181,10 +171,7 @@ uint32_t ModifyEntry(MTE_EVENT_ENTRY_S* pstEntry, const MTE_EVENT_ROW_S& stReque
     if (uiRet != MTE_OK) {
         return uiRet;
     }
-    if (uiMask & MTE_EVENT_MASK_COMMENT) {
-        mte_StrCopy(stRow.szComment, stRequest.szComment, MTE_COMMENT_SIZE);
-    }
-    stRow.ucActions = ucNew;
+    stRow = stNew;  // the status is the event's own step, below
     if (ucOff & MTE_ACTION_SET) {
         mte_SET_Destroy(pstEntry->pstSet);
         pstEntry->pstSet = nullptr;

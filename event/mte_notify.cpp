@@ -27,16 +27,10 @@
 
 namespace {
 constexpr uint32_t MTE_NOTIFY_MASK_OID = MTE_COLUMN_BIT(MTE_NOTIFY_COL_NOTIFICATION);
-constexpr uint32_t MTE_NOTIFY_MASK_OBJECTS = MTE_COLUMN_BIT(MTE_NOTIFY_COL_OBJECTS);
 constexpr uint32_t MTE_NOTIFY_MASK_OBJECTS_OWNER = MTE_COLUMN_BIT(MTE_NOTIFY_COL_OBJECTS_OWNER);
 
 void StoreRow(const MTE_NOTIFY_ENTRY_S& stRow) {
     mte_DBM_StoreRow(MTE_CAT_NOTIFY, &stRow);
-}
-
-void CopyOid(MTE_OID_S* pstDst, const MTE_OID_S& stSrc) {
-    pstDst->uiLen = stSrc.uiLen;
-    memcpy(pstDst->auiOid, stSrc.auiOid, stSrc.uiLen * sizeof(uint32_t));
 }
 
 // Appends the bindings of one objects group when both owner and name are set.
@@ -120,15 +114,7 @@ uint32_t mte_NOTIFY_Set(const MTE_NOTIFY_ENTRY_S* pstRequest, uint32_t uiColumnM
         *puiFailedColumn = MTE_NOTIFY_COL_NOTIFICATION;
         return MTE_ERR_INCONSISTENT;
     }
-    if (uiColumnMask & MTE_NOTIFY_MASK_OID) {
-        CopyOid(&pstRow->stNotification, stRequest.stNotification);
-    }
-    if (uiColumnMask & MTE_NOTIFY_MASK_OBJECTS) {
-        mte_StrCopy(pstRow->szObjects, stRequest.szObjects, MTE_NAME_SIZE);
-    }
-    if (uiColumnMask & MTE_NOTIFY_MASK_OBJECTS_OWNER) {
-        mte_StrCopy(pstRow->szObjectsOwner, stRequest.szObjectsOwner, MTE_NAME_SIZE);
-    }
+    MTE_CAT_CopyColumns(MTE_CAT_NOTIFY, &stRequest, uiColumnMask, pstRow);
     StoreRow(*pstRow);
     return MTE_OK;
 }
@@ -149,12 +135,9 @@ uint32_t mte_NOTIFY_Recover(uint32_t uiLen, const void* pRecord) {
     if (pstRow == nullptr) {
         return MTE_OK;
     }
-    // A damaged OID is not laid over the row; the rest of the record is.
-    if (stRecord.stNotification.uiLen <= MTE_OID_MAX_LEN) {
-        CopyOid(&pstRow->stNotification, stRecord.stNotification);
-    }
-    mte_StrCopy(pstRow->szObjects, stRecord.szObjects, MTE_NAME_SIZE);
-    mte_StrCopy(pstRow->szObjectsOwner, stRecord.szObjectsOwner, MTE_NAME_SIZE);
+    // A damaged OID is not laid over the row (the copy skips it); the rest
+    // of the record is.
+    MTE_CAT_CopyColumns(MTE_CAT_NOTIFY, &stRecord, MTE_MASK_ALL_COLUMNS, pstRow);
     return MTE_OK;
 }
 

@@ -100,9 +100,8 @@ uint32_t CreateEntry(const MTE_OBJ_ROW_S& stRequest, uint32_t uiMask, uint32_t* 
     mte_StrCopy(stRow.szOwner, stRequest.szOwner, MTE_NAME_SIZE);
     mte_StrCopy(stRow.szName, stRequest.szName, MTE_NAME_SIZE);
     stRow.uiIndex = stRequest.uiIndex;
-    stRow.stID.uiLen = stRequest.stID.uiLen;
-    memcpy(stRow.stID.auiOid, stRequest.stID.auiOid, stRequest.stID.uiLen * sizeof(uint32_t));
-    stRow.uiIDWildcard = (uiMask & MTE_OBJ_MASK_WILDCARD) ? stRequest.uiIDWildcard : MTE_FALSE;
+    stRow.uiIDWildcard = MTE_FALSE;
+    MTE_CAT_CopyColumns(MTE_CAT_OBJECTS, &stRequest, uiMask, &stRow);
     stRow.uiEntryStatus = MTE_ROW_ACTIVE;
     if (!bRecovering) {
         mte_DBM_StoreRow(MTE_CAT_OBJECTS, &stRow);

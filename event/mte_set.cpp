@@ -29,11 +29,6 @@
 
 namespace {
 constexpr uint32_t MTE_SET_MASK_OBJECT = MTE_COLUMN_BIT(MTE_SET_COL_OBJECT);
-constexpr uint32_t MTE_SET_MASK_OBJECT_WILDCARD = MTE_COLUMN_BIT(MTE_SET_COL_OBJECT_WILDCARD);
-constexpr uint32_t MTE_SET_MASK_VALUE = MTE_COLUMN_BIT(MTE_SET_COL_VALUE);
-constexpr uint32_t MTE_SET_MASK_CONTEXT = MTE_COLUMN_BIT(MTE_SET_COL_CONTEXT_NAME);
-constexpr uint32_t MTE_SET_MASK_CONTEXT_WILDCARD =
-    MTE_COLUMN_BIT(MTE_SET_COL_CONTEXT_NAME_WILDCARD);
 
 // Failure codes of the set itself, as the platform's SNMP client reports them.
 constexpr uint32_t MTE_SET_FAIL_GEN_ERR = SNMP_ST_GEN_ERR;          // 0x61010041
@@ -44,27 +39,6 @@ constexpr size_t MTE_SET_OID_TEXT_SIZE = 256;
 
 void StoreRow(const MTE_SET_ENTRY_S& stRow) {
     mte_DBM_StoreRow(MTE_CAT_SET, &stRow);
-}
-
-// Copies the five writable columns named by the mask (the target tag never).
-void CopyColumns(MTE_SET_ENTRY_S* pstRow, const MTE_SET_ENTRY_S& stFrom, uint32_t uiMask) {
-    if (uiMask & MTE_SET_MASK_OBJECT) {
-        pstRow->stObject.uiLen = stFrom.stObject.uiLen;
-        memcpy(pstRow->stObject.auiOid, stFrom.stObject.auiOid,
-               stFrom.stObject.uiLen * sizeof(uint32_t));
-    }
-    if (uiMask & MTE_SET_MASK_OBJECT_WILDCARD) {
-        pstRow->uiObjectWildcard = stFrom.uiObjectWildcard;
-    }
-    if (uiMask & MTE_SET_MASK_VALUE) {
-        pstRow->iValue = stFrom.iValue;
-    }
-    if (uiMask & MTE_SET_MASK_CONTEXT) {
-        mte_StrCopy(pstRow->szContextName, stFrom.szContextName, MTE_NAME_SIZE);
-    }
-    if (uiMask & MTE_SET_MASK_CONTEXT_WILDCARD) {
-        pstRow->uiContextNameWildcard = stFrom.uiContextNameWildcard;
-    }
 }
 
 void PrintErr(uint32_t uiText) {
@@ -193,7 +167,7 @@ uint32_t mte_SET_Set(const MTE_SET_ENTRY_S* pstRequest, uint32_t uiColumnMask) {
     if ((uiColumnMask & MTE_SET_MASK_OBJECT) && stRequest.stObject.uiLen > MTE_OID_MAX_LEN) {
         return MTE_ERR_INCONSISTENT;
     }
-    CopyColumns(pstRow, stRequest, uiColumnMask);
+    MTE_CAT_CopyColumns(MTE_CAT_SET, &stRequest, uiColumnMask, pstRow);
     StoreRow(*pstRow);
     return MTE_OK;
 }
@@ -213,13 +187,9 @@ uint32_t mte_SET_Recover(uint32_t uiLen, const void* pRecord) {
     if (pstEvent->pstSet == nullptr) {
         return MTE_OK;
     }
-    uint32_t uiMask = MTE_SET_MASK_OBJECT_WILDCARD | MTE_SET_MASK_VALUE | MTE_SET_MASK_CONTEXT |
-                      MTE_SET_MASK_CONTEXT_WILDCARD;
-    // A damaged OID is not laid over the row; the rest of the record is.
-    if (stRecord.stObject.uiLen <= MTE_OID_MAX_LEN) {
-        uiMask |= MTE_SET_MASK_OBJECT;
-    }
-    CopyColumns(pstEvent->pstSet, stRecord, uiMask);
+    // A damaged OID is not laid over the row (the copy skips it); the rest
+    // of the record is. The target tag has no column and is never laid over.
+    MTE_CAT_CopyColumns(MTE_CAT_SET, &stRecord, MTE_MASK_ALL_COLUMNS, pstEvent->pstSet);
     return MTE_OK;
 }
 

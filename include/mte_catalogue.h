@@ -7,7 +7,8 @@
 // and the docs show, and the column sub-identifier the bridge serves it
 // under. The message check, the dispatch, the store's lists and recovery,
 // eventmibctl and the bridge's column map are all read from here, so a new
-// column is one row below (plus its record field).
+// column is one row below (plus its record field): a set's copy of the masked
+// columns is read from here too, by each column's kind and copy rule.
 //
 // Pure constants, usable at compile time by the daemon and both clients.
 // The handlers of each table stay with their users (dispatch, recovery),
@@ -40,6 +41,19 @@ enum class MTE_CAT_KIND_E : uint8_t {
     BITS,  // one octet of named bits, each bit written as a column of its own
 };
 
+// How a set writes a masked column into the row. By kind: numbers by their
+// size, strings bounded and terminated, BITS bit by bit as the mask names the
+// bits, an OID by its length and meaningful sub-identifiers (the rest of the
+// row's array keeps its old contents). An OID longer than a record can hold is
+// never copied: a set refuses it before, recovery keeps the row's own.
+enum class MTE_CAT_COPY_E : uint8_t {
+    BY_KIND,
+    OID_WHOLE,  // the whole OID with its unused sub-identifiers
+    // Written only by the table's own steps (a status change, the rows that
+    // follow the bits), never by the copy.
+    BY_TABLE,
+};
+
 // A named value of an ENUM or STATUS column, or one bit of a BITS column
 // (uiValue the bit, uiColumn the column that writes it).
 struct MTE_CAT_NAMED_S {
@@ -57,6 +71,7 @@ struct MTE_CAT_COLUMN_S {
     uint16_t usSize;      // field size (strings with their zero byte)
     const MTE_CAT_NAMED_S* pstNames;
     size_t uiNameCount;
+    MTE_CAT_COPY_E eCopy = MTE_CAT_COPY_E::BY_KIND;
 };
 
 struct MTE_CAT_TABLE_S {
@@ -123,6 +138,11 @@ constexpr MTE_CAT_COLUMN_S Named(const char* pszName, K eKind, uint32_t uiColumn
                                  const MTE_CAT_NAMED_S (&astNames)[N]) {
     return {pszName, eKind, uiColumn, ucRfc, usOffset, usSize, astNames, N};
 }
+constexpr MTE_CAT_COLUMN_S CopiedBy(MTE_CAT_COPY_E eCopy, MTE_CAT_COLUMN_S stColumn) {
+    stColumn.eCopy = eCopy;
+    return stColumn;
+}
+using C = MTE_CAT_COPY_E;
 // The index columns every table starts with.
 #define MTE_CAT_OWNER_AND_NAME(REC)                            \
     Col("owner", K::OWNER, 0, 0, MTE_CAT_FIELD(REC, szOwner)), \
@@ -182,7 +202,10 @@ using TRG = MTE_TRIGGER_ROW_S;
 inline constexpr MTE_CAT_COLUMN_S g_astTriggerColumns[] = {
     MTE_CAT_OWNER_AND_NAME(TRG),
     Col("comment", K::STR, MTE_TRIGGER_COL_COMMENT, 3, MTE_CAT_FIELD(TRG, szComment)),
-    Named("test", K::BITS, 0, 4, MTE_CAT_FIELD(TRG, ucTest), g_astTriggerTests),
+    // The test rows follow these bits, so the change that makes or destroys
+    // them writes the bits, once it is accepted.
+    CopiedBy(C::BY_TABLE,
+             Named("test", K::BITS, 0, 4, MTE_CAT_FIELD(TRG, ucTest), g_astTriggerTests)),
     Named("sampletype", K::ENUM, MTE_TRIGGER_COL_SAMPLE_TYPE, 5, MTE_CAT_FIELD(TRG, uiSampleType),
           g_astSampleTypes),
     Col("valueid", K::OID, MTE_TRIGGER_COL_VALUE_ID, 6, MTE_CAT_FIELD(TRG, stValueID)),
@@ -204,8 +227,9 @@ inline constexpr MTE_CAT_COLUMN_S g_astTriggerColumns[] = {
 using DLT = MTE_DELTA_ENTRY_S;
 inline constexpr MTE_CAT_COLUMN_S g_astDeltaColumns[] = {
     MTE_CAT_OWNER_AND_NAME(DLT),
-    Col("discontinuityid", K::OID, MTE_DELTA_COL_DISCONTINUITY_ID, 1,
-        MTE_CAT_FIELD(DLT, stDiscontinuityID)),
+    // Copied whole, unused sub-identifiers too: stored delta rows hold it so.
+    CopiedBy(C::OID_WHOLE, Col("discontinuityid", K::OID, MTE_DELTA_COL_DISCONTINUITY_ID, 1,
+                               MTE_CAT_FIELD(DLT, stDiscontinuityID))),
     Col("discontinuityidwildcard", K::TRUTH, MTE_DELTA_COL_DISCONTINUITY_ID_WILDCARD, 2,
         MTE_CAT_FIELD(DLT, uiDiscontinuityIDWildcard)),
     Named("discontinuityidtype", K::ENUM, MTE_DELTA_COL_DISCONTINUITY_ID_TYPE, 3,
@@ -273,8 +297,9 @@ inline constexpr MTE_CAT_COLUMN_S g_astObjColumns[] = {
     Col("index", K::INDEX, 0, 0, MTE_CAT_FIELD(OBJ, uiIndex)),
     Col("id", K::OID, MTE_OBJ_COL_ID, 3, MTE_CAT_FIELD(OBJ, stID)),
     Col("wildcard", K::TRUTH, MTE_OBJ_COL_ID_WILDCARD, 4, MTE_CAT_FIELD(OBJ, uiIDWildcard)),
-    Named("status", K::STATUS, MTE_OBJ_COL_ENTRY_STATUS, 5, MTE_CAT_FIELD(OBJ, uiEntryStatus),
-          g_astStatuses),
+    // A made row is always active.
+    CopiedBy(C::BY_TABLE, Named("status", K::STATUS, MTE_OBJ_COL_ENTRY_STATUS, 5,
+                                MTE_CAT_FIELD(OBJ, uiEntryStatus), g_astStatuses)),
 };
 
 using EVT = MTE_EVENT_ROW_S;
@@ -283,8 +308,9 @@ inline constexpr MTE_CAT_COLUMN_S g_astEventColumns[] = {
     Col("comment", K::STR, MTE_EVENT_COL_COMMENT, 2, MTE_CAT_FIELD(EVT, szComment)),
     Named("actions", K::BITS, 0, 3, MTE_CAT_FIELD(EVT, ucActions), g_astActions),
     Col("enabled", K::TRUTH, 0, 4, MTE_CAT_FIELD(EVT, uiEnabled)),
-    Named("status", K::STATUS, MTE_EVENT_COL_ENTRY_STATUS, 5, MTE_CAT_FIELD(EVT, uiEntryStatus),
-          g_astStatuses),
+    // A status write is a step of its own: it also enables or disables.
+    CopiedBy(C::BY_TABLE, Named("status", K::STATUS, MTE_EVENT_COL_ENTRY_STATUS, 5,
+                                MTE_CAT_FIELD(EVT, uiEntryStatus), g_astStatuses)),
 };
 
 // The daemon numbers the objects name 2 and its owner 3; the served table has
@@ -481,6 +507,24 @@ inline bool MTE_CAT_ColumnsDiffer(MTE_CAT_TABLE_E eTable, const void* pReq, uint
     }
     return false;
 }
+
+// A BITS column's octet after a write: the bits the mask names from ucFrom,
+// the others as they were in ucTo.
+constexpr uint8_t MTE_CAT_MergeBits(const MTE_CAT_COLUMN_S& stColumn, uint8_t ucFrom,
+                                    uint32_t uiMask, uint8_t ucTo) {
+    for (size_t i = 0; i < stColumn.uiNameCount; ++i) {
+        if ((uiMask & MTE_COLUMN_BIT(stColumn.pstNames[i].uiColumn)) != 0) {
+            auto ucBit = static_cast<uint8_t>(stColumn.pstNames[i].uiValue);
+            ucTo = static_cast<uint8_t>((ucTo & ~ucBit) | (ucFrom & ucBit));
+        }
+    }
+    return ucTo;
+}
+
+// Writes the masked columns of a request (or of a stored record) into a row,
+// each by its copy rule; index and read-only columns are never written. The
+// daemon's tables use it (channel/mte_catalogue.cpp).
+void MTE_CAT_CopyColumns(MTE_CAT_TABLE_E eTable, const void* pReq, uint32_t uiMask, void* pRow);
 
 // Every column lies inside its record, no two columns share a mask bit, and
 // no mask bit reaches the force bit.

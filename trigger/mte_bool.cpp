@@ -21,21 +21,8 @@ uint32_t Validate(const MTE_BOOL_ENTRY_S* pstReq, uint32_t uiMask, const MTE_BOO
 }
 
 // Comparison and startup are stored as given; unknown values never fire.
-void Copy(const MTE_BOOL_ENTRY_S* pstFrom, uint32_t uiMask, MTE_BOOL_ENTRY_S* pstRow) {
-    if (mte_test_InMask(uiMask, MTE_BOOL_COL_COMPARISON)) {
-        pstRow->uiComparison = pstFrom->uiComparison;
-    }
-    if (mte_test_InMask(uiMask, MTE_BOOL_COL_VALUE)) {
-        pstRow->iValue = pstFrom->iValue;
-    }
-    if (mte_test_InMask(uiMask, MTE_BOOL_COL_STARTUP)) {
-        pstRow->uiStartup = pstFrom->uiStartup;
-    }
-    mte_test_CopyStrColumns(MTE_CAT_BOOLEAN, pstFrom, uiMask, pstRow);
-}
-
 constexpr MTE_TEST_TABLE_S<MTE_BOOL_ENTRY_S> kTable = {
-    &MTE_TRIGGER_ENTRY_S::pstBool, "Boolean", MTE_CAT_BOOLEAN, Defaults, Validate, Copy, false,
+    &MTE_TRIGGER_ENTRY_S::pstBool, "Boolean", MTE_CAT_BOOLEAN, Defaults, Validate, false,
 };
 
 // Whether the comparison holds for the sign of (number - iValue).

@@ -54,26 +54,12 @@ uint32_t Validate(const MTE_DELTA_ENTRY_S* pstReq, uint32_t uiMask,
     return 0;
 }
 
-void Copy(const MTE_DELTA_ENTRY_S* pstFrom, uint32_t uiMask, MTE_DELTA_ENTRY_S* pstRow) {
-    if (mte_test_InMask(uiMask, MTE_DELTA_COL_DISCONTINUITY_ID) &&
-        pstFrom->stDiscontinuityID.uiLen <= MTE_OID_MAX_LEN) {
-        pstRow->stDiscontinuityID = pstFrom->stDiscontinuityID;
-    }
-    if (mte_test_InMask(uiMask, MTE_DELTA_COL_DISCONTINUITY_ID_WILDCARD)) {
-        pstRow->uiDiscontinuityIDWildcard = pstFrom->uiDiscontinuityIDWildcard;
-    }
-    if (mte_test_InMask(uiMask, MTE_DELTA_COL_DISCONTINUITY_ID_TYPE)) {
-        pstRow->uiDiscontinuityIDType = pstFrom->uiDiscontinuityIDType;
-    }
-}
-
 constexpr MTE_TEST_TABLE_S<MTE_DELTA_ENTRY_S> kTable = {
     &MTE_TRIGGER_ENTRY_S::pstDelta,
     "Delta",
     MTE_CAT_DELTA,
     Defaults,
     Validate,
-    Copy,
     true,  // a stored row whose trigger is not a delta trigger is stale
 };
 

@@ -10,19 +10,6 @@
 
 namespace {
 
-struct BitColumn {
-    uint32_t uiColumn;
-    uint8_t MTE_EXIST_ENTRY_S::*pucByte;
-    uint8_t ucBit;
-};
-constexpr BitColumn kBitColumns[] = {
-    {MTE_EXIST_COL_TEST_PRESENT, &MTE_EXIST_ENTRY_S::ucTest, MTE_EXIST_PRESENT},
-    {MTE_EXIST_COL_TEST_ABSENT, &MTE_EXIST_ENTRY_S::ucTest, MTE_EXIST_ABSENT},
-    {MTE_EXIST_COL_TEST_CHANGED, &MTE_EXIST_ENTRY_S::ucTest, MTE_EXIST_CHANGED},
-    {MTE_EXIST_COL_STARTUP_PRESENT, &MTE_EXIST_ENTRY_S::ucStartup, MTE_EXIST_PRESENT},
-    {MTE_EXIST_COL_STARTUP_ABSENT, &MTE_EXIST_ENTRY_S::ucStartup, MTE_EXIST_ABSENT},
-};
-
 void Defaults(MTE_EXIST_ENTRY_S* pstRow) {
     pstRow->ucTest = MTE_EXIST_PRESENT | MTE_EXIST_ABSENT;
     pstRow->ucStartup = MTE_EXIST_PRESENT | MTE_EXIST_ABSENT;
@@ -33,21 +20,9 @@ uint32_t Validate(const MTE_EXIST_ENTRY_S* pstReq, uint32_t uiMask, const MTE_EX
     return mte_test_CheckOwnerColumns(MTE_CAT_EXISTENCE, pstReq, uiMask);
 }
 
-// Copies the masked bits one by one (other bits of the bytes are kept) and
-// the masked strings; usFirstCycle is run state and is never copied.
-void Copy(const MTE_EXIST_ENTRY_S* pstFrom, uint32_t uiMask, MTE_EXIST_ENTRY_S* pstRow) {
-    for (const BitColumn& stCol : kBitColumns) {
-        if (mte_test_InMask(uiMask, stCol.uiColumn)) {
-            uint8_t& ucByte = pstRow->*stCol.pucByte;
-            ucByte = static_cast<uint8_t>((ucByte & ~stCol.ucBit) |
-                                          (pstFrom->*stCol.pucByte & stCol.ucBit));
-        }
-    }
-    mte_test_CopyStrColumns(MTE_CAT_EXISTENCE, pstFrom, uiMask, pstRow);
-}
-
+// usFirstCycle is run state, not a column: no set or recovery touches it.
 constexpr MTE_TEST_TABLE_S<MTE_EXIST_ENTRY_S> kTable = {
-    &MTE_TRIGGER_ENTRY_S::pstExist, "Existence", MTE_CAT_EXISTENCE, Defaults, Validate, Copy, true,
+    &MTE_TRIGGER_ENTRY_S::pstExist, "Existence", MTE_CAT_EXISTENCE, Defaults, Validate, true,
 };
 
 bool ValuesDiffer(const SNMP_VALUE_S* pstA, const SNMP_VALUE_S* pstB) {

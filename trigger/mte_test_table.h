@@ -2,8 +2,9 @@
 // tables: each row is owned by its trigger through one pointer member, stored
 // in its own sort list, and written by a set that follows the same steps
 // (find, lock, detect a change, refuse on an active trigger, validate, copy,
-// store). The tables supply their columns and their rules. Main thread for
-// everything here; set and recover take the trigger's state lock.
+// store). The tables supply their rules; the catalogue supplies their columns
+// and how a set copies them. Main thread for everything here; set and recover
+// take the trigger's state lock.
 #ifndef MTE_TEST_TABLE_H
 #define MTE_TEST_TABLE_H
 
@@ -52,17 +53,6 @@ uint32_t mte_test_CheckOwnerColumns(MTE_CAT_TABLE_E eTable, const Row* pstReq, u
     return uiFailed;
 }
 
-template <typename Row>
-void mte_test_CopyStrColumns(MTE_CAT_TABLE_E eTable, const Row* pstFrom, uint32_t uiMask,
-                             Row* pstRow) {
-    mte_test_ForStrColumns(eTable, [&](const MTE_CAT_COLUMN_S& stColumn) {
-        if (mte_test_InMask(uiMask, stColumn.uiColumn)) {
-            mte_StrCopy(reinterpret_cast<char*>(pstRow) + stColumn.usOffset,
-                        mte_test_Field(pstFrom, stColumn), stColumn.usSize);
-        }
-    });
-}
-
 // What one test table tells the skeleton.
 template <typename Row>
 struct MTE_TEST_TABLE_S {
@@ -72,7 +62,6 @@ struct MTE_TEST_TABLE_S {
     void (*pfDefaults)(Row* pstRow);
     // 0, or the failed column of a request that breaks the table's rules.
     uint32_t (*pfValidate)(const Row* pstReq, uint32_t uiMask, const Row* pstRow);
-    void (*pfCopy)(const Row* pstFrom, uint32_t uiMask, Row* pstRow);
     bool bRecoverNeedsRow;  // recovery of a trigger without this row fails
 };
 
@@ -150,7 +139,7 @@ uint32_t mte_test_Set(const MTE_TEST_TABLE_S<Row>& stTable, const Row* pstReques
         *puiFailedColumn = uiFailed;
         uiRet = MTE_ERR_INCONSISTENT;
     } else {
-        stTable.pfCopy(&stReq, uiMask, pstRow);
+        MTE_CAT_CopyColumns(stTable.eTable, &stReq, uiMask, pstRow);
         mte_test_Store(stTable, pstRow);
     }
     mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
@@ -175,7 +164,8 @@ uint32_t mte_test_Recover(const MTE_TEST_TABLE_S<Row>& stTable, uint32_t uiLen,
     }
     mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
     if (pstTrigger->*stTable.pstMember != nullptr) {
-        stTable.pfCopy(&stRec, MTE_MASK_ALL_COLUMNS, pstTrigger->*stTable.pstMember);
+        MTE_CAT_CopyColumns(stTable.eTable, &stRec, MTE_MASK_ALL_COLUMNS,
+                            pstTrigger->*stTable.pstMember);
     }
     mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
     return MTE_OK;

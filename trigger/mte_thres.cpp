@@ -12,26 +12,6 @@
 
 namespace {
 
-// The five numbers: startup, then the four thresholds, all 32-bit.
-struct NumColumn {
-    uint32_t uiColumn;
-    size_t uiOffset;
-};
-constexpr NumColumn kNumColumns[] = {
-    {MTE_THRES_COL_STARTUP, offsetof(MTE_THRES_ENTRY_S, uiStartup)},
-    {MTE_THRES_COL_RISING, offsetof(MTE_THRES_ENTRY_S, iRising)},
-    {MTE_THRES_COL_FALLING, offsetof(MTE_THRES_ENTRY_S, iFalling)},
-    {MTE_THRES_COL_DELTA_RISING, offsetof(MTE_THRES_ENTRY_S, iDeltaRising)},
-    {MTE_THRES_COL_DELTA_FALLING, offsetof(MTE_THRES_ENTRY_S, iDeltaFalling)},
-};
-
-uint32_t* Number(MTE_THRES_ENTRY_S* pstRow, size_t uiOffset) {
-    return reinterpret_cast<uint32_t*>(reinterpret_cast<char*>(pstRow) + uiOffset);
-}
-const uint32_t* Number(const MTE_THRES_ENTRY_S* pstRow, size_t uiOffset) {
-    return reinterpret_cast<const uint32_t*>(reinterpret_cast<const char*>(pstRow) + uiOffset);
-}
-
 void Defaults(MTE_THRES_ENTRY_S* pstRow) {
     pstRow->uiStartup = MTE_THRES_STARTUP_RISING_OR_FALLING;
 }
@@ -74,17 +54,8 @@ uint32_t Validate(const MTE_THRES_ENTRY_S* pstReq, uint32_t uiMask,
 }
 
 // Startup is stored as given; values other than 1 to 3 raise no startup alarm.
-void Copy(const MTE_THRES_ENTRY_S* pstFrom, uint32_t uiMask, MTE_THRES_ENTRY_S* pstRow) {
-    for (const NumColumn& stCol : kNumColumns) {
-        if (mte_test_InMask(uiMask, stCol.uiColumn)) {
-            *Number(pstRow, stCol.uiOffset) = *Number(pstFrom, stCol.uiOffset);
-        }
-    }
-    mte_test_CopyStrColumns(MTE_CAT_THRESHOLD, pstFrom, uiMask, pstRow);
-}
-
 constexpr MTE_TEST_TABLE_S<MTE_THRES_ENTRY_S> kTable = {
-    &MTE_TRIGGER_ENTRY_S::pstThres, "Threshold", MTE_CAT_THRESHOLD, Defaults, Validate, Copy, false,
+    &MTE_TRIGGER_ENTRY_S::pstThres, "Threshold", MTE_CAT_THRESHOLD, Defaults, Validate, false,
 };
 
 // One alarm pair's hysteresis on the current sample: raising one alarm

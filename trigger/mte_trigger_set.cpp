@@ -25,6 +25,9 @@
 namespace {
 
 constexpr uint32_t kDefaultFrequency = 600;
+constexpr const MTE_CAT_TABLE_S& kTable = g_astMteCatalogue[MTE_CAT_TRIGGER];
+constexpr const MTE_CAT_COLUMN_S& kTestColumn =
+    kTable.pstColumns[MTE_CAT_KindIndex(kTable, MTE_CAT_KIND_E::BITS)];
 
 bool InMask(uint32_t uiMask, uint32_t uiColumn) {
     return (uiMask & MTE_COLUMN_BIT(uiColumn)) != 0;
@@ -75,43 +78,6 @@ uint32_t CheckActivation(const MTE_TRIGGER_ROW_S* pstRow, uint32_t uiMask,
         return MTE_ERR_INCONSISTENT;
     }
     return MTE_OK;
-}
-
-void CopyColumns(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_ROW_S* pstRow) {
-    if (InMask(uiMask, MTE_TRIGGER_COL_COMMENT)) {
-        mte_StrCopy(pstRow->szComment, pstReq->szComment, sizeof(pstRow->szComment));
-    }
-    if (InMask(uiMask, MTE_TRIGGER_COL_SAMPLE_TYPE)) {
-        pstRow->uiSampleType = pstReq->uiSampleType;
-    }
-    if (InMask(uiMask, MTE_TRIGGER_COL_VALUE_ID)) {
-        // Only the meaningful sub-identifiers are taken; the rest of the
-        // row's array keeps its old contents.
-        pstRow->stValueID.uiLen = pstReq->stValueID.uiLen;
-        memcpy(pstRow->stValueID.auiOid, pstReq->stValueID.auiOid,
-               pstReq->stValueID.uiLen * sizeof(pstReq->stValueID.auiOid[0]));
-    }
-    if (InMask(uiMask, MTE_TRIGGER_COL_VALUE_ID_WILDCARD)) {
-        pstRow->uiValueIDWildcard = pstReq->uiValueIDWildcard;
-    }
-    if (InMask(uiMask, MTE_TRIGGER_COL_CONTEXT_NAME)) {
-        mte_StrCopy(pstRow->szContextName, pstReq->szContextName, sizeof(pstRow->szContextName));
-    }
-    if (InMask(uiMask, MTE_TRIGGER_COL_CONTEXT_NAME_WILDCARD)) {
-        pstRow->uiContextNameWildcard = pstReq->uiContextNameWildcard;
-    }
-    if (InMask(uiMask, MTE_TRIGGER_COL_FREQUENCY)) {
-        pstRow->uiFrequency = pstReq->uiFrequency;
-    }
-    if (InMask(uiMask, MTE_TRIGGER_COL_OBJECTS_OWNER)) {
-        mte_StrCopy(pstRow->szObjectsOwner, pstReq->szObjectsOwner, sizeof(pstRow->szObjectsOwner));
-    }
-    if (InMask(uiMask, MTE_TRIGGER_COL_OBJECTS)) {
-        mte_StrCopy(pstRow->szObjects, pstReq->szObjects, sizeof(pstRow->szObjects));
-    }
-    if (InMask(uiMask, MTE_TRIGGER_COL_ENTRY_STATUS)) {
-        pstRow->uiEntryStatus = pstReq->uiEntryStatus;
-    }
 }
 
 // The test rows of one entry, and its delta row, made or to be destroyed
@@ -232,7 +198,7 @@ uint32_t Create(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, uint32_t* puiF
     mte_StrCopy(pstRow->szOwner, pstReq->szOwner, sizeof(pstRow->szOwner));
     mte_StrCopy(pstRow->szName, pstReq->szName, sizeof(pstRow->szName));
 
-    CopyColumns(pstReq, uiMask, pstRow);
+    MTE_CAT_CopyColumns(MTE_CAT_TRIGGER, pstReq, uiMask, pstRow);
     if (pstRow->uiEntryStatus == MTE_ROW_CREATE_AND_WAIT) {
         pstRow->uiEntryStatus = MTE_ROW_NOT_IN_SERVICE;
         pstRow->uiEnabled = MTE_FALSE;
@@ -295,7 +261,7 @@ uint32_t ApplyStatus(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
             if (bWasActive) {
                 return bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;
             }
-            CopyColumns(pstReq, uiMask, &pstCopy->stRow);
+            MTE_CAT_CopyColumns(MTE_CAT_TRIGGER, pstReq, uiMask, &pstCopy->stRow);
             return MTE_OK;
         case MTE_ROW_ACTIVE:
             if (bWasActive) {
@@ -306,7 +272,7 @@ uint32_t ApplyStatus(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
                 *pbDone = true;
                 return MTE_OK;
             }
-            CopyColumns(pstReq, uiMask, &pstCopy->stRow);
+            MTE_CAT_CopyColumns(MTE_CAT_TRIGGER, pstReq, uiMask, &pstCopy->stRow);
             if (uint32_t uiRet = CheckActivation(&pstCopy->stRow, uiMask, puiFailedColumn);
                 uiRet != MTE_OK) {
                 return uiRet;
@@ -342,7 +308,7 @@ uint32_t ApplyStatus(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask,
                 pstCopy->uiRunState = StoppedRunState(pstCopy->uiRunState);
             }
             pstCopy->stRow.uiEnabled = MTE_FALSE;
-            CopyColumns(pstReq, uiMask, &pstCopy->stRow);
+            MTE_CAT_CopyColumns(MTE_CAT_TRIGGER, pstReq, uiMask, &pstCopy->stRow);
             return MTE_OK;
         case MTE_ROW_CREATE_AND_GO:
         case MTE_ROW_CREATE_AND_WAIT:
@@ -397,20 +363,10 @@ uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_EN
         return MTE_OK;
     }
 
+    // The test bits are the one column the copy leaves alone: their rows
+    // are made or destroyed with them, and only once the change is accepted.
     uint8_t ucOldTest = stCopy.stRow.ucTest;
-    uint8_t ucNewTest = ucOldTest;
-    const struct {
-        uint32_t uiColumn;
-        uint8_t ucBit;
-    } astTestColumns[] = {{MTE_TRIGGER_COL_TEST_EXISTENCE, MTE_TEST_EXISTENCE},
-                          {MTE_TRIGGER_COL_TEST_BOOLEAN, MTE_TEST_BOOLEAN},
-                          {MTE_TRIGGER_COL_TEST_THRESHOLD, MTE_TEST_THRESHOLD}};
-    for (const auto& stCol : astTestColumns) {
-        if (InMask(uiMask, stCol.uiColumn)) {
-            ucNewTest =
-                static_cast<uint8_t>((ucNewTest & ~stCol.ucBit) | (pstReq->ucTest & stCol.ucBit));
-        }
-    }
+    uint8_t ucNewTest = MTE_CAT_MergeBits(kTestColumn, pstReq->ucTest, uiMask, ucOldTest);
     const uint8_t ucTestBits = MTE_TEST_EXISTENCE | MTE_TEST_BOOLEAN | MTE_TEST_THRESHOLD;
     uint8_t ucAdded = static_cast<uint8_t>(ucNewTest & ~ucOldTest & ucTestBits);
     uint8_t ucRemoved = static_cast<uint8_t>(ucOldTest & ~ucNewTest & ucTestBits);
