@@ -5,6 +5,7 @@
 // is taken.
 #include <pthread.h>
 
+#include "mte_lock_guard.h"
 #include "mte_tarn_priv.h"
 #include "mte_trapflag.h"
 
@@ -16,16 +17,13 @@ uint16_t g_usTarnTrapFlag = 1;  // guarded by g_stTarnTrapSwtMutex
 }  // namespace
 
 void mte_tarn_SetTrapFlag(uint16_t usFlag) {
-    mte_tarn_TrapSwtLock();
+    MTE_LOCK_GUARD stGuard(mte_tarn_TrapSwtLock, mte_tarn_TrapSwtUnLock);
     g_usTarnTrapFlag = usFlag;
-    mte_tarn_TrapSwtUnLock();
 }
 
 uint16_t mte_TARN_TrapSwt(void) {
-    mte_tarn_TrapSwtLock();
-    uint16_t usFlag = g_usTarnTrapFlag;
-    mte_tarn_TrapSwtUnLock();
-    return usFlag;
+    MTE_LOCK_GUARD stGuard(mte_tarn_TrapSwtLock, mte_tarn_TrapSwtUnLock);
+    return g_usTarnTrapFlag;
 }
 
 void mte_tarn_TrapSwtLock(void) {

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <mutex>
 
+#include "mte_lock_guard.h"
 #include "plat_log.h"
 #include "plat_rc.h"
 #include "mte_types.h"
@@ -101,9 +102,7 @@ uint32_t MTE_AppRcExit(void) {
 }
 
 uint32_t mte_DBG_Init(void) {
-    mte_dbg_DbgSwtWrLock();
-    g_uiDbgSwitch = 0;
-    mte_dbg_DbgSwtUnLock();
+    mte_DBG_DisableSwitch(UINT32_MAX);  // all off, also when initialised again
 
     uint32_t uiRet = MTE_AppRcInit();
     // Opened even when the texts failed to register, so that the start-up
@@ -119,22 +118,18 @@ void mte_DBG_Fini(void) {
 }
 
 void mte_DBG_EnableSwitch(uint32_t uiMask) {
-    mte_dbg_DbgSwtWrLock();
+    MTE_LOCK_GUARD stGuard(mte_dbg_DbgSwtWrLock, mte_dbg_DbgSwtUnLock);
     g_uiDbgSwitch |= uiMask;
-    mte_dbg_DbgSwtUnLock();
 }
 
 void mte_DBG_DisableSwitch(uint32_t uiMask) {
-    mte_dbg_DbgSwtWrLock();
+    MTE_LOCK_GUARD stGuard(mte_dbg_DbgSwtWrLock, mte_dbg_DbgSwtUnLock);
     g_uiDbgSwitch &= ~uiMask;
-    mte_dbg_DbgSwtUnLock();
 }
 
 uint32_t mte_DBG_GetSwitch(void) {
-    mte_dbg_DbgSwtRdLock();
-    uint32_t uiSwitch = g_uiDbgSwitch;
-    mte_dbg_DbgSwtUnLock();
-    return uiSwitch;
+    MTE_LOCK_GUARD stGuard(mte_dbg_DbgSwtRdLock, mte_dbg_DbgSwtUnLock);
+    return g_uiDbgSwitch;
 }
 
 uint16_t mte_DBG_IsEnable(uint32_t uiMask) {

@@ -11,6 +11,7 @@
 
 #include "mte_core.h"
 #include "mte_dbg.h"
+#include "mte_lock_guard.h"
 #include "mte_types.h"
 #include "plat_memalert.h"
 
@@ -21,9 +22,8 @@ uint32_t g_uiMteMemFlag = 0;  // 1 = memory threshold exceeded
 pthread_rwlock_t g_stMteMemStateLock = PTHREAD_RWLOCK_INITIALIZER;
 
 void mte_mem_SetFlag(uint32_t uiFlag) {
-    mte_mem_MemStateWrLock();
+    MTE_LOCK_GUARD stGuard(mte_mem_MemStateWrLock, mte_mem_MemStateUnLock);
     g_uiMteMemFlag = uiFlag;
-    mte_mem_MemStateUnLock();
 }
 
 // At start-up the platform's states 1 to 3 all mean "above the threshold".
@@ -84,10 +84,8 @@ void mte_MEMALERT_Fini(void) {
 }
 
 uint32_t mte_MEMALERT_GetFlag(void) {
-    mte_mem_MemStateRdLock();
-    uint32_t uiFlag = g_uiMteMemFlag;
-    mte_mem_MemStateUnLock();
-    return uiFlag;
+    MTE_LOCK_GUARD stGuard(mte_mem_MemStateRdLock, mte_mem_MemStateUnLock);
+    return g_uiMteMemFlag;
 }
 
 void mte_mem_MemStateRdLock(void) {

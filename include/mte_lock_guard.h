@@ -39,7 +39,8 @@ struct MTE_LIST_LOCK_S {
 
 // Takes the lock through pfLock and releases it through pfUnlock at the end
 // of the scope. A null pair holds nothing: the dispatch uses that for the
-// tables that lock themselves.
+// tables that lock themselves. A lock of one record (a trigger's state lock)
+// is passed with the wrappers that take it by address.
 class MTE_LOCK_GUARD {
   public:
     MTE_LOCK_GUARD(void (*pfLock)(void), void (*pfUnlock)(void)) : m_pfUnlock(pfUnlock) {
@@ -47,16 +48,25 @@ class MTE_LOCK_GUARD {
             pfLock();
         }
     }
+    MTE_LOCK_GUARD(int (*pfLock)(pthread_mutex_t*), int (*pfUnlock)(pthread_mutex_t*),
+                   pthread_mutex_t* pstMutex)
+        : m_pfUnlockMutex(pfUnlock), m_pstMutex(pstMutex) {
+        (void)pfLock(pstMutex);
+    }
     ~MTE_LOCK_GUARD() {
         if (m_pfUnlock != nullptr) {
             m_pfUnlock();
+        } else if (m_pfUnlockMutex != nullptr) {
+            (void)m_pfUnlockMutex(m_pstMutex);
         }
     }
     MTE_LOCK_GUARD(const MTE_LOCK_GUARD&) = delete;
     MTE_LOCK_GUARD& operator=(const MTE_LOCK_GUARD&) = delete;
 
   private:
-    void (*m_pfUnlock)(void);
+    void (*m_pfUnlock)(void) = nullptr;
+    int (*m_pfUnlockMutex)(pthread_mutex_t*) = nullptr;
+    pthread_mutex_t* m_pstMutex = nullptr;
 };
 
 #endif  // MTE_LOCK_GUARD_H

@@ -4,6 +4,7 @@
 #ifndef MTE_TRIGGER_H
 #define MTE_TRIGGER_H
 
+#include "mte_lock_guard.h"
 #include "mte_types.h"
 
 uint32_t mte_TRIGGER_Init(void);
@@ -13,6 +14,10 @@ uint32_t mte_TRIGGER_IsEmpty(void);
 
 int mte_TRIGGER_StateLock(pthread_mutex_t* pstLock);
 int mte_TRIGGER_StateUnLock(pthread_mutex_t* pstLock);
+// Holds the entry's state lock to the end of the caller's scope.
+inline MTE_LOCK_GUARD mte_TRIGGER_StateGuard(MTE_TRIGGER_ENTRY_S* pstEntry) {
+    return MTE_LOCK_GUARD(mte_TRIGGER_StateLock, mte_TRIGGER_StateUnLock, &pstEntry->stStateLock);
+}
 
 MTE_TRIGGER_ENTRY_S* mte_TRIGGER_GetTriggerEntry(const char* pszOwner, const char* pszName);
 MTE_TRIGGER_ROW_S* mte_TRIGGER_Get(const char* pszOwner, const char* pszName);

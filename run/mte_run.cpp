@@ -123,13 +123,15 @@ void mte_run_Drain(void) {
         if (pstTrigger == nullptr) {
             continue;
         }
-        mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
-        bool bDeleted = pstTrigger->uiRunState == MTE_RUN_DELETED;
-        if (!bDeleted) {
-            mte_run_DropCycle(pstTrigger);
+        bool bDeleted;
+        {
+            MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstTrigger);
+            bDeleted = pstTrigger->uiRunState == MTE_RUN_DELETED;
+            if (!bDeleted) {
+                mte_run_DropCycle(pstTrigger);
+            }
+            pstTrigger->uiRunState = MTE_RUN_IDLE;
         }
-        pstTrigger->uiRunState = MTE_RUN_IDLE;
-        mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
         if (bDeleted) {
             mte_run_FreeTrigger(pstTrigger);
         }
@@ -148,16 +150,22 @@ bool mte_run_HandleOneMsg(void) {
     if (pstTrigger == nullptr) {
         return true;
     }
-    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
-    if (pstTrigger->uiRunState == MTE_RUN_BUSY) {
-        MTE_RUN_CFG_S stCfg;
-        mte_run_Snapshot(pstTrigger, &stCfg);
-        mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
-        mte_run_SampleStep(pstTrigger, &stCfg);
+    bool bBusy;
+    bool bDeleted = false;
+    MTE_RUN_CFG_S stCfg;
+    {
+        MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstTrigger);
+        bBusy = pstTrigger->uiRunState == MTE_RUN_BUSY;
+        if (bBusy) {
+            mte_run_Snapshot(pstTrigger, &stCfg);
+        } else {
+            bDeleted = mte_run_TakeOver(pstTrigger);
+        }
+    }
+    if (bBusy) {
+        mte_run_SampleStep(pstTrigger, &stCfg);  // the agent is asked without the lock
         return true;
     }
-    bool bDeleted = mte_run_TakeOver(pstTrigger);
-    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
     // The cycle under way, if any, is over: so is what the client read ahead.
     SNMP_EndWalk(pstTrigger);
     if (bDeleted) {
@@ -381,7 +389,7 @@ int mte_RUN_GetEventFd(void) {
 
 uint32_t mte_RUN_ProcTimer(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     uint32_t uiResult = MTE_OK;
-    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+    MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstTrigger);
     if (pstTrigger->uiRunState == MTE_RUN_IDLE) {
         // The gate let this timer fire, so the queue refuses it only when
         // walks took the last room meanwhile; the trigger then waits for its
@@ -394,7 +402,6 @@ uint32_t mte_RUN_ProcTimer(MTE_TRIGGER_ENTRY_S* pstTrigger) {
         mte_run_ReportFailure(pstTrigger, &pstTrigger->stRow.stValueID,
                               pstTrigger->stRow.szContextName, MTE_REASON_SAMPLE_OVERRUN);
     }
-    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
     return uiResult;
 }
 

@@ -80,6 +80,9 @@ void mte_run_CopyContext(char* pszDst, const char* pszSrc) {
     mte_run_StrCopy(pszDst, pszSrc, MTE_NAME_SIZE);
 }
 
+// A pair, not the guard: the worker's turn with a trigger is taken in one
+// function and ended in mte_run_Leave, which lets go before it frees the
+// trigger and runs the events.
 void mte_run_Lock(MTE_TRIGGER_ENTRY_S* pstTrigger) {
     mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
 }

@@ -125,25 +125,23 @@ uint32_t mte_test_Set(const MTE_TEST_TABLE_S<Row>& stTable, const Row* pstReques
     if (pstTrigger == nullptr || pstTrigger->*stTable.pstMember == nullptr) {
         return MTE_ERR_NO_SUCH_ROW;
     }
-    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+    MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstTrigger);
     Row* pstRow = pstTrigger->*stTable.pstMember;
-    uint32_t uiRet = MTE_OK;
-    uint32_t uiFailed = 0;
     bool bChanges = MTE_CAT_ColumnsDiffer(stTable.eTable, &stReq, uiMask, pstRow);
     if (pstTrigger->stRow.uiEntryStatus == MTE_ROW_ACTIVE) {
         // The worker evaluates an active trigger's tests: they are read-only.
-        uiRet = bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;
-    } else if (!bChanges) {
-        uiRet = MTE_OK;
-    } else if ((uiFailed = stTable.pfValidate(&stReq, uiMask, pstRow)) != 0) {
-        *puiFailedColumn = uiFailed;
-        uiRet = MTE_ERR_INCONSISTENT;
-    } else {
-        MTE_CAT_CopyColumns(stTable.eTable, &stReq, uiMask, pstRow);
-        mte_test_Store(stTable, pstRow);
+        return bChanges ? MTE_ERR_INCONSISTENT : MTE_ERR_NO_CHANGE;
     }
-    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
-    return uiRet;
+    if (!bChanges) {
+        return MTE_OK;
+    }
+    if (uint32_t uiFailed = stTable.pfValidate(&stReq, uiMask, pstRow); uiFailed != 0) {
+        *puiFailedColumn = uiFailed;
+        return MTE_ERR_INCONSISTENT;
+    }
+    MTE_CAT_CopyColumns(stTable.eTable, &stReq, uiMask, pstRow);
+    mte_test_Store(stTable, pstRow);
+    return MTE_OK;
 }
 
 // Lays a stored record over the row that the trigger's recovery made with
@@ -162,12 +160,11 @@ uint32_t mte_test_Recover(const MTE_TEST_TABLE_S<Row>& stTable, uint32_t uiLen,
         (stTable.bRecoverNeedsRow && pstTrigger->*stTable.pstMember == nullptr)) {
         return MTE_ERR_GENERAL;
     }
-    mte_TRIGGER_StateLock(&pstTrigger->stStateLock);
+    MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstTrigger);
     if (pstTrigger->*stTable.pstMember != nullptr) {
         MTE_CAT_CopyColumns(stTable.eTable, &stRec, MTE_MASK_ALL_COLUMNS,
                             pstTrigger->*stTable.pstMember);
     }
-    mte_TRIGGER_StateUnLock(&pstTrigger->stStateLock);
     return MTE_OK;
 }
 

@@ -138,9 +138,8 @@ void mte_TRIGGER_StartAll(void) {
         // simply not sampled, and the timer module reports why.
         (void)mte_RUN_TriggerEnable(pstEntry);
         (void)mte_TIMER_Refresh(pstEntry->llTimerId, pstEntry->stRow.uiFrequency);
-        mte_TRIGGER_StateLock(&pstEntry->stStateLock);
+        MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstEntry);
         (void)mte_RUN_Sample4AtOnce(pstEntry);
-        mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
     }
 }
 
@@ -159,8 +158,7 @@ void mte_TRIGGER_ClearAllSpl(void) {
         if (pstEntry->stRow.uiEntryStatus != MTE_ROW_ACTIVE) {
             continue;
         }
-        mte_TRIGGER_StateLock(&pstEntry->stStateLock);
+        MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstEntry);
         mte_RUN_ClearSampleRes(pstEntry);
-        mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
     }
 }

@@ -236,9 +236,8 @@ uint32_t Create(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, uint32_t* puiF
         StoreRow(pstRow);
     }
     if (pstRow->uiEnabled == MTE_TRUE) {
-        mte_TRIGGER_StateLock(&pstEntry->stStateLock);
+        MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstEntry);
         (void)mte_RUN_Sample4AtOnce(pstEntry);
-        mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
     }
     mte_trigger_Insert(pstEntry);
     return MTE_OK;
@@ -441,12 +440,12 @@ uint32_t Modify(const MTE_TRIGGER_ROW_S* pstReq, uint32_t uiMask, MTE_TRIGGER_EN
     return MTE_OK;
 }
 
-uint32_t Destroy(MTE_TRIGGER_ENTRY_S* pstEntry) {
-    if (pstEntry == nullptr) {
-        return MTE_OK;
-    }
+// Takes the entry out of the list, the timers and the store, under its lock.
+// True when the main thread frees it; false when the worker holds it and
+// frees it when it next looks.
+bool Retire(MTE_TRIGGER_ENTRY_S* pstEntry) {
     uint32_t uiOldStatus = pstEntry->stRow.uiEntryStatus;
-    mte_TRIGGER_StateLock(&pstEntry->stStateLock);
+    MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstEntry);
     if (pstEntry->llTimerId != -1) {
         mte_TIMER_Del(pstEntry->llTimerId);
         pstEntry->llTimerId = -1;
@@ -465,18 +464,22 @@ uint32_t Destroy(MTE_TRIGGER_ENTRY_S* pstEntry) {
     if (pstEntry->pstDelta != nullptr) {
         (void)mte_DBM_RemoveRow(MTE_CAT_DELTA, pstEntry->pstDelta);
     }
-    if (pstEntry->uiRunState == MTE_RUN_IDLE) {
-        if (uiOldStatus == MTE_ROW_ACTIVE) {
-            mte_RUN_ClearSampleRes(pstEntry);
-        }
-        mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
-        mte_TRIGGER_FreeNode(pstEntry);
-        return MTE_OK;
+    if (pstEntry->uiRunState != MTE_RUN_IDLE) {
+        mte_RUN_ClearSampleRes(pstEntry);
+        pstEntry->uiRunState = MTE_RUN_DELETED;
+        return false;
     }
-    // The worker holds the trigger: it frees the record when it next looks.
-    mte_RUN_ClearSampleRes(pstEntry);
-    pstEntry->uiRunState = MTE_RUN_DELETED;
-    mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
+    if (uiOldStatus == MTE_ROW_ACTIVE) {
+        mte_RUN_ClearSampleRes(pstEntry);
+    }
+    return true;
+}
+
+uint32_t Destroy(MTE_TRIGGER_ENTRY_S* pstEntry) {
+    // The entry, its lock with it, is freed only once the lock is let go.
+    if (pstEntry != nullptr && Retire(pstEntry)) {
+        mte_TRIGGER_FreeNode(pstEntry);
+    }
     return MTE_OK;
 }
 
@@ -495,10 +498,8 @@ uint32_t mte_TRIGGER_Set(const MTE_TRIGGER_ROW_S* pstRequest, uint32_t uiColumnM
     if (pstEntry == nullptr) {
         return Create(&stReq, uiColumnMask, puiFailedColumn);
     }
-    mte_TRIGGER_StateLock(&pstEntry->stStateLock);
-    uint32_t uiRet = Modify(&stReq, uiColumnMask, pstEntry, puiFailedColumn);
-    mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
-    return uiRet;
+    MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstEntry);
+    return Modify(&stReq, uiColumnMask, pstEntry, puiFailedColumn);
 }
 
 uint32_t mte_TRIGGER_Recover(uint32_t uiLen, const void* pRecord) {
@@ -530,10 +531,9 @@ uint32_t mte_TRIGGER_Recover(uint32_t uiLen, const void* pRecord) {
     // The target tag has no column; a stored one comes back as it was.
     MTE_TRIGGER_ENTRY_S* pstEntry = mte_TRIGGER_GetTriggerEntry(stRow.szOwner, stRow.szName);
     if (pstEntry != nullptr) {
-        mte_TRIGGER_StateLock(&pstEntry->stStateLock);
+        MTE_LOCK_GUARD stGuard = mte_TRIGGER_StateGuard(pstEntry);
         mte_StrCopy(pstEntry->stRow.szTargetTag, stRow.szTargetTag,
                     sizeof(pstEntry->stRow.szTargetTag));
-        mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
     }
     return MTE_OK;
 }
