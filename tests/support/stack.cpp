@@ -1,25 +1,18 @@
-// The stack harness: process plumbing, snmpd and snmptrapd configuration,
-// eventmibd's start and readiness, the clients. Every wait is bounded and
-// every temporary directory is removed by its owner's destructor.
+// The stack harness. Every wait is bounded and every temporary directory is
+// removed by its owner's destructor.
 #include "stack.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <stdlib.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -57,6 +50,22 @@ std::string MakeTempDir(const char* pszPrefix) {
     return mkdtemp(acTemplate.data()) != nullptr ? std::string(acTemplate.data()) : "";
 }
 
+// Runs a shell command line under timeout(1), standard error with the output.
+ToolRun Shell(const std::string& strCommand) {
+    ToolRun stRun{-1, ""};
+    FILE* pstPipe = popen(("timeout 30 " + strCommand + " 2>&1").c_str(), "r");
+    if (pstPipe == nullptr) {
+        return stRun;
+    }
+    char acBuf[4096];
+    for (size_t uiGot; (uiGot = fread(acBuf, 1, sizeof(acBuf), pstPipe)) > 0;) {
+        stRun.strOut.append(acBuf, uiGot);
+    }
+    int iStatus = pclose(pstPipe);
+    stRun.iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
+    return stRun;
+}
+
 // A plain SNMPv2c get of sysUpTime.0, whatever client configuration this
 // process has.
 bool Answers(uint16_t usPort, const char* pszTimeout) {
@@ -88,9 +97,9 @@ bool AtPath(int (*pfCall)(int, const sockaddr*, socklen_t), int iFd, const std::
 }  // namespace
 
 int64_t MonoMs(void) {
-    timespec stNow{};
-    clock_gettime(CLOCK_MONOTONIC, &stNow);
-    return static_cast<int64_t>(stNow.tv_sec) * 1000 + stNow.tv_nsec / 1000000;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
 }
 
 bool WaitUntil(const std::function<bool()>& fnCondition, int iTimeoutMs) {
@@ -111,14 +120,16 @@ std::string ReadFile(const std::string& strPath) {
     return stText.str();
 }
 
-size_t CountLines(const std::string& strText, const std::string& strFragment) {
-    std::istringstream stIn(strText);
+size_t DaemonProcess::CountStderr(const std::string& strFragment) const {
+    std::istringstream stIn(Stderr());
     size_t uiCount = 0;
     for (std::string strLine; std::getline(stIn, strLine);) {
         uiCount += strLine.find(strFragment) != std::string::npos;
     }
     return uiCount;
 }
+
+namespace {
 
 uint16_t FreeUdpPort(void) {
     int iFd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -137,6 +148,8 @@ uint16_t FreeUdpPort(void) {
     close(iFd);
     return usPort;
 }
+
+}  // namespace
 
 pid_t SpawnProcess(const std::vector<std::string>& astrArgs,
                    const std::vector<std::string>& astrEnv, const std::string& strLogPath,
@@ -228,25 +241,10 @@ int AsNobodyOn(const std::string& strSocket, const std::function<int()>& fnChild
     return WEXITSTATUS(iStatus) == 100 ? -1 : WEXITSTATUS(iStatus);
 }
 
-ToolRun Shell(const std::string& strCommand) {
-    ToolRun stRun{-1, ""};
-    FILE* pstPipe = popen(("timeout 30 " + strCommand + " 2>&1").c_str(), "r");
-    if (pstPipe == nullptr) {
-        return stRun;
-    }
-    char acBuf[4096];
-    for (size_t uiGot; (uiGot = fread(acBuf, 1, sizeof(acBuf), pstPipe)) > 0;) {
-        stRun.strOut.append(acBuf, uiGot);
-    }
-    int iStatus = pclose(pstPipe);
-    stRun.iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
-    return stRun;
-}
-
 // ---- snmpd and snmptrapd
 
 SnmpdHarness::~SnmpdHarness() {
-    StopTrapd();
+    StopProcess(&m_iTrapdPid, 3000);
     Stop();
     if (!m_strDir.empty()) {
         std::error_code stEc;
@@ -342,7 +340,7 @@ bool SnmpdHarness::StartTrapd(std::string* pstrError, int iWaitMs) {
                                ServerEnv(), m_strDir + "/snmptrapd.out");
     // snmptrapd writes its start line to the log once it listens.
     if (m_iTrapdPid <= 0 || !WaitUntil([&] { return !ReadFile(TrapLogPath()).empty(); }, iWaitMs)) {
-        StopTrapd(500);
+        StopProcess(&m_iTrapdPid, 500);
         *pstrError = "snmptrapd did not start";
         return false;
     }
@@ -526,7 +524,7 @@ std::vector<uint8_t> ChannelClient::RecvRaw(int iTimeoutMs) {
 bool ChannelClient::Request(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,
                             const void* pValue) {
     uint8_t aucMsg[MTE_MSG_MAX_LEN];
-    uint32_t uiSeq = ++uiSequence;
+    uint32_t uiSeq = ++m_uiSequence;
     uint32_t uiLen =
         MTE_MSG_BuildRequest(uiSeq, usType, usOp, uiMask, usItem, pValue, aucMsg, sizeof(aucMsg));
     return uiLen != 0 && SendRaw(aucMsg, uiLen) && ReceiveReply(uiSeq);
