@@ -44,10 +44,8 @@ bool WriteFile(const std::string& strPath, const std::string& strText) {
 
 std::string MakeTempDir(const char* pszPrefix) {
     const char* pszTmp = getenv("TMPDIR");
-    std::string strTemplate = std::string(pszTmp != nullptr ? pszTmp : "/tmp") + "/" + pszPrefix;
-    std::vector<char> acTemplate(strTemplate.begin(), strTemplate.end());
-    acTemplate.push_back('\0');
-    return mkdtemp(acTemplate.data()) != nullptr ? std::string(acTemplate.data()) : "";
+    std::string strDir = std::string(pszTmp != nullptr ? pszTmp : "/tmp") + "/" + pszPrefix;
+    return mkdtemp(strDir.data()) != nullptr ? strDir : "";
 }
 
 // Runs a shell command line under timeout(1), standard error with the output.
@@ -246,10 +244,8 @@ int AsNobodyOn(const std::string& strSocket, const std::function<int()>& fnChild
 SnmpdHarness::~SnmpdHarness() {
     StopProcess(&m_iTrapdPid, 3000);
     Stop();
-    if (!m_strDir.empty()) {
-        std::error_code stEc;
-        std::filesystem::remove_all(m_strDir, stEc);
-    }
+    std::error_code stEc;
+    std::filesystem::remove_all(m_strDir, stEc);
 }
 
 bool SnmpdHarness::Prepare(std::string* pstrError) {
@@ -400,13 +396,9 @@ DaemonProcess::~DaemonProcess() {
         int iStatus = 0;
         (void)WaitExit(5000, &iStatus);
     }
-    if (m_iNotifyFd >= 0) {
-        (void)close(m_iNotifyFd);
-    }
+    (void)close(m_iNotifyFd);
     std::error_code stErr;
-    if (!m_strRoot.empty()) {
-        std::filesystem::remove_all(m_strRoot, stErr);
-    }
+    std::filesystem::remove_all(m_strRoot, stErr);
 }
 
 bool DaemonProcess::Start() {
@@ -504,10 +496,8 @@ bool ChannelClient::Connect(const std::string& strPath, int iTimeoutMs) {
 }
 
 void ChannelClient::Close() {
-    if (m_iFd >= 0) {
-        close(m_iFd);
-        m_iFd = -1;
-    }
+    (void)close(m_iFd);
+    m_iFd = -1;
 }
 
 std::vector<uint8_t> ChannelClient::RecvRaw(int iTimeoutMs) {
@@ -548,34 +538,6 @@ std::string Trap::Value(const std::string& strName) const {
     }
     return "<absent>";
 }
-
-namespace {
-
-std::vector<Trap> TrapsWithOid(const std::string& strLogPath, const std::string& strTrapOid) {
-    std::vector<Trap> astTraps;
-    std::istringstream stIn(ReadFile(strLogPath));
-    for (std::string strLine; std::getline(stIn, strLine);) {
-        Trap stTrap;
-        std::stringstream stFields(strLine);
-        for (std::string strField; std::getline(stFields, strField, '\t');) {
-            size_t uiEq = strField.find(" = ");
-            if (strField.empty() || strField[0] != '.' || uiEq == std::string::npos) {
-                continue;
-            }
-            std::string strValue = strField.substr(uiEq + 3);
-            while (!strValue.empty() && strValue.back() == ' ') {
-                strValue.pop_back();
-            }
-            stTrap.astBindings.emplace_back(strField.substr(0, uiEq), strValue);
-        }
-        if (stTrap.Value(".1.3.6.1.6.3.1.1.4.1.0") == "OID: " + strTrapOid) {
-            astTraps.push_back(stTrap);
-        }
-    }
-    return astTraps;
-}
-
-}  // namespace
 
 MTE_OID_S Oid(const char* pszDotted) {
     MTE_OID_S stOid{};
@@ -637,22 +599,18 @@ Stack::~Stack() {
     }
     StopBridge();
     StopProcess(&m_iTestAgentPid, 3000);
-    std::vector<std::string> astrLogs = {m_stDaemon.StderrPath()};
-    if (!m_stSnmpd.Dir().empty()) {
-        astrLogs.insert(astrLogs.end(), {BridgeLog(), m_stSnmpd.Dir() + "/testagent.log"});
-    }
-    for (const std::string& strLog : astrLogs) {
+    // Without snmpd's directory the last two name no file.
+    for (const std::string& strLog :
+         {m_stDaemon.StderrPath(), BridgeLog(), m_stSnmpd.Dir() + "/testagent.log"}) {
         std::string strText = ReadFile(strLog);
         EXPECT_EQ(strText.find("Sanitizer"), std::string::npos) << strLog << strText;
         EXPECT_EQ(strText.find("runtime error:"), std::string::npos) << strLog << strText;
     }
     if (::testing::Test::HasFailure()) {
-        std::cerr << "--- eventmibd:\n" << m_stDaemon.Stderr();
-        if (!m_stSnmpd.Dir().empty()) {
-            std::cerr << "--- traps:\n"
-                      << ReadFile(m_stSnmpd.TrapLogPath()) << "--- bridge:\n"
-                      << ReadFile(BridgeLog());
-        }
+        std::cerr << "--- eventmibd:\n"
+                  << m_stDaemon.Stderr() << "--- traps:\n"
+                  << ReadFile(m_stSnmpd.TrapLogPath()) << "--- bridge:\n"
+                  << ReadFile(BridgeLog());
     }
     unsetenv("RUNTIME_DIRECTORY");
     unsetenv("STATE_DIRECTORY");
@@ -780,14 +738,28 @@ ToolRun Stack::Snmp(const std::string& strToolAndOptions, const std::string& str
                  " -On -t 3 -r 0 127.0.0.1:" + std::to_string(m_stSnmpd.Port()) + " " + strArgs);
 }
 
+// snmptrapd -On logs a notification on one line, "NAME = TYPE: value"
+// bindings separated by tabs.
 std::vector<Trap> Stack::Traps(const std::string& strTrapOid, const std::string& strTrigger) {
-    std::vector<Trap> astMine;
-    for (const Trap& stTrap : TrapsWithOid(m_stSnmpd.TrapLogPath(), strTrapOid)) {
-        if (strTrigger.empty() || stTrap.Value(HOT_TRIGGER) == Str(strTrigger)) {
-            astMine.push_back(stTrap);
+    std::vector<Trap> astTraps;
+    std::istringstream stIn(ReadFile(m_stSnmpd.TrapLogPath()));
+    for (std::string strLine; std::getline(stIn, strLine);) {
+        Trap stTrap;
+        std::stringstream stFields(strLine);
+        for (std::string strField; std::getline(stFields, strField, '\t');) {
+            size_t uiEq = strField.find(" = ");
+            if (strField.rfind(".", 0) == 0 && uiEq != std::string::npos) {
+                std::string strValue = strField.substr(uiEq + 3);
+                strValue.erase(strValue.find_last_not_of(' ') + 1);
+                stTrap.astBindings.emplace_back(strField.substr(0, uiEq), strValue);
+            }
+        }
+        if (stTrap.Value(".1.3.6.1.6.3.1.1.4.1.0") == "OID: " + strTrapOid &&
+            (strTrigger.empty() || stTrap.Value(HOT_TRIGGER) == Str(strTrigger))) {
+            astTraps.push_back(stTrap);
         }
     }
-    return astMine;
+    return astTraps;
 }
 
 bool Stack::WaitTraps(const std::string& strTrapOid, const std::string& strTrigger, size_t uiCount,

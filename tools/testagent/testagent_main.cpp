@@ -200,7 +200,9 @@ std::string ColumnText(const Row& stRow, uint32_t uiCol) {
     }
 }
 
-// One command (see Usage); the reply, "ok ..." or "error ...".
+// One command, CTX "-" being the default context; the reply, "ok ..." or
+// "error ...". ping | add CTX INDEX [INT [GAUGE [STRING]]] | del CTX INDEX |
+// set CTX INDEX COLUMN VALUE | get CTX INDEX COLUMN | reset CTX INDEX TICKS
 std::string RunCommand(const std::string& strCommand) {
     std::istringstream stIn(strCommand);
     std::vector<std::string> astrWords;
@@ -309,11 +311,7 @@ int BindControl(const std::string& strPath) {
 int Usage() {
     fprintf(stderr,
             "usage: %s -c CONTROL_SOCKET [-x MASTER_SOCKET] [-n CONTEXT]...\n"
-            "       %s -C CONTROL_SOCKET COMMAND...\n"
-            "Commands (CTX \"-\" is the default context):\n"
-            "  ping | add CTX INDEX [INT [GAUGE [STRING]]] | del CTX INDEX\n"
-            "  set CTX INDEX int|gauge|string|ticks VALUE | get CTX INDEX int|gauge|string|ticks\n"
-            "  reset CTX INDEX TICKS   (int to 0 and ticks to TICKS at once)\n",
+            "       %s -C CONTROL_SOCKET COMMAND...\n",
             TA_APP_NAME, TA_APP_NAME);
     return 2;
 }
