@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <array>
 #include <map>
 #include <sstream>
 #include <string>
@@ -39,28 +40,23 @@ constexpr size_t TA_ENTRY_LEN = OID_LENGTH(TA_ENTRY_OID);
 enum Column : uint32_t { COL_INTEGER = 1, COL_GAUGE, COL_STRING, COL_TICKS };
 const std::string COLUMN_NAMES[] = {"int", "gauge", "string", "ticks"};
 
-struct Row {
-    int32_t iInteger = 0;
-    uint32_t uiGauge = 0;
-    std::string strText;
-    uint32_t uiTicks = 0;
-};
+// A row's values by column - 1, as text; numbers are checked when written.
+using Row = std::array<std::string, 4>;
+const Row NEW_ROW = {"0", "0", "", "0"};
 using Rows = std::map<uint32_t, Row>;  // by index: get-next walks them in order
 
 std::map<std::string, Rows> g_mapContexts;
 bool g_bConnected = false;
 volatile sig_atomic_t g_iStop = 0;
 
-void SetValue(netsnmp_variable_list* pstVar, uint32_t uiCol, const Row& stRow) {
-    long lInteger = stRow.iInteger;
-    u_long ulUnsigned = uiCol == COL_GAUGE ? stRow.uiGauge : stRow.uiTicks;
-    if (uiCol == COL_INTEGER) {
-        snmp_set_var_typed_value(pstVar, ASN_INTEGER, &lInteger, sizeof(lInteger));
-    } else if (uiCol == COL_STRING) {
-        snmp_set_var_typed_value(pstVar, ASN_OCTET_STR, stRow.strText.data(), stRow.strText.size());
+void SetValue(netsnmp_variable_list* pstVar, uint32_t uiCol, const Row& astRow) {
+    static const u_char s_aucTypes[] = {ASN_INTEGER, ASN_GAUGE, ASN_OCTET_STR, ASN_TIMETICKS};
+    const std::string& strValue = astRow[uiCol - 1];
+    long lValue = strtol(strValue.c_str(), nullptr, 10);  // Gauge32 and TimeTicks fit too
+    if (uiCol == COL_STRING) {
+        snmp_set_var_typed_value(pstVar, ASN_OCTET_STR, strValue.data(), strValue.size());
     } else {
-        snmp_set_var_typed_value(pstVar, uiCol == COL_GAUGE ? ASN_GAUGE : ASN_TIMETICKS,
-                                 &ulUnsigned, sizeof(ulUnsigned));
+        snmp_set_var_typed_value(pstVar, s_aucTypes[uiCol - 1], &lValue, sizeof(lValue));
     }
 }
 
@@ -121,7 +117,7 @@ int Serve(int iMode, Rows* pmapRows, netsnmp_request_info* pstRequest) {
             if (!bRow) {
                 return SNMP_ERR_COMMITFAILED;
             }
-            it->second.iInteger = static_cast<int32_t>(*pstVar->val.integer);
+            it->second[0] = std::to_string(static_cast<int32_t>(*pstVar->val.integer));
             return SNMP_ERR_NOERROR;
         default:
             return SNMP_ERR_NOERROR;
@@ -169,35 +165,16 @@ bool ParseNumber(const std::string& str, int64_t llMin, int64_t llMax, int64_t* 
     return true;
 }
 
-std::string SetColumn(Row* pstRow, uint32_t uiCol, const std::string& strValue) {
+std::string SetColumn(Row* pastRow, uint32_t uiCol, const std::string& strValue) {
     int64_t llValue = 0;
-    if (uiCol == COL_STRING) {
-        if (strValue.size() > 255) {
-            return "error string longer than 255 bytes";
-        }
-        pstRow->strText = strValue;
-    } else if (!ParseNumber(strValue, uiCol == COL_INTEGER ? INT32_MIN : 0,
-                            uiCol == COL_INTEGER ? INT32_MAX : UINT32_MAX, &llValue)) {
+    bool bInteger = uiCol == COL_INTEGER;
+    if (uiCol == COL_STRING ? strValue.size() > 255
+                            : !ParseNumber(strValue, bInteger ? INT32_MIN : 0,
+                                           bInteger ? INT32_MAX : UINT32_MAX, &llValue)) {
         return "error " + COLUMN_NAMES[uiCol - 1] + " value out of range: " + strValue;
-    } else if (uiCol == COL_INTEGER) {
-        pstRow->iInteger = static_cast<int32_t>(llValue);
-    } else {
-        (uiCol == COL_GAUGE ? pstRow->uiGauge : pstRow->uiTicks) = static_cast<uint32_t>(llValue);
     }
+    (*pastRow)[uiCol - 1] = uiCol == COL_STRING ? strValue : std::to_string(llValue);
     return "ok";
-}
-
-std::string ColumnText(const Row& stRow, uint32_t uiCol) {
-    switch (uiCol) {
-        case COL_INTEGER:
-            return std::to_string(stRow.iInteger);
-        case COL_GAUGE:
-            return std::to_string(stRow.uiGauge);
-        case COL_STRING:
-            return stRow.strText;
-        default:
-            return std::to_string(stRow.uiTicks);
-    }
 }
 
 // One command, CTX "-" being the default context; the reply, "ok ..." or
@@ -231,7 +208,7 @@ std::string RunCommand(const std::string& strCommand) {
     }
     Rows& mapRows = itContext->second;
     if (strVerb == "add") {
-        Row stRow;
+        Row stRow = NEW_ROW;
         for (uint32_t uiCol = COL_INTEGER; uiCol <= COL_STRING && uiCol + 2 < astrWords.size();
              uiCol++) {
             std::string strReply = SetColumn(
@@ -261,13 +238,13 @@ std::string RunCommand(const std::string& strCommand) {
         // discontinuity time change in one step, so no reader sees one
         // without the other.
         Row stReset = it->second;
-        stReset.iInteger = 0;
+        stReset[0] = "0";
         std::string strReply = SetColumn(&stReset, COL_TICKS, astrWords[3]);
         it->second = strReply == "ok" ? stReset : it->second;
         return strReply;
     }
     if (strVerb == "get" && astrWords.size() == 4 && uiCol <= COL_TICKS) {
-        return "ok " + ColumnText(it->second, uiCol);
+        return "ok " + it->second[uiCol - 1];
     }
     if (strVerb == "set" && astrWords.size() >= 5 && uiCol <= COL_TICKS) {
         return SetColumn(&it->second, uiCol, Rest(4));
