@@ -169,7 +169,8 @@ TEST_F(AgentxEndToEnd, ABurstArrivesWholeAndSendsFailAtOnceWithoutTheBridge) {
     EXPECT_TRUE(WaitTraps(".1.3.6.1.4.1.99999.0.8", "", kBurst, 10000))
         << Traps(".1.3.6.1.4.1.99999.0.8").size() << " of " << kBurst;
 
-    // Bad datagrams are dropped with a reason and the bridge goes on.
+    // Bad datagrams are dropped with a reason and the bridge goes on (every
+    // decoder refusal is NotifyDecode.BrokenDatagramsAreRefusedForTheirReason's).
     std::string strSocket = PLAT_AgentxSocketPath();
     auto fnSend = [&](const std::vector<unsigned char>& auc) {
         return mte_test::SendDatagram(strSocket, auc.data(), auc.size());
@@ -181,11 +182,8 @@ TEST_F(AgentxEndToEnd, ABurstArrivesWholeAndSendsFailAtOnceWithoutTheBridge) {
             .Var({1, 3, 6, 1, 4, 1, 99999, 1, 1}, SNMP_VTYPE_INTEGER, &iValue, 4);
         return stDg.Bytes();
     };
-    std::vector<unsigned char> aucCut = fnNotify(10);
-    aucCut.pop_back();
     const std::string strJunk = "not a notification";
     ASSERT_TRUE(fnSend(std::vector<unsigned char>(strJunk.begin(), strJunk.end())));
-    ASSERT_TRUE(fnSend(aucCut));
     ASSERT_TRUE(fnSend(std::vector<unsigned char>(70000, 0)));
 
     // Another user may reach the socket only if its mode allows; the bridge
@@ -198,12 +196,10 @@ TEST_F(AgentxEndToEnd, ABurstArrivesWholeAndSendsFailAtOnceWithoutTheBridge) {
     ASSERT_TRUE(fnSend(fnNotify(12)));
 
     ASSERT_TRUE(WaitTraps(".1.3.6.1.4.1.99999.0.12", "", 1, 10000)) << ReadFile(BridgeLog());
-    EXPECT_TRUE(Traps(".1.3.6.1.4.1.99999.0.10").empty());
     EXPECT_TRUE(Traps(".1.3.6.1.4.1.99999.0.11").empty());
     std::string strBridgeLog = ReadFile(BridgeLog());
     EXPECT_THAT(strBridgeLog,
                 HasSubstr("dropped a datagram of 18 bytes: not a notification datagram"));
-    EXPECT_THAT(strBridgeLog, HasSubstr("truncated"));
     EXPECT_THAT(strBridgeLog, HasSubstr("longer than 65000 bytes"));
     if (bOtherUser) {
         EXPECT_THAT(strBridgeLog, HasSubstr("dropped a datagram from uid " +
