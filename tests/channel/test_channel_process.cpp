@@ -1,11 +1,13 @@
-// The real eventmibd driven over its management socket, with eventmibctl and
-// with the message library directly: every message type, index order, a
-// configuration that survives a restart, and bad input of every kind, after
-// which the daemon still answers, holds no extra descriptor and has changed
-// no stored row. Peers of another user are refused.
+// The real eventmibd as a process, driven over its management socket with
+// eventmibctl and with the message library: every message type, index order,
+// a configuration that survives a restart, bad input after which the daemon
+// still answers, holds no extra descriptor and has changed no stored row;
+// peers of another user refused; stops that drain open connections; a start
+// on a broken directory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/sockios.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -15,6 +17,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -28,6 +31,8 @@ using ::testing::HasSubstr;
 
 using mte_test::ChannelClient;
 using mte_test::ToolRun;
+
+constexpr const char* INIT_FAILED_TRACE = "Ln: 107 Failed to initialize Event-MIB module.";
 
 class ChannelProcessTest : public ::testing::Test, protected mte_test::Stack {
   protected:
@@ -412,6 +417,43 @@ TEST_F(ChannelProcessTest, SocketFileIsTheDaemonsAlone) {
     ChannelClient stClient;
     ASSERT_TRUE(stClient.Connect(SocketPath()));
     EXPECT_TRUE(stClient.Request(MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET));
+
+    // A stop waits for the open connection, a second stop signal neither ends
+    // the wait nor harms, and the end is status 0; SIGTERM is left to its
+    // default action.
+    int iStatus = 0;
+    for (int i = 0; i < 2; i++) {
+        ASSERT_TRUE(m_stDaemon.Signal(SIGRTMIN + 1));
+        EXPECT_FALSE(m_stDaemon.WaitExit(300, &iStatus)) << "stopped with a connection open";
+    }
+    stClient.Close();
+    EXPECT_EQ(m_stDaemon.Stop(false), 0) << m_stDaemon.Stderr();
+    EXPECT_EQ(m_stDaemon.CountStderr(INIT_FAILED_TRACE), 0u);
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
+    ASSERT_TRUE(m_stDaemon.Signal(SIGTERM));
+    ASSERT_TRUE(m_stDaemon.WaitExit(10000, &iStatus));
+    ASSERT_TRUE(WIFSIGNALED(iStatus)) << "wait status " << iStatus;
+    EXPECT_EQ(WTERMSIG(iStatus), SIGTERM);
+}
+
+// A state or runtime directory that is a regular file ends the start with
+// status 255 and exactly one trace, before any ready report.
+TEST(ProcessTest, BrokenDirectoryEndsTheStartWithStatus255AndOneTrace) {
+    for (bool bStateDir : {true, false}) {
+        SCOPED_TRACE(bStateDir ? "state directory is a file" : "runtime directory is a file");
+        mte_test::DaemonProcess stDaemon;
+        std::string strFile = stDaemon.Root() + "/not-a-directory";
+        std::ofstream(strFile) << "x\n";
+        if (bStateDir) {
+            stDaemon.SetStateDir(strFile);
+        } else {
+            stDaemon.SetRuntimeDir(strFile);
+        }
+        ASSERT_TRUE(stDaemon.Start());
+        EXPECT_FALSE(stDaemon.WaitReady(10000)) << "reported ready with a broken directory";
+        EXPECT_EQ(stDaemon.Stop(false), 255);
+        EXPECT_EQ(stDaemon.CountStderr(INIT_FAILED_TRACE), 1u) << stDaemon.Stderr();
+    }
 }
 
 }  // namespace
