@@ -81,7 +81,7 @@ MTE_OID_S TrapOid(uint32_t uiLast) {
 // are E2ePort.SnmpdDownStopsSamplingAndBackUpSamplesEveryTriggerAtOnce's); its
 // socket is bound again when the shared runtime directory loses it; a daemon
 // that subscribes later (the real one too) asks and is answered.
-TEST_F(AgentxEndToEnd, PortStatusFollowsTheMasterSessionAndTheBridge) {
+TEST_F(AgentxEndToEnd, PortStatusFollowsTheBridgeAndLateSubscribersAsk) {
     BridgeUp();
     std::string strSocket = PLAT_AgentxSocketPath();
     ASSERT_EQ(unlink(strSocket.c_str()), 0);

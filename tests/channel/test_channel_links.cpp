@@ -101,7 +101,7 @@ TEST_F(ChannelLinksTest, ManagementSocketFailureStillRegistersTheTrapSwitch) {
 
 TEST_F(ChannelLinksTest, PortEventsStartAndSuspendSampling) {
     // That a bridge already running is asked for the status on subscription
-    // is AgentxEndToEnd.PortStatusFollowsTheMasterSessionAndTheBridge's.
+    // is AgentxEndToEnd.PortStatusFollowsTheBridgeAndLateSubscribersAsk's.
     ASSERT_EQ(mte_SNMP_RegService(), 0u);
     struct stat stInfo;
     ASSERT_EQ(stat(PLAT_PortSocketPath().c_str(), &stInfo), 0);
