@@ -61,20 +61,17 @@ TEST_F(StoreMemSourceTest, CgroupV1WithHysteresis) {
     Put("/sys/fs/cgroup/memory/svc/eventmib/memory.usage_in_bytes", "900000\n");  // 80% less cache
     Start();
     EXPECT_EQ(Mem_Alert_GetCurrentState(), MEM_STATE_NORMAL);
-    struct {
-        const char* pszUsage;
-        uint32_t uiExpected;
-    } astSteps[] = {
-        {"999999", MEM_STATE_NO_CHANGE},  // just under 90% once the cache is left out
-        {"1000000", MEM_STATE_EXCEEDED}, {"1050000", MEM_STATE_NO_CHANGE},
-        {"950000", MEM_STATE_NO_CHANGE},  // 85%: between the thresholds
-        {"899999", MEM_STATE_NORMAL},     // below 80%
-        {"960000", MEM_STATE_NO_CHANGE},
+    // 90 % and 80 % of the limit once the inactive cache is left out; between
+    // the two thresholds nothing changes.
+    const std::pair<const char*, uint32_t> astSteps[] = {
+        {"999999", MEM_STATE_NO_CHANGE},  {"1000000", MEM_STATE_EXCEEDED},
+        {"1050000", MEM_STATE_NO_CHANGE}, {"950000", MEM_STATE_NO_CHANGE},
+        {"899999", MEM_STATE_NORMAL},     {"960000", MEM_STATE_NO_CHANGE},
     };
-    for (const auto& stStep : astSteps) {
-        SCOPED_TRACE(stStep.pszUsage);
-        Put("/sys/fs/cgroup/memory/svc/eventmib/memory.usage_in_bytes", stStep.pszUsage);
-        EXPECT_EQ(Next(), stStep.uiExpected);
+    for (const auto& [pszUsage, uiExpected] : astSteps) {
+        SCOPED_TRACE(pszUsage);
+        Put("/sys/fs/cgroup/memory/svc/eventmib/memory.usage_in_bytes", pszUsage);
+        EXPECT_EQ(Next(), uiExpected);
     }
 }
 
