@@ -23,40 +23,13 @@ using mte_test::NotifyDatagram;
 
 const std::vector<uint32_t> TRAP = {1, 3, 6, 1, 4, 1, 99999, 0, 1};
 const std::vector<uint32_t> NAME = {1, 3, 6, 1, 4, 1, 99999, 1, 1};
-const std::string TRAP_OID_VAR = ".1.3.6.1.6.3.1.1.4.1.0 " + std::to_string(ASN_OBJECT_ID) + " ";
+const std::string TRAP_OID_VAR = ".1.3.6.1.6.3.1.1.4.1.0 = OID: ";  // snmpTrapOID.0
 
-std::string OidText(const oid* pulOid, size_t uiLen) {
-    std::string str;
-    for (size_t i = 0; i < uiLen; i++) {
-        str += "." + std::to_string(pulOid[i]);
-    }
-    return str;
-}
-
-// "name type value" of one decoded binding.
+// "name = type: value" of one decoded binding, as the SNMP tools print it.
 std::string VarText(const netsnmp_variable_list* pstVar) {
-    std::string strValue;
-    switch (pstVar->type) {
-        case ASN_INTEGER:
-        case ASN_COUNTER:
-        case ASN_GAUGE:
-        case ASN_TIMETICKS:
-            strValue = std::to_string(*pstVar->val.integer);
-            break;
-        case ASN_COUNTER64:
-            strValue = std::to_string(pstVar->val.counter64->high) + ":" +
-                       std::to_string(pstVar->val.counter64->low);
-            break;
-        case ASN_OBJECT_ID:
-            strValue = OidText(pstVar->val.objid, pstVar->val_len / sizeof(oid));
-            break;
-        case ASN_NULL:
-            break;
-        default:
-            strValue.assign(reinterpret_cast<const char*>(pstVar->val.string), pstVar->val_len);
-    }
-    return OidText(pstVar->name, pstVar->name_length) + " " + std::to_string(pstVar->type) + " " +
-           strValue;
+    char acBuf[512];
+    snprint_variable(acBuf, sizeof(acBuf), pstVar->name, pstVar->name_length, pstVar);
+    return acBuf;
 }
 
 // The decode result; on success the context and the bindings as text
@@ -82,57 +55,49 @@ uint32_t Decode(const std::vector<unsigned char>& aucBytes, std::vector<std::str
 }
 
 TEST(NotifyDecode, BrokenDatagramsAreRefusedForTheirReason) {
-    int32_t iValue = 1;
-    auto fnGood = [&]() {
-        NotifyDatagram stDg;
-        stDg.Header(TRAP, "", 1).Var(NAME, SNMP_VTYPE_INTEGER, &iValue, 4);
+    std::vector<unsigned char> aucZeros(129 * 4, 0);
+    std::vector<uint32_t> auiLong(129, 1);
+    auto fnOne = [&](uint32_t uiType, uint32_t uiLen, uint16_t usCount = 1) {
+        return NotifyDatagram().Header(TRAP, "", usCount).Var(NAME, uiType, aucZeros.data(), uiLen);
+    };
+    auto fnPatched = [&](size_t uiAt, unsigned char ucByte) {
+        NotifyDatagram stDg = fnOne(SNMP_VTYPE_INTEGER, 4);
+        stDg.Bytes()[uiAt] = ucByte;
         return stDg;
     };
     std::vector<std::string> astrVars;
-    ASSERT_EQ(Decode(fnGood().Bytes(), &astrVars), AGX_DECODE_OK);
-    std::vector<uint32_t> auiLong(129, 1);
-    std::vector<std::pair<NotifyDatagram, uint32_t>> astCases;
-    astCases.emplace_back(fnGood().U16(0), AGX_DECODE_LONG);  // trailing bytes
-    astCases.emplace_back(fnGood(), AGX_DECODE_MAGIC);
-    astCases.back().first.Bytes()[0] ^= 0xff;
-    astCases.emplace_back(fnGood(), AGX_DECODE_VERSION);
-    astCases.back().first.Bytes()[4] = 2;
-    for (uint16_t usCount : {2, 0}) {  // above, then below the variables there are
-        NotifyDatagram stDg;
-        stDg.Header(TRAP, "", usCount).Var(NAME, SNMP_VTYPE_INTEGER, &iValue, 4);
-        astCases.emplace_back(stDg, usCount == 2 ? AGX_DECODE_SHORT : AGX_DECODE_LONG);
-    }
-    astCases.emplace_back(NotifyDatagram().Header({}, "", 0), AGX_DECODE_OID_LENGTH);
-    astCases.emplace_back(NotifyDatagram().Header(auiLong, "", 0), AGX_DECODE_OID_LENGTH);
-    astCases.emplace_back(NotifyDatagram().Header(TRAP, "", 1).Var(auiLong, 2, &iValue, 4),
-                          AGX_DECODE_OID_LENGTH);
-    astCases.emplace_back(NotifyDatagram().Header(TRAP, std::string(33, 'c'), 0),
-                          AGX_DECODE_CONTEXT);
-    astCases.emplace_back(NotifyDatagram().Header(TRAP, std::string("a\0b", 3), 0),
-                          AGX_DECODE_CONTEXT);
-    for (uint32_t uiType : {9u, 15u, 0xffffffffu}) {
-        astCases.emplace_back(NotifyDatagram().Header(TRAP, "", 1).Var(NAME, uiType, &iValue, 4),
-                              AGX_DECODE_TYPE);
-    }
-    const std::pair<uint32_t, uint32_t> astBadLengths[] = {
-        {SNMP_VTYPE_INTEGER, 3},  {SNMP_VTYPE_GAUGE32, 8},    {SNMP_VTYPE_COUNTER64, 4},
-        {SNMP_VTYPE_OID, 6},      {SNMP_VTYPE_IPADDRESS, 16}, {SNMP_VTYPE_NULL, 1},
-        {SNMP_VTYPE_OID, 129 * 4}};
-    std::vector<unsigned char> aucZeros(129 * 4, 0);
-    for (const auto& [uiType, uiLen] : astBadLengths) {
-        astCases.emplace_back(
-            NotifyDatagram().Header(TRAP, "", 1).Var(NAME, uiType, aucZeros.data(), uiLen),
-            AGX_DECODE_VALUE_LENGTH);
-    }
-    // A string longer than the datagram.
-    NotifyDatagram stLongString;
-    stLongString.Header(TRAP, "", 1).Oid(NAME).U32(SNMP_VTYPE_OCTET_STRING).U32(100).Raw("ab", 2);
-    astCases.emplace_back(stLongString, AGX_DECODE_SHORT);
+    ASSERT_EQ(Decode(fnOne(SNMP_VTYPE_INTEGER, 4).Bytes(), &astrVars), AGX_DECODE_OK);
+    std::vector<std::pair<NotifyDatagram, uint32_t>> astCases = {
+        {fnOne(SNMP_VTYPE_INTEGER, 4).U16(0), AGX_DECODE_LONG},  // trailing bytes
+        {fnPatched(0, 0), AGX_DECODE_MAGIC},
+        {fnPatched(4, 2), AGX_DECODE_VERSION},
+        {fnOne(SNMP_VTYPE_INTEGER, 4, 2), AGX_DECODE_SHORT},  // more variables announced
+        {fnOne(SNMP_VTYPE_INTEGER, 4, 0), AGX_DECODE_LONG},   // fewer
+        {NotifyDatagram().Header({}, "", 0), AGX_DECODE_OID_LENGTH},
+        {NotifyDatagram().Header(auiLong, "", 0), AGX_DECODE_OID_LENGTH},
+        {NotifyDatagram().Header(TRAP, "", 1).Var(auiLong, 2, aucZeros.data(), 4),
+         AGX_DECODE_OID_LENGTH},
+        {NotifyDatagram().Header(TRAP, std::string(33, 'c'), 0), AGX_DECODE_CONTEXT},
+        {NotifyDatagram().Header(TRAP, std::string("a\0b", 3), 0), AGX_DECODE_CONTEXT},
+        {fnOne(9, 4), AGX_DECODE_TYPE},
+        {fnOne(15, 4), AGX_DECODE_TYPE},
+        {fnOne(0xffffffffu, 4), AGX_DECODE_TYPE},
+        {fnOne(SNMP_VTYPE_INTEGER, 3), AGX_DECODE_VALUE_LENGTH},
+        {fnOne(SNMP_VTYPE_GAUGE32, 8), AGX_DECODE_VALUE_LENGTH},
+        {fnOne(SNMP_VTYPE_COUNTER64, 4), AGX_DECODE_VALUE_LENGTH},
+        {fnOne(SNMP_VTYPE_OID, 6), AGX_DECODE_VALUE_LENGTH},
+        {fnOne(SNMP_VTYPE_OID, 129 * 4), AGX_DECODE_VALUE_LENGTH},
+        {fnOne(SNMP_VTYPE_IPADDRESS, 16), AGX_DECODE_VALUE_LENGTH},
+        {fnOne(SNMP_VTYPE_NULL, 1), AGX_DECODE_VALUE_LENGTH},
+        // A string longer than the datagram.
+        {NotifyDatagram().Header(TRAP, "", 1).Oid(NAME).U32(SNMP_VTYPE_OCTET_STRING).U32(100),
+         AGX_DECODE_SHORT},
+    };
     for (size_t i = 0; i < astCases.size(); i++) {
         EXPECT_EQ(Decode(astCases[i].first.Bytes(), &astrVars), astCases[i].second) << "case " << i;
     }
     // Every cut of a good datagram ends inside a field.
-    std::vector<unsigned char> aucGood = fnGood().Bytes();
+    std::vector<unsigned char> aucGood = fnOne(SNMP_VTYPE_INTEGER, 4).Bytes();
     for (size_t uiCut = 0; uiCut < aucGood.size(); uiCut++) {
         std::vector<unsigned char> aucCut(aucGood.begin(), aucGood.begin() + uiCut);
         EXPECT_EQ(Decode(aucCut, &astrVars), AGX_DECODE_SHORT) << "cut at " << uiCut;
@@ -204,29 +169,26 @@ TEST_F(NotifyClientTest, EveryTypeArrivesInOrderWithTheContext) {
     uint64_t ullWide = (1ULL << 40) + 3;
     uint32_t auiOid[] = {1, 3, 6, 1, 2};
     char acText[] = "ab", acAddress[] = "\x0a\x01\x02\x03";
-    SNMP_VALUE_S astValues[] = {
-        {&iNeg, 4, SNMP_VTYPE_INTEGER32},     {&uiBig, 4, SNMP_VTYPE_COUNTER32},
-        {&uiBig, 4, SNMP_VTYPE_GAUGE32},      {&uiBig, 4, SNMP_VTYPE_UINTEGER32},
-        {&uiBig, 4, SNMP_VTYPE_TIMETICKS},    {&ullWide, 8, SNMP_VTYPE_COUNTER64},
-        {acText, 2, SNMP_VTYPE_OCTET_STRING}, {auiOid, sizeof(auiOid), SNMP_VTYPE_OID},
-        {acAddress, 4, SNMP_VTYPE_IPADDRESS},
+    std::pair<SNMP_VALUE_S, const char*> astCases[] = {
+        {{&iNeg, 4, SNMP_VTYPE_INTEGER32}, "INTEGER: -7"},
+        {{&uiBig, 4, SNMP_VTYPE_COUNTER32}, "Counter32: 4000000000"},
+        {{&uiBig, 4, SNMP_VTYPE_GAUGE32}, "Gauge32: 4000000000"},
+        {{&uiBig, 4, SNMP_VTYPE_UINTEGER32}, "Gauge32: 4000000000"},
+        {{&uiBig, 4, SNMP_VTYPE_TIMETICKS}, "Timeticks: (4000000000) 462 days, 23:06:40.00"},
+        {{&ullWide, 8, SNMP_VTYPE_COUNTER64}, "Counter64: 1099511627779"},
+        {{acText, 2, SNMP_VTYPE_OCTET_STRING}, "STRING: \"ab\""},
+        {{auiOid, sizeof(auiOid), SNMP_VTYPE_OID}, "OID: .1.3.6.1.2"},
+        {{acAddress, 4, SNMP_VTYPE_IPADDRESS}, "IpAddress: 10.1.2.3"},
+        {{}, "NULL"},  // sent without a value
     };
-    auto T = [](u_char ucType, const std::string& strValue) {
-        return std::to_string(ucType) + " " + strValue;
-    };
-    const std::string astrTyped[] = {T(ASN_INTEGER, "-7"),           T(ASN_COUNTER, "4000000000"),
-                                     T(ASN_GAUGE, "4000000000"),     T(ASN_GAUGE, "4000000000"),
-                                     T(ASN_TIMETICKS, "4000000000"), T(ASN_COUNTER64, "256:3"),
-                                     T(ASN_OCTET_STR, "ab"),         T(ASN_OBJECT_ID, ".1.3.6.1.2"),
-                                     T(ASN_IPADDRESS, acAddress),    T(ASN_NULL, "")};
-    MTE_VB_S astVb[std::size(astrTyped)] = {};
+    MTE_VB_S astVb[std::size(astCases)] = {};
     std::vector<std::string> astrExpected = {TRAP_OID_VAR + ".1.3.6.1.4.1.99999.0.1"};
     for (size_t i = 0; i < std::size(astVb); ++i) {
         std::string strName = "1.3.6.1.4.1.99999.1." + std::to_string(i + 1);
         astVb[i].stOID = mte_test::Oid(strName.c_str());
-        astVb[i].pValue = i < std::size(astValues) ? &astValues[i] : nullptr;
+        astVb[i].pValue = i + 1 < std::size(astVb) ? &astCases[i].first : nullptr;
         astVb[i].pstNext = i + 1 < std::size(astVb) ? &astVb[i + 1] : nullptr;
-        astrExpected.push_back("." + strName + " " + astrTyped[i]);
+        astrExpected.push_back("." + strName + " = " + astCases[i].second);
     }
     MTE_VB_LIST_S stList{&astVb[0], &astVb[std::size(astVb) - 1]};
     MTE_OID_S stTrap = mte_test::Oid("1.3.6.1.4.1.99999.0.1");

@@ -28,7 +28,6 @@ namespace {
 MTE_EVENT_ROW_S EventRow(const std::string& strOwner, const std::string& strName,
                          const std::string& strComment = "") {
     MTE_EVENT_ROW_S stRow = {};
-    stRow.uiEntryStatus = MTE_ROW_NOT_IN_SERVICE;
     strncpy(stRow.szOwner, strOwner.c_str(), sizeof(stRow.szOwner) - 1);
     strncpy(stRow.szName, strName.c_str(), sizeof(stRow.szName) - 1);
     strncpy(stRow.szComment, strComment.c_str(), sizeof(stRow.szComment) - 1);
@@ -112,7 +111,7 @@ class StoreTest : public ::testing::Test {
     std::string m_strDir;
 };
 
-TEST_F(StoreTest, RecordsAreIdentifiedByTheirKeysAndComeBackWithTheSettings) {
+TEST_F(StoreTest, RecordsAreIdentifiedByTheirKeysAndComeBackWithItemsOfTheirLength) {
     for (const MTE_EVENT_ROW_S& stRow :
          {EventRow("alice", "a", "one"), EventRow("alice", "b", "two"), EventRow("bob", "c", "x"),
           EventRow("alice", "b", "changed")}) {
@@ -151,24 +150,17 @@ TEST_F(StoreTest, RecordsAreIdentifiedByTheirKeysAndComeBackWithTheSettings) {
         EXPECT_EQ(mte_DBM_DelFromSortList(MTE_DBM_CFG, "mteObjects", 11, &stObj, sizeof(stObj)),
                   0u);
     }
-}
 
-// Items a damaged or foreign store holds with the wrong length leave the
-// defaults in place.
-TEST_F(StoreTest, WrongLengthItemsAreIgnored) {
+    // Items of the wrong length, as a damaged or foreign store holds them,
+    // leave the defaults in place.
     const uint64_t ulEight = 77;
     const uint16_t usTwo = 77;
     const char acLong[20] = {1};
-    ASSERT_EQ(mte_DBM_SetBinary(MTE_DBM_CFG, "SampMini", 9, &ulEight, 8, MTE_ITEM_ID_SAMP_MINI),
-              0u);
-    ASSERT_EQ(
-        mte_DBM_SetBinary(MTE_DBM_CFG, "SampInstMax", 12, &usTwo, 2, MTE_ITEM_ID_SAMP_INST_MAX),
-        0u);
-    ASSERT_EQ(mte_DBM_SetBinary(MTE_DBM_RUN, "StatisticData", 14, acLong, sizeof(acLong),
-                                MTE_ITEM_ID_STATISTIC_DATA),
-              0u);
+    mte_DBM_SetBinary(MTE_DBM_CFG, "SampMini", 9, &ulEight, 8, MTE_ITEM_ID_SAMP_MINI);
+    mte_DBM_SetBinary(MTE_DBM_CFG, "SampInstMax", 12, &usTwo, 2, MTE_ITEM_ID_SAMP_INST_MAX);
+    mte_DBM_SetBinary(MTE_DBM_RUN, "StatisticData", 14, acLong, 20, MTE_ITEM_ID_STATISTIC_DATA);
     ASSERT_EQ(Restart(), 0u);
-    MTE_SCALAR_S stScalars = Scalars();
+    stScalars = Scalars();
     EXPECT_EQ(stScalars.uiSampleMinimum, 1u);
     EXPECT_EQ(stScalars.uiSampleInstanceMaximum, 0u);
     EXPECT_EQ(stScalars.uiSampleInstancesHigh, 0u);
