@@ -2,9 +2,11 @@
 // run-time database; a list is keyed by the bytes of its key fields.
 #include "fake_dbm.h"
 
+#include <atomic>
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <optional>
 
 #include "plat_dbm.h"
 
@@ -19,21 +21,15 @@ struct DB_S {
     std::map<std::string, LIST_S> mapLists;
     std::map<std::string, std::pair<uint32_t, std::string>> mapItems;  // name -> (id, bytes)
 };
-struct ITER_S {
-    std::string strLastKey;
-    bool bStarted = false;
-};
+using ITER_S = std::optional<std::string>;  // the last key read
 
 std::recursive_mutex g_stLock;
 DB_S g_astDb[3];
 bool g_bFailWrites = false;
-uint64_t g_ulWrites = 0, g_ulBatchCalls = 0;
+std::atomic<uint64_t> g_ulWrites{0}, g_ulBatchCalls{0};
 
 DB_S* FindDb(int64_t llHandle) {
-    if (llHandle < 1 || llHandle > 2 || !g_astDb[llHandle].bOpen) {
-        return nullptr;
-    }
-    return &g_astDb[llHandle];
+    return llHandle >= 1 && llHandle <= 2 && g_astDb[llHandle].bOpen ? &g_astDb[llHandle] : nullptr;
 }
 
 std::string KeyOf(const LIST_S& stList, const void* pRecord, uint32_t uiSize) {
@@ -106,12 +102,10 @@ void FAKE_DBM_PutRaw(const std::string& strList, const std::string& strRecord) {
 }
 
 uint64_t FAKE_DBM_WriteCount(void) {
-    std::lock_guard guard(g_stLock);
     return g_ulWrites;
 }
 
 uint64_t FAKE_DBM_BatchCalls(void) {
-    std::lock_guard guard(g_stLock);
     return g_ulBatchCalls;
 }
 
@@ -186,6 +180,7 @@ uint32_t DBM_SetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSiz
     return 0;
 }
 
+// Items are always read from their start.
 int32_t DBM_GetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSize, uint32_t uiOffset,
                       uint32_t uiSize, void* pBuf) {
     std::lock_guard guard(g_stLock);
@@ -194,12 +189,11 @@ int32_t DBM_GetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSize
         return -1;
     }
     auto it = pstDb->mapItems.find(Name(pszItem, uiNameSize));
-    if (it == pstDb->mapItems.end()) {
-        return 0;
+    size_t uiCopy =
+        it == pstDb->mapItems.end() ? 0 : std::min<size_t>(uiSize, it->second.second.size());
+    if (uiCopy > 0) {
+        memcpy(pBuf, it->second.second.data(), uiCopy);
     }
-    // Items are always read from their start.
-    size_t uiCopy = std::min<size_t>(uiSize, it->second.second.size());
-    memcpy(pBuf, it->second.second.data(), uiCopy);
     return static_cast<int32_t>(uiCopy);
 }
 
@@ -231,6 +225,7 @@ uint32_t DBM_Batch_Proc(int64_t llHandle, int64_t llFlag, const DBM_BATCH_ROW_S*
     return 0;
 }
 
+// A record of another length, as a damaged store holds it, is passed over.
 int32_t DBM_BatchGetNextSortList(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
                                  DBM_ITERATOR* pIterator, uint32_t uiArg5, uint32_t uiArg6,
                                  uint32_t uiRecordSize, uint32_t uiCount, void* pBuf) {
@@ -246,22 +241,18 @@ int32_t DBM_BatchGetNextSortList(int64_t llHandle, const char* pszName, uint32_t
     if (*pIterator == nullptr) {
         *pIterator = new ITER_S;
     }
-    ITER_S* pstIter = static_cast<ITER_S*>(*pIterator);
+    ITER_S& strLast = *static_cast<ITER_S*>(*pIterator);
     auto& mapRecords = pstList->mapRecords;
-    auto it = pstIter->bStarted ? mapRecords.upper_bound(pstIter->strLastKey) : mapRecords.begin();
-    int32_t iRead = 0;
-    char* pcOut = static_cast<char*>(pBuf);
-    for (; it != mapRecords.end() && static_cast<uint32_t>(iRead) < uiCount; ++it) {
-        pstIter->strLastKey = it->first;
-        pstIter->bStarted = true;
-        if (it->second.size() != uiRecordSize) {
-            continue;  // a damaged record is never handed to a table
+    auto it = strLast ? mapRecords.upper_bound(*strLast) : mapRecords.begin();
+    uint32_t uiRead = 0;
+    for (; it != mapRecords.end() && uiRead < uiCount; ++it) {
+        strLast = it->first;
+        if (it->second.size() == uiRecordSize) {
+            memcpy(static_cast<char*>(pBuf) + uiRead++ * uiRecordSize, it->second.data(),
+                   uiRecordSize);
         }
-        memcpy(pcOut, it->second.data(), uiRecordSize);
-        pcOut += uiRecordSize;
-        ++iRead;
     }
-    return iRead;
+    return static_cast<int32_t>(uiRead);
 }
 
 void DBM_FreeIterator(DBM_ITERATOR* pIterator) {

@@ -28,6 +28,7 @@ namespace {
 MTE_EVENT_ROW_S EventRow(const std::string& strOwner, const std::string& strName,
                          const std::string& strComment = "") {
     MTE_EVENT_ROW_S stRow = {};
+    stRow.uiEntryStatus = MTE_ROW_NOT_IN_SERVICE;  // a row the replay takes in
     strncpy(stRow.szOwner, strOwner.c_str(), sizeof(stRow.szOwner) - 1);
     strncpy(stRow.szName, strName.c_str(), sizeof(stRow.szName) - 1);
     strncpy(stRow.szComment, strComment.c_str(), sizeof(stRow.szComment) - 1);
