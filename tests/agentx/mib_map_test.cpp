@@ -113,6 +113,25 @@ TEST(MibMapTest, InvalidIndexesAreRefused) {
     }
 }
 
+// Short, long, cut and out-of-range suffixes; the test adds each row's
+// encoding, extended by one and cut by one.
+const std::vector<std::vector<oid>> ODD_SUFFIXES = {{},
+                                                    {0},
+                                                    {1},
+                                                    {2},
+                                                    {3},
+                                                    {33},
+                                                    {1, 256},
+                                                    {2, 'a'},
+                                                    {2, 'a', 'b', 0},
+                                                    {2, 'a', 'b', 40},
+                                                    {2, 'a', 'b', 300},
+                                                    {2, 'a', 'b', 2, 'a'},
+                                                    {2, 'a', 'b', 2, 'a', 'b', 1, 5},
+                                                    {1, 'b', 1, 'b', 2},
+                                                    {1, 'b', 3, 'a', 0},
+                                                    {1, 'b', 'a', 'b', 'c', 'd'}};
+
 // For any suffix, every row after it in OID order lies after the lower-bound
 // key in the daemon's order, and the key never lies after the suffix: so a
 // get-next from the key, passing over rows up to the suffix, misses nothing.
@@ -120,30 +139,11 @@ TEST(MibMapTest, LowerBoundKeyNeverSkipsARowAfterTheSuffix) {
     for (const char* pszTable : {"mteTriggerTable", "mteObjectsTable"}) {
         const EMA_TABLE_S* pstTable = Table(pszTable);
         auto astRows = SampleRows(pstTable->ucIndexKind == EMA_INDEX_OBJECTS);
-        std::vector<std::vector<oid>> aSuffixes = {{},
-                                                   {0},
-                                                   {1},
-                                                   {2},
-                                                   {3},
-                                                   {33},
-                                                   {2, 'a'},
-                                                   {2, 'a', 'b', 0},
-                                                   {2, 'a', 'b', 300},
-                                                   {1, 'b', 'a', 'b', 'c', 'd'},
-                                                   {1, 256},
-                                                   {2, 'a', 'b', 2, 'a'},
-                                                   {2, 'a', 'b', 40},
-                                                   {2, 'a', 'b', 2, 'a', 'b', 1, 5},
-                                                   {1, 'b', 1, 'b', 2},
-                                                   {1, 'b', 3, 'a', 0}};
+        std::vector<std::vector<oid>> aSuffixes = ODD_SUFFIXES;
         for (const auto& stRow : astRows) {
             std::vector<oid> aoid = Encode(pstTable, stRow);
-            aSuffixes.push_back(aoid);
-            aoid.push_back(0);
-            aSuffixes.push_back(aoid);
-            aoid.pop_back();
-            aoid.pop_back();
-            aSuffixes.push_back(aoid);
+            aSuffixes.insert(aSuffixes.end(), {aoid, aoid, {aoid.begin(), aoid.end() - 1}});
+            aSuffixes[aSuffixes.size() - 2].push_back(0);
         }
         for (const auto& aoidSuffix : aSuffixes) {
             EMA_INDEX_S stKey;
@@ -169,13 +169,8 @@ TEST(MibMapTest, LowerBoundKeyNeverSkipsARowAfterTheSuffix) {
 // numbers differ, that stand for several daemon columns, or that are not
 // written.
 TEST(MibMapTest, ColumnMappingBothWays) {
-    struct Case {
-        const char* pszTable;
-        uint32_t uiRfcColumn;
-        uint32_t uiMask;
-        std::vector<uint32_t> auiFailed;
-    };
-    const std::vector<Case> aCases = {
+    // Table, RFC column, daemon mask, the daemon's columns that fail as it.
+    const std::vector<std::tuple<const char*, uint32_t, uint32_t, std::vector<uint32_t>>> aCases = {
         {"mteTriggerTable", 3, 1u << 3, {3}},
         {"mteTriggerTable", 4, (1u << 4) | (1u << 5) | (1u << 6), {4, 5, 6}},
         {"mteTriggerTable", 5, 1u << 7, {7}},
@@ -192,15 +187,14 @@ TEST(MibMapTest, ColumnMappingBothWays) {
         {"mteEventNotificationTable", 3, 1u << 2, {2}},
         {"mteEventSetTable", 4, 0, {}},
     };
-    for (const auto& stCase : aCases) {
-        SCOPED_TRACE(std::string(stCase.pszTable) + " " + std::to_string(stCase.uiRfcColumn));
-        const EMA_TABLE_S* pstTable = Table(stCase.pszTable);
-        const EMA_COLUMN_S* pstColumn = EMA_FindColumn(pstTable, stCase.uiRfcColumn);
+    for (const auto& [pszTable, uiRfcColumn, uiMask, auiFailed] : aCases) {
+        SCOPED_TRACE(std::string(pszTable) + " " + std::to_string(uiRfcColumn));
+        const EMA_COLUMN_S* pstColumn = EMA_FindColumn(Table(pszTable), uiRfcColumn);
         ASSERT_NE(pstColumn, nullptr);
-        EXPECT_EQ(pstColumn->uiDaemonMask, stCase.uiMask);
-        EXPECT_EQ(pstColumn->ucWritable != 0, stCase.uiMask != 0);
-        for (uint32_t uiFailed : stCase.auiFailed) {
-            EXPECT_EQ(EMA_RfcColumnOfFailed(pstTable, uiFailed), stCase.uiRfcColumn) << uiFailed;
+        EXPECT_EQ(pstColumn->uiDaemonMask, uiMask);
+        EXPECT_EQ(pstColumn->ucWritable != 0, uiMask != 0);
+        for (uint32_t uiFailed : auiFailed) {
+            EXPECT_EQ(EMA_RfcColumnOfFailed(Table(pszTable), uiFailed), uiRfcColumn) << uiFailed;
         }
     }
     EXPECT_EQ(EMA_RfcColumnOfFailed(Table("mteTriggerTable"), 0), 0u);
