@@ -25,8 +25,11 @@ const std::vector<uint32_t> TRAP = {1, 3, 6, 1, 4, 1, 99999, 0, 1};
 const std::vector<uint32_t> NAME = {1, 3, 6, 1, 4, 1, 99999, 1, 1};
 const std::string TRAP_OID_VAR = ".1.3.6.1.6.3.1.1.4.1.0 = OID: ";  // snmpTrapOID.0
 
-// "name = type: value" of one decoded binding, as the SNMP tools print it.
+// "name = type: value" of one decoded binding, as the SNMP tools print it
+// with numeric names.
 std::string VarText(const netsnmp_variable_list* pstVar) {
+    netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OID_OUTPUT_FORMAT,
+                       NETSNMP_OID_OUTPUT_NUMERIC);
     char acBuf[512];
     snprint_variable(acBuf, sizeof(acBuf), pstVar->name, pstVar->name_length, pstVar);
     return acBuf;
