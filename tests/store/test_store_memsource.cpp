@@ -2,7 +2,6 @@
 // cgroup v2 and no cgroup limit, with the hysteresis between the thresholds.
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
