@@ -16,10 +16,12 @@ namespace {
 using mte_test::Oid;
 using mte_test::OidText;
 
-const auto* g_pstEnv = ::testing::AddGlobalTestEnvironment(
-    new mte_test::SnmpdEnvironment(mte_test::ClientSecurity::V3_AUTH_PRIV));
-
-using SnmpClientTest = mte_test::SnmpdClientTest;
+// Each test is a process of its own (as ctest runs them): the client reads
+// its configuration at its first request.
+class SnmpClientTest : public ::testing::Test, protected mte_test::Stack {
+  protected:
+    void SetUp() override { MTE_START_STACK(*this, mte_test::SNMPD | mte_test::CLIENT_V3); }
+};
 
 // Values with their types, exceptions and errors with their status; nothing
 // here waits for a time-out, an unknown context least of all. Numbers arrive
@@ -244,7 +246,7 @@ TEST_F(SnmpClientTest, IntegerSetsAndTheirErrors) {
 // its requests are the process's first, made while no agent answers: every
 // call reports a time-out within the bound and none hangs.
 TEST_F(SnmpClientTest, StoppedAgentTimesOutWithinBoundAndIsFoundAgain) {
-    mte_test::SnmpdEnvironment::Agent()->Stop();
+    m_stSnmpd.Stop();
     MTE_OID_S stOid = Oid("1.3.6.1.2.1.1.5.0");
     uint32_t uiStatus = 0;
     char szContext[MTE_NAME_SIZE] = "ctxA";
@@ -265,7 +267,7 @@ TEST_F(SnmpClientTest, StoppedAgentTimesOutWithinBoundAndIsFoundAgain) {
 
     // Back on the same port, the client recovers by itself.
     std::string strError;
-    ASSERT_TRUE(mte_test::SnmpdEnvironment::Agent()->Start(&strError)) << strError;
+    ASSERT_TRUE(m_stSnmpd.Start(&strError)) << strError;
     bool bRecovered = false;
     for (int i = 0; i < 3 && !bRecovered; i++) {
         SNMP_FreeInstanceValue(SNMP_GetInstanceValue("owner", "", &stOid, &uiStatus));

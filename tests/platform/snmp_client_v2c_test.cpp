@@ -12,10 +12,10 @@ namespace {
 
 using mte_test::Oid;
 
-const auto* g_pstEnv = ::testing::AddGlobalTestEnvironment(
-    new mte_test::SnmpdEnvironment(mte_test::ClientSecurity::V2C));
-
-using SnmpClientV2cTest = mte_test::SnmpdClientTest;
+class SnmpClientV2cTest : public ::testing::Test, protected mte_test::Stack {
+  protected:
+    void SetUp() override { MTE_START_STACK(*this, mte_test::SNMPD | mte_test::CLIENT_V2C); }
+};
 
 // The default context: a set, then several instances in one GET, each binding
 // with its own value or status, and a get-next.

@@ -367,20 +367,6 @@ bool SnmpdHarness::UseClientConfig(ClientSecurity eSecurity) {
     return true;
 }
 
-void SnmpdEnvironment::SetUp() {
-    s_pstAgent = new SnmpdHarness();
-    std::string strError;
-    if (!s_pstAgent->Start(&strError) || !s_pstAgent->UseClientConfig(m_eSecurity)) {
-        std::cerr << "private snmpd not available: " << strError << "\n";
-        TearDown();
-    }
-}
-
-void SnmpdEnvironment::TearDown() {
-    delete s_pstAgent;
-    s_pstAgent = nullptr;
-}
-
 // ---- eventmibd
 
 DaemonProcess::DaemonProcess() : m_strRoot(MakeTempDir("mte-daemon-XXXXXX")) {
@@ -622,7 +608,8 @@ std::string Stack::Start(unsigned uiPieces) {
         ((uiPieces & TRAPD) && !m_stSnmpd.StartTrapd(&strError))) {
         return (strError.find("not installed") != std::string::npos ? "skip: " : "") + strError;
     }
-    if ((uiPieces & CLIENT_V3) && !m_stSnmpd.UseClientConfig(ClientSecurity::V3_AUTH_PRIV)) {
+    if (((uiPieces & CLIENT_V3) && !m_stSnmpd.UseClientConfig(ClientSecurity::V3_AUTH_PRIV)) ||
+        ((uiPieces & CLIENT_V2C) && !m_stSnmpd.UseClientConfig(ClientSecurity::V2C))) {
         return "cannot write the client configuration";
     }
     if ((uiPieces & TESTAGENT) && !StartTestAgent()) {

@@ -97,29 +97,6 @@ class SnmpdHarness {
     pid_t m_iTrapdPid = -1;
 };
 
-// A private snmpd for a whole test program; Agent() is null when it failed.
-class SnmpdEnvironment : public ::testing::Environment {
-  public:
-    explicit SnmpdEnvironment(ClientSecurity eSecurity) : m_eSecurity(eSecurity) {}
-    void SetUp() override;
-    void TearDown() override;
-    static SnmpdHarness* Agent() { return s_pstAgent; }
-
-  private:
-    ClientSecurity m_eSecurity;
-    static inline SnmpdHarness* s_pstAgent = nullptr;
-};
-
-// The fixture of tests that need SnmpdEnvironment's agent: skipped without it.
-class SnmpdClientTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        if (SnmpdEnvironment::Agent() == nullptr) {
-            GTEST_SKIP() << "no private snmpd";
-        }
-    }
-};
-
 // eventmibd with its own state and runtime directories, standard error in a
 // file, readiness through a private NOTIFY_SOCKET. The destructor kills it.
 class DaemonProcess {
@@ -280,6 +257,7 @@ enum StackPiece : unsigned {
     SNMPD = 1u << 0,
     TRAPD = 1u << 1,
     CLIENT_V3 = 1u << 2,  // the daemon (and this process) read snmpd with SNMPv3
+    CLIENT_V2C = 1u << 3,  // or with SNMPv2c
     TESTAGENT = 1u << 4,
     BRIDGE = 1u << 5,
     DAEMON = 1u << 6,
