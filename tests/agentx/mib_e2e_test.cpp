@@ -67,14 +67,10 @@ class MibBridgeTest : public ::testing::Test, protected mte_test::Stack {
             << Get(kSampleMin).strOut << mte_test::ReadFile(BridgeLog());
     }
 
-    ToolRun Tool(const std::string& strTool, const std::string& strArgs) {
-        return Snmp(strTool + " -v2c -c public", strArgs);
-    }
-
     // The OIDs of a walk, in the order received.
     std::vector<std::string> WalkOids(const std::string& strTool, const std::string& strOid) {
         std::vector<std::string> astrOids;
-        std::stringstream stIn(Tool(strTool, strOid).strOut);
+        std::stringstream stIn(Snmp(strTool + " -v2c -c public", strOid).strOut);
         for (std::string strLine; std::getline(stIn, strLine);) {
             if (!strLine.empty() && strLine[0] == '.') {
                 astrOids.push_back(strLine.substr(0, strLine.find(' ')));
@@ -99,7 +95,7 @@ TEST_F(MibBridgeTest, WriteThroughTheBridgeShowsInTheNextWalkAtOnce) {
     ASSERT_EQ(Set(kSampleMin + " i 1").iExit, 0);
 
     const std::string strComment = Trig(3, "c", "w");
-    auto Comments = [&] { return Tool("snmpwalk", kTrigger + ".3").strOut; };
+    auto Comments = [&] { return Walk(kTrigger + ".3").strOut; };
     ASSERT_EQ(Set(Trig(15, "c", "w") + " i 5 " + strComment + " s one").iExit, 0);
     EXPECT_THAT(Comments(), HasSubstr(strComment + " = STRING: \"one\""));
     ASSERT_EQ(Set(strComment + " s two").iExit, 0);
@@ -190,7 +186,7 @@ TEST_F(MibBridgeTest, WalksAndGetNextsFollowTheDaemonsOrder) {
         auto it = std::find_if(astrWalk.begin(), astrWalk.end(), [&](const std::string& strOid) {
             return ParseOid(strOid) > ParseOid(strStart);
         });
-        stRun = Tool("snmpgetnext", strStart);
+        stRun = Snmp("snmpgetnext -v2c -c public", strStart);
         std::string strGot = stRun.strOut.substr(0, stRun.strOut.find(' '));
         if (it == astrWalk.end()) {
             EXPECT_GT(ParseOid(strGot), ParseOid("1.3.6.1.2.1.88.1.4.4.1.6.255"))
@@ -254,15 +250,15 @@ TEST_F(MibBridgeTest, HungOrStoppedDaemonGivesGenErrAndAppliesNothingLate) {
     ASSERT_EQ(Set(Trig(15, "b", "keep") + " i 5").iExit, 0);
     std::string strThree = kSampleMin + " " + Trig(15, "b", "x") + " " + Trig(3, "b", "y");
     const std::pair<std::string, std::string> astRuns[] = {
-        {"snmpget -Cf", strThree},
-        {"snmpgetnext -Cf", strThree},
-        {"snmpbulkget -Cr5", strThree},
-        {"snmpset", Trig(15, "b", "late") + " i 5"},
+        {"snmpget -v2c -c public -Cf", strThree},
+        {"snmpgetnext -v2c -c public -Cf", strThree},
+        {"snmpbulkget -v2c -c public -Cr5", strThree},
+        {"snmpset -v2c -c private", Trig(15, "b", "late") + " i 5"},
     };
     ASSERT_TRUE(m_stDaemon.Signal(SIGSTOP));
     for (const auto& [strTool, strArgs] : astRuns) {
         int64_t llStart = mte_test::MonoMs();
-        ToolRun stRun = strTool == "snmpset" ? Set(strArgs) : Tool(strTool, strArgs);
+        ToolRun stRun = Snmp(strTool, strArgs);
         EXPECT_THAT(stRun.strOut, HasSubstr("genError"));
         EXPECT_LT(mte_test::MonoMs() - llStart, 1600) << strTool << ": " << stRun.strOut;
     }

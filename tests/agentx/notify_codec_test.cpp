@@ -118,10 +118,8 @@ class NotifyClientTest : public ::testing::Test, protected mte_test::Stack {
         ASSERT_TRUE(mte_test::BindTo(m_iRelay, PLAT_AgentxSocketPath()));
     }
     void StopListening() {
-        if (m_iRelay >= 0) {
-            close(m_iRelay);
-            m_iRelay = -1;
-        }
+        close(m_iRelay);
+        m_iRelay = -1;
         unlink(PLAT_AgentxSocketPath().c_str());
     }
     // The next datagram decoded: its bindings as text, snmpTrapOID.0 first.

@@ -74,48 +74,35 @@ TEST_F(SnmpClientTest, TypesExceptionsAndErrorsAreMapped) {
     EXPECT_EQ(nullptr, SNMP_GetInstanceValue("owner", "", nullptr, &uiStatus));
 }
 
-// Every answer of a walk, its end included: the get-nexts from the root
-// until one fails or leaves the subtree, each after the one before.
-struct Answer {
-    uint32_t uiStatus;
-    MTE_OID_S stOid;
-    std::string strValue;  // "type bytes", empty without a value
-    std::string Text() const { return std::to_string(uiStatus) + " " + OidText(stOid) + strValue; }
-};
-
-std::vector<Answer> Walk(const char* pszContext, const char* pszRoot) {
-    MTE_OID_S stRoot = Oid(pszRoot);
-    std::vector<Answer> astSeen;
-    Answer stNext{0, stRoot, ""};
+// Every answer of a walk as "status oid type bytes", its end included: the
+// get-nexts from the root until one fails or leaves the subtree, each after
+// the one before.
+std::vector<std::string> Answers(const char* pszContext, const char* pszRoot) {
+    const MTE_OID_S stRoot = Oid(pszRoot);
+    std::vector<std::string> astrSeen;
+    MTE_OID_S stLast{};
+    MTE_OID_S stNext = stRoot;
     for (int i = 0; i < 2000; i++) {
-        SNMP_VALUE_S* pstValue =
-            SNMP_GetNextInstanceValue("owner", pszContext, &stNext.stOid, &stNext.uiStatus);
-        stNext.strValue = pstValue == nullptr ? ""
-                                              : " " + std::to_string(pstValue->uiType) + " " +
-                                                    std::string(static_cast<char*>(pstValue->pData),
-                                                                pstValue->uiLen);
+        uint32_t uiStatus = 0;
+        SNMP_VALUE_S* pstValue = SNMP_GetNextInstanceValue("owner", pszContext, &stNext, &uiStatus);
+        std::string strValue =
+            pstValue == nullptr
+                ? ""
+                : " " + std::to_string(pstValue->uiType) + " " +
+                      std::string(static_cast<char*>(pstValue->pData), pstValue->uiLen);
         SNMP_FreeInstanceValue(pstValue);
-        if (stNext.uiStatus == SNMP_ST_OK && !astSeen.empty()) {
-            const MTE_OID_S& a = astSeen.back().stOid;
-            EXPECT_TRUE(std::lexicographical_compare(a.auiOid, a.auiOid + a.uiLen,
-                                                     stNext.stOid.auiOid,
-                                                     stNext.stOid.auiOid + stNext.stOid.uiLen))
-                << OidText(stNext.stOid) << " after " << OidText(a);
+        if (uiStatus == SNMP_ST_OK && !astrSeen.empty()) {
+            EXPECT_TRUE(std::lexicographical_compare(stLast.auiOid, stLast.auiOid + stLast.uiLen,
+                                                     stNext.auiOid, stNext.auiOid + stNext.uiLen))
+                << OidText(stNext) << " after " << OidText(stLast);
         }
-        astSeen.push_back(stNext);
-        if (stNext.uiStatus != SNMP_ST_OK || !mte_test::IsUnder(stNext.stOid, stRoot)) {
-            return astSeen;
+        astrSeen.push_back(std::to_string(uiStatus) + " " + OidText(stNext) + strValue);
+        if (uiStatus != SNMP_ST_OK || !mte_test::IsUnder(stNext, stRoot)) {
+            return astrSeen;
         }
+        stLast = stNext;
     }
     ADD_FAILURE() << "walk of " << pszRoot << " does not end";
-    return astSeen;
-}
-
-std::vector<std::string> Answers(const char* pszContext, const char* pszRoot) {
-    std::vector<std::string> astrSeen;
-    for (const Answer& stAnswer : Walk(pszContext, pszRoot)) {
-        astrSeen.push_back(stAnswer.Text());
-    }
     return astrSeen;
 }
 

@@ -114,7 +114,6 @@ class DaemonProcess {
     bool Start();
     // True once it reported READY=1; false when it exited first or time ran out.
     bool WaitReady(int iTimeoutMs = 15000);
-    bool StartReady() { return Start() && WaitReady(); }
     // True with the wait status once the daemon has exited.
     bool WaitExit(int iTimeoutMs, int* piStatus);
     bool HasExited();
@@ -277,7 +276,7 @@ class Stack {
     // "" when every piece runs; "skip: ..." without snmpd; else what failed.
     std::string Start(unsigned uiPieces);
     bool StartBridge();
-    bool StartDaemon() { return m_stDaemon.StartReady(); }
+    bool StartDaemon() { return m_stDaemon.Start() && m_stDaemon.WaitReady(); }
     void StopBridge(bool bKill = false);
 
     // One command to the test agent; its reply.
