@@ -20,7 +20,7 @@ TEST_F(E2eTriggers, EveryTestTypeFiresWithItsFiveVariables) {
     const std::string strCol1 = std::string(TABLE) + ".1";
     for (const char* pszRow :
          {"add ctxT1 1 10", "add ctxT2 1 10", "add - 1 99", "add - 5 1000", "add - 6 1000",
-          "set - 5 ticks 7", "set - 6 ticks 7", "add ctxD 3 20"}) {
+          "set - 5 ticks 7", "set - 6 ticks 7", "add - 9 1 2 not a number", "add ctxD 3 20"}) {
         AgentOk(pszRow);
     }
     long lFailures = Scalar("trigger-failures");
@@ -44,10 +44,12 @@ TEST_F(E2eTriggers, EveryTestTypeFiresWithItsFiveVariables) {
         "set threshold owner=e2e name=reset rising=1000000 falling=-1000000 deltarising=100 "
         "deltafalling=-100\n"
         "set trigger owner=e2e name=reset status=active\n" +
-        // A context the agent does not know: noSuchName (a value of the
-        // wrong type, badType, is EngineSampler's).
+        // A context the agent does not know: noSuchName. A string held against
+        // a threshold: badType.
         TriggerLines("noctx", "test=existence context=nosuchctx valueid=" + strCol1 + ".5",
                      "existence", "test=present") +
+        TriggerLines("notnum", "test=threshold valueid=" + std::string(TABLE) + ".3.9", "threshold",
+                     "rising=10 falling=0") +
         TriggerLines("thres", "test=threshold context=ctxD valueid=" + strCol1 + ".3", "threshold",
                      "startup=rising rising=100 falling=10 deltarising=1000000 "
                      "deltafalling=-1000000"));
@@ -90,13 +92,21 @@ TEST_F(E2eTriggers, EveryTestTypeFiresWithItsFiveVariables) {
     ExpectHot(astExist[3], "exist", "ctxE", InstanceOid(1, 7), Int(71));
     ExpectHot(astExist[4], "exist", "ctxE", InstanceOid(1, 8), Int(80));
 
-    ASSERT_TRUE(WaitTraps(FAILURE, "noctx", 1));
-    Trap stFailure = Traps(FAILURE, "noctx")[0];
-    EXPECT_EQ(stFailure.Value(HOT_CONTEXT), Str("nosuchctx"));
-    EXPECT_EQ(stFailure.Value(HOT_OID), InstanceOid(1, 5));
-    EXPECT_EQ(stFailure.Value(FAILED_REASON), "INTEGER: 2");
-    EXPECT_EQ(stFailure.Value(HOT_VALUE), "<absent>");
-    EXPECT_GE(Scalar("trigger-failures"), lFailures + 1);
+    const struct {
+        const char* pszName;
+        std::string strContext, strOid;
+        const char* pszReason;
+    } astFailures[] = {{"noctx", "nosuchctx", InstanceOid(1, 5), "INTEGER: 2"},
+                       {"notnum", "", InstanceOid(3, 9), "INTEGER: -5"}};
+    for (const auto& stCase : astFailures) {
+        ASSERT_TRUE(WaitTraps(FAILURE, stCase.pszName, 1)) << stCase.pszName;
+        Trap stFailure = Traps(FAILURE, stCase.pszName)[0];
+        EXPECT_EQ(stFailure.Value(HOT_CONTEXT), Str(stCase.strContext)) << stCase.pszName;
+        EXPECT_EQ(stFailure.Value(HOT_OID), stCase.strOid) << stCase.pszName;
+        EXPECT_EQ(stFailure.Value(FAILED_REASON), stCase.pszReason) << stCase.pszName;
+        EXPECT_EQ(stFailure.Value(HOT_VALUE), "<absent>") << stCase.pszName;
+    }
+    EXPECT_GE(Scalar("trigger-failures"), lFailures + 2);
 
     // Staying where they are fires nothing more: each boolean became true
     // once, the thresholds' hysteresis holds, the reset row never fell.
