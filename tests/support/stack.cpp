@@ -92,6 +92,24 @@ bool AtPath(int (*pfCall)(int, const sockaddr*, socklen_t), int iFd, const std::
     return pfCall(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) == 0;
 }
 
+uint16_t FreeUdpPort(void) {
+    int iFd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (iFd < 0) {
+        return 0;
+    }
+    sockaddr_in stAddr{};
+    stAddr.sin_family = AF_INET;
+    stAddr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t uiLen = sizeof(stAddr);
+    uint16_t usPort = 0;
+    if (bind(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) == 0 &&
+        getsockname(iFd, reinterpret_cast<sockaddr*>(&stAddr), &uiLen) == 0) {
+        usPort = ntohs(stAddr.sin_port);
+    }
+    close(iFd);
+    return usPort;
+}
+
 }  // namespace
 
 int64_t MonoMs(void) {
@@ -127,42 +145,19 @@ size_t DaemonProcess::CountStderr(const std::string& strFragment) const {
     return uiCount;
 }
 
-namespace {
-
-uint16_t FreeUdpPort(void) {
-    int iFd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (iFd < 0) {
-        return 0;
-    }
-    sockaddr_in stAddr{};
-    stAddr.sin_family = AF_INET;
-    stAddr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t uiLen = sizeof(stAddr);
-    uint16_t usPort = 0;
-    if (bind(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) == 0 &&
-        getsockname(iFd, reinterpret_cast<sockaddr*>(&stAddr), &uiLen) == 0) {
-        usPort = ntohs(stAddr.sin_port);
-    }
-    close(iFd);
-    return usPort;
-}
-
-}  // namespace
-
 pid_t SpawnProcess(const std::vector<std::string>& astrArgs,
                    const std::vector<std::string>& astrEnv, const std::string& strLogPath,
                    bool bTruncate) {
+    auto Name = [](const std::string& str) { return str.substr(0, str.find('=')); };
     std::vector<std::string> astrFullEnv;
     for (char** ppsz = environ; *ppsz != nullptr; ppsz++) {
-        std::string strName = std::string(*ppsz).substr(0, std::string(*ppsz).find('='));
-        if (std::none_of(astrEnv.begin(), astrEnv.end(), [&](const std::string& strOwn) {
-                return strOwn.substr(0, strOwn.find('=')) == strName;
-            })) {
+        if (std::none_of(astrEnv.begin(), astrEnv.end(),
+                         [&](const std::string& strOwn) { return Name(strOwn) == Name(*ppsz); })) {
             astrFullEnv.push_back(*ppsz);
         }
     }
     std::copy_if(astrEnv.begin(), astrEnv.end(), std::back_inserter(astrFullEnv),
-                 [](const std::string& strOwn) { return strOwn.find('=') != std::string::npos; });
+                 [&](const std::string& strOwn) { return Name(strOwn) != strOwn; });
     std::vector<char*> apszArgs = CStrings(astrArgs);
     std::vector<char*> apszEnv = CStrings(astrFullEnv);
 

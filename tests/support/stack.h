@@ -151,7 +151,6 @@ class ChannelClient {
     ~ChannelClient() { Close(); }
     ChannelClient(const ChannelClient&) = delete;
     ChannelClient& operator=(const ChannelClient&) = delete;
-    ChannelClient(ChannelClient&& stOther) noexcept : m_iFd(stOther.m_iFd) { stOther.m_iFd = -1; }
 
     bool Connect(const std::string& strPath, int iTimeoutMs = 5000);
     void Close();
@@ -255,7 +254,7 @@ inline std::string Int(long lValue) {
 enum StackPiece : unsigned {
     SNMPD = 1u << 0,
     TRAPD = 1u << 1,
-    CLIENT_V3 = 1u << 2,  // the daemon (and this process) read snmpd with SNMPv3
+    CLIENT_V3 = 1u << 2,   // the daemon (and this process) read snmpd with SNMPv3
     CLIENT_V2C = 1u << 3,  // or with SNMPv2c
     TESTAGENT = 1u << 4,
     BRIDGE = 1u << 5,
