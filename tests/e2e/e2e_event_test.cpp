@@ -54,7 +54,8 @@ class E2eEvents : public WholeStackTest {
 TEST_F(E2eEvents, ConfiguredByCtlOrByManagersTheyRunAndOutliveARestart) {
     for (const char* pszRow :
          {"add ctxN 9 20 33 row nine", "add ctxT1 4 10", "add ctxT2 4 10", "add ctxU1 4 0",
-          "add ctxU2 4 0", "add ctxU2 5 0", "add - 8 20", "add - 9 1000", "set - 9 ticks 50000"}) {
+          "add ctxU2 4 0", "add ctxU2 5 0", "add - 5 20 7 text", "add - 6 20", "add - 8 20",
+          "add - 9 1000", "set - 9 ticks 50000"}) {
         AgentOk(pszRow);
     }
     const std::string strTable(TABLE);
@@ -84,17 +85,28 @@ TEST_F(E2eEvents, ConfiguredByCtlOrByManagersTheyRunAndOutliveARestart) {
         RisingTrigger("ctxwatch",
                       "valueid=" + strTable + ".1 wildcard=true context=ctxT contextwildcard=true",
                       "mark");
-    // A set the agent refuses: the writable column of a row that does not
-    // exist, noCreation (the other statuses are
-    // SnmpClientTest.IntegerSetsAndTheirErrors', their reasons ConvReason's).
-    const std::string strNoRow = strTable + ".1.99";
-    strLines +=
-        "set event owner=e2e name=evnorow actions=set status=createAndWait\n"
-        "set set owner=e2e name=evnorow object=" +
-        strNoRow +
-        " value=1\n"
-        "set event owner=e2e name=evnorow status=active\n" +
-        RisingTrigger("norow", "valueid=" + strTable + ".1.8", "evnorow");
+    const struct {
+        const char* pszTrigger;
+        int iRow;  // the watched row
+        std::string strSetOid;
+        const char* pszReason;
+    } astRefused[] = {
+        // The test agent's Gauge32 column: notWritable.
+        {"readonly", 5, strTable + ".2.5", "INTEGER: 17"},
+        // snmpd's own sysContact.0 is a writable string: wrongType.
+        {"wrongtype", 6, "1.3.6.1.2.1.1.4.0", "INTEGER: 7"},
+        // The writable column of a row that does not exist: noCreation.
+        {"norow", 8, strTable + ".1.99", "INTEGER: 11"},
+    };
+    for (const auto& stCase : astRefused) {
+        std::string strEvent = std::string("ev") + stCase.pszTrigger;
+        strLines +=
+            "set event owner=e2e name=" + strEvent + " actions=set status=createAndWait\n" +
+            "set set owner=e2e name=" + strEvent + " object=" + stCase.strSetOid + " value=1\n" +
+            "set event owner=e2e name=" + strEvent + " status=active\n" +
+            RisingTrigger(stCase.pszTrigger,
+                          "valueid=" + strTable + ".1." + std::to_string(stCase.iRow), strEvent);
+    }
     CtlScenarioOk(strLines);
 
     // The manager's event with its notification action, built while
@@ -160,14 +172,18 @@ TEST_F(E2eEvents, ConfiguredByCtlOrByManagersTheyRunAndOutliveARestart) {
     EXPECT_EQ(Scalar("event-failures"), lFailures);
     EXPECT_TRUE(Traps(SET_FAILURE).empty());
 
-    AgentOk("set - 8 int 150");
-    ASSERT_TRUE(WaitTraps(SET_FAILURE, "norow", 1));
-    Trap stFailure = Traps(SET_FAILURE, "norow")[0];
-    EXPECT_EQ(stFailure.Value(HOT_TARGET), Str(""));
-    EXPECT_EQ(stFailure.Value(HOT_CONTEXT), Str(""));
-    EXPECT_EQ(stFailure.Value(HOT_OID), "OID: ." + strNoRow);
-    EXPECT_EQ(stFailure.Value(FAILED_REASON), "INTEGER: 11");
-    EXPECT_EQ(Scalar("event-failures"), lFailures + 1);
+    for (const auto& stCase : astRefused) {
+        lFailures = Scalar("event-failures");
+        AgentOk("set - " + std::to_string(stCase.iRow) + " int 150");
+        ASSERT_TRUE(WaitTraps(SET_FAILURE, stCase.pszTrigger, 1)) << stCase.pszTrigger;
+        Trap stFailure = Traps(SET_FAILURE, stCase.pszTrigger)[0];
+        EXPECT_EQ(stFailure.Value(HOT_TARGET), Str("")) << stCase.pszTrigger;
+        EXPECT_EQ(stFailure.Value(HOT_CONTEXT), Str("")) << stCase.pszTrigger;
+        EXPECT_EQ(stFailure.Value(HOT_OID), "OID: ." + stCase.strSetOid) << stCase.pszTrigger;
+        EXPECT_EQ(stFailure.Value(FAILED_REASON), stCase.pszReason) << stCase.pszTrigger;
+        EXPECT_EQ(Scalar("event-failures"), lFailures + 1) << stCase.pszTrigger;
+    }
+    EXPECT_EQ(Agent("get - 5 gauge"), "ok 7");  // nothing was written
     EXPECT_EQ(Agent("get - 99 int").rfind("error", 0), 0u);
 
     // The agent "restarts": its up time goes back and the counter starts at
