@@ -32,17 +32,11 @@ using mte_test::WaitUntil;
 class AgentxEndToEnd : public ::testing::Test, protected mte_test::Stack {
   protected:
     void SetUp() override { MTE_START_STACK(*this, mte_test::SNMPD | mte_test::TRAPD); }
-    void TearDown() override {
-        if (m_iPortFd >= 0) {
-            close(m_iPortFd);
-        }
-    }
+    void TearDown() override { close(m_iPortFd); }
 
     // Takes eventmibd's place on the port socket, with the daemon's own code.
     void Subscribe() {
-        if (m_iPortFd >= 0) {
-            close(m_iPortFd);
-        }
+        close(m_iPortFd);
         SERVICE_PORT_SUB_S stSub = {1, 0, 629, 0x8000};
         m_iPortFd = SubscribeServicePortEvent(1, &stSub);
         ASSERT_GE(m_iPortFd, 0);
@@ -77,10 +71,11 @@ MTE_OID_S TrapOid(uint32_t uiLast) {
     return mte_test::Oid(("1.3.6.1.4.1.99999.0." + std::to_string(uiLast)).c_str());
 }
 
-// The port status follows the master session and the bridge's own life; its
+// The port status follows the bridge's own life (the master's loss and return
+// are E2ePort.SnmpdDownStopsSamplingAndBackUpSamplesEveryTriggerAtOnce's); its
 // socket is bound again when the shared runtime directory loses it; a daemon
 // that subscribes later (the real one too) asks and is answered.
-TEST_F(AgentxEndToEnd, PortStatusFollowsTheMasterSessionAndTheBridge) {
+TEST_F(AgentxEndToEnd, PortStatusFollowsTheBridgeAndLateSubscribersAsk) {
     BridgeUp();
     std::string strSocket = PLAT_AgentxSocketPath();
     ASSERT_EQ(unlink(strSocket.c_str()), 0);
@@ -105,14 +100,6 @@ TEST_F(AgentxEndToEnd, PortStatusFollowsTheMasterSessionAndTheBridge) {
     Subscribe();
     EXPECT_EQ(WaitStatus(SERVICE_PORT_UP, 3000), SERVICE_PORT_UP) << "a late subscriber asks";
 
-    int64_t llStopped = MonoMs();
-    m_stSnmpd.Stop();
-    ASSERT_EQ(WaitStatus(SERVICE_PORT_DOWN, 5000), SERVICE_PORT_DOWN);
-    EXPECT_LT(MonoMs() - llStopped, 5000);
-    std::string strError;
-    ASSERT_TRUE(m_stSnmpd.Start(&strError)) << strError;
-    ASSERT_EQ(WaitStatus(SERVICE_PORT_UP, 10000), SERVICE_PORT_UP) << "no reconnection";
-
     kill(m_iBridgePid, SIGTERM);
     EXPECT_EQ(WaitStatus(SERVICE_PORT_DOWN, 5000), SERVICE_PORT_DOWN);
     StopBridge();
@@ -120,10 +107,13 @@ TEST_F(AgentxEndToEnd, PortStatusFollowsTheMasterSessionAndTheBridge) {
 }
 
 // The master's socket comes from the bridge's configuration file unless -x
-// names it: the command line wins.
-TEST_F(AgentxEndToEnd, MasterSocketFromConfigurationOrCommandLine) {
+// names it: the command line wins. A notification sent while the bridge has
+// no session is not read (it could only be dropped): it waits and is relayed
+// once the master appears.
+TEST_F(AgentxEndToEnd, MasterFromConfigurationOrCommandLineAndDownUntilItAppears) {
     std::string strEtc = m_stSnmpd.Dir() + "/agentx-etc";
     mkdir(strEtc.c_str(), 0700);
+    m_stSnmpd.Stop();
     Subscribe();
     for (bool bOption : {false, true}) {
         std::ofstream(strEtc + "/eventmib-agentx.conf", std::ios::trunc)
@@ -135,25 +125,18 @@ TEST_F(AgentxEndToEnd, MasterSocketFromConfigurationOrCommandLine) {
             m_astrBridgeArgs.insert(m_astrBridgeArgs.end(), {"-x", m_stSnmpd.AgentxSocketPath()});
         }
         ASSERT_TRUE(StartBridge());
+        if (!bOption) {
+            EXPECT_EQ(WaitStatus(SERVICE_PORT_DOWN), SERVICE_PORT_DOWN);
+            MTE_OID_S stTrap = TrapOid(9);
+            ASSERT_EQ(SNMP_SendTrapByVBList(&stTrap, "", nullptr), 0u);
+            std::string strError;
+            ASSERT_TRUE(m_stSnmpd.Start(&strError)) << strError;
+            EXPECT_TRUE(WaitTraps(".1.3.6.1.4.1.99999.0.9", "", 1, 10000)) << ReadFile(BridgeLog());
+        }
         EXPECT_EQ(WaitStatus(SERVICE_PORT_UP), SERVICE_PORT_UP) << ReadFile(BridgeLog());
         StopBridge();
         ASSERT_EQ(WaitStatus(SERVICE_PORT_DOWN, 3000), SERVICE_PORT_DOWN);
     }
-}
-
-// A notification sent while the bridge has no session is not read (it
-// could only be dropped): it waits and is relayed once the session opens.
-TEST_F(AgentxEndToEnd, DownUntilTheMasterAppears) {
-    m_stSnmpd.Stop();
-    Subscribe();
-    ASSERT_TRUE(StartBridge());
-    EXPECT_EQ(WaitStatus(SERVICE_PORT_DOWN), SERVICE_PORT_DOWN);
-    MTE_OID_S stTrap = TrapOid(9);
-    ASSERT_EQ(SNMP_SendTrapByVBList(&stTrap, "", nullptr), 0u);
-    std::string strError;
-    ASSERT_TRUE(m_stSnmpd.Start(&strError)) << strError;
-    EXPECT_EQ(WaitStatus(SERVICE_PORT_UP, 10000), SERVICE_PORT_UP);
-    EXPECT_TRUE(WaitTraps(".1.3.6.1.4.1.99999.0.9", "", 1, 10000)) << ReadFile(BridgeLog());
     EXPECT_EQ(Traps(".1.3.6.1.4.1.99999.0.9").size(), 1u);
 }
 
@@ -173,26 +156,8 @@ TEST_F(AgentxEndToEnd, ABurstArrivesWholeAndSendsFailAtOnceWithoutTheBridge) {
     EXPECT_TRUE(WaitTraps(".1.3.6.1.4.1.99999.0.8", "", kBurst, 10000))
         << Traps(".1.3.6.1.4.1.99999.0.8").size() << " of " << kBurst;
 
-    auto fnSendMs = [&](uint32_t* puiRet) {
-        int64_t llStart = MonoMs();
-        *puiRet = SNMP_SendTrapByVBList(&stTrap, "", nullptr);
-        return MonoMs() - llStart;
-    };
-    uint32_t uiRet = 0;
-    for (bool bKill : {false, true}) {
-        SCOPED_TRACE(bKill ? "killed: the file stays, nobody reads it" : "orderly stop");
-        StopBridge(bKill);
-        EXPECT_EQ(access(PLAT_AgentxSocketPath().c_str(), F_OK) == 0, bKill);
-        EXPECT_LT(fnSendMs(&uiRet), 200);
-        EXPECT_NE(uiRet, 0u);
-        BridgeUp();
-        fnSendMs(&uiRet);
-        EXPECT_EQ(uiRet, 0u);
-    }
-}
-
-TEST_F(AgentxEndToEnd, BadDatagramsAreDroppedAndTheBridgeGoesOn) {
-    BridgeUp();
+    // Bad datagrams are dropped with a reason and the bridge goes on (every
+    // decoder refusal is NotifyDecode.BrokenDatagramsAreRefusedForTheirReason's).
     std::string strSocket = PLAT_AgentxSocketPath();
     auto fnSend = [&](const std::vector<unsigned char>& auc) {
         return mte_test::SendDatagram(strSocket, auc.data(), auc.size());
@@ -204,11 +169,8 @@ TEST_F(AgentxEndToEnd, BadDatagramsAreDroppedAndTheBridgeGoesOn) {
             .Var({1, 3, 6, 1, 4, 1, 99999, 1, 1}, SNMP_VTYPE_INTEGER, &iValue, 4);
         return stDg.Bytes();
     };
-    std::vector<unsigned char> aucCut = fnNotify(10);
-    aucCut.pop_back();
     const std::string strJunk = "not a notification";
     ASSERT_TRUE(fnSend(std::vector<unsigned char>(strJunk.begin(), strJunk.end())));
-    ASSERT_TRUE(fnSend(aucCut));
     ASSERT_TRUE(fnSend(std::vector<unsigned char>(70000, 0)));
 
     // Another user may reach the socket only if its mode allows; the bridge
@@ -221,18 +183,28 @@ TEST_F(AgentxEndToEnd, BadDatagramsAreDroppedAndTheBridgeGoesOn) {
     ASSERT_TRUE(fnSend(fnNotify(12)));
 
     ASSERT_TRUE(WaitTraps(".1.3.6.1.4.1.99999.0.12", "", 1, 10000)) << ReadFile(BridgeLog());
-    EXPECT_TRUE(Traps(".1.3.6.1.4.1.99999.0.10").empty());
     EXPECT_TRUE(Traps(".1.3.6.1.4.1.99999.0.11").empty());
     std::string strBridgeLog = ReadFile(BridgeLog());
     EXPECT_THAT(strBridgeLog,
                 HasSubstr("dropped a datagram of 18 bytes: not a notification datagram"));
-    EXPECT_THAT(strBridgeLog, HasSubstr("truncated"));
     EXPECT_THAT(strBridgeLog, HasSubstr("longer than 65000 bytes"));
     if (bOtherUser) {
         EXPECT_THAT(strBridgeLog, HasSubstr("dropped a datagram from uid " +
                                             std::to_string(getpwnam("nobody")->pw_uid)));
     }
-    EXPECT_EQ(kill(m_iBridgePid, 0), 0) << "the bridge died";
+    // An orderly stop removes the socket file, a killed bridge leaves one
+    // nobody reads: either way a send fails at once, and a new bridge takes
+    // the socket over. (The stop comes first: a killed bridge writes no
+    // coverage data.)
+    for (bool bKill : {false, true}) {
+        StopBridge(bKill);
+        EXPECT_EQ(access(strSocket.c_str(), F_OK) == 0, bKill);
+        int64_t llStart = MonoMs();
+        EXPECT_NE(SNMP_SendTrapByVBList(&stTrap, "", nullptr), 0u) << bKill;
+        EXPECT_LT(MonoMs() - llStart, 200) << bKill;
+        BridgeUp();
+        EXPECT_EQ(SNMP_SendTrapByVBList(&stTrap, "", nullptr), 0u);
+    }
 }
 
 }  // namespace

@@ -1,12 +1,9 @@
-// The agent's port service through the whole stack: stopping snmpd brings
-// the port down (sampling stops, no failed requests pile up, the daemon
-// keeps answering), restarting it brings the port up and every active
-// trigger is sampled at once; a stalled agent never stalls management; a
-// killed eventmib-agentx costs no notification.
+// The agent's port service through the whole stack: snmpd stopped or
+// stalled never holds up the daemon, a killed eventmib-agentx costs no
+// notification, 2,000 triggers of 1 s are each sampled every second.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <map>
 
 #include "stack.h"
 
@@ -61,27 +58,28 @@ class E2ePort : public WholeStackTest {
         }
         EXPECT_FALSE(m_stDaemon.HasExited());
     }
-
-    // An existence trigger (present, startup present) on strValueId, which
-    // may carry further trigger columns.
-    std::string ExistenceTrigger(const std::string& strName, int iFrequency,
-                                 const std::string& strValueId) {
-        return TriggerLines(
-            strName,
-            "frequency=" + std::to_string(iFrequency) + " test=existence valueid=" + strValueId,
-            "existence", "test=present startup=present");
-    }
 };
 
-TEST_F(E2ePort, SnmpdDownStopsSamplingAndBackUpSamplesEveryTriggerAtOnce) {
+// snmpd stopped brings the port down: sampling stops without failed
+// requests piling up and the daemon keeps answering; restarted, it brings
+// the port up and every active trigger is sampled at once. Then snmpd is
+// stalled (its sockets open, nothing answering) while 200 triggers are
+// sampled and 20 of them notify every second: the worker waits out its
+// time-outs and the bridge loses its session, but the main thread must
+// answer every management request at once meanwhile.
+TEST_F(E2ePort, SnmpdStoppedOrStalledNeverHoldsUpTheDaemon) {
     AgentOk("add - 1 10");
     // "slow" is sampled only when it is made active and at a port-up: its
     // next timer expiry is an hour away. It watches an object of snmpd
     // itself, which is there as soon as snmpd is (the test agent needs a
     // moment to reconnect after a restart).
     const std::string strSlowOid = "OID: ." MTE_TEST_WRITABLE_INTEGER;
-    CtlScenarioOk(ExistenceTrigger("fast", 1, std::string(TABLE) + ".1 wildcard=true") +
-                  ExistenceTrigger("slow", 3600, MTE_TEST_WRITABLE_INTEGER));
+    const std::string strPresent = "test=present startup=present";
+    CtlScenarioOk(
+        TriggerLines("fast", "test=existence valueid=" + std::string(TABLE) + ".1 wildcard=true",
+                     "existence", strPresent) +
+        TriggerLines("slow", "frequency=3600 test=existence valueid=" MTE_TEST_WRITABLE_INTEGER,
+                     "existence", strPresent));
     ASSERT_TRUE(WaitTraps(FIRED, "fast", 1));
     ASSERT_TRUE(WaitTraps(FIRED, "slow", 1));
     ExpectHot(Traps(FIRED, "slow")[0], "slow", "", strSlowOid, Int(5));
@@ -89,7 +87,7 @@ TEST_F(E2ePort, SnmpdDownStopsSamplingAndBackUpSamplesEveryTriggerAtOnce) {
 
     m_stSnmpd.Stop();
     // Without the port-down every sample of "fast" would wait for its
-    // time-out and be counted as a failure; the daemon stays responsive.
+    // time-out and be counted as a failure.
     ExpectResponsiveFor(6000);
     EXPECT_LE(Scalar("trigger-failures"), lFailures + 1) << "failed samples piled up";
 
@@ -100,25 +98,14 @@ TEST_F(E2ePort, SnmpdDownStopsSamplingAndBackUpSamplesEveryTriggerAtOnce) {
     // is a first sample again, and the startup rule reports the row present.
     ASSERT_TRUE(WaitTraps(FIRED, "slow", 2, 10000)) << "slow was not sampled at port-up";
     EXPECT_LT(MonoMs() - llUp, 10000);
-    ASSERT_TRUE(WaitTraps(FIRED, "fast", 2));
     ExpectHot(Traps(FIRED, "slow")[1], "slow", "", strSlowOid, Int(5));
-    EXPECT_LE(Scalar("trigger-failures"), lFailures + 1);
-
-    // Sampling goes on as before.
     AgentOk("add - 2 20");
     Trap stTrap;
     EXPECT_TRUE(WaitTrapWith(FIRED, "fast", HOT_OID, InstanceOid(1, 2), &stTrap));
-}
+    EXPECT_LE(Scalar("trigger-failures"), lFailures + 1);
 
-// snmpd stopped (not dead: its sockets stay open and nothing answers) while
-// 200 triggers are sampled and 20 of them notify every second: the worker
-// waits out its time-outs and the bridge loses its session, but the main
-// thread must answer every management request at once meanwhile.
-TEST_F(E2ePort, AStalledAgentNeverStallsManagement) {
-    AgentOk("add - 1 10");
     CtlScenarioOk(ThresholdTriggers(0, 180, false) + ThresholdTriggers(180, 20, true));
     ASSERT_TRUE(WaitTraps(RISING, "t199", 1));
-
     ASSERT_EQ(kill(m_stSnmpd.Pid(), SIGSTOP), 0);
     int64_t llLongest = LongestGetOver(15000);
     kill(m_stSnmpd.Pid(), SIGCONT);
@@ -130,8 +117,9 @@ TEST_F(E2ePort, AStalledAgentNeverStallsManagement) {
 }
 
 // eventmib-agentx killed for 5 s while the daemon sends 80 notifications a
-// second: the daemon holds them and delivers every one, in order, when a new
-// bridge is up. Counted against the daemon's own debug line per firing.
+// second: the daemon holds them and delivers every one when a new bridge is
+// up (in order: NotifyClientTest.RelayQueueHoldsInOrderAndRefusesOnlyWhenFull).
+// Counted against the daemon's own debug line per firing.
 TEST_F(E2ePort, NotificationsAreHeldWhileTheBridgeIsAway) {
     AgentOk("add - 1 10");
     CtlOk("debug enable 8");
@@ -168,25 +156,6 @@ TEST_F(E2ePort, NotificationsAreHeldWhileTheBridgeIsAway) {
     EXPECT_EQ(Scalar("notification-drops"), 0);
     EXPECT_GE(m_stDaemon.CountStderr("eventmib-agentx takes notifications again"), 1u)
         << "the bridge's return was not traced";
-    // Each trigger's notifications arrived in the order sent: rising and
-    // falling in turn.
-    std::map<std::string, bool> mapLastRising;
-    std::istringstream stLines(ReadFile(m_stSnmpd.TrapLogPath()));
-    for (std::string strLine; std::getline(stLines, strLine);) {
-        size_t uiAt = strLine.find("STRING: \"t");
-        bool bRising = strLine.find(std::string("OID: ") + RISING) != std::string::npos;
-        bool bFalling = strLine.find(std::string("OID: ") + FALLING) != std::string::npos;
-        if (uiAt == std::string::npos || (!bRising && !bFalling)) {
-            continue;
-        }
-        std::string strName = strLine.substr(uiAt + 9, strLine.find('"', uiAt + 9) - uiAt - 9);
-        auto it = mapLastRising.find(strName);
-        if (it != mapLastRising.end()) {
-            EXPECT_NE(it->second, bRising) << strName << " out of turn: " << strLine;
-        }
-        mapLastRising[strName] = bRising;
-    }
-    EXPECT_EQ(mapLastRising.size(), 80u);
 }
 
 // 2,000 triggers of 1 s are each sampled every second: the timers hold back
@@ -208,12 +177,9 @@ TEST_F(E2ePort, TwoThousandTriggersOfOneSecondAreEachSampledEverySecond) {
     for (int iFirst = 0; iFirst < kTriggers; iFirst += 500) {
         std::string strLines;
         for (int i = iFirst; i < iFirst + 500; i++) {
-            std::string strName = " name=t" + std::to_string(i);
-            strLines += "set trigger owner=rate" + strName +
-                        " frequency=1 test=threshold valueid=" + MTE_TEST_WRITABLE_INTEGER +
-                        " status=createAndWait\n" + "set threshold owner=rate" + strName +
-                        " rising=10 falling=1\n" + "set trigger owner=rate" + strName +
-                        " status=active\n";
+            strLines += TriggerLines("r" + std::to_string(i),
+                                     "test=threshold valueid=" MTE_TEST_WRITABLE_INTEGER,
+                                     "threshold", "rising=10 falling=1");
         }
         CtlScenarioOk(strLines);
     }
@@ -235,9 +201,7 @@ TEST_F(E2ePort, TwoThousandTriggersOfOneSecondAreEachSampledEverySecond) {
               << 100.0 * static_cast<double>(lSampled) / static_cast<double>(lExpected) << " %)\n";
     EXPECT_GE(lSampled, lExpected * kFloorPercent / 100);
     // What could not be taken would be counted (0 on an idle machine).
-    long lMissed = Scalar("samples-missed");
-    std::cerr << "samples-missed " << lMissed << "\n";
-    EXPECT_GE(lMissed, 0);
+    std::cerr << "samples-missed " << Scalar("samples-missed") << "\n";
 }
 
 }  // namespace

@@ -2,9 +2,11 @@
 // run-time database; a list is keyed by the bytes of its key fields.
 #include "fake_dbm.h"
 
+#include <atomic>
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <optional>
 
 #include "plat_dbm.h"
 
@@ -19,21 +21,15 @@ struct DB_S {
     std::map<std::string, LIST_S> mapLists;
     std::map<std::string, std::pair<uint32_t, std::string>> mapItems;  // name -> (id, bytes)
 };
-struct ITER_S {
-    std::string strLastKey;
-    bool bStarted = false;
-};
+using ITER_S = std::optional<std::string>;  // the last key read
 
 std::recursive_mutex g_stLock;
 DB_S g_astDb[3];
-bool g_bFailCfg = false, g_bFailRun = false, g_bFailWrites = false;
-uint64_t g_ulWrites = 0, g_ulBatchCalls = 0;
+bool g_bFailWrites = false;
+std::atomic<uint64_t> g_ulWrites{0}, g_ulBatchCalls{0};
 
 DB_S* FindDb(int64_t llHandle) {
-    if (llHandle < 1 || llHandle > 2 || !g_astDb[llHandle].bOpen) {
-        return nullptr;
-    }
-    return &g_astDb[llHandle];
+    return llHandle >= 1 && llHandle <= 2 && g_astDb[llHandle].bOpen ? &g_astDb[llHandle] : nullptr;
 }
 
 std::string KeyOf(const LIST_S& stList, const void* pRecord, uint32_t uiSize) {
@@ -56,6 +52,21 @@ std::string KeyOf(const LIST_S& stList, const void* pRecord, uint32_t uiSize) {
 std::string Name(const char* pszName, uint32_t uiNameSize) {
     return std::string(pszName, strnlen(pszName, uiNameSize));
 }
+
+LIST_S* FindList(int64_t llHandle, const char* pszName, uint32_t uiNameSize) {
+    DB_S* pstDb = FindDb(llHandle);
+    if (pstDb == nullptr) {
+        return nullptr;
+    }
+    auto it = pstDb->mapLists.find(Name(pszName, uiNameSize));
+    return it == pstDb->mapLists.end() ? nullptr : &it->second;
+}
+
+// Counts the write; the list, or null when the write fails.
+LIST_S* WriteList(int64_t llHandle, const char* pszName, uint32_t uiNameSize) {
+    ++g_ulWrites;
+    return g_bFailWrites ? nullptr : FindList(llHandle, pszName, uiNameSize);
+}
 }  // namespace
 
 void FAKE_DBM_Reset(void) {
@@ -63,14 +74,8 @@ void FAKE_DBM_Reset(void) {
     for (DB_S& stDb : g_astDb) {
         stDb = DB_S{};
     }
-    g_bFailCfg = g_bFailRun = g_bFailWrites = false;
+    g_bFailWrites = false;
     g_ulWrites = g_ulBatchCalls = 0;
-}
-
-void FAKE_DBM_FailOpen(bool bCfg, bool bRun) {
-    std::lock_guard guard(g_stLock);
-    g_bFailCfg = bCfg;
-    g_bFailRun = bRun;
 }
 
 void FAKE_DBM_FailWrites(bool bFail) {
@@ -97,20 +102,15 @@ void FAKE_DBM_PutRaw(const std::string& strList, const std::string& strRecord) {
 }
 
 uint64_t FAKE_DBM_WriteCount(void) {
-    std::lock_guard guard(g_stLock);
     return g_ulWrites;
 }
 
 uint64_t FAKE_DBM_BatchCalls(void) {
-    std::lock_guard guard(g_stLock);
     return g_ulBatchCalls;
 }
 
 int64_t MTE_DBM_OpenCfg(uint32_t uiMode) {
     std::lock_guard guard(g_stLock);
-    if (g_bFailCfg) {
-        return -1;
-    }
     g_astDb[1].bOpen = true;
     return 1;
 }
@@ -118,19 +118,15 @@ int64_t MTE_DBM_OpenCfg(uint32_t uiMode) {
 uint32_t MTE_DBM_Close(int64_t llHandle) {
     std::lock_guard guard(g_stLock);
     DB_S* pstDb = FindDb(llHandle);
-    if (pstDb == nullptr) {
-        return 1;
+    if (pstDb != nullptr) {
+        pstDb->bOpen = false;
     }
-    pstDb->bOpen = false;
-    return 0;
+    return pstDb == nullptr ? 1 : 0;
 }
 
 uint32_t DBM_Open(const char* pszName, const char* pszDesc, uint32_t uiMode,
                   const DBM_OPEN_OPT_S* pstOpt, int64_t* pllHandle) {
     std::lock_guard guard(g_stLock);
-    if (g_bFailRun) {
-        return 1;
-    }
     g_astDb[2].bOpen = true;
     *pllHandle = 2;
     return 0;
@@ -152,16 +148,11 @@ uint32_t DBM_CreateSortList(int64_t llHandle, const char* pszName, uint32_t uiNa
 uint32_t DBM_InsertSortList(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
                             uint32_t uiRecordSize, const void* pRecord, uint32_t uiTableId) {
     std::lock_guard guard(g_stLock);
-    ++g_ulWrites;
-    DB_S* pstDb = FindDb(llHandle);
-    if (pstDb == nullptr || g_bFailWrites) {
+    LIST_S* pstList = WriteList(llHandle, pszName, uiNameSize);
+    if (pstList == nullptr) {
         return 1;
     }
-    auto it = pstDb->mapLists.find(Name(pszName, uiNameSize));
-    if (it == pstDb->mapLists.end()) {
-        return 1;
-    }
-    it->second.mapRecords[KeyOf(it->second, pRecord, uiRecordSize)] =
+    pstList->mapRecords[KeyOf(*pstList, pRecord, uiRecordSize)] =
         std::string(static_cast<const char*>(pRecord), uiRecordSize);
     return 0;
 }
@@ -169,16 +160,11 @@ uint32_t DBM_InsertSortList(int64_t llHandle, const char* pszName, uint32_t uiNa
 uint32_t DBM_RemoveSortList(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
                             uint32_t uiRecordSize, const void* pRecord) {
     std::lock_guard guard(g_stLock);
-    ++g_ulWrites;
-    DB_S* pstDb = FindDb(llHandle);
-    if (pstDb == nullptr || g_bFailWrites) {
-        return 1;
-    }
-    auto it = pstDb->mapLists.find(Name(pszName, uiNameSize));
-    if (it == pstDb->mapLists.end()) {
-        return 1;
-    }
-    return it->second.mapRecords.erase(KeyOf(it->second, pRecord, uiRecordSize)) == 1 ? 0 : 1;
+    LIST_S* pstList = WriteList(llHandle, pszName, uiNameSize);
+    return pstList != nullptr &&
+                   pstList->mapRecords.erase(KeyOf(*pstList, pRecord, uiRecordSize)) == 1
+               ? 0
+               : 1;
 }
 
 uint32_t DBM_SetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSize,
@@ -194,6 +180,7 @@ uint32_t DBM_SetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSiz
     return 0;
 }
 
+// Items are always read from their start.
 int32_t DBM_GetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSize, uint32_t uiOffset,
                       uint32_t uiSize, void* pBuf) {
     std::lock_guard guard(g_stLock);
@@ -202,82 +189,70 @@ int32_t DBM_GetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSize
         return -1;
     }
     auto it = pstDb->mapItems.find(Name(pszItem, uiNameSize));
-    if (it == pstDb->mapItems.end()) {
-        return 0;
+    size_t uiCopy =
+        it == pstDb->mapItems.end() ? 0 : std::min<size_t>(uiSize, it->second.second.size());
+    if (uiCopy > 0) {
+        memcpy(pBuf, it->second.second.data(), uiCopy);
     }
-    const std::string& strData = it->second.second;
-    if (uiOffset >= strData.size()) {
-        return 0;
-    }
-    size_t uiCopy = std::min<size_t>(uiSize, strData.size() - uiOffset);
-    memcpy(pBuf, strData.data() + uiOffset, uiCopy);
     return static_cast<int32_t>(uiCopy);
 }
 
+// The callbacks run unlocked, as they take the tables' locks.
 uint32_t DBM_Batch_Proc(int64_t llHandle, int64_t llFlag, const DBM_BATCH_ROW_S* pstRows,
                         uint32_t uiCount) {
-    DB_S* pstDb;
+    std::vector<std::string> astNames(uiCount);
     {
         std::lock_guard guard(g_stLock);
-        pstDb = FindDb(llHandle);
-    }
-    if (pstDb == nullptr) {
-        return 1;
-    }
-    for (uint32_t i = 0; i < uiCount; ++i) {
-        std::string strName;
-        {
-            std::lock_guard guard(g_stLock);
+        DB_S* pstDb = FindDb(llHandle);
+        if (pstDb == nullptr) {
+            return 1;
+        }
+        for (uint32_t i = 0; i < uiCount; ++i) {
             for (const auto& [strList, stList] : pstDb->mapLists) {
-                if (stList.uiTableId == pstRows[i].uiId) {
-                    strName = strList;
-                }
+                astNames[i] = stList.uiTableId == pstRows[i].uiId ? strList : astNames[i];
             }
             for (const auto& [strItem, stItem] : pstDb->mapItems) {
-                if (stItem.first == pstRows[i].uiId) {
-                    strName = strItem;
-                }
+                astNames[i] = stItem.first == pstRows[i].uiId ? strItem : astNames[i];
             }
         }
-        if (!strName.empty()) {
-            pstRows[i].pfProc(llHandle, strName.c_str(), static_cast<uint32_t>(strName.size() + 1));
+    }
+    for (uint32_t i = 0; i < uiCount; ++i) {
+        if (!astNames[i].empty()) {
+            pstRows[i].pfProc(llHandle, astNames[i].c_str(),
+                              static_cast<uint32_t>(astNames[i].size() + 1));
         }
     }
     return 0;
 }
 
+// A record of another length, as a damaged store holds it, is passed over.
 int32_t DBM_BatchGetNextSortList(int64_t llHandle, const char* pszName, uint32_t uiNameSize,
                                  DBM_ITERATOR* pIterator, uint32_t uiArg5, uint32_t uiArg6,
                                  uint32_t uiRecordSize, uint32_t uiCount, void* pBuf) {
     std::lock_guard guard(g_stLock);
     ++g_ulBatchCalls;
-    DB_S* pstDb = FindDb(llHandle);
-    if (pstDb == nullptr || pIterator == nullptr) {
+    if (FindDb(llHandle) == nullptr || pIterator == nullptr) {
         return -1;
     }
-    auto itList = pstDb->mapLists.find(Name(pszName, uiNameSize));
-    if (itList == pstDb->mapLists.end()) {
+    LIST_S* pstList = FindList(llHandle, pszName, uiNameSize);
+    if (pstList == nullptr) {
         return 0;
     }
     if (*pIterator == nullptr) {
         *pIterator = new ITER_S;
     }
-    ITER_S* pstIter = static_cast<ITER_S*>(*pIterator);
-    auto& mapRecords = itList->second.mapRecords;
-    auto it = pstIter->bStarted ? mapRecords.upper_bound(pstIter->strLastKey) : mapRecords.begin();
-    int32_t iRead = 0;
-    char* pcOut = static_cast<char*>(pBuf);
-    for (; it != mapRecords.end() && static_cast<uint32_t>(iRead) < uiCount; ++it) {
-        pstIter->strLastKey = it->first;
-        pstIter->bStarted = true;
-        if (it->second.size() != uiRecordSize) {
-            continue;  // a damaged record is never handed to a table
+    ITER_S& strLast = *static_cast<ITER_S*>(*pIterator);
+    auto& mapRecords = pstList->mapRecords;
+    auto it = strLast ? mapRecords.upper_bound(*strLast) : mapRecords.begin();
+    uint32_t uiRead = 0;
+    for (; it != mapRecords.end() && uiRead < uiCount; ++it) {
+        strLast = it->first;
+        if (it->second.size() == uiRecordSize) {
+            memcpy(static_cast<char*>(pBuf) + uiRead++ * uiRecordSize, it->second.data(),
+                   uiRecordSize);
         }
-        memcpy(pcOut, it->second.data(), uiRecordSize);
-        pcOut += uiRecordSize;
-        ++iRead;
     }
-    return iRead;
+    return static_cast<int32_t>(uiRead);
 }
 
 void DBM_FreeIterator(DBM_ITERATOR* pIterator) {

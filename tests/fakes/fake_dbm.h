@@ -10,8 +10,6 @@
 
 // Forgets every database, list and item, and clears the failure switches.
 void FAKE_DBM_Reset(void);
-// Makes opening the configuration store (cfg) or the run-time database fail.
-void FAKE_DBM_FailOpen(bool bCfg, bool bRun);
 // Makes every insert, removal and binary write fail.
 void FAKE_DBM_FailWrites(bool bFail);
 // The stored records of a list, in key order.

@@ -84,12 +84,11 @@ class StoreFaultTest : public ::testing::Test, protected mte_test::Stack {
 
     std::string Cfg() const { return m_stDaemon.StateDir() + "/eventmib-config.db"; }
     std::string Reserve() const { return m_stDaemon.StateDir() + "/eventmib-reserve"; }
-    bool StartReady() { return m_stDaemon.StartReady(); }
-    int WaitStatus() { return m_stDaemon.Stop(false); }
-    int Stop() { return m_stDaemon.Stop(); }
+    // The exit status of a start refused before it was ready.
+    int Refused() { return m_stDaemon.Stop(false); }
     void Kill() {
         ASSERT_TRUE(m_stDaemon.Signal(SIGKILL));
-        (void)WaitStatus();
+        (void)Refused();
     }
 
     // Creates events, one per name; every one must be acknowledged.
@@ -114,7 +113,7 @@ class StoreFaultTest : public ::testing::Test, protected mte_test::Stack {
 TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     ASSERT_TRUE(MountState("tmpfs", "tmpfs", 0, "size=8m")) << strerror(errno);
     const std::string strFill = m_stDaemon.StateDir() + "/fill";
-    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     ASSERT_TRUE(Exists(Reserve()));
 
     // The reserve takes the first writes on a full disk: durable at once.
@@ -123,7 +122,7 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     EXPECT_EQ(m_stDaemon.CountStderr("refuses writes"), 0u) << m_stDaemon.Stderr();
     EXPECT_FALSE(Exists(Reserve()));
     Kill();
-    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     std::string strWalk = Ctl("walk event").strOut;
     for (const char* pszName : {"a1", "a2", "a3", "a4", "a5"}) {
         EXPECT_THAT(strWalk, HasSubstr(pszName));
@@ -154,9 +153,9 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
     ASSERT_EQ(unlink(Reserve().c_str()), 0);
     CreateEvents({"d1"});
     ASSERT_EQ(unlink(strFill.c_str()), 0);
-    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(m_stDaemon.Stop(), 0);
     EXPECT_EQ(m_stDaemon.CountStderr("lost"), 0u) << m_stDaemon.Stderr();
-    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     strWalk = Ctl("walk event").strOut;
     for (const char* pszName : {"a2", "a5", "b1", "b3", "d1", "changed"}) {
         EXPECT_THAT(strWalk, HasSubstr(pszName));
@@ -166,19 +165,19 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
 
     // A full disk at start-up: the reserve makes room for the store's side
     // files; without it the start is refused with the real cause.
-    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(m_stDaemon.Stop(), 0);
     ASSERT_TRUE(Exists(Reserve()));
     FillUp(strFill);
-    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     FillUp(strFill);
     CreateEvents({"late"});  // still pending at the stop: the one loss left
-    EXPECT_EQ(Stop(), 0);
+    EXPECT_EQ(m_stDaemon.Stop(), 0);
     EXPECT_EQ(m_stDaemon.CountStderr("pending changes lost: 1."), 1u) << m_stDaemon.Stderr();
     ASSERT_FALSE(Exists(Reserve()));
     FillUp(strFill);
     const std::string strBefore = ThreeFiles();
     ASSERT_TRUE(m_stDaemon.Start());
-    EXPECT_EQ(WaitStatus(), 255);
+    EXPECT_EQ(Refused(), 255);
     EXPECT_EQ(m_stDaemon.CountStderr("no space left on the file system"), 1u)
         << m_stDaemon.Stderr();
     EXPECT_EQ(m_stDaemon.CountStderr("damaged"), 0u);
@@ -189,14 +188,14 @@ TEST_F(StoreFaultTest, FullDiskKeepsEveryAcknowledgedChange) {
 // refused as read-only; with its main file damaged it is refused as damaged.
 // Neither start changes a byte of the three files.
 TEST_F(StoreFaultTest, ReadOnlyOrDamagedStoreIsRefusedUntouched) {
-    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     std::vector<std::string> vecNames;
     for (int i = 0; i < 40; ++i) {
         vecNames.push_back("e" + std::to_string(i));
     }
     CreateEvents(vecNames);
-    ASSERT_EQ(Stop(), 0);  // checkpointed: the main file holds the rows
-    ASSERT_TRUE(StartReady()) << m_stDaemon.Stderr();
+    ASSERT_EQ(m_stDaemon.Stop(), 0);  // checkpointed: the main file holds the rows
+    ASSERT_TRUE(StartDaemon()) << m_stDaemon.Stderr();
     CreateEvents({"after1", "after2"});
     Kill();
     ASSERT_TRUE(Exists(Cfg() + "-wal") && Exists(Cfg() + "-shm"));
@@ -209,7 +208,7 @@ TEST_F(StoreFaultTest, ReadOnlyOrDamagedStoreIsRefusedUntouched) {
         << strerror(errno);
     std::string strBefore = ThreeFiles();
     ASSERT_TRUE(m_stDaemon.Start());
-    EXPECT_EQ(WaitStatus(), 255);
+    EXPECT_EQ(Refused(), 255);
     EXPECT_EQ(m_stDaemon.CountStderr("the file system is read-only"), 1u) << m_stDaemon.Stderr();
     EXPECT_EQ(m_stDaemon.CountStderr("damaged"), 0u);
     EXPECT_TRUE(ThreeFiles() == strBefore) << "the read-only store was changed";
@@ -223,7 +222,7 @@ TEST_F(StoreFaultTest, ReadOnlyOrDamagedStoreIsRefusedUntouched) {
     std::ofstream(Cfg(), std::ios::binary | std::ios::trunc) << strDamaged;
     strBefore = ThreeFiles();
     ASSERT_TRUE(m_stDaemon.Start());
-    EXPECT_EQ(WaitStatus(), 255);
+    EXPECT_EQ(Refused(), 255);
     EXPECT_EQ(m_stDaemon.CountStderr("damaged"), 1u) << m_stDaemon.Stderr();
     EXPECT_TRUE(ThreeFiles() == strBefore) << "the damaged store or its log was changed";
 }

@@ -1,25 +1,18 @@
-// The stack harness: process plumbing, snmpd and snmptrapd configuration,
-// eventmibd's start and readiness, the clients. Every wait is bounded and
-// every temporary directory is removed by its owner's destructor.
+// The stack harness. Every wait is bounded and every temporary directory is
+// removed by its owner's destructor.
 #include "stack.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <stdlib.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -51,10 +44,24 @@ bool WriteFile(const std::string& strPath, const std::string& strText) {
 
 std::string MakeTempDir(const char* pszPrefix) {
     const char* pszTmp = getenv("TMPDIR");
-    std::string strTemplate = std::string(pszTmp != nullptr ? pszTmp : "/tmp") + "/" + pszPrefix;
-    std::vector<char> acTemplate(strTemplate.begin(), strTemplate.end());
-    acTemplate.push_back('\0');
-    return mkdtemp(acTemplate.data()) != nullptr ? std::string(acTemplate.data()) : "";
+    std::string strDir = std::string(pszTmp != nullptr ? pszTmp : "/tmp") + "/" + pszPrefix;
+    return mkdtemp(strDir.data()) != nullptr ? strDir : "";
+}
+
+// Runs a shell command line under timeout(1), standard error with the output.
+ToolRun Shell(const std::string& strCommand) {
+    ToolRun stRun{-1, ""};
+    FILE* pstPipe = popen(("timeout 30 " + strCommand + " 2>&1").c_str(), "r");
+    if (pstPipe == nullptr) {
+        return stRun;
+    }
+    char acBuf[4096];
+    for (size_t uiGot; (uiGot = fread(acBuf, 1, sizeof(acBuf), pstPipe)) > 0;) {
+        stRun.strOut.append(acBuf, uiGot);
+    }
+    int iStatus = pclose(pstPipe);
+    stRun.iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
+    return stRun;
 }
 
 // A plain SNMPv2c get of sysUpTime.0, whatever client configuration this
@@ -85,12 +92,30 @@ bool AtPath(int (*pfCall)(int, const sockaddr*, socklen_t), int iFd, const std::
     return pfCall(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) == 0;
 }
 
+uint16_t FreeUdpPort(void) {
+    int iFd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (iFd < 0) {
+        return 0;
+    }
+    sockaddr_in stAddr{};
+    stAddr.sin_family = AF_INET;
+    stAddr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t uiLen = sizeof(stAddr);
+    uint16_t usPort = 0;
+    if (bind(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) == 0 &&
+        getsockname(iFd, reinterpret_cast<sockaddr*>(&stAddr), &uiLen) == 0) {
+        usPort = ntohs(stAddr.sin_port);
+    }
+    close(iFd);
+    return usPort;
+}
+
 }  // namespace
 
 int64_t MonoMs(void) {
-    timespec stNow{};
-    clock_gettime(CLOCK_MONOTONIC, &stNow);
-    return static_cast<int64_t>(stNow.tv_sec) * 1000 + stNow.tv_nsec / 1000000;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
 }
 
 bool WaitUntil(const std::function<bool()>& fnCondition, int iTimeoutMs) {
@@ -111,8 +136,8 @@ std::string ReadFile(const std::string& strPath) {
     return stText.str();
 }
 
-size_t CountLines(const std::string& strText, const std::string& strFragment) {
-    std::istringstream stIn(strText);
+size_t DaemonProcess::CountStderr(const std::string& strFragment) const {
+    std::istringstream stIn(Stderr());
     size_t uiCount = 0;
     for (std::string strLine; std::getline(stIn, strLine);) {
         uiCount += strLine.find(strFragment) != std::string::npos;
@@ -120,38 +145,19 @@ size_t CountLines(const std::string& strText, const std::string& strFragment) {
     return uiCount;
 }
 
-uint16_t FreeUdpPort(void) {
-    int iFd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (iFd < 0) {
-        return 0;
-    }
-    sockaddr_in stAddr{};
-    stAddr.sin_family = AF_INET;
-    stAddr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t uiLen = sizeof(stAddr);
-    uint16_t usPort = 0;
-    if (bind(iFd, reinterpret_cast<sockaddr*>(&stAddr), sizeof(stAddr)) == 0 &&
-        getsockname(iFd, reinterpret_cast<sockaddr*>(&stAddr), &uiLen) == 0) {
-        usPort = ntohs(stAddr.sin_port);
-    }
-    close(iFd);
-    return usPort;
-}
-
 pid_t SpawnProcess(const std::vector<std::string>& astrArgs,
                    const std::vector<std::string>& astrEnv, const std::string& strLogPath,
                    bool bTruncate) {
+    auto Name = [](const std::string& str) { return str.substr(0, str.find('=')); };
     std::vector<std::string> astrFullEnv;
     for (char** ppsz = environ; *ppsz != nullptr; ppsz++) {
-        std::string strName = std::string(*ppsz).substr(0, std::string(*ppsz).find('='));
-        if (std::none_of(astrEnv.begin(), astrEnv.end(), [&](const std::string& strOwn) {
-                return strOwn.substr(0, strOwn.find('=')) == strName;
-            })) {
+        if (std::none_of(astrEnv.begin(), astrEnv.end(),
+                         [&](const std::string& strOwn) { return Name(strOwn) == Name(*ppsz); })) {
             astrFullEnv.push_back(*ppsz);
         }
     }
     std::copy_if(astrEnv.begin(), astrEnv.end(), std::back_inserter(astrFullEnv),
-                 [](const std::string& strOwn) { return strOwn.find('=') != std::string::npos; });
+                 [&](const std::string& strOwn) { return Name(strOwn) != strOwn; });
     std::vector<char*> apszArgs = CStrings(astrArgs);
     std::vector<char*> apszEnv = CStrings(astrFullEnv);
 
@@ -228,30 +234,13 @@ int AsNobodyOn(const std::string& strSocket, const std::function<int()>& fnChild
     return WEXITSTATUS(iStatus) == 100 ? -1 : WEXITSTATUS(iStatus);
 }
 
-ToolRun Shell(const std::string& strCommand) {
-    ToolRun stRun{-1, ""};
-    FILE* pstPipe = popen(("timeout 30 " + strCommand + " 2>&1").c_str(), "r");
-    if (pstPipe == nullptr) {
-        return stRun;
-    }
-    char acBuf[4096];
-    for (size_t uiGot; (uiGot = fread(acBuf, 1, sizeof(acBuf), pstPipe)) > 0;) {
-        stRun.strOut.append(acBuf, uiGot);
-    }
-    int iStatus = pclose(pstPipe);
-    stRun.iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
-    return stRun;
-}
-
 // ---- snmpd and snmptrapd
 
 SnmpdHarness::~SnmpdHarness() {
-    StopTrapd();
+    StopProcess(&m_iTrapdPid, 3000);
     Stop();
-    if (!m_strDir.empty()) {
-        std::error_code stEc;
-        std::filesystem::remove_all(m_strDir, stEc);
-    }
+    std::error_code stEc;
+    std::filesystem::remove_all(m_strDir, stEc);
 }
 
 bool SnmpdHarness::Prepare(std::string* pstrError) {
@@ -342,7 +331,7 @@ bool SnmpdHarness::StartTrapd(std::string* pstrError, int iWaitMs) {
                                ServerEnv(), m_strDir + "/snmptrapd.out");
     // snmptrapd writes its start line to the log once it listens.
     if (m_iTrapdPid <= 0 || !WaitUntil([&] { return !ReadFile(TrapLogPath()).empty(); }, iWaitMs)) {
-        StopTrapd(500);
+        StopProcess(&m_iTrapdPid, 500);
         *pstrError = "snmptrapd did not start";
         return false;
     }
@@ -373,20 +362,6 @@ bool SnmpdHarness::UseClientConfig(ClientSecurity eSecurity) {
     return true;
 }
 
-void SnmpdEnvironment::SetUp() {
-    s_pstAgent = new SnmpdHarness();
-    std::string strError;
-    if (!s_pstAgent->Start(&strError) || !s_pstAgent->UseClientConfig(m_eSecurity)) {
-        std::cerr << "private snmpd not available: " << strError << "\n";
-        TearDown();
-    }
-}
-
-void SnmpdEnvironment::TearDown() {
-    delete s_pstAgent;
-    s_pstAgent = nullptr;
-}
-
 // ---- eventmibd
 
 DaemonProcess::DaemonProcess() : m_strRoot(MakeTempDir("mte-daemon-XXXXXX")) {
@@ -402,13 +377,9 @@ DaemonProcess::~DaemonProcess() {
         int iStatus = 0;
         (void)WaitExit(5000, &iStatus);
     }
-    if (m_iNotifyFd >= 0) {
-        (void)close(m_iNotifyFd);
-    }
+    (void)close(m_iNotifyFd);
     std::error_code stErr;
-    if (!m_strRoot.empty()) {
-        std::filesystem::remove_all(m_strRoot, stErr);
-    }
+    std::filesystem::remove_all(m_strRoot, stErr);
 }
 
 bool DaemonProcess::Start() {
@@ -506,10 +477,8 @@ bool ChannelClient::Connect(const std::string& strPath, int iTimeoutMs) {
 }
 
 void ChannelClient::Close() {
-    if (m_iFd >= 0) {
-        close(m_iFd);
-        m_iFd = -1;
-    }
+    (void)close(m_iFd);
+    m_iFd = -1;
 }
 
 std::vector<uint8_t> ChannelClient::RecvRaw(int iTimeoutMs) {
@@ -526,7 +495,7 @@ std::vector<uint8_t> ChannelClient::RecvRaw(int iTimeoutMs) {
 bool ChannelClient::Request(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,
                             const void* pValue) {
     uint8_t aucMsg[MTE_MSG_MAX_LEN];
-    uint32_t uiSeq = ++uiSequence;
+    uint32_t uiSeq = ++m_uiSequence;
     uint32_t uiLen =
         MTE_MSG_BuildRequest(uiSeq, usType, usOp, uiMask, usItem, pValue, aucMsg, sizeof(aucMsg));
     return uiLen != 0 && SendRaw(aucMsg, uiLen) && ReceiveReply(uiSeq);
@@ -550,34 +519,6 @@ std::string Trap::Value(const std::string& strName) const {
     }
     return "<absent>";
 }
-
-namespace {
-
-std::vector<Trap> TrapsWithOid(const std::string& strLogPath, const std::string& strTrapOid) {
-    std::vector<Trap> astTraps;
-    std::istringstream stIn(ReadFile(strLogPath));
-    for (std::string strLine; std::getline(stIn, strLine);) {
-        Trap stTrap;
-        std::stringstream stFields(strLine);
-        for (std::string strField; std::getline(stFields, strField, '\t');) {
-            size_t uiEq = strField.find(" = ");
-            if (strField.empty() || strField[0] != '.' || uiEq == std::string::npos) {
-                continue;
-            }
-            std::string strValue = strField.substr(uiEq + 3);
-            while (!strValue.empty() && strValue.back() == ' ') {
-                strValue.pop_back();
-            }
-            stTrap.astBindings.emplace_back(strField.substr(0, uiEq), strValue);
-        }
-        if (stTrap.Value(".1.3.6.1.6.3.1.1.4.1.0") == "OID: " + strTrapOid) {
-            astTraps.push_back(stTrap);
-        }
-    }
-    return astTraps;
-}
-
-}  // namespace
 
 MTE_OID_S Oid(const char* pszDotted) {
     MTE_OID_S stOid{};
@@ -639,22 +580,18 @@ Stack::~Stack() {
     }
     StopBridge();
     StopProcess(&m_iTestAgentPid, 3000);
-    std::vector<std::string> astrLogs = {m_stDaemon.StderrPath()};
-    if (!m_stSnmpd.Dir().empty()) {
-        astrLogs.insert(astrLogs.end(), {BridgeLog(), m_stSnmpd.Dir() + "/testagent.log"});
-    }
-    for (const std::string& strLog : astrLogs) {
+    // Without snmpd's directory the last two name no file.
+    for (const std::string& strLog :
+         {m_stDaemon.StderrPath(), BridgeLog(), m_stSnmpd.Dir() + "/testagent.log"}) {
         std::string strText = ReadFile(strLog);
         EXPECT_EQ(strText.find("Sanitizer"), std::string::npos) << strLog << strText;
         EXPECT_EQ(strText.find("runtime error:"), std::string::npos) << strLog << strText;
     }
     if (::testing::Test::HasFailure()) {
-        std::cerr << "--- eventmibd:\n" << m_stDaemon.Stderr();
-        if (!m_stSnmpd.Dir().empty()) {
-            std::cerr << "--- traps:\n"
-                      << ReadFile(m_stSnmpd.TrapLogPath()) << "--- bridge:\n"
-                      << ReadFile(BridgeLog());
-        }
+        std::cerr << "--- eventmibd:\n"
+                  << m_stDaemon.Stderr() << "--- traps:\n"
+                  << ReadFile(m_stSnmpd.TrapLogPath()) << "--- bridge:\n"
+                  << ReadFile(BridgeLog());
     }
     unsetenv("RUNTIME_DIRECTORY");
     unsetenv("STATE_DIRECTORY");
@@ -666,7 +603,8 @@ std::string Stack::Start(unsigned uiPieces) {
         ((uiPieces & TRAPD) && !m_stSnmpd.StartTrapd(&strError))) {
         return (strError.find("not installed") != std::string::npos ? "skip: " : "") + strError;
     }
-    if ((uiPieces & CLIENT_V3) && !m_stSnmpd.UseClientConfig(ClientSecurity::V3_AUTH_PRIV)) {
+    if (((uiPieces & CLIENT_V3) && !m_stSnmpd.UseClientConfig(ClientSecurity::V3_AUTH_PRIV)) ||
+        ((uiPieces & CLIENT_V2C) && !m_stSnmpd.UseClientConfig(ClientSecurity::V2C))) {
         return "cannot write the client configuration";
     }
     if ((uiPieces & TESTAGENT) && !StartTestAgent()) {
@@ -782,14 +720,28 @@ ToolRun Stack::Snmp(const std::string& strToolAndOptions, const std::string& str
                  " -On -t 3 -r 0 127.0.0.1:" + std::to_string(m_stSnmpd.Port()) + " " + strArgs);
 }
 
+// snmptrapd -On logs a notification on one line, "NAME = TYPE: value"
+// bindings separated by tabs.
 std::vector<Trap> Stack::Traps(const std::string& strTrapOid, const std::string& strTrigger) {
-    std::vector<Trap> astMine;
-    for (const Trap& stTrap : TrapsWithOid(m_stSnmpd.TrapLogPath(), strTrapOid)) {
-        if (strTrigger.empty() || stTrap.Value(HOT_TRIGGER) == Str(strTrigger)) {
-            astMine.push_back(stTrap);
+    std::vector<Trap> astTraps;
+    std::istringstream stIn(ReadFile(m_stSnmpd.TrapLogPath()));
+    for (std::string strLine; std::getline(stIn, strLine);) {
+        Trap stTrap;
+        std::stringstream stFields(strLine);
+        for (std::string strField; std::getline(stFields, strField, '\t');) {
+            size_t uiEq = strField.find(" = ");
+            if (strField.rfind(".", 0) == 0 && uiEq != std::string::npos) {
+                std::string strValue = strField.substr(uiEq + 3);
+                strValue.erase(strValue.find_last_not_of(' ') + 1);
+                stTrap.astBindings.emplace_back(strField.substr(0, uiEq), strValue);
+            }
+        }
+        if (stTrap.Value(".1.3.6.1.6.3.1.1.4.1.0") == "OID: " + strTrapOid &&
+            (strTrigger.empty() || stTrap.Value(HOT_TRIGGER) == Str(strTrigger))) {
+            astTraps.push_back(stTrap);
         }
     }
-    return astMine;
+    return astTraps;
 }
 
 bool Stack::WaitTraps(const std::string& strTrapOid, const std::string& strTrigger, size_t uiCount,

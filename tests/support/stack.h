@@ -1,16 +1,9 @@
-// The one harness for tests that start processes: a private snmpd (its own
-// Event MIB modules not initialised) and snmptrapd, mte-testagent,
-// eventmib-agentx and the real eventmibd, each on 127.0.0.1 with free high
-// ports and temporary directories, every wait bounded. A test asks for the
-// pieces it needs (Stack::Start) and drives them with the clients below:
-// the management socket, eventmibctl, the net-snmp command-line tools, the
-// test agent's control socket and snmptrapd's log.
-//
-// snmpd: named contexts "ctxA" and "ctxAB" show the system group and "ctxB"
-// the interfaces group of the agent itself through its proxy; user
-// "testuser" (SHA/AES, authPriv) reads and writes every context;
-// communities "public" (read) and "private" (write) reach the default
-// context; MTE_TEST_WRITABLE_INTEGER is a writable Integer32 (initially 5).
+// The harness of tests that start processes: a private snmpd (its own Event
+// MIB modules not initialised), snmptrapd, mte-testagent, eventmib-agentx and
+// eventmibd on 127.0.0.1, free ports, temporary directories, bounded waits.
+// snmpd: contexts "ctxA"/"ctxAB" proxy its system group, "ctxB" its
+// interfaces group; user "testuser" (SHA/AES authPriv) reads and writes every
+// context; communities "public" and "private" the default context.
 #ifndef MTE_TEST_STACK_H
 #define MTE_TEST_STACK_H
 
@@ -38,7 +31,7 @@
         ASSERT_EQ(strStackError, "");                      \
     } while (0)
 
-#define MTE_TEST_WRITABLE_INTEGER "1.3.6.1.4.1.8072.9999.1.0"
+#define MTE_TEST_WRITABLE_INTEGER "1.3.6.1.4.1.8072.9999.1.0"  // Integer32, initially 5
 
 namespace mte_test {
 
@@ -46,10 +39,7 @@ int64_t MonoMs(void);
 // Polls the condition every 50 ms until it holds or the time is up.
 bool WaitUntil(const std::function<bool()>& fnCondition, int iTimeoutMs);
 std::string ReadFile(const std::string& strPath);
-// Lines of strText that contain the fragment.
-size_t CountLines(const std::string& strText, const std::string& strFragment);
 
-uint16_t FreeUdpPort(void);
 // Starts a program with extra environment ("NAME=value" replaces an inherited
 // variable, a bare "NAME" removes it), its output appended to strLogPath (or
 // replacing it); the pid or -1.
@@ -59,21 +49,17 @@ pid_t SpawnProcess(const std::vector<std::string>& astrArgs,
 // SIGTERM, wait up to iGraceMs, then SIGKILL and reap.
 void StopProcess(pid_t* piPid, int iGraceMs);
 // Opens strSocket and the two directories above it to everyone, then runs
-// fnChild in a child process as user nobody: its exit status, -1 when the
-// child could not become nobody. Needs root.
+// fnChild as user nobody (needs root): its exit status, -1 when it could not.
 int AsNobodyOn(const std::string& strSocket, const std::function<int()>& fnChild);
 
-// Binds iFd to a Unix socket path.
 bool BindTo(int iFd, const std::string& strPath);
 // One datagram to a Unix socket path, from a socket of its own.
 bool SendDatagram(const std::string& strPath, const void* pData, size_t uiLen);
 
 struct ToolRun {
-    int iExit;  // -1: killed by the time-out or a signal
-    std::string strOut;
+    int iExit;           // -1: killed by the time-out or a signal
+    std::string strOut;  // standard output and error
 };
-// Runs a shell command line under timeout(1), standard error with the output.
-ToolRun Shell(const std::string& strCommand);
 
 enum class ClientSecurity { V2C, V3_AUTH_PRIV };
 
@@ -84,16 +70,13 @@ class SnmpdHarness {
     SnmpdHarness(const SnmpdHarness&) = delete;
     SnmpdHarness& operator=(const SnmpdHarness&) = delete;
 
-    // Creates the directory and configuration on the first call; false with
-    // the reason ("... is not installed" when snmpd is missing).
+    // False with the reason ("... is not installed" when snmpd is missing).
     bool Start(std::string* pstrError, int iWaitMs = 15000);
     // The directory stays for a restart on the same port.
     void Stop(int iGraceMs = 3000) { StopProcess(&m_iPid, iGraceMs); }
     bool StartTrapd(std::string* pstrError, int iWaitMs = 5000);
-    void StopTrapd(int iGraceMs = 3000) { StopProcess(&m_iTrapdPid, iGraceMs); }
-    // Writes net-snmp client files (snmp.conf with the def* tokens,
-    // eventmibd.conf with agentAddress) and points SNMPCONFPATH and
-    // SNMP_PERSISTENT_DIR of this process, and so of its children, at them.
+    // Writes client files (snmp.conf, eventmibd.conf) for this process and
+    // its children, and points their environment at them.
     bool UseClientConfig(ClientSecurity eSecurity);
 
     pid_t Pid() const { return m_iPid; }
@@ -114,33 +97,8 @@ class SnmpdHarness {
     pid_t m_iTrapdPid = -1;
 };
 
-// A private snmpd for a whole test program, this process's client set up for
-// it; Agent() is null when it could not start.
-class SnmpdEnvironment : public ::testing::Environment {
-  public:
-    explicit SnmpdEnvironment(ClientSecurity eSecurity) : m_eSecurity(eSecurity) {}
-    void SetUp() override;
-    void TearDown() override;
-    static SnmpdHarness* Agent() { return s_pstAgent; }
-
-  private:
-    ClientSecurity m_eSecurity;
-    static inline SnmpdHarness* s_pstAgent = nullptr;
-};
-
-// The fixture of tests that need SnmpdEnvironment's agent: skipped without it.
-class SnmpdClientTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        if (SnmpdEnvironment::Agent() == nullptr) {
-            GTEST_SKIP() << "no private snmpd";
-        }
-    }
-};
-
 // eventmibd with its own state and runtime directories, standard error in a
-// file, readiness seen through a private NOTIFY_SOCKET. The destructor kills
-// a daemon still running and removes the directories.
+// file, readiness through a private NOTIFY_SOCKET. The destructor kills it.
 class DaemonProcess {
   public:
     DaemonProcess();
@@ -148,23 +106,20 @@ class DaemonProcess {
     DaemonProcess(const DaemonProcess&) = delete;
     DaemonProcess& operator=(const DaemonProcess&) = delete;
 
-    // Point a directory elsewhere (a regular file makes an initialiser
-    // fail); call before Start.
+    // Before Start: point a directory elsewhere (a regular file makes an
+    // initialiser fail).
     void SetStateDir(const std::string& strDir) { m_strStateDir = strDir; }
     void SetRuntimeDir(const std::string& strDir) { m_strRuntimeDir = strDir; }
 
-    // Spawns the daemon with a clean signal mask and default dispositions.
     bool Start();
     // True once it reported READY=1; false when it exited first or time ran out.
     bool WaitReady(int iTimeoutMs = 15000);
-    bool StartReady() { return Start() && WaitReady(); }
     // True with the wait status once the daemon has exited.
     bool WaitExit(int iTimeoutMs, int* piStatus);
     bool HasExited();
     bool Signal(int iSignal);
-    // The exit status after the stop signal, or after the daemon ends by
-    // itself with bSignal false; -1 when it was killed or did not exit in
-    // time (it is killed then, so that the next start finds it gone).
+    // The exit status after the stop signal (or without it); -1 when it
+    // was killed or did not exit in time (then it is killed).
     int Stop(bool bSignal = true);
 
     const std::string& Root() const { return m_strRoot; }
@@ -174,9 +129,7 @@ class DaemonProcess {
     pid_t Pid() const { return m_iPid; }
     std::string StderrPath() const { return m_strRoot + "/stderr"; }
     std::string Stderr() const { return ReadFile(StderrPath()); }
-    size_t CountStderr(const std::string& strFragment) const {
-        return CountLines(Stderr(), strFragment);
-    }
+    size_t CountStderr(const std::string& strFragment) const;  // lines containing it
     // Open descriptors of the daemon; settled: once the count stops moving.
     size_t FdCount() const;
     size_t SettledFdCount() const;
@@ -191,15 +144,13 @@ class DaemonProcess {
     int m_iStatus = 0;
 };
 
-// A synchronous client of the management socket: raw packets or requests
-// built by the message library; every wait bounded.
+// A synchronous client of the management socket, every wait bounded.
 class ChannelClient {
   public:
     ChannelClient() = default;
     ~ChannelClient() { Close(); }
     ChannelClient(const ChannelClient&) = delete;
     ChannelClient& operator=(const ChannelClient&) = delete;
-    ChannelClient(ChannelClient&& stOther) noexcept : m_iFd(stOther.m_iFd) { stOther.m_iFd = -1; }
 
     bool Connect(const std::string& strPath, int iTimeoutMs = 5000);
     void Close();
@@ -214,29 +165,27 @@ class ChannelClient {
         pollfd stPoll{m_iFd, POLLIN, 0};
         return poll(&stPoll, 1, iTimeoutMs) == 0;
     }
-    // Sends a library-built request and parses its reply into stReply; false
-    // on any failure, a reply with another sequence included.
+    // Sends a request and parses its reply into stReply; false on any
+    // failure, a reply with another sequence included.
     bool Request(uint16_t usType, uint16_t usOp, uint32_t uiMask = 0, uint16_t usItem = 0,
                  const void* pValue = nullptr);
     bool ReceiveReply(uint32_t uiSeq);
 
-    uint32_t uiSequence = 0;
     std::vector<uint8_t> vecReply;
     MTE_MSG_REPLY_S stReply{};
 
   private:
     int m_iFd = -1;
+    uint32_t m_uiSequence = 0;
 };
 
-// One notification in snmptrapd's -On log: the bindings in order, each name
-// with its "TYPE: value" text.
+// One notification in snmptrapd's log: the bindings' names and "TYPE: value".
 struct Trap {
     std::vector<std::pair<std::string, std::string>> astBindings;
     std::string Value(const std::string& strName) const;
 };
 
-// A notification datagram ("MTEN" version 1) built field by field, so that
-// tests can also build wrong ones.
+// A notification datagram built field by field, so that it can also be wrong.
 class NotifyDatagram {
   public:
     NotifyDatagram& U16(uint16_t us) { return Raw(&us, 2); }
@@ -275,8 +224,8 @@ MTE_OID_S Oid(const char* pszDotted);
 std::string OidText(const MTE_OID_S& stOid);
 bool IsUnder(const MTE_OID_S& stOid, const MTE_OID_S& stPrefix);
 
-// mte-testagent's table entry: column 1 Integer32 (read-write), 2 Gauge32,
-// 3 string, 4 TimeTicks; the built-in notifications and their objects.
+// mte-testagent's table entry (1 Integer32 read-write, 2 Gauge32, 3 string, 4
+// TimeTicks); the built-in notifications and their objects.
 constexpr const char* TABLE = "1.3.6.1.4.1.99999.1.1.1";
 constexpr const char* FIRED = ".1.3.6.1.2.1.88.2.0.1";
 constexpr const char* RISING = ".1.3.6.1.2.1.88.2.0.2";
@@ -301,21 +250,21 @@ inline std::string Int(long lValue) {
     return "INTEGER: " + std::to_string(lValue);
 }
 
-// The pieces a test asks for; each implies none of the others.
+// The pieces a test asks for; none implies another.
 enum StackPiece : unsigned {
     SNMPD = 1u << 0,
     TRAPD = 1u << 1,
-    CLIENT_V3 = 1u << 2,  // the daemon (and this process) read snmpd with SNMPv3
+    CLIENT_V3 = 1u << 2,   // the daemon (and this process) read snmpd with SNMPv3
+    CLIENT_V2C = 1u << 3,  // or with SNMPv2c
     TESTAGENT = 1u << 4,
     BRIDGE = 1u << 5,
     DAEMON = 1u << 6,
     WHOLE = SNMPD | TRAPD | CLIENT_V3 | TESTAGENT | BRIDGE | DAEMON,
 };
 
-// Starts the pieces and stops them in its destructor, where it also checks
-// the children's logs for sanitizer reports and prints them when the test
-// failed. RUNTIME_DIRECTORY and STATE_DIRECTORY of this process point at the
-// daemon's while it lives, for eventmibctl and in-process platform code.
+// Starts the pieces and stops them in its destructor, which also fails on
+// sanitizer reports in the children's logs and prints them when the test
+// failed. This process's RUNTIME_DIRECTORY and STATE_DIRECTORY are the daemon's.
 class Stack {
   public:
     Stack();
@@ -323,35 +272,29 @@ class Stack {
     Stack(const Stack&) = delete;
     Stack& operator=(const Stack&) = delete;
 
-    // "" when every piece runs; "skip: ..." when snmpd is not installed;
-    // else what failed. Use MTE_START_STACK in a fixture.
+    // "" when every piece runs; "skip: ..." without snmpd; else what failed.
     std::string Start(unsigned uiPieces);
-    bool StartTestAgent();
     bool StartBridge();
-    bool StartDaemon() { return m_stDaemon.StartReady(); }
+    bool StartDaemon() { return m_stDaemon.Start() && m_stDaemon.WaitReady(); }
     void StopBridge(bool bKill = false);
 
     // One command to the test agent; its reply.
     std::string Agent(const std::string& strCommand);
     void AgentOk(const std::string& strCommand);
-    // eventmibctl with the given shell words; a scenario over one connection.
+    // eventmibctl with these shell words; a scenario over one connection.
     ToolRun Ctl(const std::string& strArgs);
     ToolRun CtlScenario(const std::string& strLines);
     void CtlOk(const std::string& strArgs);
     void CtlScenarioOk(const std::string& strLines);
-    // Every table as eventmibctl walks it, for a before-and-after comparison.
-    std::string Snapshot();
-    // One counter of `eventmibctl get scalars`, -1 when absent.
-    long Scalar(const std::string& strName);
-    // A net-snmp tool against snmpd: "snmpget -v2c -c public" and the like,
-    // then its arguments.
+    std::string Snapshot();                   // every table as eventmibctl walks it
+    long Scalar(const std::string& strName);  // of `get scalars`, -1 when absent
+    // A net-snmp tool ("snmpget -v2c -c public" and the like) against snmpd.
     ToolRun Snmp(const std::string& strToolAndOptions, const std::string& strArgs);
     ToolRun Get(const std::string& strArgs) { return Snmp("snmpget -v2c -c public", strArgs); }
     ToolRun Set(const std::string& strArgs) { return Snmp("snmpset -v2c -c private", strArgs); }
     ToolRun Walk(const std::string& strOid) { return Snmp("snmpwalk -v2c -c public", strOid); }
 
-    // Notifications of that type received; with strTrigger, only those whose
-    // mteHotTrigger names it.
+    // Notifications of that type received; with strTrigger, only its own.
     std::vector<Trap> Traps(const std::string& strTrapOid, const std::string& strTrigger = "");
     bool WaitTraps(const std::string& strTrapOid, const std::string& strTrigger, size_t uiCount,
                    int iTimeoutMs = FIRE_WAIT_MS);
@@ -369,14 +312,14 @@ class Stack {
     std::vector<std::string> m_astrContexts = {"ctxT1", "ctxT2"};
     std::vector<std::string> m_astrBridgeArgs;
     pid_t m_iBridgePid = -1;
-    pid_t m_iTestAgentPid = -1;
 
   private:
+    bool StartTestAgent();
     std::vector<std::string> ChildEnv(const std::string& strPersist) const;
+    pid_t m_iTestAgentPid = -1;
 };
 
-// The fixture of end-to-end tests: the whole stack, sampling allowed every
-// second.
+// The fixture of end-to-end tests: the whole stack, sampling every second.
 class WholeStackTest : public ::testing::Test, protected Stack {
   protected:
     void SetUp() override {
@@ -386,8 +329,7 @@ class WholeStackTest : public ::testing::Test, protected Stack {
 };
 
 // eventmibctl lines that make trigger owner=e2e name=strName with its test
-// row and activate it; the trigger samples every second unless its columns
-// name a frequency.
+// row and activate it (frequency 1 unless the trigger columns name one).
 std::string TriggerLines(const std::string& strName, const std::string& strTriggerColumns,
                          const std::string& strTestTable, const std::string& strTestColumns);
 

@@ -15,36 +15,29 @@
 bool TESTAGENT_Command(const std::string& strSocket, const std::string& strCommand,
                        std::string* pstrReply, int iTimeoutMs) {
     sockaddr_un stAddr;
+    sockaddr_un stSelf{};
+    stSelf.sun_family = AF_UNIX;
+    int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    pollfd stPoll = {iFd, POLLIN, 0};
+    char acBuf[4096];
+    ssize_t lRead = -1;
+    *pstrReply = "no reply";
     if (!PLAT_UnixAddress(strSocket, &stAddr)) {
         *pstrReply = "control socket path empty or too long";
-        return false;
-    }
-    int iFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (iFd < 0) {
-        *pstrReply = std::string("socket: ") + strerror(errno);
-        return false;
-    }
-    sa_family_t usFamily = AF_UNIX;
-    sockaddr_un stSelf{};
-    stSelf.sun_family = usFamily;
-    bool bOk = bind(iFd, reinterpret_cast<sockaddr*>(&stSelf), sizeof(sa_family_t)) == 0;
-    if (!bOk) {
-        *pstrReply = std::string("bind: ") + strerror(errno);
-    } else if (sendto(iFd, strCommand.data(), strCommand.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+    } else if (iFd < 0 ||
+               bind(iFd, reinterpret_cast<sockaddr*>(&stSelf), sizeof(sa_family_t)) != 0 ||
+               sendto(iFd, strCommand.data(), strCommand.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
                       reinterpret_cast<sockaddr*>(&stAddr),
                       sizeof(stAddr)) != static_cast<ssize_t>(strCommand.size())) {
-        *pstrReply = std::string("send: ") + strerror(errno);
-        bOk = false;
-    } else {
-        pollfd stPoll = {iFd, POLLIN, 0};
-        char acBuf[4096];
-        ssize_t lRead = -1;
-        if (poll(&stPoll, 1, iTimeoutMs) == 1) {
-            lRead = recv(iFd, acBuf, sizeof(acBuf), MSG_DONTWAIT);
-        }
-        bOk = lRead >= 0;
-        *pstrReply = bOk ? std::string(acBuf, static_cast<size_t>(lRead)) : "no reply";
+        *pstrReply = std::string("control socket: ") + strerror(errno);
+    } else if (poll(&stPoll, 1, iTimeoutMs) == 1) {
+        lRead = recv(iFd, acBuf, sizeof(acBuf), MSG_DONTWAIT);
     }
-    close(iFd);
-    return bOk;
+    if (lRead >= 0) {
+        pstrReply->assign(acBuf, static_cast<size_t>(lRead));
+    }
+    if (iFd >= 0) {
+        close(iFd);
+    }
+    return lRead >= 0;
 }
