@@ -1,9 +1,9 @@
-// Diagnostics: trace records, debug lines, the switch and the message texts,
-// observed through the fake system log.
+// Diagnostics: trace records and the message texts' registry, observed
+// through the fake system log. Debug lines and their switch are read by the
+// engine and event tests.
 #include <gtest/gtest.h>
 
 #include <string>
-#include <string_view>
 
 #include "fake_log.h"
 #include "mte_dbg.h"
@@ -60,40 +60,14 @@ TEST_F(DbgTest, OverlongTraceIsCutToFitTheRecord) {
     EXPECT_EQ(OnlyLine().strText, "Ln: 107 " + strFits);
 }
 
-// Traces are written whatever the switch; a new start begins with it off.
-TEST_F(DbgTest, SwitchArithmetic) {
-    mte_DBG_PrintTraceInfo(84, "%d", 7);
-    EXPECT_EQ(mte_DBG_GetSwitch(), 0u);
-    mte_DBG_EnableSwitch(0x6);
-    mte_DBG_DisableSwitch(0x2);
-    EXPECT_EQ(mte_DBG_GetSwitch(), 0x4u);
-    EXPECT_EQ(mte_DBG_IsEnable(MTE_DBG_WARNING), 1);
-    EXPECT_EQ(mte_DBG_IsEnable(MTE_DBG_ERR), 0);
-    EXPECT_EQ(mte_DBG_IsEnable(MTE_DBG_ERR | MTE_DBG_WARNING), 1);
-    // Bits without a reader can still be set and read back.
-    mte_DBG_EnableSwitch(0x80000001u);
-    EXPECT_EQ(mte_DBG_GetSwitch(), 0x80000005u);
-    mte_DBG_PrintTraceInfo(84, "%d", 8);
-    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE"), 2u);
-    mte_DBG_Fini();
-    ASSERT_EQ(mte_DBG_Init(), 0u);
-    EXPECT_EQ(mte_DBG_GetSwitch(), 0u);
-}
-
-// The words are pinned at compile time; the registry holds them while the
-// module is up.
-static_assert(std::string_view(mte_DBG_TextFormat(MTE_TEXT_INIT_FAILED)) ==
-              "Failed to initialize Event-MIB module.");
-TEST_F(DbgTest, TextsAreRegisteredWhileTheModuleIsUp) {
-    for (uint32_t i = 0; i < MTE_TEXT_COUNT; ++i) {
-        EXPECT_STREQ(RC_LoadString(MTE_TEXT(i)), g_astMteTexts[i].pszText) << "text " << i;
-    }
+// Out-of-range texts and texts asked for after the end come back empty.
+TEST_F(DbgTest, TextsOutsideTheRegistryAreEmpty) {
     EXPECT_STREQ(RC_LoadString(MTE_TEXT(MTE_TEXT_COUNT)), "");
     EXPECT_STREQ(mte_DBG_Text(MTE_TEXT_COUNT), "");
     mte_DBG_Fini();
     EXPECT_STREQ(mte_DBG_Text(MTE_TEXT_INIT_FAILED), "");
     ASSERT_EQ(mte_DBG_Init(), 0u);
-    EXPECT_STREQ(mte_DBG_Text(MTE_TEXT_INIT_FAILED), g_astMteTexts[3].pszText);
+    EXPECT_STREQ(mte_DBG_Text(MTE_TEXT_INIT_FAILED), g_astMteTexts[MTE_TEXT_INIT_FAILED].pszText);
 }
 
 }  // namespace
