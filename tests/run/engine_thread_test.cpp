@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <thread>
@@ -87,12 +88,8 @@ class EngineThread : public ::testing::Test {
         return mte_TRIGGER_Set(&stRow, kCreateMask, &uiFailed);
     }
 
-    static MTE_TRIGGER_ENTRY_S* Entry(const char* pszName) {
-        return mte_TRIGGER_GetTriggerEntry("own", pszName);
-    }
-
     static uint32_t StateOf(const char* pszName) {
-        MTE_TRIGGER_ENTRY_S* pstEntry = Entry(pszName);
+        MTE_TRIGGER_ENTRY_S* pstEntry = mte_TRIGGER_GetTriggerEntry("own", pszName);
         mte_TRIGGER_StateLock(&pstEntry->stStateLock);
         uint32_t uiState = pstEntry->uiRunState;
         mte_TRIGGER_StateUnLock(&pstEntry->stStateLock);
@@ -105,10 +102,12 @@ class EngineThread : public ::testing::Test {
     }
 
     // The port-down returns at once; the main loop takes the worker's answer.
-    static void PortDown() {
+    static void PortDown(bool bWait = true) {
         ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
         mte_TIMER_SetPortFlag(0);
-        WaitDrained();
+        if (bWait) {
+            WaitDrained();
+        }
     }
     static void WaitDrained() {
         ASSERT_TRUE(WaitFor([] {
@@ -129,11 +128,10 @@ class EngineThread : public ::testing::Test {
     }
 
     static size_t FiredCount() {
-        size_t uiCount = 0;
-        for (const auto& stNotify : FAKE_SNMP_Notifies()) {
-            uiCount += stNotify.strName == "mteTriggerFired" ? 1 : 0;
-        }
-        return uiCount;
+        auto astNotifies = FAKE_SNMP_Notifies();
+        return std::count_if(astNotifies.begin(), astNotifies.end(), [](const auto& stNotify) {
+            return stNotify.strName == "mteTriggerFired";
+        });
     }
 };
 
@@ -164,8 +162,8 @@ TEST_F(EngineThread, PortDownDrainsWithoutWaitingAndPortUpStartsAfresh) {
     ASSERT_TRUE(FAKE_SNMP_WaitForStall(3000));
     PortDown();
     EXPECT_TRUE(Idle());
-    EXPECT_EQ(Entry("a")->pstCurSamples, nullptr);
-    EXPECT_EQ(Entry("a")->pstPrevSamples, nullptr);
+    EXPECT_EQ(mte_TRIGGER_GetTriggerEntry("own", "a")->pstCurSamples, nullptr);
+    EXPECT_EQ(mte_TRIGGER_GetTriggerEntry("own", "a")->pstPrevSamples, nullptr);
     EXPECT_EQ(ENG_Instances(), 0u);
     size_t uiFired = FiredCount();
     EXPECT_LT(uiFired, 80u);
@@ -177,8 +175,7 @@ TEST_F(EngineThread, PortDownDrainsWithoutWaitingAndPortUpStartsAfresh) {
     PortUp();
     ASSERT_TRUE(FAKE_SNMP_WaitForStall(3000));
     auto tStart = std::chrono::steady_clock::now();
-    ASSERT_EQ(mte_TIMER_SuspendAll(), 0u);
-    mte_TIMER_SetPortFlag(0);
+    PortDown(false);
     PortUp();  // before the worker has answered
     EXPECT_LT(std::chrono::steady_clock::now() - tStart, std::chrono::milliseconds(500));
     EXPECT_TRUE(mte_TIMER_IsDraining());
