@@ -279,11 +279,13 @@ TEST_F(EngineSampler, InstanceMaximumReachedMidWalkKeepsOnlyTheLastRefusedSample
 TEST_F(EngineSampler, ContextWalksVisitThePrefixAndLongerNamesOnly) {
     const struct {
         const char *pszValued, *pszEmpty, *pszPrefix;  // contexts, space-separated
-        const char *pszVisited, *pszKept;              // no check of visits if empty
+        bool bOidWild;
+        const char *pszVisited, *pszKept;  // no check of visits if empty
     } astCases[] = {
-        {"b c1 c1a c1b c2x", "", "c1", "c1 c1a c1b", "c1/s c1a/s c1b/s"},
-        {"c6 d", "c c1 c2 c3 c4 c5", "c", "c c1 c2 c3 c4 c5 c6", "c6/s"},
-        {"vrf1 vrf2", "", "vrf", "", "vrf1/s vrf2/s"},
+        {"b c1 c1a c1b c2x", "", "c1", false, "c1 c1a c1b", "c1/s c1a/s c1b/s"},
+        {"c6 d", "c c1 c2 c3 c4 c5", "c", false, "c c1 c2 c3 c4 c5 c6", "c6/s"},
+        {"vrf1 vrf2", "", "vrf", false, "", "vrf1/s vrf2/s"},
+        {"vrf1 vrf2", "", "vrf", true, "", "vrf1/if.1 vrf2/if.1"},
     };
     for (const auto& stCase : astCases) {
         SCOPED_TRACE(&stCase - astCases);
@@ -293,9 +295,10 @@ TEST_F(EngineSampler, ContextWalksVisitThePrefixAndLongerNamesOnly) {
             FAKE_SNMP_AddContext(strContext);
         }
         for (std::string strContext; stValued >> strContext;) {
-            FAKE_SNMP_SetInteger(strContext, kScalar, 1);
+            FAKE_SNMP_SetInteger(strContext, stCase.bOidWild ? Sub(kIfIn, {1}) : kScalar, 1);
         }
-        MTE_TRIGGER_ENTRY_S* pstTrigger = Make("ctx", kScalar, stCase.pszPrefix, false, true);
+        MTE_TRIGGER_ENTRY_S* pstTrigger =
+            Make("ctx", stCase.bOidWild ? kIfIn : kScalar, stCase.pszPrefix, stCase.bOidWild, true);
         Cycle(pstTrigger);
         std::string strVisited;
         for (const auto& stReq : FAKE_SNMP_Gets()) {
@@ -343,8 +346,10 @@ TEST_F(EngineSampler, WalkOverInstancesAndContextsPairsTheNextCycle) {
 TEST_F(EngineSampler, FailedWalkStepReportsAndFlushesThePreviousCycle) {
     Fill(4);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
-    ENG_AddExistence(pstTrigger, "", MTE_EXIST_ABSENT, 0);
+    // Present at the first cycle, but the startup rule holds it back.
+    ENG_AddExistence(pstTrigger, "", MTE_EXIST_PRESENT | MTE_EXIST_ABSENT, 0);
     Cycle(pstTrigger);
+    EXPECT_TRUE(FAKE_SNMP_Notifies().empty());
     FAKE_SNMP_FailOid(Sub(kIfIn, {2}), SNMP_ST_GEN_ERR);
     Cycle(pstTrigger);
     // Instances 3 and 4 were not reached: the flush reports them absent.
@@ -532,7 +537,6 @@ TEST_F(EngineSampler, BooleanFiresOnTheInstancesThatMatchWithTheirFullOids) {
 TEST_F(EngineSampler, AbsoluteRisingAndDeltaFallingInOnePairRunInThatOrder) {
     FAKE_SNMP_SetInteger("", kScalar, 50);
     MTE_TRIGGER_ENTRY_S* pstTrigger = Make("th", kScalar);
-    strcpy(pstTrigger->stRow.szTargetTag, "tag");
     ENG_AddThreshold(pstTrigger, MTE_THRES_STARTUP_FALLING, 10, 0, 100, -10);
     mte_DBG_EnableSwitch(MTE_DBG_WARNING | MTE_DBG_INFO);
     Cycle(pstTrigger);
@@ -543,9 +547,15 @@ TEST_F(EngineSampler, AbsoluteRisingAndDeltaFallingInOnePairRunInThatOrder) {
     EXPECT_EQ(EventsRun(),
               "Event entry own-evRising: Nonexistent event., Event entry own-evDeltaFalling: "
               "Nonexistent event.");
+
+    // A rising startup fires at the first sample already.
+    MTE_TRIGGER_ENTRY_S* pstRising = Make("r", kScalar);
+    ENG_AddThreshold(pstRising, MTE_THRES_STARTUP_RISING, 10, 0, 100, -100);
+    Cycle(pstRising);
+    EXPECT_EQ(Sent(2), "Rising s=20");
     EXPECT_EQ(FAKE_LOG_Count(MTE_DBG_MNEMONIC_INFO,
                              "\r\n   Condition to generate the mteTriggerRising notification "
-                             "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: th\r\n   "
+                             "occurred.\r\n   TriggerOwner: own\r\n   TriggerName: r\r\n   "
                              "TriggerTest: Threshold\r\n   Rising: 10\r\n   ValueID: "
                              "1.3.6.1.4.1.99.1.0\r\n   Value of mteTriggerValueID: 20\r\n   "
                              "ContextName: N/A"),
