@@ -38,10 +38,7 @@ struct CAPTURE_S {  // what the client asked and sent since the last reset
     int64_t llLiveValues = 0, llLiveHandles = 0;
 } g_stCap;
 thread_local const void* g_pWalk = nullptr;
-
-struct NOTIFY_HANDLE_S {
-    std::vector<FAKE_SNMP_VAR_S> astVars;
-};
+typedef std::vector<FAKE_SNMP_VAR_S> NOTIFY_VARS;  // what a notify handle points to
 
 std::string Str(const char* psz) {
     return psz == nullptr ? std::string{} : std::string(psz);
@@ -174,9 +171,8 @@ void FAKE_SNMP_Remove(const std::string& strContext, const FAKE_OID& astOid) {
 
 void FAKE_SNMP_FailOid(const FAKE_OID& astOid, uint32_t uiStatus) {
     std::lock_guard guard(g_stLock);
-    if (uiStatus == 0) {
-        g_mapFailures.erase(astOid);
-    } else {
+    g_mapFailures.erase(astOid);
+    if (uiStatus != 0) {
         g_mapFailures[astOid] = uiStatus;
     }
 }
@@ -297,7 +293,7 @@ SNMP_NOTIFY_HANDLE SNMP_CreateNotifyHandle(void) {
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
     ++g_stCap.llLiveHandles;
-    return new NOTIFY_HANDLE_S;
+    return new NOTIFY_VARS;
 }
 
 uint32_t SNMP_AddNotifyVar(SNMP_NOTIFY_HANDLE hNotify, const SNMP_NOTIFY_VAR_S* pstVar,
@@ -305,7 +301,7 @@ uint32_t SNMP_AddNotifyVar(SNMP_NOTIFY_HANDLE hNotify, const SNMP_NOTIFY_VAR_S* 
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
     const char* pc = static_cast<const char*>(pstVar->pValue);
-    static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars.push_back(
+    static_cast<NOTIFY_VARS*>(hNotify)->push_back(
         {pstVar->uiType, pc == nullptr ? std::string{} : std::string(pc, pstVar->uiLen)});
     return 0;
 }
@@ -315,7 +311,7 @@ uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
     ++g_stCap.ulCalls;
     FAKE_SNMP_NOTIFY_S stOut;
     stOut.strName = Str(pszName);
-    stOut.astVars = static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars;
+    stOut.astVars = *static_cast<NOTIFY_VARS*>(hNotify);
     if (stOut.astVars.size() == 5) {
         stOut.strTrigger = stOut.astVars[0].strBytes;
         stOut.strTag = stOut.astVars[1].strBytes;
@@ -333,7 +329,7 @@ uint32_t SNMP_DestroyNotifyHandle(SNMP_NOTIFY_HANDLE hNotify) {
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
     --g_stCap.llLiveHandles;
-    delete static_cast<NOTIFY_HANDLE_S*>(hNotify);
+    delete static_cast<NOTIFY_VARS*>(hNotify);
     return 0;
 }
 
