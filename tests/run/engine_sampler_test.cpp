@@ -224,35 +224,6 @@ TEST_F(EngineSampler, SingleRequestFiresExistenceAndAFailedOneKeepsNoPreviousSam
 
 // --- walks --------------------------------------------------------------------
 
-TEST_F(EngineSampler, WalkOfTwelveInstancesTakesThreeBatches) {
-    Fill(12);
-    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 2, 1, 2, 2, 1, 11, 1}, 0);
-    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
-
-    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
-    for (uint32_t uiBatch = 1; uiBatch <= 2; ++uiBatch) {
-        EXPECT_EQ(mte_run_PumpQueue(1), 1u);
-        EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
-        EXPECT_EQ(ENG_ListLen(pstTrigger->pstCurSamples), 5 * uiBatch);
-        EXPECT_EQ(FAKE_SNMP_GetNexts().size(), 5 * uiBatch);
-    }
-    // The client's read-ahead for the walk lives as long as the cycle.
-    EXPECT_TRUE(FAKE_SNMP_EndedWalks().empty());
-    EXPECT_EQ(mte_run_PumpQueue(1), 1u);
-    EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
-    EXPECT_EQ(FAKE_SNMP_EndedWalks(), std::vector<const void*>{pstTrigger});
-    for (const auto& stReq : FAKE_SNMP_GetNexts()) {
-        EXPECT_EQ(stReq.pWalk, pstTrigger);
-    }
-    EXPECT_EQ(mte_run_PumpQueue(1), 0u);
-    EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), 12u);
-    EXPECT_EQ(pstTrigger->pstCurSamples, nullptr);
-    EXPECT_EQ(FAKE_SNMP_GetNexts().size(), 13u);
-    EXPECT_EQ(ENG_Instances(), 12u);
-    EXPECT_EQ(Kept(pstTrigger).substr(0, 5), "if.1 ");
-    EXPECT_TRUE(Kept(pstTrigger).ends_with(" if.12"));
-}
-
 TEST_F(EngineSampler, InstanceMaximumReachedMidWalkKeepsOnlyTheLastRefusedSample) {
     mte_SCALAR_SetInstancesMax(3);
     Fill(6);
@@ -413,36 +384,47 @@ TEST_F(EngineSampler, RequestsMadeWhileQueuedAreCompletedAtDequeue) {
     }
 }
 
-TEST_F(EngineSampler, StopDestroyAndRestartBetweenBatchesOfAWalk) {
+// A walk goes in batches of five. The client's read-ahead for it lives as
+// long as the cycle and ends with it, whether the cycle completes or is
+// dropped between batches: deactivation and destruction drop the samples
+// before they mark the trigger, and a restart runs a whole new cycle.
+TEST_F(EngineSampler, WalkBatchesAndStopDestroyOrRestartBetweenThem) {
     Fill(12);
+    FAKE_SNMP_SetInteger("", {1, 3, 6, 1, 2, 1, 2, 2, 1, 11, 1}, 0);  // past the column
     for (uint32_t uiState : {MTE_RUN_CANCELLED, MTE_RUN_DELETED, MTE_RUN_RESTART}) {
         SCOPED_TRACE(uiState);
         bool bRestart = uiState == MTE_RUN_RESTART;
         MTE_TRIGGER_ENTRY_S* pstTrigger = Make("walk", kIfIn, "", true);
+        size_t uiGetNexts = FAKE_SNMP_GetNexts().size();
+        size_t uiEnded = FAKE_SNMP_EndedWalks().size();
         ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
         ASSERT_EQ(mte_run_PumpQueue(1), 1u);
+        EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_BUSY);
+        EXPECT_EQ(ENG_ListLen(pstTrigger->pstCurSamples), 5u);
         EXPECT_EQ(ENG_Instances(), 5u);
-        // Deactivation and destruction drop the samples before they mark the trigger.
+        EXPECT_EQ(FAKE_SNMP_EndedWalks().size(), uiEnded);
         SetState(pstTrigger, bRestart ? MTE_RUN_CANCELLED : uiState, true);
         if (bRestart) {
             SetState(pstTrigger, MTE_RUN_RESTART);
         }
         EXPECT_EQ(ENG_Instances(), 0u);
-        size_t uiGetNexts = FAKE_SNMP_GetNexts().size();
-        size_t uiEnded = FAKE_SNMP_EndedWalks().size();
-        ENG_PumpAll();
-        // The dropped cycle's read-ahead goes with it (and a restart's with its own end).
+        EXPECT_EQ(ENG_PumpAll(), bRestart ? 4u : 1u);
         EXPECT_EQ(FAKE_SNMP_EndedWalks().size(), uiEnded + (bRestart ? 2 : 1));
         EXPECT_EQ(FAKE_SNMP_EndedWalks()[uiEnded], pstTrigger);
-        // A restart runs a whole new cycle from the first instance.
-        EXPECT_EQ(FAKE_SNMP_GetNexts().size(), uiGetNexts + (bRestart ? 13 : 0));
+        auto astGetNexts = FAKE_SNMP_GetNexts();
+        EXPECT_EQ(astGetNexts.size(), uiGetNexts + 5 + (bRestart ? 13 : 0));
+        for (size_t i = uiGetNexts; i < astGetNexts.size(); ++i) {
+            EXPECT_EQ(astGetNexts[i].pWalk, pstTrigger);
+        }
         if (uiState == MTE_RUN_DELETED) {
             Forget(pstTrigger);
             continue;
         }
         EXPECT_EQ(pstTrigger->uiRunState, MTE_RUN_IDLE);
         EXPECT_EQ(pstTrigger->pstCurSamples, nullptr);
-        EXPECT_EQ(ENG_ListLen(pstTrigger->pstPrevSamples), bRestart ? 12u : 0u);
+        EXPECT_EQ(Kept(pstTrigger), bRestart ? "if.1 if.2 if.3 if.4 if.5 if.6 if.7 if.8 if.9 "
+                                               "if.10 if.11 if.12"
+                                             : "");
         EXPECT_EQ(ENG_Instances(), bRestart ? 12u : 0u);
         SetState(pstTrigger, MTE_RUN_IDLE, true);
     }
