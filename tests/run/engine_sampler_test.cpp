@@ -480,22 +480,23 @@ TEST_F(EngineSampler, TimerExpiryOfABusyTriggerOrAtTheInstanceMaximumFails) {
     // sampleOverrun, localResourceLack
     EXPECT_EQ(Sent(), "Failure ctxA/s=-6, Failure if=-1");
     EXPECT_EQ(ENG_PumpAll(), 1u);
-}
 
-TEST_F(EngineSampler, TrapSwitchOffSendsNothingButStillCounts) {
+    // With the trap switch off, failures and firings are counted, not sent.
     ENG_SetTrapSwitch(0);
-    MTE_TRIGGER_ENTRY_S* pstTrigger = Make("t", kScalar);
-    ENG_AddExistence(pstTrigger, "");
-    FAKE_SNMP_SetInteger("", kScalar, 1);
-    ASSERT_EQ(ENG_Queue(pstTrigger), 0u);
-    mte_RUN_ProcTimer(pstTrigger);
+    ENG_AddExistence(pstBusy, "");
+    FAKE_SNMP_SetInteger("ctxA", kScalar, 1);
+    ASSERT_EQ(ENG_Queue(pstBusy), 0u);
+    size_t uiSent = FAKE_SNMP_Notifies().size();
+    uint32_t uiFailures = ENG_Scalars().uiTriggerFailures;
+    EXPECT_EQ(mte_RUN_ProcTimer(pstBusy), 0u);
     uint64_t ulCalls = FAKE_SNMP_CallCount();
     ENG_PumpAll();
     EXPECT_EQ(FAKE_SNMP_CallCount(), ulCalls + 1);  // the get alone
-    EXPECT_TRUE(FAKE_SNMP_Notifies().empty());
-    EXPECT_EQ(ENG_Scalars().uiTriggerFailures, 1u);
+    EXPECT_EQ(FAKE_SNMP_Notifies().size(), uiSent);
+    EXPECT_EQ(ENG_ListLen(pstBusy->pstPrevSamples), 1u);
     EXPECT_EQ(TRAP_SendmteEventSetFailure("t", 1, "", 0, "", 0, nullptr, 0, 5), 0u);
     EXPECT_EQ(FAKE_SNMP_CallCount(), ulCalls + 1);
+    EXPECT_EQ(ENG_Scalars().uiTriggerFailures, uiFailures + 1);  // the overrun
 }
 
 // --- evaluation ---------------------------------------------------------------
