@@ -182,58 +182,40 @@ TEST_F(EventRunTest, FailedFetchesAreUnlinkedAndTheListKeepsItsEnds) {
     EXPECT_EQ(FAKE_SNMP_LiveValues(), 0);
 }
 
-// A missing objects group warns and the notification still goes out; a
-// disabled or missing event only warns, and only while warnings are on.
-TEST_F(EventRunTest, MissingGroupsAndEventsOnlyWarn) {
+// A notification without an OID sends nothing; a missing objects group warns
+// and the notification still goes out. A refused send is an event failure,
+// and one refused for a full relay queue also a notification drop, traced at
+// the start and the end of a burst only. A disabled or missing event only
+// warns, and only while warnings are on.
+TEST_F(EventRunTest, NotificationFailuresWarnOrCount) {
     AddObject("nt", 1, {1, 3, 6, 1, 1});
+    FAKE_SNMP_SetInteger("c1", {1, 3, 6, 1, 1}, 1);
     AddEvent("ev", 0x80, "nt");
-    mte_DBG_EnableSwitch(MTE_DBG_WARNING);
-    MTE_TRIGGER_ROW_S stTrigger = Trigger("own", "absent");
-    // The test's pair has an owner but no name: skipped without a word.
-    MTE_FIRED_EVENT_S stFired = Fired("ev", {}, "", "own", "");
-    mte_EVENT_Run(&stTrigger, &stFired);
-    auto astTraps = FAKE_SNMP_Traps();
-    ASSERT_EQ(astTraps.size(), 1u);
-    ASSERT_EQ(astTraps[0].astBindings.size(), 1u);
-    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Objects entry own-absent: Nonexistent objects."),
-              1u);
-    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING"), 1u);
-
-    ASSERT_EQ(SetEvent(EventReq("own", "ev", 2), 0x40), 0u);  // notInService, disabled
-    uint64_t ulCalls = FAKE_SNMP_CallCount();
-    uint32_t uiBefore = EventFailures();
-    MTE_FIRED_EVENT_S stMissing = Fired("nope");
-    mte_EVENT_Run(&stTrigger, &stFired);
-    mte_EVENT_Run(&stTrigger, &stMissing);
-    EXPECT_EQ(FAKE_SNMP_CallCount(), ulCalls);
-    EXPECT_EQ(EventFailures(), uiBefore);
-    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Event entry own-ev: Event disabled."), 1u);
-    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Event entry own-nope: Nonexistent event."), 1u);
-    mte_DBG_DisableSwitch(MTE_DBG_WARNING);
-    mte_EVENT_Run(&stTrigger, &stMissing);
-    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING"), 3u);
-}
-
-TEST_F(EventRunTest, NotificationWithoutOidSendsNothingAndRefusedSendIsCounted) {
     ASSERT_EQ(SetEvent(EventReq("own", "blank", 4, 0x80), kEventMaskAll), 0u);
-    AddEvent("ev", 0x80);
-    MTE_TRIGGER_ROW_S stTrigger = Trigger();
+    mte_DBG_EnableSwitch(MTE_DBG_WARNING);
     uint32_t uiBefore = EventFailures();
+    MTE_TRIGGER_ROW_S stTrigger = Trigger();
     MTE_FIRED_EVENT_S stBlank = Fired("blank");
     mte_EVENT_Run(&stTrigger, &stBlank);
     EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
-    EXPECT_EQ(EventFailures(), uiBefore);
 
-    FAKE_SNMP_SetTrapResult(SNMP_ST_CLIENT_ERROR);
-    MTE_FIRED_EVENT_S stFired = Fired("ev", {}, "c1");
+    stTrigger = Trigger("own", "absent");
+    // The test's pair has an owner but no name: skipped without a word.
+    MTE_FIRED_EVENT_S stFired = Fired("ev", {}, "c1", "own", "");
     mte_EVENT_Run(&stTrigger, &stFired);
     auto astTraps = FAKE_SNMP_Traps();
     ASSERT_EQ(astTraps.size(), 1u);
     EXPECT_EQ(astTraps[0].strContext, "c1");
-    EXPECT_EQ(EventFailures(), uiBefore + 1);
+    ASSERT_EQ(astTraps[0].astBindings.size(), 1u);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Objects entry own-absent: Nonexistent objects."),
+              1u);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING"), 1u);
+    EXPECT_EQ(EventFailures(), uiBefore);
 
-    // The relay queue full: each refused one is also a notification drop,
-    // and a burst of them is traced at its start and its end only.
+    stTrigger = Trigger();
+    FAKE_SNMP_SetTrapResult(SNMP_ST_CLIENT_ERROR);
+    mte_EVENT_Run(&stTrigger, &stFired);
+    EXPECT_EQ(EventFailures(), uiBefore + 1);
     FAKE_SNMP_SetTrapResult(SNMP_ST_LOCAL_RESOURCE);
     mte_EVENT_Run(&stTrigger, &stFired);
     mte_EVENT_Run(&stTrigger, &stFired);
@@ -244,6 +226,19 @@ TEST_F(EventRunTest, NotificationWithoutOidSendsNothingAndRefusedSendIsCounted) 
     EXPECT_EQ(EventFailures(), uiBefore + 3);
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE", "queue for eventmib-agentx is full"), 1u);
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE", "has room again; 2 notifications were dropped"), 1u);
+
+    ASSERT_EQ(SetEvent(EventReq("own", "ev", 2), 0x40), 0u);  // notInService, disabled
+    uint64_t ulCalls = FAKE_SNMP_CallCount();
+    MTE_FIRED_EVENT_S stMissing = Fired("nope");
+    mte_EVENT_Run(&stTrigger, &stFired);
+    mte_EVENT_Run(&stTrigger, &stMissing);
+    EXPECT_EQ(FAKE_SNMP_CallCount(), ulCalls);
+    EXPECT_EQ(EventFailures(), uiBefore + 3);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Event entry own-ev: Event disabled."), 1u);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Event entry own-nope: Nonexistent event."), 1u);
+    mte_DBG_DisableSwitch(MTE_DBG_WARNING);
+    mte_EVENT_Run(&stTrigger, &stMissing);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING"), 3u);
 }
 
 // ---------------------------------------------------------------------------
