@@ -602,7 +602,10 @@ TEST_F(EngineSampler, AgentRestartIsNoDeltaAndTheNextRealRiseFires) {
 
 // --- drain and exit -------------------------------------------------------------
 
-TEST_F(EngineSampler, DrainReturnsQueuedTriggersToIdleAndFreesDestroyedOnes) {
+// A drain returns queued triggers to idle and frees destroyed ones; an exit
+// alone leaves the queue as it is; the end drops the queued messages without
+// touching their triggers.
+TEST_F(EngineSampler, DrainExitAndFiniOfTheQueue) {
     FAKE_SNMP_SetInteger("", kScalar, 1);
     MTE_TRIGGER_ENTRY_S* pstA = Make("a", kScalar);
     MTE_TRIGGER_ENTRY_S* pstB = Make("b", kIfIn, "", true);
@@ -618,12 +621,7 @@ TEST_F(EngineSampler, DrainReturnsQueuedTriggersToIdleAndFreesDestroyedOnes) {
     EXPECT_EQ(FAKE_SNMP_EndedWalks(), std::vector<const void*>{nullptr});
     EXPECT_EQ(mte_run_PumpQueue(10), 0u);
     EXPECT_EQ(FAKE_SNMP_CallCount(), 0u);
-}
 
-// An exit alone leaves the queue as it is; the end drops the queued messages
-// without touching their triggers.
-TEST_F(EngineSampler, ExitLeavesTheQueueAndFiniDropsIt) {
-    MTE_TRIGGER_ENTRY_S* pstA = Make("a", kScalar);
     ASSERT_EQ(ENG_Queue(pstA), 0u);
     Control(MTE_RUN_CTRL_EXIT);
     EXPECT_EQ(pstA->uiRunState, MTE_RUN_BUSY);
