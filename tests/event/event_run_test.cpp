@@ -189,8 +189,8 @@ TEST_F(EventRunTest, FailedFetchesAreUnlinkedAndTheListKeepsItsEnds) {
 // warns, and only while warnings are on.
 TEST_F(EventRunTest, NotificationFailuresWarnOrCount) {
     AddObject("nt", 1, {1, 3, 6, 1, 1});
-    FAKE_SNMP_SetInteger("c1", {1, 3, 6, 1, 1}, 1);
     AddEvent("ev", 0x80, "nt");
+    AddEvent("plain", 0x80);
     ASSERT_EQ(SetEvent(EventReq("own", "blank", 4, 0x80), kEventMaskAll), 0u);
     mte_DBG_EnableSwitch(MTE_DBG_WARNING);
     uint32_t uiBefore = EventFailures();
@@ -201,11 +201,10 @@ TEST_F(EventRunTest, NotificationFailuresWarnOrCount) {
 
     stTrigger = Trigger("own", "absent");
     // The test's pair has an owner but no name: skipped without a word.
-    MTE_FIRED_EVENT_S stFired = Fired("ev", {}, "c1", "own", "");
+    MTE_FIRED_EVENT_S stFired = Fired("ev", {}, "", "own", "");
     mte_EVENT_Run(&stTrigger, &stFired);
     auto astTraps = FAKE_SNMP_Traps();
     ASSERT_EQ(astTraps.size(), 1u);
-    EXPECT_EQ(astTraps[0].strContext, "c1");
     ASSERT_EQ(astTraps[0].astBindings.size(), 1u);
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Objects entry own-absent: Nonexistent objects."),
               1u);
@@ -213,8 +212,10 @@ TEST_F(EventRunTest, NotificationFailuresWarnOrCount) {
     EXPECT_EQ(EventFailures(), uiBefore);
 
     stTrigger = Trigger();
+    stFired = Fired("plain", {}, "c1");
     FAKE_SNMP_SetTrapResult(SNMP_ST_CLIENT_ERROR);
     mte_EVENT_Run(&stTrigger, &stFired);
+    EXPECT_EQ(FAKE_SNMP_Traps().back().strContext, "c1");
     EXPECT_EQ(EventFailures(), uiBefore + 1);
     FAKE_SNMP_SetTrapResult(SNMP_ST_LOCAL_RESOURCE);
     mte_EVENT_Run(&stTrigger, &stFired);
@@ -227,14 +228,14 @@ TEST_F(EventRunTest, NotificationFailuresWarnOrCount) {
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE", "queue for eventmib-agentx is full"), 1u);
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_TRACE", "has room again; 2 notifications were dropped"), 1u);
 
-    ASSERT_EQ(SetEvent(EventReq("own", "ev", 2), 0x40), 0u);  // notInService, disabled
+    ASSERT_EQ(SetEvent(EventReq("own", "plain", 2), 0x40), 0u);  // notInService, disabled
     uint64_t ulCalls = FAKE_SNMP_CallCount();
     MTE_FIRED_EVENT_S stMissing = Fired("nope");
     mte_EVENT_Run(&stTrigger, &stFired);
     mte_EVENT_Run(&stTrigger, &stMissing);
     EXPECT_EQ(FAKE_SNMP_CallCount(), ulCalls);
     EXPECT_EQ(EventFailures(), uiBefore + 3);
-    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Event entry own-ev: Event disabled."), 1u);
+    EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Event entry own-plain: Event disabled."), 1u);
     EXPECT_EQ(FAKE_LOG_Count("EVENTMIB_WARNING", "Event entry own-nope: Nonexistent event."), 1u);
     mte_DBG_DisableSwitch(MTE_DBG_WARNING);
     mte_EVENT_Run(&stTrigger, &stMissing);
