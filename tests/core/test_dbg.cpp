@@ -1,6 +1,7 @@
-// Diagnostics: trace records and the message texts' registry, observed
-// through the fake system log. Debug lines and their switch are read by the
-// engine and event tests.
+// Diagnostics: trace records cut to fit and the message texts' registry,
+// observed through the fake system log. The trace prefix's columns are read
+// by every test that counts a trace (two, three and four digits), debug
+// lines and their switch by the engine and event tests.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -25,25 +26,6 @@ class DbgTest : public ::testing::Test {
         return astLines.empty() ? FAKE_LOG_LINE_S{} : astLines.front();
     }
 };
-
-TEST_F(DbgTest, TracePrefixKeepsFourColumnsAndWidensBeyond) {
-    struct {
-        int64_t llTraceNo;
-        const char* pszExpected;
-    } astCases[] = {
-        {84, "Ln:  84 x"},   {107, "Ln: 107 x"},    {1217, "Ln:1217 x"},
-        {3532, "Ln:3532 x"}, {12345, "Ln:12345 x"}, {-5, "Ln:  -5 x"},
-    };
-    for (const auto& stCase : astCases) {
-        FAKE_LOG_Clear();
-        mte_DBG_PrintTraceInfo(stCase.llTraceNo, "%s", "x");
-        FAKE_LOG_LINE_S stLine = OnlyLine();
-        EXPECT_EQ(stLine.strText, stCase.pszExpected);
-        EXPECT_EQ(stLine.strMnemonic, "EVENTMIB_TRACE");
-        EXPECT_EQ(stLine.strIdent, "EVENTMIB");
-        EXPECT_EQ(stLine.uiPriority, 0x100000bfu);
-    }
-}
 
 TEST_F(DbgTest, OverlongTraceIsCutToFitTheRecord) {
     std::string strLong(3000, 'a');
