@@ -16,7 +16,6 @@
 #include "mte_run.h"
 #include "mte_scalar.h"
 #include "mte_timer.h"
-#include "mte_trap.h"
 #include "plat_snmp.h"
 #include "mte_trigger.h"
 #include "../run/mte_run_int.h"
@@ -457,6 +456,7 @@ TEST_F(EngineSampler, StopOrDestroyDuringTheAgentRequestDropsTheResult) {
 // A trigger still busy at its expiry overruns and its pending cycle goes on
 // undisturbed; a single trigger refused at the instance maximum is not queued.
 // The failure's debug text lists its pieces in order.
+// The trap switch holding every notification back is E2eTriggers'.
 TEST_F(EngineSampler, TimerExpiryOfABusyTriggerOrAtTheInstanceMaximumFails) {
     mte_DBG_EnableSwitch(MTE_DBG_INFO);
     MTE_TRIGGER_ENTRY_S* pstBusy = Make("t", kScalar, "ctxA");
@@ -480,23 +480,6 @@ TEST_F(EngineSampler, TimerExpiryOfABusyTriggerOrAtTheInstanceMaximumFails) {
     // sampleOverrun, localResourceLack
     EXPECT_EQ(Sent(), "Failure ctxA/s=-6, Failure if=-1");
     EXPECT_EQ(ENG_PumpAll(), 1u);
-
-    // With the trap switch off, failures and firings are counted, not sent.
-    ENG_SetTrapSwitch(0);
-    ENG_AddExistence(pstBusy, "");
-    FAKE_SNMP_SetInteger("ctxA", kScalar, 1);
-    ASSERT_EQ(ENG_Queue(pstBusy), 0u);
-    size_t uiSent = FAKE_SNMP_Notifies().size();
-    uint32_t uiFailures = ENG_Scalars().uiTriggerFailures;
-    EXPECT_EQ(mte_RUN_ProcTimer(pstBusy), 0u);
-    uint64_t ulCalls = FAKE_SNMP_CallCount();
-    ENG_PumpAll();
-    EXPECT_EQ(FAKE_SNMP_CallCount(), ulCalls + 1);  // the get alone
-    EXPECT_EQ(FAKE_SNMP_Notifies().size(), uiSent);
-    EXPECT_EQ(ENG_ListLen(pstBusy->pstPrevSamples), 1u);
-    EXPECT_EQ(TRAP_SendmteEventSetFailure("t", 1, "", 0, "", 0, nullptr, 0, 5), 0u);
-    EXPECT_EQ(FAKE_SNMP_CallCount(), ulCalls + 1);
-    EXPECT_EQ(ENG_Scalars().uiTriggerFailures, uiFailures + 1);  // the overrun
 }
 
 // --- evaluation ---------------------------------------------------------------
