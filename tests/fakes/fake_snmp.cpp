@@ -35,7 +35,6 @@ struct CAPTURE_S {  // what the client asked and sent since the last reset
     std::vector<std::string> astJournal;
     std::vector<const void*> apEndedWalks;
     uint64_t ulCalls = 0;
-    int64_t llLiveValues = 0, llLiveHandles = 0;
 } g_stCap;
 thread_local const void* g_pWalk = nullptr;
 typedef std::vector<FAKE_SNMP_VAR_S> NOTIFY_VARS;  // what a notify handle points to
@@ -89,7 +88,6 @@ SNMP_VALUE_S* NewValue(const VALUE_S& stValue) {
     memcpy(pstValue->pData, stValue.strBytes.data(), stValue.strBytes.size());
     pstValue->uiLen = static_cast<uint32_t>(stValue.strBytes.size());
     pstValue->uiType = stValue.uiType;
-    ++g_stCap.llLiveValues;
     return pstValue;
 }
 
@@ -206,8 +204,6 @@ FAKE_SNMP_CAPTURE(Notifies, astNotifies)
 FAKE_SNMP_CAPTURE(Sets, astSets)
 FAKE_SNMP_CAPTURE(Journal, astJournal)
 FAKE_SNMP_CAPTURE(CallCount, ulCalls)
-FAKE_SNMP_CAPTURE(LiveValues, llLiveValues)
-FAKE_SNMP_CAPTURE(LiveHandles, llLiveHandles)
 
 // ---------------------------------------------------------------------------
 // The platform SNMP client.
@@ -283,7 +279,6 @@ void SNMP_FreeInstanceValue(SNMP_VALUE_S* pstValue) {
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
     if (pstValue != nullptr) {
-        --g_stCap.llLiveValues;
         free(pstValue->pData);
         free(pstValue);
     }
@@ -292,7 +287,6 @@ void SNMP_FreeInstanceValue(SNMP_VALUE_S* pstValue) {
 SNMP_NOTIFY_HANDLE SNMP_CreateNotifyHandle(void) {
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
-    ++g_stCap.llLiveHandles;
     return new NOTIFY_VARS;
 }
 
@@ -328,7 +322,6 @@ uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
 uint32_t SNMP_DestroyNotifyHandle(SNMP_NOTIFY_HANDLE hNotify) {
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
-    --g_stCap.llLiveHandles;
     delete static_cast<NOTIFY_VARS*>(hNotify);
     return 0;
 }

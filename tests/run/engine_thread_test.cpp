@@ -71,7 +71,6 @@ class EngineThread : public ::testing::Test {
         mte_TIMER_SetPortFlag(0);
         mte_EPOLL_Fini();
         mte_DBG_Fini();
-        EXPECT_EQ(FAKE_SNMP_LiveValues(), 0);
     }
 
     // An existence trigger on kTable's instances sampled every minute, active.
