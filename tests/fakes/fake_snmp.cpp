@@ -35,13 +35,9 @@ struct CAPTURE_S {  // what the client asked and sent since the last reset
     std::vector<std::string> astJournal;
     std::vector<const void*> apEndedWalks;
     uint64_t ulCalls = 0;
-    int64_t llLiveValues = 0, llLiveHandles = 0;
 } g_stCap;
 thread_local const void* g_pWalk = nullptr;
-
-struct NOTIFY_HANDLE_S {
-    std::vector<FAKE_SNMP_VAR_S> astVars;
-};
+typedef std::vector<FAKE_SNMP_VAR_S> NOTIFY_VARS;  // what a notify handle points to
 
 std::string Str(const char* psz) {
     return psz == nullptr ? std::string{} : std::string(psz);
@@ -92,7 +88,6 @@ SNMP_VALUE_S* NewValue(const VALUE_S& stValue) {
     memcpy(pstValue->pData, stValue.strBytes.data(), stValue.strBytes.size());
     pstValue->uiLen = static_cast<uint32_t>(stValue.strBytes.size());
     pstValue->uiType = stValue.uiType;
-    ++g_stCap.llLiveValues;
     return pstValue;
 }
 
@@ -174,9 +169,8 @@ void FAKE_SNMP_Remove(const std::string& strContext, const FAKE_OID& astOid) {
 
 void FAKE_SNMP_FailOid(const FAKE_OID& astOid, uint32_t uiStatus) {
     std::lock_guard guard(g_stLock);
-    if (uiStatus == 0) {
-        g_mapFailures.erase(astOid);
-    } else {
+    g_mapFailures.erase(astOid);
+    if (uiStatus != 0) {
         g_mapFailures[astOid] = uiStatus;
     }
 }
@@ -210,8 +204,6 @@ FAKE_SNMP_CAPTURE(Notifies, astNotifies)
 FAKE_SNMP_CAPTURE(Sets, astSets)
 FAKE_SNMP_CAPTURE(Journal, astJournal)
 FAKE_SNMP_CAPTURE(CallCount, ulCalls)
-FAKE_SNMP_CAPTURE(LiveValues, llLiveValues)
-FAKE_SNMP_CAPTURE(LiveHandles, llLiveHandles)
 
 // ---------------------------------------------------------------------------
 // The platform SNMP client.
@@ -287,7 +279,6 @@ void SNMP_FreeInstanceValue(SNMP_VALUE_S* pstValue) {
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
     if (pstValue != nullptr) {
-        --g_stCap.llLiveValues;
         free(pstValue->pData);
         free(pstValue);
     }
@@ -296,8 +287,7 @@ void SNMP_FreeInstanceValue(SNMP_VALUE_S* pstValue) {
 SNMP_NOTIFY_HANDLE SNMP_CreateNotifyHandle(void) {
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
-    ++g_stCap.llLiveHandles;
-    return new NOTIFY_HANDLE_S;
+    return new NOTIFY_VARS;
 }
 
 uint32_t SNMP_AddNotifyVar(SNMP_NOTIFY_HANDLE hNotify, const SNMP_NOTIFY_VAR_S* pstVar,
@@ -305,7 +295,7 @@ uint32_t SNMP_AddNotifyVar(SNMP_NOTIFY_HANDLE hNotify, const SNMP_NOTIFY_VAR_S* 
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
     const char* pc = static_cast<const char*>(pstVar->pValue);
-    static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars.push_back(
+    static_cast<NOTIFY_VARS*>(hNotify)->push_back(
         {pstVar->uiType, pc == nullptr ? std::string{} : std::string(pc, pstVar->uiLen)});
     return 0;
 }
@@ -315,7 +305,7 @@ uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
     ++g_stCap.ulCalls;
     FAKE_SNMP_NOTIFY_S stOut;
     stOut.strName = Str(pszName);
-    stOut.astVars = static_cast<NOTIFY_HANDLE_S*>(hNotify)->astVars;
+    stOut.astVars = *static_cast<NOTIFY_VARS*>(hNotify);
     if (stOut.astVars.size() == 5) {
         stOut.strTrigger = stOut.astVars[0].strBytes;
         stOut.strTag = stOut.astVars[1].strBytes;
@@ -332,8 +322,7 @@ uint32_t SNMP_SendNotify(const char* pszName, SNMP_NOTIFY_HANDLE hNotify) {
 uint32_t SNMP_DestroyNotifyHandle(SNMP_NOTIFY_HANDLE hNotify) {
     std::lock_guard guard(g_stLock);
     ++g_stCap.ulCalls;
-    --g_stCap.llLiveHandles;
-    delete static_cast<NOTIFY_HANDLE_S*>(hNotify);
+    delete static_cast<NOTIFY_VARS*>(hNotify);
     return 0;
 }
 

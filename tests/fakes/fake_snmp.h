@@ -88,8 +88,5 @@ std::vector<FAKE_SNMP_SET_S> FAKE_SNMP_Sets(void);
 std::vector<std::string> FAKE_SNMP_Journal(void);
 // SNMP_* calls of any kind since the last reset.
 uint64_t FAKE_SNMP_CallCount(void);
-// Value records handed out and not yet freed; notify handles not destroyed.
-int64_t FAKE_SNMP_LiveValues(void);
-int64_t FAKE_SNMP_LiveHandles(void);
 
 #endif  // FAKE_SNMP_H

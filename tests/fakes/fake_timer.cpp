@@ -56,10 +56,9 @@ size_t FAKE_TIMER_CallCount(const std::string& strPrefix) {
 
 void FAKE_TIMER_Fail(const std::string& strCall, bool bFail) {
     std::lock_guard stGuard(g_stLock);
+    g_setFailing.erase(strCall);
     if (bFail) {
         g_setFailing.insert(strCall);
-    } else {
-        g_setFailing.erase(strCall);
     }
 }
 

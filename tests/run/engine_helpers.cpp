@@ -41,6 +41,7 @@ uint32_t ENG_ListLen(const MTE_SAMPLE_S* pstHead) {
 }
 
 namespace {
+// Names event own/<name> (none when empty).
 void SetEvent(char* pszOwner, char* pszEvent, const char* pszName) {
     if (pszName[0] != '\0') {
         strcpy(pszOwner, "own");
@@ -48,44 +49,42 @@ void SetEvent(char* pszOwner, char* pszEvent, const char* pszName) {
     }
 }
 
-// A zeroed test row of the trigger's index.
+// A zeroed test row of the trigger's index, linked to it with its test bit set.
 template <typename ROW>
-ROW* NewRow(const MTE_TRIGGER_ENTRY_S* pstTrigger) {
+ROW* NewRow(MTE_TRIGGER_ENTRY_S* pstTrigger, ROW*& pstLink, uint8_t ucTestBit) {
     auto* pstRow = static_cast<ROW*>(calloc(1, sizeof(ROW)));
     strcpy(pstRow->szOwner, pstTrigger->stRow.szOwner);
     strcpy(pstRow->szName, pstTrigger->stRow.szName);
+    pstLink = pstRow;
+    pstTrigger->stRow.ucTest |= ucTestBit;
     return pstRow;
 }
 }  // namespace
 
 MTE_EXIST_ENTRY_S* ENG_AddExistence(MTE_TRIGGER_ENTRY_S* pstTrigger, const char* pszEvent,
                                     uint8_t ucTest, uint8_t ucStartup) {
-    auto* pstRow = NewRow<MTE_EXIST_ENTRY_S>(pstTrigger);
+    auto* pstRow = NewRow(pstTrigger, pstTrigger->pstExist, MTE_TEST_EXISTENCE);
     SetEvent(pstRow->szEventOwner, pstRow->szEvent, pszEvent);
     pstRow->ucTest = ucTest;
     pstRow->ucStartup = ucStartup;
     pstRow->usFirstCycle = 1;
-    pstTrigger->pstExist = pstRow;
-    pstTrigger->stRow.ucTest |= MTE_TEST_EXISTENCE;
     return pstRow;
 }
 
 MTE_BOOL_ENTRY_S* ENG_AddBoolean(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiComparison,
                                  int32_t iValue, const char* pszEvent) {
-    auto* pstRow = NewRow<MTE_BOOL_ENTRY_S>(pstTrigger);
+    auto* pstRow = NewRow(pstTrigger, pstTrigger->pstBool, MTE_TEST_BOOLEAN);
     SetEvent(pstRow->szEventOwner, pstRow->szEvent, pszEvent);
     pstRow->uiComparison = uiComparison;
     pstRow->iValue = iValue;
     pstRow->uiStartup = MTE_TRUE;
-    pstTrigger->pstBool = pstRow;
-    pstTrigger->stRow.ucTest |= MTE_TEST_BOOLEAN;
     return pstRow;
 }
 
 MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t uiStartup,
                                     int32_t iRising, int32_t iFalling, int32_t iDeltaRising,
                                     int32_t iDeltaFalling) {
-    auto* pstRow = NewRow<MTE_THRES_ENTRY_S>(pstTrigger);
+    auto* pstRow = NewRow(pstTrigger, pstTrigger->pstThres, MTE_TEST_THRESHOLD);
     pstRow->uiStartup = uiStartup;
     pstRow->iRising = iRising;
     pstRow->iFalling = iFalling;
@@ -95,18 +94,15 @@ MTE_THRES_ENTRY_S* ENG_AddThreshold(MTE_TRIGGER_ENTRY_S* pstTrigger, uint32_t ui
     SetEvent(pstRow->szFallingEventOwner, pstRow->szFallingEvent, "evFalling");
     SetEvent(pstRow->szDeltaRisingEventOwner, pstRow->szDeltaRisingEvent, "evDeltaRising");
     SetEvent(pstRow->szDeltaFallingEventOwner, pstRow->szDeltaFallingEvent, "evDeltaFalling");
-    pstTrigger->pstThres = pstRow;
-    pstTrigger->stRow.ucTest |= MTE_TEST_THRESHOLD;
     return pstRow;
 }
 
 MTE_DELTA_ENTRY_S* ENG_AddDelta(MTE_TRIGGER_ENTRY_S* pstTrigger, const FAKE_OID& astDiscId,
                                 bool bWildcard, uint32_t uiType) {
-    auto* pstRow = NewRow<MTE_DELTA_ENTRY_S>(pstTrigger);
+    auto* pstRow = NewRow(pstTrigger, pstTrigger->pstDelta, 0);
     pstRow->stDiscontinuityID = FAKE_SNMP_MakeOid(astDiscId);
     pstRow->uiDiscontinuityIDWildcard = bWildcard ? MTE_TRUE : MTE_FALSE;
     pstRow->uiDiscontinuityIDType = uiType;
-    pstTrigger->pstDelta = pstRow;
     pstTrigger->stRow.uiSampleType = MTE_SAMPLE_DELTA;
     return pstRow;
 }

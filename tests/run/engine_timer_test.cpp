@@ -55,8 +55,8 @@ class EngineTimer : public ::testing::Test {
 };
 
 // Triggers made or changed while the port is down get their timers at the
-// next port-up; nothing here may touch a timer set that does not exist yet.
-TEST_F(EngineTimer, WhileThePortIsDownTriggerOperationsDoNothing) {
+// next port-up; nothing may touch a timer set that does not exist yet.
+TEST_F(EngineTimer, PortDownDoesNothingAndPortUpMakesTheSetAndTimersInMilliseconds) {
     mte_TIMER_SetPortFlag(0);
     EXPECT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
     EXPECT_EQ(mte_RUN_TriggerDisable(m_pstTrigger), 0u);
@@ -72,11 +72,10 @@ TEST_F(EngineTimer, WhileThePortIsDownTriggerOperationsDoNothing) {
     EXPECT_TRUE(FAKE_TIMER_Calls().empty());
     EXPECT_EQ(mte_TIMER_SuspendAll(), 0u);  // a port-down before any port-up
     EXPECT_EQ(mte_run_PumpQueue(10), 0u);
-}
 
-// Periods reach the set in milliseconds (a zero frequency runs every second);
-// a disable suspends and an enable resumes the same timer.
-TEST_F(EngineTimer, PortUpMakesTheSetAndTriggerTimersRunInMilliseconds) {
+    // Periods reach the set in milliseconds (a zero frequency runs every
+    // second); a disable suspends and an enable resumes the same timer.
+    mte_TIMER_SetPortFlag(1);
     ASSERT_EQ(mte_TIMER_StartAll(), 0u);
     EXPECT_GE(mte_GetNotifyEvtFd(), 0);
     ASSERT_EQ(mte_RUN_TriggerEnable(m_pstTrigger), 0u);
