@@ -136,12 +136,12 @@ int main() {
         return 1;
     }
     std::vector<Variant> astVariants = {
-        {"single, no delta row", "single, no delta row", false, 0},
-        {"single, row at defaults", "single, no delta row", false, 1},
-        {"single, leaf besides sysUpTime", "single, no delta row", false, 2},
-        {"walk, no delta row", "walk, no delta row", true, 0},
-        {"walk, row at defaults", "walk, no delta row", true, 1},
-        {"walk, per-instance object", "walk, no delta row", true, 3},
+        {"single, no delta row", "single, no delta row", false, 0, nullptr, {}},
+        {"single, row at defaults", "single, no delta row", false, 1, nullptr, {}},
+        {"single, leaf besides sysUpTime", "single, no delta row", false, 2, nullptr, {}},
+        {"walk, no delta row", "walk, no delta row", true, 0, nullptr, {}},
+        {"walk, row at defaults", "walk, no delta row", true, 1, nullptr, {}},
+        {"walk, per-instance object", "walk, no delta row", true, 3, nullptr, {}},
     };
     for (Variant& stVariant : astVariants) {
         stVariant.pstTrigger = NewTrigger(stVariant);
