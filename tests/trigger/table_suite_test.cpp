@@ -21,6 +21,7 @@
 #include "fake_dbm.h"
 #include "fake_memalert.h"
 #include "mte_bool.h"
+#include "mte_catalogue.h"
 #include "mte_cfg.h"
 #include "mte_core.h"
 #include "mte_dbg.h"
@@ -58,24 +59,72 @@ MTE_OID_S Oid(std::initializer_list<uint32_t> auiArcs) {
 }
 
 struct Reply {
-    uint32_t uiResult, uiFailed;
+    uint32_t uiResult, uiFailed, uiSequence;
     std::string strData;
 };
 
-// One request through the dispatcher.
-Reply Dispatch(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,
-               const void* pValue) {
-    uint8_t aucReq[MTE_MSG_MAX_LEN];
+// One request's bytes through the dispatcher, with uiCapacity bytes of room
+// for the reply.
+Reply Answer(const uint8_t* pucReq, uint32_t uiLen, uint32_t uiCapacity = MTE_MSG_MAX_LEN) {
     uint8_t aucReply[MTE_MSG_MAX_LEN];
+    uint32_t uiReplyLen = mte_CFG_Proc(pucReq, uiLen, uiCapacity, aucReply);
+    EXPECT_LE(uiReplyLen, uiCapacity);
+    MTE_MSG_REPLY_S stReply{};
+    EXPECT_EQ(MTE_MSG_ParseReply(aucReply, uiReplyLen, &stReply), MTE_OK);
+    return {stReply.uiResult, stReply.uiFailedColumn, stReply.uiSequence,
+            std::string(reinterpret_cast<const char*>(stReply.pucData), stReply.uiDataSize)};
+}
+
+Reply Dispatch(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem, const void* pValue,
+               uint32_t uiCapacity = MTE_MSG_MAX_LEN) {
+    uint8_t aucReq[MTE_MSG_MAX_LEN];
     uint32_t uiLen =
         MTE_MSG_BuildRequest(7, usType, usOp, uiMask, usItem, pValue, aucReq, sizeof(aucReq));
     EXPECT_NE(uiLen, 0u);
-    uint32_t uiReplyLen = mte_CFG_Proc(aucReq, uiLen, sizeof(aucReply), aucReply);
-    MTE_MSG_REPLY_S stReply{};
-    EXPECT_EQ(MTE_MSG_ParseReply(aucReply, uiReplyLen, &stReply), MTE_OK);
-    return {stReply.uiResult, stReply.uiFailedColumn,
-            std::string(reinterpret_cast<const char*>(stReply.pucData), stReply.uiDataSize)};
+    return Answer(aucReq, uiLen, uiCapacity);
 }
+
+// The list locks pass through here on their way to the real ones (the test
+// links with --wrap on their symbols), so that a test sees which lock a
+// request held: the list, read or write, and its release.
+std::string g_strLocks;
+
+}  // namespace
+
+extern "C" {
+void __real__Z20mte_EVENT_ListRdLockv();
+void __real__Z20mte_EVENT_ListWrLockv();
+void __real__Z20mte_EVENT_ListUnLockv();
+void __real__Z18mte_OBJ_ListRdLockv();
+void __real__Z18mte_OBJ_ListWrLockv();
+void __real__Z18mte_OBJ_ListUnLockv();
+void __wrap__Z20mte_EVENT_ListRdLockv() {
+    g_strLocks += "evt:rd ";
+    __real__Z20mte_EVENT_ListRdLockv();
+}
+void __wrap__Z20mte_EVENT_ListWrLockv() {
+    g_strLocks += "evt:wr ";
+    __real__Z20mte_EVENT_ListWrLockv();
+}
+void __wrap__Z20mte_EVENT_ListUnLockv() {
+    g_strLocks += "evt:un ";
+    __real__Z20mte_EVENT_ListUnLockv();
+}
+void __wrap__Z18mte_OBJ_ListRdLockv() {
+    g_strLocks += "obj:rd ";
+    __real__Z18mte_OBJ_ListRdLockv();
+}
+void __wrap__Z18mte_OBJ_ListWrLockv() {
+    g_strLocks += "obj:wr ";
+    __real__Z18mte_OBJ_ListWrLockv();
+}
+void __wrap__Z18mte_OBJ_ListUnLockv() {
+    g_strLocks += "obj:un ";
+    __real__Z18mte_OBJ_ListUnLockv();
+}
+}
+
+namespace {
 
 // The parents of the action and test rows: an event's status and action
 // bits, a trigger's status, test bits and (MTE_PRESENT_DELTA) delta sampling.
@@ -557,7 +606,7 @@ TYPED_TEST(StatusTableTest, MemoryGuardRefusesOnlyNewRowsWithoutTheForceBit) {
 
 // A get-next after the given index of a table, through the dispatcher.
 Reply NextAfter(uint16_t usType, const std::string& strOwner, const std::string& strName,
-                uint32_t uiIndex = 0) {
+                uint32_t uiIndex = 0, uint32_t uiCapacity = MTE_MSG_MAX_LEN) {
     if (usType == MTE_MSG_TYPE_OBJECTS) {
         MTE_OBJ_INDEX_KEY_S st{};
         st.uiOwnerLen = static_cast<uint32_t>(strOwner.size());
@@ -565,7 +614,7 @@ Reply NextAfter(uint16_t usType, const std::string& strOwner, const std::string&
         st.uiIndex = uiIndex;
         strcpy(st.szOwner, strOwner.c_str());
         strcpy(st.szName, strName.c_str());
-        return Dispatch(usType, MTE_MSG_OP_GET_NEXT, 0, MTE_ITEM_OBJECTS_KEY, &st);
+        return Dispatch(usType, MTE_MSG_OP_GET_NEXT, 0, MTE_ITEM_OBJECTS_KEY, &st, uiCapacity);
     }
     MTE_INDEX_KEY_S st{};
     st.uiOwnerLen = static_cast<uint32_t>(strOwner.size());
@@ -573,7 +622,7 @@ Reply NextAfter(uint16_t usType, const std::string& strOwner, const std::string&
     strcpy(st.szName, strName.c_str());
     bool bEventSide = usType >= MTE_MSG_TYPE_EVENT && usType <= MTE_MSG_TYPE_SET;
     return Dispatch(usType, MTE_MSG_OP_GET_NEXT, 0,
-                    bEventSide ? MTE_ITEM_EVENT_KEY : MTE_ITEM_TRIGGER_KEY, &st);
+                    bEventSide ? MTE_ITEM_EVENT_KEY : MTE_ITEM_TRIGGER_KEY, &st, uiCapacity);
 }
 
 enum Parent { kTriggers, kEvents, kObjects };
@@ -766,8 +815,111 @@ TEST_P(DispatchWalkTest, WalkMatchesTheRowsThroughInsertsAndDestroysMidWalk) {
     }
 }
 
+// Each operation's list lock: the objects or the event list, read for get
+// and get-next and write for set, always released; none for the trigger side,
+// which locks itself. A row that does not fit the reply: a get is refused, a
+// get-next says the next row is too big.
+TEST_P(DispatchWalkTest, ListLocksAndReplyRoomOfEachOperation) {
+    const uint16_t usType = GetParam().usType;
+    const uint16_t usRowItem = g_astMteCatalogue[MTE_CAT_IndexOfType(usType)].usRowItem;
+    const std::string strList = GetParam().eParent == kObjects  ? "obj:"
+                                : GetParam().eParent == kEvents ? "evt:"
+                                                                : "";
+    auto Held = [&](const char* pszMode) {
+        return strList.empty() ? "" : strList + pszMode + " " + strList + "un ";
+    };
+    Add({"o", "n", 1, static_cast<uint8_t>(GetParam().eParent == kEvents ? 0xc0 : 0xf0)});
+    g_strLocks.clear();
+    const Reply stNext = NextAfter(usType, "", "");
+    ASSERT_EQ(stNext.uiResult, MTE_OK);
+    EXPECT_EQ(g_strLocks, Held("rd"));
+    const std::string& strRow = stNext.strData;
+    const uint32_t uiFits = MTE_MSG_HEAD_SIZE + 8 + strRow.size();
+    g_strLocks.clear();
+    Reply stGet = Dispatch(usType, MTE_MSG_OP_GET, 0, usRowItem, strRow.data());
+    EXPECT_EQ(stGet.strData, strRow);
+    EXPECT_EQ(stGet.uiFailed, 0xffffffffu);
+    EXPECT_EQ(g_strLocks, Held("rd"));
+    g_strLocks.clear();
+    Dispatch(usType, MTE_MSG_OP_SET, 0, usRowItem, strRow.data());
+    EXPECT_EQ(g_strLocks, Held("wr"));
+    stGet = Dispatch(usType, MTE_MSG_OP_GET, 0, usRowItem, strRow.data(), uiFits - 1);
+    EXPECT_EQ(stGet.uiResult, MTE_ERR_REPLY_TOO_SMALL);
+    EXPECT_EQ(stGet.strData, "");
+    EXPECT_EQ(NextAfter(usType, "", "", 0, uiFits - 1).uiResult, MTE_ERR_NEXT_TOO_BIG);
+    EXPECT_EQ(NextAfter(usType, "", "", 0, uiFits).uiResult, MTE_OK);
+    g_strLocks.clear();
+    EXPECT_EQ(Dispatch(usType, 4, 0, 0, nullptr).uiResult, MTE_ERR_GENERAL);
+    EXPECT_EQ(g_strLocks, "");
+}
+
 INSTANTIATE_TEST_SUITE_P(EveryTable, DispatchWalkTest, ::testing::ValuesIn(kWalkTables),
                          [](const auto& stInfo) { return std::string(stInfo.param.pszName); });
+
+// What the dispatcher answers without a table: requests it cannot read or
+// whose type it does not know (no table touched), the scalars and engine
+// counters (get only), the value setters (any operation, always answered OK:
+// the manager never sees a setter's result), the debug switch, and a reply
+// buffer without room for a header.
+TEST_F(TableStack, MessagesBesideTheTables) {
+    for (uint16_t usType : {0, 17, 18, 0xffff}) {
+        Reply stReply = Dispatch(usType, MTE_MSG_OP_GET, 0, 0, nullptr);
+        EXPECT_EQ(stReply.uiResult, MTE_ERR_GENERAL) << usType;
+        EXPECT_EQ(stReply.uiFailed, 0xffffffffu);
+        EXPECT_EQ(stReply.uiSequence, 7u);
+    }
+    MTE_EVENT_ROW_S stEvent = EventTable::Req("o", "e", MTE_ROW_CREATE_AND_GO);
+    uint8_t aucReq[MTE_MSG_MAX_LEN];
+    uint32_t uiLen =
+        MTE_MSG_BuildRequest(5, MTE_MSG_TYPE_EVENT, MTE_MSG_OP_SET, COL(MTE_EVENT_COL_ENTRY_STATUS),
+                             MTE_ITEM_EVENT, &stEvent, aucReq, sizeof(aucReq));
+    memset(aucReq + 28 + offsetof(MTE_EVENT_ROW_S, szOwner), 'x', MTE_NAME_SIZE);
+    EXPECT_EQ(Answer(aucReq, uiLen).uiResult, MTE_ERR_MSG_STRING);
+    EXPECT_EQ(Answer(aucReq, uiLen).uiSequence, 5u);
+    EXPECT_EQ(Answer(aucReq, 30).uiResult, MTE_ERR_MSG_LENGTH);
+    EXPECT_EQ(mte_EVENT_IsEmpty(), 1u);
+    uint8_t aucNoRoom[MTE_MSG_HEAD_SIZE - 1];
+    EXPECT_EQ(mte_CFG_Proc(aucReq, uiLen, sizeof(aucNoRoom), aucNoRoom), 0u);
+
+    for (uint16_t usType : {MTE_MSG_TYPE_SCALARS, MTE_MSG_TYPE_ENGINE_COUNTERS}) {
+        for (uint16_t usOp : {MTE_MSG_OP_SET, MTE_MSG_OP_GET_NEXT}) {
+            EXPECT_EQ(Dispatch(usType, usOp, 0, 0, nullptr).uiResult, MTE_ERR_GENERAL);
+        }
+    }
+    EXPECT_EQ(Dispatch(MTE_MSG_TYPE_ENGINE_COUNTERS, MTE_MSG_OP_GET, 0, 0, nullptr).strData.size(),
+              sizeof(MTE_ENGINE_COUNTERS_S));
+    EXPECT_EQ(Dispatch(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET, 0, 0, nullptr, 20 + 35).uiResult,
+              MTE_ERR_REPLY_TOO_SMALL);
+    MTE_SCALAR_S stBefore{}, stAfter{};
+    mte_SCALAR_Get(&stBefore);
+    uint32_t auiValues[] = {15, 300};
+    FAKE_DBM_FailWrites(true);  // the setters fail
+    EXPECT_EQ(
+        Dispatch(MTE_MSG_TYPE_SAMPLE_MIN, MTE_MSG_OP_GET, 0, MTE_ITEM_SAMPLE_MIN, &auiValues[0])
+            .uiResult,
+        MTE_OK);
+    Dispatch(MTE_MSG_TYPE_INSTANCE_MAX, 42, 0, MTE_ITEM_INSTANCE_MAX, &auiValues[1]);
+    FAKE_DBM_FailWrites(false);
+    std::string strScalars = Dispatch(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET, 0, 0, nullptr).strData;
+    ASSERT_EQ(strScalars.size(), sizeof(stAfter));
+    memcpy(&stAfter, strScalars.data(), sizeof(stAfter));
+    EXPECT_EQ(stAfter.uiSampleMinimum, 15u);
+    EXPECT_EQ(stAfter.uiSampleInstanceMaximum, 300u);
+    mte_SCALAR_SetSampleMin(stBefore.uiSampleMinimum);
+    mte_SCALAR_SetInstancesMax(stBefore.uiSampleInstanceMaximum);
+
+    const uint32_t uiSwitch = mte_DBG_GetSwitch();
+    uint32_t auiBits[] = {0xe, 0x4};
+    Dispatch(MTE_MSG_TYPE_DBG_ENABLE, MTE_MSG_OP_SET, 0, MTE_ITEM_DBG_SWITCH, &auiBits[0]);
+    Dispatch(MTE_MSG_TYPE_DBG_DISABLE, MTE_MSG_OP_GET, 0, MTE_ITEM_DBG_SWITCH, &auiBits[1]);
+    std::string strSwitch = Dispatch(MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_SET, 0, 0, nullptr).strData;
+    ASSERT_EQ(strSwitch.size(), 4u);
+    EXPECT_EQ(*reinterpret_cast<const uint32_t*>(strSwitch.data()) & 0xe, 0xau);
+    EXPECT_EQ(Dispatch(MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET, 0, 0, nullptr, 20 + 11).uiResult,
+              MTE_ERR_REPLY_TOO_SMALL);
+    mte_DBG_DisableSwitch(0xe);
+    mte_DBG_EnableSwitch(uiSwitch);
+}
 
 // A full walk costs time linear in the rows, like creating them: get-next
 // starts where the last one ended instead of at the head of the list (which
