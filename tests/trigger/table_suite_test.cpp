@@ -91,38 +91,21 @@ std::string g_strLocks;
 
 }  // namespace
 
+#define RECORDING_LOCK(SYMBOL, TEXT) \
+    void __real_##SYMBOL();          \
+    void __wrap_##SYMBOL() {         \
+        g_strLocks += TEXT;          \
+        __real_##SYMBOL();           \
+    }
 extern "C" {
-void __real__Z20mte_EVENT_ListRdLockv();
-void __real__Z20mte_EVENT_ListWrLockv();
-void __real__Z20mte_EVENT_ListUnLockv();
-void __real__Z18mte_OBJ_ListRdLockv();
-void __real__Z18mte_OBJ_ListWrLockv();
-void __real__Z18mte_OBJ_ListUnLockv();
-void __wrap__Z20mte_EVENT_ListRdLockv() {
-    g_strLocks += "evt:rd ";
-    __real__Z20mte_EVENT_ListRdLockv();
+RECORDING_LOCK(_Z20mte_EVENT_ListRdLockv, "evt:rd ")
+RECORDING_LOCK(_Z20mte_EVENT_ListWrLockv, "evt:wr ")
+RECORDING_LOCK(_Z20mte_EVENT_ListUnLockv, "evt:un ")
+RECORDING_LOCK(_Z18mte_OBJ_ListRdLockv, "obj:rd ")
+RECORDING_LOCK(_Z18mte_OBJ_ListWrLockv, "obj:wr ")
+RECORDING_LOCK(_Z18mte_OBJ_ListUnLockv, "obj:un ")
 }
-void __wrap__Z20mte_EVENT_ListWrLockv() {
-    g_strLocks += "evt:wr ";
-    __real__Z20mte_EVENT_ListWrLockv();
-}
-void __wrap__Z20mte_EVENT_ListUnLockv() {
-    g_strLocks += "evt:un ";
-    __real__Z20mte_EVENT_ListUnLockv();
-}
-void __wrap__Z18mte_OBJ_ListRdLockv() {
-    g_strLocks += "obj:rd ";
-    __real__Z18mte_OBJ_ListRdLockv();
-}
-void __wrap__Z18mte_OBJ_ListWrLockv() {
-    g_strLocks += "obj:wr ";
-    __real__Z18mte_OBJ_ListWrLockv();
-}
-void __wrap__Z18mte_OBJ_ListUnLockv() {
-    g_strLocks += "obj:un ";
-    __real__Z18mte_OBJ_ListUnLockv();
-}
-}
+#undef RECORDING_LOCK
 
 namespace {
 
