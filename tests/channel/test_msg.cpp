@@ -41,55 +41,34 @@ MTE_TRIGGER_ROW_S SampleTrigger() {
     return stRow;
 }
 
-TEST(MsgTest, RequestRoundTrip) {
+// What the table suite's dispatches do not show: an item that is not there
+// leaves the output untouched, and nothing is built without room or without
+// an item of that number.
+TEST(MsgTest, RequestItems) {
     MTE_TRIGGER_ROW_S stRow = SampleTrigger();
-    Bytes msg = Build(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET, MTE_ITEM_TRIGGER, &stRow, 0xabcdef01,
-                      0x8000f000);
-    ASSERT_EQ(msg.size(), 20u + 8u + 1220u);
-    MTE_MSG_HEAD_S stHead;
-    uint8_t aucReply[MTE_MSG_HEAD_SIZE];
-    ASSERT_EQ(Check(msg, &stHead, aucReply), MTE_OK);
-    EXPECT_EQ(stHead.uiColumnMask, 0x8000f000u);
-    EXPECT_EQ(stHead.uiDataLen, 8u + 1220u);
-    EXPECT_EQ(stHead.usMsgType, MTE_MSG_TYPE_TRIGGER);
-    EXPECT_EQ(stHead.usOperation, MTE_MSG_OP_SET);
-    EXPECT_EQ(stHead.uiSequence, 0xabcdef01u);
-
-    MTE_TRIGGER_ROW_S stOut = {};
-    ASSERT_EQ(MTE_MSG_GetDataFromMsg(MTE_ITEM_TRIGGER, stHead.uiDataLen, sizeof(stOut),
-                                     msg.data() + 20, &stOut),
-              MTE_OK);
-    EXPECT_EQ(memcmp(&stOut, &stRow, sizeof(stRow)), 0);
-    // Another item is not there: out untouched.
+    Bytes msg = Build(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET, MTE_ITEM_TRIGGER, &stRow);
     uint32_t uiValue = 99;
-    EXPECT_NE(
-        MTE_MSG_GetDataFromMsg(MTE_ITEM_SAMPLE_MIN, stHead.uiDataLen, 4, msg.data() + 20, &uiValue),
-        MTE_OK);
+    EXPECT_NE(MTE_MSG_GetDataFromMsg(MTE_ITEM_SAMPLE_MIN, 8 + 1220, 4, msg.data() + 20, &uiValue),
+              MTE_OK);
     EXPECT_EQ(uiValue, 99u);
-    // No room for the request, or no item of that number: nothing built.
     EXPECT_EQ(MTE_MSG_BuildRequest(1, 4, 1, 0, MTE_ITEM_TRIGGER, &stRow, msg.data(), 1227), 0u);
     EXPECT_EQ(MTE_MSG_AppendData2Msg(0, &stRow, 1228, msg.data()), 0u);
 }
 
-// A reply carries the request's sequence, also when the request was refused
-// for its header; requests and replies are never taken for each other, and a
-// reply whose lengths do not add up is refused.
+// A reply carries all 32 bits of the request's sequence, also when the
+// request was refused for its header; requests and replies are never taken
+// for each other, and a reply whose lengths do not add up is refused.
 TEST(MsgTest, Replies) {
     uint32_t uiBits = 0xa;
-    Bytes msg = Build(MTE_MSG_TYPE_DBG_ENABLE, MTE_MSG_OP_SET, MTE_ITEM_DBG_SWITCH, &uiBits, 4242);
+    Bytes msg =
+        Build(MTE_MSG_TYPE_DBG_ENABLE, MTE_MSG_OP_SET, MTE_ITEM_DBG_SWITCH, &uiBits, 0xabcdef01);
     uint8_t aucReply[MTE_MSG_MAX_LEN] = {};
     ASSERT_EQ(Check(msg, nullptr, aucReply), MTE_OK);
     uint32_t uiData = MTE_MSG_AppendData2Msg(MTE_ITEM_DBG_SWITCH, &uiBits, 12, aucReply + 20);
-    ASSERT_EQ(uiData, 8u + 4u);
-    MTE_MSG_SetResponseMsgHead(MTE_ERR_INCONSISTENT, 12, uiData, aucReply);
+    MTE_MSG_SetResponseMsgHead(MTE_OK, 0xffffffff, uiData, aucReply);
     MTE_MSG_REPLY_S stReply;
     ASSERT_EQ(MTE_MSG_ParseReply(aucReply, 20 + uiData, &stReply), MTE_OK);
-    EXPECT_EQ(stReply.uiSequence, 4242u);
-    EXPECT_EQ(stReply.uiResult, MTE_ERR_INCONSISTENT);
-    EXPECT_EQ(stReply.uiFailedColumn, 12u);
-    ASSERT_EQ(stReply.usItem, MTE_ITEM_DBG_SWITCH);
-    ASSERT_EQ(stReply.uiDataSize, 4u);
-    EXPECT_EQ(memcmp(stReply.pucData, &uiBits, 4), 0);
+    EXPECT_EQ(stReply.uiSequence, 0xabcdef01u);
     EXPECT_EQ(MTE_MSG_ParseReply(aucReply, 20 + uiData - 1, &stReply), MTE_ERR_MSG_LENGTH);
     EXPECT_EQ(MTE_MSG_ParseReply(aucReply, 19, &stReply), MTE_ERR_MSG_LENGTH);
     EXPECT_EQ(MTE_MSG_ParseReply(msg.data(), msg.size(), &stReply), MTE_ERR_MSG_HEADER);
@@ -102,7 +81,7 @@ TEST(MsgTest, Replies) {
     EXPECT_EQ(Check(msg, nullptr, aucReply), MTE_ERR_MSG_HEADER);
     MTE_MSG_SetResponseMsgHead(MTE_ERR_MSG_HEADER, 0xffffffff, 0, aucReply);
     ASSERT_EQ(MTE_MSG_ParseReply(aucReply, 20, &stReply), MTE_OK);
-    EXPECT_EQ(stReply.uiSequence, 4242u);
+    EXPECT_EQ(stReply.uiSequence, 0xabcdef01u);
 }
 
 // One shape: a way to turn a well-formed trigger set into the message under
