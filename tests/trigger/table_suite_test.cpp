@@ -835,16 +835,27 @@ TEST_F(TableStack, MessagesBesideTheTables) {
               sizeof(MTE_ENGINE_COUNTERS_S));
     EXPECT_EQ(Dispatch(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET, 0, 0, nullptr, 20 + 35).uiResult,
               MTE_ERR_REPLY_TOO_SMALL);
-    const uint32_t uiMin = mte_SCALAR_GetSampMin(), uiNewMin = 15;
-    FAKE_DBM_FailWrites(true);  // the setter fails
-    EXPECT_EQ(Dispatch(MTE_MSG_TYPE_SAMPLE_MIN, 42, 0, MTE_ITEM_SAMPLE_MIN, &uiNewMin).uiResult,
+    MTE_SCALAR_S stBefore{}, stAfter{};
+    mte_SCALAR_Get(&stBefore);
+    const uint32_t auiNew[] = {15, 300};
+    FAKE_DBM_FailWrites(true);  // the setters fail
+    EXPECT_EQ(Dispatch(MTE_MSG_TYPE_SAMPLE_MIN, 42, 0, MTE_ITEM_SAMPLE_MIN, &auiNew[0]).uiResult,
               MTE_OK);
+    Dispatch(MTE_MSG_TYPE_INSTANCE_MAX, MTE_MSG_OP_SET, 0, MTE_ITEM_INSTANCE_MAX, &auiNew[1]);
     FAKE_DBM_FailWrites(false);
-    EXPECT_EQ(mte_SCALAR_GetSampMin(), 15u);
-    mte_SCALAR_SetSampleMin(uiMin);
+    std::string strScalars = Dispatch(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET, 0, 0, nullptr).strData;
+    ASSERT_EQ(strScalars.size(), sizeof(stAfter));
+    memcpy(&stAfter, strScalars.data(), sizeof(stAfter));
+    EXPECT_EQ(stAfter.uiSampleMinimum, 15u);
+    EXPECT_EQ(stAfter.uiSampleInstanceMaximum, 300u);
+    mte_SCALAR_SetSampleMin(stBefore.uiSampleMinimum);
+    mte_SCALAR_SetInstancesMax(stBefore.uiSampleInstanceMaximum);
 
     const uint32_t uiSwitch = mte_DBG_GetSwitch(), uiBits = MTE_DBG_ERR;
-    mte_DBG_EnableSwitch(MTE_DBG_ERR);
+    Dispatch(MTE_MSG_TYPE_DBG_ENABLE, MTE_MSG_OP_SET, 0, MTE_ITEM_DBG_SWITCH, &uiBits);
+    std::string strSwitch = Dispatch(MTE_MSG_TYPE_DBG_GET, 0, 0, 0, nullptr).strData;
+    ASSERT_EQ(strSwitch.size(), 4u);
+    EXPECT_EQ(strSwitch[0] & MTE_DBG_ERR, MTE_DBG_ERR);
     Dispatch(MTE_MSG_TYPE_DBG_DISABLE, MTE_MSG_OP_GET, 0, MTE_ITEM_DBG_SWITCH, &uiBits);
     EXPECT_EQ(mte_DBG_GetSwitch() & MTE_DBG_ERR, 0u);
     EXPECT_EQ(Dispatch(MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET, 0, 0, nullptr, 20 + 11).uiResult,

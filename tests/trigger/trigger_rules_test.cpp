@@ -311,14 +311,14 @@ TEST_F(TriggerTableTest, TestBitsMakeAndDestroyRowsWithTheirRecords) {
 }
 
 // The delta row's checks, and its defaults when the store has no record of it
-// (an older store); its defaults on creation and an unknown type are the
-// manager end-to-end test's, the rest of its life is in the table suite.
+// (an older store); the rest of its life is in the table suite.
 TEST_F(TriggerTableTest, DeltaRowFollowsTheSampleTypeAndIsStored) {
     MTE_TRIGGER_ROW_S stReq = TriggerReq("own", "d", MTE_ROW_CREATE_AND_WAIT);
     stReq.uiSampleType = MTE_SAMPLE_DELTA;
     ASSERT_EQ(Set(stReq, kGoMask | COL(MTE_TRIGGER_COL_SAMPLE_TYPE)), 0u);
     const MTE_DELTA_ENTRY_S* pstDelta = mte_DELTA_Get("own", "d");
     ASSERT_NE(pstDelta, nullptr);
+    EXPECT_TRUE(mte_DELTA_IsSysUpTime(&pstDelta->stDiscontinuityID));
 
     MTE_DELTA_ENTRY_S stRow = *pstDelta;
     stRow.stDiscontinuityID = {11, {1, 3, 6, 1, 2, 1, 31, 1, 1, 1, 15}};
@@ -331,6 +331,7 @@ TEST_F(TriggerTableTest, DeltaRowFollowsTheSampleTypeAndIsStored) {
     } astRefused[] = {
         {"wildcard on a trigger whose value is not", MTE_DELTA_TIME_STAMP, MTE_TRUE, 2},
         {"wildcard not a TruthValue", MTE_DELTA_TIME_STAMP, 0, 2},
+        {"unknown type", 4, MTE_FALSE, 3},
     };
     for (const auto& stCase : astRefused) {
         SCOPED_TRACE(stCase.pszWhat);
