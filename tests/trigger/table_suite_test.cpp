@@ -1,14 +1,8 @@
-// What every row table promises, written once and run over the trigger,
-// event, objects, notification and set tables and the trigger's boolean,
-// existence, threshold and delta rows, through the message dispatch
-// (so the locks and the reply codes are the ones a manager sees): accepted
-// changes are copied and stored, writes to active rows are refused or told
-// they change nothing, refused writes leave the row, the store and the write
-// count as they were, destroys take the stored records with them, recovery
-// brings back the same bytes without writing, and creation follows the row
-// status rules under the memory guard; and get-next walks of every table
-// through the dispatcher. Each table's own rules live beside its module's
-// tests.
+// What every row table promises, written once and run over all nine tables
+// through the message dispatch (so the locks and the reply codes are the ones
+// a manager sees): writes, refusals, destroys, recovery, creation under the
+// memory guard, and get-next walks. Each table's own rules live beside its
+// module's tests.
 #include <gtest/gtest.h>
 
 #include <algorithm>
