@@ -77,6 +77,7 @@ TEST(MsgTest, Replies) {
     MTE_MSG_SetResponseMsgHead(0, 0xffffffff, uiData + 1, aucReply);
     EXPECT_EQ(MTE_MSG_ParseReply(aucReply, 20 + uiData + 1, &stReply), MTE_ERR_MSG_ITEM_SIZE);
 
+    EXPECT_EQ(MTE_MSG_CheckMsg(nullptr, 0, nullptr, aucReply), MTE_ERR_MSG_LENGTH);
     msg[0] ^= 0xff;
     EXPECT_EQ(Check(msg, nullptr, aucReply), MTE_ERR_MSG_HEADER);
     MTE_MSG_SetResponseMsgHead(MTE_ERR_MSG_HEADER, 0xffffffff, 0, aucReply);
