@@ -6,6 +6,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 #include "fake_log.h"
@@ -75,14 +76,6 @@ std::vector<int32_t> WalkValues(const std::vector<int64_t>& allValues, Kind eKin
 
 constexpr int32_t N = MTE_CHECK_NONE;
 
-MTE_EXIST_ENTRY_S ExistRow(uint8_t ucTest, uint8_t ucStartup, uint16_t usFirstCycle) {
-    MTE_EXIST_ENTRY_S st{};
-    st.ucTest = ucTest;
-    st.ucStartup = ucStartup;
-    st.usFirstCycle = usFirstCycle;
-    return st;
-}
-
 TEST(ExistCheck, PresentAbsentChangedAndStartup) {
     auto pOne = Int(1);
     TestSample stNoValue;
@@ -122,23 +115,12 @@ TEST(ExistCheck, PresentAbsentChangedAndStartup) {
         {"other bytes without changed test", 0xC0, 0xC0, 0, &pA->st, &pB->st, N},
     };
     for (const Case& c : astCases) {
-        MTE_EXIST_ENTRY_S stRow = ExistRow(c.ucTest, c.ucStartup, c.usFirst);
+        MTE_EXIST_ENTRY_S stRow{};
+        stRow.ucTest = c.ucTest;
+        stRow.ucStartup = c.ucStartup;
+        stRow.usFirstCycle = c.usFirst;
         EXPECT_EQ(mte_EXIST_Check(&stRow, c.pstPrev, c.pstCur), c.iExpected) << c.pszWhat;
     }
-}
-
-Check BoolCheck(const MTE_BOOL_ENTRY_S* pstRow, uint32_t uiSampleType) {
-    return [=](const MTE_SAMPLE_S* pstPrev, MTE_SAMPLE_S* pstCur) {
-        return mte_BOOL_Check(pstRow, uiSampleType, pstPrev, pstCur);
-    };
-}
-
-MTE_BOOL_ENTRY_S BoolRow(uint32_t uiComparison, int32_t iValue, uint32_t uiStartup) {
-    MTE_BOOL_ENTRY_S st{};
-    st.uiComparison = uiComparison;
-    st.iValue = iValue;
-    st.uiStartup = uiStartup;
-    return st;
 }
 
 TEST(BoolCheck, FiresWhenConditionBecomesTrue) {
@@ -175,16 +157,21 @@ TEST(BoolCheck, FiresWhenConditionBecomesTrue) {
         {"delta values", GT, 4, T, D, false, {0, 5, 10, 12, 20}, {N, Y, N, N, Y}},
     };
     for (const Case& c : astCases) {
-        MTE_BOOL_ENTRY_S stRow = BoolRow(c.uiComparison, c.iValue, c.uiStartup);
-        EXPECT_EQ(
-            WalkValues(c.allValues, c.bCounter ? U32 : INT, BoolCheck(&stRow, c.uiSampleType)),
-            c.aiExpected)
+        MTE_BOOL_ENTRY_S stRow{};
+        std::tie(stRow.iValue, stRow.uiComparison, stRow.uiStartup) =
+            std::tie(c.iValue, c.uiComparison, c.uiStartup);
+        Check fnCheck = [&](const MTE_SAMPLE_S* pstPrev, MTE_SAMPLE_S* pstCur) {
+            return mte_BOOL_Check(&stRow, c.uiSampleType, pstPrev, pstCur);
+        };
+        EXPECT_EQ(WalkValues(c.allValues, c.bCounter ? U32 : INT, fnCheck), c.aiExpected)
             << c.pszWhat;
     }
 }
 
 TEST(BoolCheck, NonNumericAndDamagedValuesAreBadType) {
-    MTE_BOOL_ENTRY_S stRow = BoolRow(MTE_BOOL_GREATER, 0, MTE_TRUE);
+    MTE_BOOL_ENTRY_S stRow{};
+    stRow.uiComparison = MTE_BOOL_GREATER;
+    stRow.uiStartup = MTE_TRUE;
     auto pText = Text("12");
     EXPECT_EQ(mte_BOOL_Check(&stRow, MTE_SAMPLE_ABSOLUTE, nullptr, &pText->st), MTE_CHECK_BADTYPE);
     uint16_t usShort = 7;
@@ -199,26 +186,12 @@ TEST(BoolCheck, NonNumericAndDamagedValuesAreBadType) {
     EXPECT_EQ(mte_BOOL_Check(&stRow, MTE_SAMPLE_DELTA, &Text("")->st, &pNum->st), N);
 }
 
-MTE_THRES_ENTRY_S ThresRow(uint32_t uiStartup, int32_t iRising, int32_t iFalling,
-                           int32_t iDeltaRising = 0, int32_t iDeltaFalling = 0) {
+// A threshold row: startup, rising and falling, delta rising and falling.
+MTE_THRES_ENTRY_S TR(uint32_t uiStartup, int32_t iR, int32_t iF, int32_t iDR = 0, int32_t iDF = 0) {
     MTE_THRES_ENTRY_S st{};
-    st.uiStartup = uiStartup;
-    st.iRising = iRising;
-    st.iFalling = iFalling;
-    st.iDeltaRising = iDeltaRising;
-    st.iDeltaFalling = iDeltaFalling;
+    std::tie(st.uiStartup, st.iRising, st.iFalling, st.iDeltaRising, st.iDeltaFalling) =
+        std::tie(uiStartup, iR, iF, iDR, iDF);
     return st;
-}
-
-Check Absolute(const MTE_THRES_ENTRY_S* pstRow) {
-    return [=](const MTE_SAMPLE_S* pstPrev, MTE_SAMPLE_S* pstCur) {
-        return mte_THRES_CheckByAbsolute(pstRow, pstPrev, pstCur);
-    };
-}
-Check Delta(const MTE_THRES_ENTRY_S* pstRow) {
-    return [=](const MTE_SAMPLE_S* pstPrev, MTE_SAMPLE_S* pstCur) {
-        return mte_THRES_CheckByDelta(pstRow, pstPrev, pstCur);
-    };
 }
 
 TEST(ThresCheck, HysteresisAndStartup) {
@@ -226,9 +199,6 @@ TEST(ThresCheck, HysteresisAndStartup) {
     constexpr int32_t DR = MTE_CHECK_DELTA_RISING, DF = MTE_CHECK_DELTA_FALLING;
     constexpr int32_t MAX = 2147483647;
     constexpr bool A = false, D = true;  // absolute or delta check
-    auto TR = [](uint32_t uiStartup, int32_t iR, int32_t iF, int32_t iDR = 0, int32_t iDF = 0) {
-        return ThresRow(uiStartup, iR, iF, iDR, iDF);
-    };
     struct Case {
         const char* pszWhat;
         MTE_THRES_ENTRY_S stRow;
@@ -254,7 +224,10 @@ TEST(ThresCheck, HysteresisAndStartup) {
         {"unsigned wrap: above any rising", TR(3, 0, 0, MAX, 0), D, U32, {4294967290, 5}, {N, DR}},
     };
     for (Case& c : astCases) {
-        Check fnCheck = c.bDelta ? Delta(&c.stRow) : Absolute(&c.stRow);
+        Check fnCheck = [&](const MTE_SAMPLE_S* pstPrev, MTE_SAMPLE_S* pstCur) {
+            return (c.bDelta ? mte_THRES_CheckByDelta : mte_THRES_CheckByAbsolute)(&c.stRow,
+                                                                                   pstPrev, pstCur);
+        };
         EXPECT_EQ(WalkValues(c.allValues, c.eKind, fnCheck), c.aiExpected) << c.pszWhat;
     }
 }
@@ -262,7 +235,7 @@ TEST(ThresCheck, HysteresisAndStartup) {
 TEST(ThresCheck, BothPairsShareOneStateWord) {
     // The evaluation runs the absolute then the delta check on the same
     // samples; each must touch only its own bits.
-    MTE_THRES_ENTRY_S stRow = ThresRow(3, 80, 20, 10, -10);
+    MTE_THRES_ENTRY_S stRow = TR(3, 80, 20, 10, -10);
     auto p1 = Int(50);
     EXPECT_EQ(mte_THRES_CheckByAbsolute(&stRow, nullptr, &p1->st), N);
     EXPECT_EQ(mte_THRES_CheckByDelta(&stRow, nullptr, &p1->st), N);
@@ -275,7 +248,7 @@ TEST(ThresCheck, BothPairsShareOneStateWord) {
 }
 
 TEST(ThresCheck, NonNumericIsBadTypeAndWarnsOnlyWhileItsBitIsOn) {
-    MTE_THRES_ENTRY_S stRow = ThresRow(3, 80, 20);
+    MTE_THRES_ENTRY_S stRow = TR(3, 80, 20);
     auto pText = Text("85");
     uint32_t auiOid[2] = {1, 3};
     TestSample stOid(SNMP_VTYPE_OID, auiOid, sizeof(auiOid));

@@ -1,14 +1,8 @@
-// What every row table promises, written once and run over the trigger,
-// event, objects, notification and set tables and the trigger's boolean,
-// existence, threshold and delta rows, through the message dispatch
-// (so the locks and the reply codes are the ones a manager sees): accepted
-// changes are copied and stored, writes to active rows are refused or told
-// they change nothing, refused writes leave the row, the store and the write
-// count as they were, destroys take the stored records with them, recovery
-// brings back the same bytes without writing, and creation follows the row
-// status rules under the memory guard; and get-next walks of every table
-// through the dispatcher. Each table's own rules live beside its module's
-// tests.
+// What every row table promises, written once and run over all nine tables
+// through the message dispatch (so the locks and the reply codes are the ones
+// a manager sees): writes, refusals, destroys, recovery, creation under the
+// memory guard, and get-next walks. Each table's own rules live beside its
+// module's tests.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -58,54 +52,58 @@ MTE_OID_S Oid(std::initializer_list<uint32_t> auiArcs) {
 }
 
 struct Reply {
-    uint32_t uiResult, uiFailed;
+    uint32_t uiResult, uiFailed, uiSequence;
     std::string strData;
 };
 
-// One request through the dispatcher.
-Reply Dispatch(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem,
-               const void* pValue) {
-    uint8_t aucReq[MTE_MSG_MAX_LEN];
+// One request's bytes through the dispatcher, with uiCapacity bytes of room
+// for the reply.
+Reply Answer(const uint8_t* pucReq, uint32_t uiLen, uint32_t uiCapacity = MTE_MSG_MAX_LEN) {
     uint8_t aucReply[MTE_MSG_MAX_LEN];
-    uint32_t uiLen =
-        MTE_MSG_BuildRequest(7, usType, usOp, uiMask, usItem, pValue, aucReq, sizeof(aucReq));
-    EXPECT_NE(uiLen, 0u);
-    uint32_t uiReplyLen = mte_CFG_Proc(aucReq, uiLen, sizeof(aucReply), aucReply);
+    uint32_t uiReplyLen = mte_CFG_Proc(pucReq, uiLen, uiCapacity, aucReply);
+    EXPECT_LE(uiReplyLen, uiCapacity);
     MTE_MSG_REPLY_S stReply{};
     EXPECT_EQ(MTE_MSG_ParseReply(aucReply, uiReplyLen, &stReply), MTE_OK);
-    return {stReply.uiResult, stReply.uiFailedColumn,
+    return {stReply.uiResult, stReply.uiFailedColumn, stReply.uiSequence,
             std::string(reinterpret_cast<const char*>(stReply.pucData), stReply.uiDataSize)};
 }
 
-// The parents of the action and test rows: an event's status and action
-// bits, a trigger's status, test bits and (MTE_PRESENT_DELTA) delta sampling.
-uint32_t SetEvent(const char* pszOwner, const char* pszName, uint32_t uiStatus, uint8_t ucActions) {
-    MTE_EVENT_ROW_S st = Named<MTE_EVENT_ROW_S>(pszOwner, pszName);
-    st.uiEntryStatus = uiStatus;
-    st.ucActions = ucActions;
-    uint32_t uiMask = COL(MTE_EVENT_COL_ACTION_SET) | COL(MTE_EVENT_COL_ACTION_NOTIFICATION) |
-                      (uiStatus != MTE_ROW_NONE ? COL(MTE_EVENT_COL_ENTRY_STATUS) : 0);
-    return Dispatch(MTE_MSG_TYPE_EVENT, MTE_MSG_OP_SET, uiMask, MTE_ITEM_EVENT, &st).uiResult;
+Reply Dispatch(uint16_t usType, uint16_t usOp, uint32_t uiMask, uint16_t usItem, const void* pValue,
+               uint32_t uiCapacity = MTE_MSG_MAX_LEN) {
+    uint8_t aucReq[MTE_MSG_MAX_LEN];
+    uint32_t uiLen =
+        MTE_MSG_BuildRequest(7, usType, usOp, uiMask, usItem, pValue, aucReq, sizeof(aucReq));
+    EXPECT_NE(uiLen, 0u);
+    return Answer(aucReq, uiLen, uiCapacity);
 }
 
-uint32_t SetTrigger(const char* pszOwner, const char* pszName, uint32_t uiStatus, uint8_t ucBits) {
-    MTE_TRIGGER_ROW_S st = Named<MTE_TRIGGER_ROW_S>(pszOwner, pszName);
-    st.stValueID = Oid({1, 3, 6, 1, 2, 1, 1, 3, 0});
-    st.uiFrequency = 60;
-    st.uiEntryStatus = uiStatus;
-    st.ucTest = ucBits & ~MTE_PRESENT_DELTA;
-    st.uiSampleType = (ucBits & MTE_PRESENT_DELTA) != 0 ? MTE_SAMPLE_DELTA : MTE_SAMPLE_ABSOLUTE;
-    uint32_t uiMask = COL(MTE_TRIGGER_COL_TEST_EXISTENCE) | COL(MTE_TRIGGER_COL_TEST_BOOLEAN) |
-                      COL(MTE_TRIGGER_COL_TEST_THRESHOLD) | COL(MTE_TRIGGER_COL_SAMPLE_TYPE);
-    if (uiStatus == MTE_ROW_CREATE_AND_WAIT) {
-        uiMask |= COL(MTE_TRIGGER_COL_VALUE_ID) | COL(MTE_TRIGGER_COL_FREQUENCY);
+// The list locks pass through here on their way to the real ones (the test
+// links with --wrap on their symbols), so that a test sees which lock a
+// request held: the list, read or write, and its release.
+std::string g_strLocks;
+
+}  // namespace
+
+#define RECORDING_LOCK(SYMBOL, TEXT) \
+    void __real_##SYMBOL();          \
+    void __wrap_##SYMBOL() {         \
+        g_strLocks += TEXT;          \
+        __real_##SYMBOL();           \
     }
-    if (uiStatus != MTE_ROW_NONE) {
-        uiMask = uiStatus == MTE_ROW_CREATE_AND_WAIT ? uiMask | COL(MTE_TRIGGER_COL_ENTRY_STATUS)
-                                                     : COL(MTE_TRIGGER_COL_ENTRY_STATUS);
-    }
-    return Dispatch(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET, uiMask, MTE_ITEM_TRIGGER, &st).uiResult;
+extern "C" {
+RECORDING_LOCK(_Z20mte_EVENT_ListRdLockv, "evt:rd ")
+RECORDING_LOCK(_Z20mte_EVENT_ListWrLockv, "evt:wr ")
+RECORDING_LOCK(_Z20mte_EVENT_ListUnLockv, "evt:un ")
+RECORDING_LOCK(_Z18mte_OBJ_ListRdLockv, "obj:rd ")
+RECORDING_LOCK(_Z18mte_OBJ_ListWrLockv, "obj:wr ")
+RECORDING_LOCK(_Z18mte_OBJ_ListUnLockv, "obj:un ")
 }
+#undef RECORDING_LOCK
+
+namespace {
+
+// The parent list a table's rows belong to.
+enum ParentList { kTriggers, kEvents, kObjects };
 
 // ---- one traits struct per table -------------------------------------------
 // Req: a request for the row (with its status, where the table has one);
@@ -118,6 +116,7 @@ template <typename R>
 struct CommentedTable {
     using Row = R;
     static constexpr bool kHasStatus = true;
+    static constexpr uint8_t kKind = 0;
     static constexpr uint32_t kWaitStatus = MTE_ROW_NOT_IN_SERVICE;
     static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
     static void Change(Row* p) { strcpy(p->szComment, "changed"); }
@@ -126,6 +125,7 @@ struct CommentedTable {
 
 struct TriggerTable : CommentedTable<MTE_TRIGGER_ROW_S> {
     static constexpr const char *kName = "trigger", *kList = "mteTrigger";
+    static constexpr ParentList kParent = kTriggers;
     static constexpr uint16_t kType = MTE_MSG_TYPE_TRIGGER, kItem = MTE_ITEM_TRIGGER;
     static constexpr uint32_t kStatusCol = MTE_TRIGGER_COL_ENTRY_STATUS;
     static constexpr uint32_t kCreateMask =
@@ -144,6 +144,7 @@ struct TriggerTable : CommentedTable<MTE_TRIGGER_ROW_S> {
 
 struct EventTable : CommentedTable<MTE_EVENT_ROW_S> {
     static constexpr const char *kName = "event", *kList = "mteEvent";
+    static constexpr ParentList kParent = kEvents;
     static constexpr uint16_t kType = MTE_MSG_TYPE_EVENT, kItem = MTE_ITEM_EVENT;
     static constexpr uint32_t kStatusCol = MTE_EVENT_COL_ENTRY_STATUS;
     static constexpr uint32_t kCreateMask = COL(kStatusCol);
@@ -157,13 +158,41 @@ struct EventTable : CommentedTable<MTE_EVENT_ROW_S> {
     }
 };
 
+// The parents of the action and test rows: an event's status and action
+// bits, a trigger's status, test bits and (MTE_PRESENT_DELTA) delta sampling.
+uint32_t SetEvent(const char* pszOwner, const char* pszName, uint32_t uiStatus, uint8_t ucActions) {
+    MTE_EVENT_ROW_S st = EventTable::Req(pszOwner, pszName, uiStatus);
+    st.ucActions = ucActions;
+    uint32_t uiMask = COL(MTE_EVENT_COL_ACTION_SET) | COL(MTE_EVENT_COL_ACTION_NOTIFICATION) |
+                      (uiStatus != MTE_ROW_NONE ? COL(MTE_EVENT_COL_ENTRY_STATUS) : 0);
+    return Dispatch(MTE_MSG_TYPE_EVENT, MTE_MSG_OP_SET, uiMask, MTE_ITEM_EVENT, &st).uiResult;
+}
+
+uint32_t SetTrigger(const char* pszOwner, const char* pszName, uint32_t uiStatus, uint8_t ucBits) {
+    MTE_TRIGGER_ROW_S st = TriggerTable::Req(pszOwner, pszName, uiStatus);
+    st.ucTest = ucBits & ~MTE_PRESENT_DELTA;
+    st.uiSampleType = (ucBits & MTE_PRESENT_DELTA) != 0 ? MTE_SAMPLE_DELTA : MTE_SAMPLE_ABSOLUTE;
+    uint32_t uiMask = COL(MTE_TRIGGER_COL_TEST_EXISTENCE) | COL(MTE_TRIGGER_COL_TEST_BOOLEAN) |
+                      COL(MTE_TRIGGER_COL_TEST_THRESHOLD) | COL(MTE_TRIGGER_COL_SAMPLE_TYPE);
+    if (uiStatus == MTE_ROW_CREATE_AND_WAIT) {
+        uiMask |= COL(MTE_TRIGGER_COL_VALUE_ID) | COL(MTE_TRIGGER_COL_FREQUENCY);
+    }
+    if (uiStatus != MTE_ROW_NONE) {
+        uiMask = uiStatus == MTE_ROW_CREATE_AND_WAIT ? uiMask | COL(MTE_TRIGGER_COL_ENTRY_STATUS)
+                                                     : COL(MTE_TRIGGER_COL_ENTRY_STATUS);
+    }
+    return Dispatch(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET, uiMask, MTE_ITEM_TRIGGER, &st).uiResult;
+}
+
 // An objects row never changes once made: every write but the status alone
 // is refused, waiting or not.
 struct ObjectsTable {
     using Row = MTE_OBJ_ROW_S;
     static constexpr const char *kName = "objects", *kList = "mteObjects";
+    static constexpr ParentList kParent = kObjects;
     static constexpr uint16_t kType = MTE_MSG_TYPE_OBJECTS, kItem = MTE_ITEM_OBJECTS;
     static constexpr bool kHasStatus = true;
+    static constexpr uint8_t kKind = 0;
     static constexpr uint32_t kStatusCol = MTE_OBJ_COL_ENTRY_STATUS;
     static constexpr uint32_t kCreateMask = COL(MTE_OBJ_COL_ID) | COL(kStatusCol);
     static constexpr uint32_t kWaitStatus = MTE_ROW_ACTIVE;
@@ -190,6 +219,8 @@ struct SubRowTable {
     using Row = R;
     static constexpr uint16_t kType = TYPE, kItem = ITEM;
     static constexpr bool kHasStatus = false;
+    static constexpr ParentList kParent = EVENT ? kEvents : kTriggers;
+    static constexpr uint8_t kKind = BIT;  // the parent's bit that gives it a row here
     static constexpr uint32_t kMissingFc = 0;
     static constexpr uint32_t kSameOnActive = MTE_ERR_NO_CHANGE;
     static uint32_t Parent(const char* pszName, uint32_t uiStatus, bool bWithRow) {
@@ -557,7 +588,7 @@ TYPED_TEST(StatusTableTest, MemoryGuardRefusesOnlyNewRowsWithoutTheForceBit) {
 
 // A get-next after the given index of a table, through the dispatcher.
 Reply NextAfter(uint16_t usType, const std::string& strOwner, const std::string& strName,
-                uint32_t uiIndex = 0) {
+                uint32_t uiIndex = 0, uint32_t uiCapacity = MTE_MSG_MAX_LEN) {
     if (usType == MTE_MSG_TYPE_OBJECTS) {
         MTE_OBJ_INDEX_KEY_S st{};
         st.uiOwnerLen = static_cast<uint32_t>(strOwner.size());
@@ -565,7 +596,7 @@ Reply NextAfter(uint16_t usType, const std::string& strOwner, const std::string&
         st.uiIndex = uiIndex;
         strcpy(st.szOwner, strOwner.c_str());
         strcpy(st.szName, strName.c_str());
-        return Dispatch(usType, MTE_MSG_OP_GET_NEXT, 0, MTE_ITEM_OBJECTS_KEY, &st);
+        return Dispatch(usType, MTE_MSG_OP_GET_NEXT, 0, MTE_ITEM_OBJECTS_KEY, &st, uiCapacity);
     }
     MTE_INDEX_KEY_S st{};
     st.uiOwnerLen = static_cast<uint32_t>(strOwner.size());
@@ -573,38 +604,8 @@ Reply NextAfter(uint16_t usType, const std::string& strOwner, const std::string&
     strcpy(st.szName, strName.c_str());
     bool bEventSide = usType >= MTE_MSG_TYPE_EVENT && usType <= MTE_MSG_TYPE_SET;
     return Dispatch(usType, MTE_MSG_OP_GET_NEXT, 0,
-                    bEventSide ? MTE_ITEM_EVENT_KEY : MTE_ITEM_TRIGGER_KEY, &st);
+                    bEventSide ? MTE_ITEM_EVENT_KEY : MTE_ITEM_TRIGGER_KEY, &st, uiCapacity);
 }
-
-enum Parent { kTriggers, kEvents, kObjects };
-
-struct WalkTable {
-    const char* pszName;
-    uint16_t usType;
-    Parent eParent;
-    uint8_t ucKind;  // the parent's bit that gives it a row here; 0: every parent row
-    size_t uiOwnerOff, uiNameOff;
-};
-
-// Names the table in test names (which otherwise carry the row's bytes).
-void PrintTo(const WalkTable& st, std::ostream* pOut) {
-    *pOut << st.pszName;
-}
-
-#define WALK(name, type, parent, kind, Row) \
-    { name, type, parent, kind, offsetof(Row, szOwner), offsetof(Row, szName) }
-const WalkTable kWalkTables[] = {
-    WALK("trigger", MTE_MSG_TYPE_TRIGGER, kTriggers, 0, MTE_TRIGGER_ROW_S),
-    WALK("boolean", MTE_MSG_TYPE_BOOLEAN, kTriggers, MTE_TEST_BOOLEAN, MTE_BOOL_ENTRY_S),
-    WALK("existence", MTE_MSG_TYPE_EXISTENCE, kTriggers, MTE_TEST_EXISTENCE, MTE_EXIST_ENTRY_S),
-    WALK("threshold", MTE_MSG_TYPE_THRESHOLD, kTriggers, MTE_TEST_THRESHOLD, MTE_THRES_ENTRY_S),
-    WALK("delta", MTE_MSG_TYPE_DELTA, kTriggers, MTE_PRESENT_DELTA, MTE_DELTA_ENTRY_S),
-    WALK("objects", MTE_MSG_TYPE_OBJECTS, kObjects, 0, MTE_OBJ_ROW_S),
-    WALK("event", MTE_MSG_TYPE_EVENT, kEvents, 0, MTE_EVENT_ROW_S),
-    WALK("notification", MTE_MSG_TYPE_NOTIFY, kEvents, MTE_ACTION_NOTIFICATION, MTE_NOTIFY_ENTRY_S),
-    WALK("set", MTE_MSG_TYPE_SET, kEvents, MTE_ACTION_SET, MTE_SET_ENTRY_S),
-};
-#undef WALK
 
 struct ModelRow {
     std::string strOwner, strName;
@@ -614,7 +615,7 @@ struct ModelRow {
 
 // The index order of each parent list: owners by length, then bytes; trigger
 // and event names by bytes alone, objects names by length first.
-auto OrderKey(Parent eParent, const ModelRow& st) {
+auto OrderKey(ParentList eParent, const ModelRow& st) {
     bool bObjects = eParent == kObjects;
     return std::make_tuple(st.strOwner.size(), st.strOwner, bObjects ? st.strName.size() : 0,
                            st.strName, bObjects ? st.uiIndex : 0);
@@ -624,16 +625,15 @@ std::string Show(const ModelRow& st) {
     return st.strOwner + "/" + st.strName + "/" + std::to_string(st.uiIndex);
 }
 
-class DispatchWalkTest : public TableStack, public ::testing::WithParamInterface<WalkTable> {
+template <typename T>
+class WalkTest : public TableStack {
   protected:
-    bool InTable(const ModelRow& st) const {
-        return GetParam().ucKind == 0 || (st.ucBits & GetParam().ucKind) != 0;
-    }
+    bool InTable(const ModelRow& st) const { return T::kKind == 0 || (st.ucBits & T::kKind) != 0; }
 
     // The parent request that creates (status 5 or 4), destroys (6) or, with
     // status 0, rewrites the sub-row bits of one row.
     uint32_t Write(const ModelRow& st, uint32_t uiStatus) {
-        Parent eParent = GetParam().eParent;
+        constexpr ParentList eParent = T::kParent;
         if (eParent == kTriggers) {
             return SetTrigger(st.strOwner.c_str(), st.strName.c_str(), uiStatus, st.ucBits);
         }
@@ -660,28 +660,28 @@ class DispatchWalkTest : public TableStack, public ::testing::WithParamInterface
     }
     // Takes this table's row away from every parent row (objects: destroys them).
     void DropAll() {
-        if (GetParam().ucKind == 0) {
+        if (T::kKind == 0) {
             while (!vecRows.empty()) {
                 Destroy(0);
             }
             return;
         }
         for (ModelRow& st : vecRows) {
-            st.ucBits &= ~GetParam().ucKind;
+            st.ucBits &= ~T::kKind;
             ASSERT_EQ(Write(st, 0), MTE_OK);
         }
     }
 
     // One get-next through the dispatcher: the row it returns, and the code.
     ModelRow Next(const ModelRow& stKey, uint32_t* puiCode) {
-        Reply stReply = NextAfter(GetParam().usType, stKey.strOwner, stKey.strName, stKey.uiIndex);
+        Reply stReply = NextAfter(T::kType, stKey.strOwner, stKey.strName, stKey.uiIndex);
         *puiCode = stReply.uiResult;
         if (stReply.uiResult != MTE_OK) {
             return {};
         }
-        ModelRow stRow{stReply.strData.c_str() + GetParam().uiOwnerOff,
-                       stReply.strData.c_str() + GetParam().uiNameOff, 0, 0};
-        if (GetParam().eParent == kObjects) {
+        ModelRow stRow{stReply.strData.c_str() + offsetof(typename T::Row, szOwner),
+                       stReply.strData.c_str() + offsetof(typename T::Row, szName), 0, 0};
+        if (T::kParent == kObjects) {
             memcpy(&stRow.uiIndex, stReply.strData.data() + offsetof(MTE_OBJ_ROW_S, uiIndex), 4);
         }
         return stRow;
@@ -689,7 +689,7 @@ class DispatchWalkTest : public TableStack, public ::testing::WithParamInterface
 
     // What the table holds after the key, with the end or empty code.
     ModelRow Expected(const ModelRow& stKey, uint32_t* puiCode) const {
-        Parent eParent = GetParam().eParent;
+        constexpr ParentList eParent = T::kParent;
         const ModelRow* pstBest = nullptr;
         bool bAny = false;
         for (const ModelRow& st : vecRows) {
@@ -714,48 +714,52 @@ class DispatchWalkTest : public TableStack, public ::testing::WithParamInterface
 
     std::vector<ModelRow> vecRows;
 };
+TYPED_TEST_SUITE(WalkTest, AllTables, TableNames);
 
-TEST_P(DispatchWalkTest, WalkMatchesTheRowsThroughInsertsAndDestroysMidWalk) {
+TYPED_TEST(WalkTest, WalkMatchesTheRowsThroughInsertsAndDestroysMidWalk) {
+    using T = TypeParam;
     const char* apszOwners[] = {"b", "aa", "ab", "owner-of-thirty-two-characters-x"};
     const char* apszNames[] = {"x", "xy", "aa", "b", "n", "name-of-thirty-one-characters-"};
-    const bool bObjects = GetParam().eParent == kObjects;
+    const bool bObjects = T::kParent == kObjects;
     uint8_t ucBits = 0;
     for (const char* pszOwner : apszOwners) {
         for (const char* pszName : apszNames) {
             ucBits = static_cast<uint8_t>((ucBits + 0x20) & 0xe0);
             // Triggers: the test bits, and every third row samples deltas.
-            uint8_t ucRowBits = GetParam().eParent == kEvents
-                                    ? (ucBits & 0xc0)
-                                    : ucBits | (vecRows.size() % 3 == 0 ? MTE_PRESENT_DELTA : 0);
-            Add({pszOwner, pszName, bObjects ? 1u : 0u, ucRowBits});
+            uint8_t ucRowBits =
+                T::kParent == kEvents
+                    ? (ucBits & 0xc0)
+                    : ucBits | (this->vecRows.size() % 3 == 0 ? MTE_PRESENT_DELTA : 0);
+            this->Add({pszOwner, pszName, bObjects ? 1u : 0u, ucRowBits});
             if (bObjects) {
-                Add({pszOwner, pszName, 7, 0});
+                this->Add({pszOwner, pszName, 7, 0});
             }
         }
     }
-    const uint8_t ucAll = GetParam().eParent == kEvents ? 0xc0 : 0xf0;
+    const uint8_t ucAll = T::kParent == kEvents ? 0xc0 : 0xf0;
     for (int iRound = 0; iRound < 2; ++iRound) {
         SCOPED_TRACE(iRound);
         ModelRow stKey{"", "", 0, 0};
         for (int iStep = 0;; ++iStep) {
             if (iRound == 0 && iStep == 2) {
-                Add({"a", "before-every-row", 1, ucAll});  // before the key, with every sub-row
+                this->Add(
+                    {"a", "before-every-row", 1, ucAll});  // before the key, with every sub-row
             } else if (iRound == 0 && iStep == 3) {
-                for (size_t i = 0; i < vecRows.size(); ++i) {
-                    if (OrderKey(GetParam().eParent, vecRows[i]) ==
-                        OrderKey(GetParam().eParent, stKey)) {
-                        Destroy(i);  // the key's own row
+                for (size_t i = 0; i < this->vecRows.size(); ++i) {
+                    if (OrderKey(T::kParent, this->vecRows[i]) == OrderKey(T::kParent, stKey)) {
+                        this->Destroy(i);  // the key's own row
                         break;
                     }
                 }
             } else if (iRound == 0 && iStep == 4) {
-                Add({stKey.strOwner, stKey.strName + "0", stKey.uiIndex, ucAll});  // just after
+                this->Add(
+                    {stKey.strOwner, stKey.strName + "0", stKey.uiIndex, ucAll});  // just after
             } else if (iRound == 1 && iStep == 5) {
-                DropAll();
+                this->DropAll();
             }
             uint32_t uiExpectedCode = 0, uiCode = 0;
-            ModelRow stExpected = Expected(stKey, &uiExpectedCode);
-            ModelRow stGot = Next(stKey, &uiCode);
+            ModelRow stExpected = this->Expected(stKey, &uiExpectedCode);
+            ModelRow stGot = this->Next(stKey, &uiCode);
             ASSERT_EQ(Show(stGot), Show(stExpected)) << "step " << iStep;
             ASSERT_EQ(uiCode, uiExpectedCode) << "step " << iStep;
             if (uiCode != MTE_OK) {
@@ -766,8 +770,95 @@ TEST_P(DispatchWalkTest, WalkMatchesTheRowsThroughInsertsAndDestroysMidWalk) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryTable, DispatchWalkTest, ::testing::ValuesIn(kWalkTables),
-                         [](const auto& stInfo) { return std::string(stInfo.param.pszName); });
+// Each operation's list lock: the objects or the event list, read for get
+// and get-next and write for set, always released; none for the trigger side,
+// which locks itself. A row that does not fit the reply: a get is refused, a
+// get-next says the next row is too big.
+TYPED_TEST(WalkTest, ListLocksAndReplyRoomOfEachOperation) {
+    using T = TypeParam;
+    const uint16_t usType = T::kType, usRowItem = T::kItem;
+    const std::string strList = T::kParent == kObjects  ? "obj:"
+                                : T::kParent == kEvents ? "evt:"
+                                                        : "";
+    auto Held = [&](const char* pszMode) {
+        return strList.empty() ? "" : strList + pszMode + " " + strList + "un ";
+    };
+    this->Add({"o", "n", 1, static_cast<uint8_t>(T::kParent == kEvents ? 0xc0 : 0xf0)});
+    g_strLocks.clear();
+    const Reply stNext = NextAfter(usType, "", "");
+    ASSERT_EQ(stNext.uiResult, MTE_OK);
+    EXPECT_EQ(g_strLocks, Held("rd"));
+    const std::string& strRow = stNext.strData;
+    const uint32_t uiFits = MTE_MSG_HEAD_SIZE + 8 + strRow.size();
+    g_strLocks.clear();
+    Reply stGet = Dispatch(usType, MTE_MSG_OP_GET, 0, usRowItem, strRow.data());
+    EXPECT_EQ(stGet.strData, strRow);
+    EXPECT_EQ(stGet.uiFailed, 0xffffffffu);
+    EXPECT_EQ(g_strLocks, Held("rd"));
+    g_strLocks.clear();
+    Dispatch(usType, MTE_MSG_OP_SET, 0, usRowItem, strRow.data());
+    EXPECT_EQ(g_strLocks, Held("wr"));
+    stGet = Dispatch(usType, MTE_MSG_OP_GET, 0, usRowItem, strRow.data(), uiFits - 1);
+    EXPECT_EQ(stGet.uiResult, MTE_ERR_REPLY_TOO_SMALL);
+    EXPECT_EQ(stGet.strData, "");
+    EXPECT_EQ(NextAfter(usType, "", "", 0, uiFits - 1).uiResult, MTE_ERR_NEXT_TOO_BIG);
+    EXPECT_EQ(NextAfter(usType, "", "", 0, uiFits).uiResult, MTE_OK);
+    g_strLocks.clear();
+    EXPECT_EQ(Dispatch(usType, 4, 0, 0, nullptr).uiResult, MTE_ERR_GENERAL);
+    EXPECT_EQ(g_strLocks, "");
+}
+
+// What the dispatcher answers without a table (malformed requests are the
+// channel process test's): unknown types, the scalars and engine counters (get
+// only), the value setters (any operation, always answered OK: the manager
+// never sees a setter's result), the debug switch, and a reply buffer without
+// room for a header.
+TEST_F(TableStack, MessagesBesideTheTables) {
+    for (uint16_t usType : {0, 17, 18, 0xffff}) {
+        Reply stReply = Dispatch(usType, MTE_MSG_OP_GET, 0, 0, nullptr);
+        EXPECT_EQ(stReply.uiResult, MTE_ERR_GENERAL) << usType;
+        EXPECT_EQ(stReply.uiFailed, 0xffffffffu);
+        EXPECT_EQ(stReply.uiSequence, 7u);
+    }
+    for (uint16_t usType : {MTE_MSG_TYPE_SCALARS, MTE_MSG_TYPE_ENGINE_COUNTERS}) {
+        for (uint16_t usOp : {MTE_MSG_OP_SET, MTE_MSG_OP_GET_NEXT}) {
+            EXPECT_EQ(Dispatch(usType, usOp, 0, 0, nullptr).uiResult, MTE_ERR_GENERAL);
+        }
+    }
+    EXPECT_EQ(Dispatch(MTE_MSG_TYPE_ENGINE_COUNTERS, MTE_MSG_OP_GET, 0, 0, nullptr).strData.size(),
+              sizeof(MTE_ENGINE_COUNTERS_S));
+    EXPECT_EQ(Dispatch(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET, 0, 0, nullptr, 20 + 35).uiResult,
+              MTE_ERR_REPLY_TOO_SMALL);
+    MTE_SCALAR_S stBefore{}, stAfter{};
+    mte_SCALAR_Get(&stBefore);
+    const uint32_t auiNew[] = {15, 300};
+    FAKE_DBM_FailWrites(true);  // the setters fail
+    EXPECT_EQ(Dispatch(MTE_MSG_TYPE_SAMPLE_MIN, 42, 0, MTE_ITEM_SAMPLE_MIN, &auiNew[0]).uiResult,
+              MTE_OK);
+    Dispatch(MTE_MSG_TYPE_INSTANCE_MAX, MTE_MSG_OP_SET, 0, MTE_ITEM_INSTANCE_MAX, &auiNew[1]);
+    FAKE_DBM_FailWrites(false);
+    std::string strScalars = Dispatch(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET, 0, 0, nullptr).strData;
+    ASSERT_EQ(strScalars.size(), sizeof(stAfter));
+    memcpy(&stAfter, strScalars.data(), sizeof(stAfter));
+    EXPECT_EQ(stAfter.uiSampleMinimum, 15u);
+    EXPECT_EQ(stAfter.uiSampleInstanceMaximum, 300u);
+    mte_SCALAR_SetSampleMin(stBefore.uiSampleMinimum);
+    mte_SCALAR_SetInstancesMax(stBefore.uiSampleInstanceMaximum);
+
+    const uint32_t uiSwitch = mte_DBG_GetSwitch(), uiBits = MTE_DBG_ERR;
+    Dispatch(MTE_MSG_TYPE_DBG_ENABLE, MTE_MSG_OP_SET, 0, MTE_ITEM_DBG_SWITCH, &uiBits);
+    std::string strSwitch = Dispatch(MTE_MSG_TYPE_DBG_GET, 0, 0, 0, nullptr).strData;
+    ASSERT_EQ(strSwitch.size(), 4u);
+    EXPECT_EQ(strSwitch[0] & MTE_DBG_ERR, MTE_DBG_ERR);
+    Dispatch(MTE_MSG_TYPE_DBG_DISABLE, MTE_MSG_OP_GET, 0, MTE_ITEM_DBG_SWITCH, &uiBits);
+    EXPECT_EQ(mte_DBG_GetSwitch() & MTE_DBG_ERR, 0u);
+    EXPECT_EQ(Dispatch(MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET, 0, 0, nullptr, 20 + 11).uiResult,
+              MTE_ERR_REPLY_TOO_SMALL);
+    mte_DBG_EnableSwitch(uiSwitch);
+    uint8_t aucReq[MTE_MSG_HEAD_SIZE], aucNoRoom[MTE_MSG_HEAD_SIZE - 1];
+    uint32_t uiLen = MTE_MSG_BuildRequest(1, 1, 1, 0, 0, nullptr, aucReq, sizeof(aucReq));
+    EXPECT_EQ(mte_CFG_Proc(aucReq, uiLen, sizeof(aucNoRoom), aucNoRoom), 0u);
+}
 
 // A full walk costs time linear in the rows, like creating them: get-next
 // starts where the last one ended instead of at the head of the list (which
