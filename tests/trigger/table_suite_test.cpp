@@ -15,6 +15,7 @@
 #include "fake_dbm.h"
 #include "fake_memalert.h"
 #include "mte_bool.h"
+#include "mte_catalogue.h"
 #include "mte_cfg.h"
 #include "mte_core.h"
 #include "mte_dbg.h"
@@ -111,9 +112,18 @@ enum ParentList { kTriggers, kEvents, kObjects };
 // column of a write to a missing row; kSameOnActive: the code for a write to
 // an active row that changes nothing.
 
+// What the table catalogue says of the table: its name, message type, row
+// item and store list.
+template <MTE_CAT_TABLE_E TABLE>
+struct Catalogued {
+    static constexpr const MTE_CAT_TABLE_S& kCat = g_astMteCatalogue[TABLE];
+    static constexpr const char *kName = kCat.pszName, *kList = kCat.pszList;
+    static constexpr uint16_t kType = kCat.usMsgType, kItem = kCat.usRowItem;
+};
+
 // Trigger and event: rows with a status, changed through their comment.
-template <typename R>
-struct CommentedTable {
+template <typename R, MTE_CAT_TABLE_E TABLE>
+struct CommentedTable : Catalogued<TABLE> {
     using Row = R;
     static constexpr bool kHasStatus = true;
     static constexpr uint8_t kKind = 0;
@@ -123,10 +133,8 @@ struct CommentedTable {
     static bool Changed(const Row& st) { return strcmp(st.szComment, "changed") == 0; }
 };
 
-struct TriggerTable : CommentedTable<MTE_TRIGGER_ROW_S> {
-    static constexpr const char *kName = "trigger", *kList = "mteTrigger";
+struct TriggerTable : CommentedTable<MTE_TRIGGER_ROW_S, MTE_CAT_TRIGGER> {
     static constexpr ParentList kParent = kTriggers;
-    static constexpr uint16_t kType = MTE_MSG_TYPE_TRIGGER, kItem = MTE_ITEM_TRIGGER;
     static constexpr uint32_t kStatusCol = MTE_TRIGGER_COL_ENTRY_STATUS;
     static constexpr uint32_t kCreateMask =
         COL(MTE_TRIGGER_COL_VALUE_ID) | COL(MTE_TRIGGER_COL_FREQUENCY) | COL(kStatusCol);
@@ -142,10 +150,8 @@ struct TriggerTable : CommentedTable<MTE_TRIGGER_ROW_S> {
     }
 };
 
-struct EventTable : CommentedTable<MTE_EVENT_ROW_S> {
-    static constexpr const char *kName = "event", *kList = "mteEvent";
+struct EventTable : CommentedTable<MTE_EVENT_ROW_S, MTE_CAT_EVENT> {
     static constexpr ParentList kParent = kEvents;
-    static constexpr uint16_t kType = MTE_MSG_TYPE_EVENT, kItem = MTE_ITEM_EVENT;
     static constexpr uint32_t kStatusCol = MTE_EVENT_COL_ENTRY_STATUS;
     static constexpr uint32_t kCreateMask = COL(kStatusCol);
     static constexpr uint32_t kExistsFc = kStatusCol, kMissingFc = kStatusCol;
@@ -186,11 +192,9 @@ uint32_t SetTrigger(const char* pszOwner, const char* pszName, uint32_t uiStatus
 
 // An objects row never changes once made: every write but the status alone
 // is refused, waiting or not.
-struct ObjectsTable {
+struct ObjectsTable : Catalogued<MTE_CAT_OBJECTS> {
     using Row = MTE_OBJ_ROW_S;
-    static constexpr const char *kName = "objects", *kList = "mteObjects";
     static constexpr ParentList kParent = kObjects;
-    static constexpr uint16_t kType = MTE_MSG_TYPE_OBJECTS, kItem = MTE_ITEM_OBJECTS;
     static constexpr bool kHasStatus = true;
     static constexpr uint8_t kKind = 0;
     static constexpr uint32_t kStatusCol = MTE_OBJ_COL_ENTRY_STATUS;
@@ -214,10 +218,9 @@ struct ObjectsTable {
 // The rows without a status: the action rows come and go with the event's
 // action bits, the test rows and the delta row with the trigger's test bits
 // and sample type; all follow their parent's status.
-template <typename R, uint16_t TYPE, uint16_t ITEM, uint8_t BIT, bool EVENT = false>
-struct SubRowTable {
+template <typename R, MTE_CAT_TABLE_E TABLE, uint8_t BIT, bool EVENT = false>
+struct SubRowTable : Catalogued<TABLE> {
     using Row = R;
-    static constexpr uint16_t kType = TYPE, kItem = ITEM;
     static constexpr bool kHasStatus = false;
     static constexpr ParentList kParent = EVENT ? kEvents : kTriggers;
     static constexpr uint8_t kKind = BIT;  // the parent's bit that gives it a row here
@@ -231,17 +234,14 @@ struct SubRowTable {
     }
 };
 
-struct NotifyTable : SubRowTable<MTE_NOTIFY_ENTRY_S, MTE_MSG_TYPE_NOTIFY, MTE_ITEM_NOTIFY,
-                                 MTE_ACTION_NOTIFICATION, true> {
-    static constexpr const char *kName = "notification", *kList = "mteNotify";
+struct NotifyTable
+    : SubRowTable<MTE_NOTIFY_ENTRY_S, MTE_CAT_NOTIFY, MTE_ACTION_NOTIFICATION, true> {
     static constexpr uint32_t kChangeMask = COL(MTE_NOTIFY_COL_NOTIFICATION);
     static void Change(Row* p) { p->stNotification = Oid({1, 3, 6, 1, 4, 1, 9}); }
     static bool Changed(const Row& st) { return st.stNotification.uiLen == 7; }
 };
 
-struct SetTable
-    : SubRowTable<MTE_SET_ENTRY_S, MTE_MSG_TYPE_SET, MTE_ITEM_SET, MTE_ACTION_SET, true> {
-    static constexpr const char *kName = "set", *kList = "mteSet";
+struct SetTable : SubRowTable<MTE_SET_ENTRY_S, MTE_CAT_SET, MTE_ACTION_SET, true> {
     static constexpr uint32_t kChangeMask = COL(MTE_SET_COL_VALUE);
     static Row Req(const char* pszOwner, const char* pszName, uint32_t) {
         Row st = Named<Row>(pszOwner, pszName);
@@ -253,33 +253,25 @@ struct SetTable
     static bool Changed(const Row& st) { return st.iValue == -42; }
 };
 
-struct BooleanTable
-    : SubRowTable<MTE_BOOL_ENTRY_S, MTE_MSG_TYPE_BOOLEAN, MTE_ITEM_BOOLEAN, MTE_TEST_BOOLEAN> {
-    static constexpr const char *kName = "boolean", *kList = "mteBoolean";
+struct BooleanTable : SubRowTable<MTE_BOOL_ENTRY_S, MTE_CAT_BOOLEAN, MTE_TEST_BOOLEAN> {
     static constexpr uint32_t kChangeMask = COL(MTE_BOOL_COL_VALUE);
     static void Change(Row* p) { p->iValue = -42; }
     static bool Changed(const Row& st) { return st.iValue == -42; }
 };
 
-struct ExistenceTable : SubRowTable<MTE_EXIST_ENTRY_S, MTE_MSG_TYPE_EXISTENCE, MTE_ITEM_EXISTENCE,
-                                    MTE_TEST_EXISTENCE> {
-    static constexpr const char *kName = "existence", *kList = "mteExistence";
+struct ExistenceTable : SubRowTable<MTE_EXIST_ENTRY_S, MTE_CAT_EXISTENCE, MTE_TEST_EXISTENCE> {
     static constexpr uint32_t kChangeMask = COL(MTE_EXIST_COL_TEST_CHANGED);
     static void Change(Row* p) { p->ucTest |= 0x20; }
     static bool Changed(const Row& st) { return (st.ucTest & 0x20) != 0; }
 };
 
-struct ThresholdTable : SubRowTable<MTE_THRES_ENTRY_S, MTE_MSG_TYPE_THRESHOLD, MTE_ITEM_THRESHOLD,
-                                    MTE_TEST_THRESHOLD> {
-    static constexpr const char *kName = "threshold", *kList = "mteThreshold";
+struct ThresholdTable : SubRowTable<MTE_THRES_ENTRY_S, MTE_CAT_THRESHOLD, MTE_TEST_THRESHOLD> {
     static constexpr uint32_t kChangeMask = COL(MTE_THRES_COL_STARTUP);
     static void Change(Row* p) { p->uiStartup = 1; }
     static bool Changed(const Row& st) { return st.uiStartup == 1; }
 };
 
-struct DeltaTable
-    : SubRowTable<MTE_DELTA_ENTRY_S, MTE_MSG_TYPE_DELTA, MTE_ITEM_DELTA, MTE_PRESENT_DELTA> {
-    static constexpr const char *kName = "delta", *kList = "mteDelta";
+struct DeltaTable : SubRowTable<MTE_DELTA_ENTRY_S, MTE_CAT_DELTA, MTE_PRESENT_DELTA> {
     static constexpr uint32_t kChangeMask = COL(MTE_DELTA_COL_DISCONTINUITY_ID_TYPE);
     static void Change(Row* p) { p->uiDiscontinuityIDType = MTE_DELTA_TIME_STAMP; }
     static bool Changed(const Row& st) { return st.uiDiscontinuityIDType == MTE_DELTA_TIME_STAMP; }
@@ -811,8 +803,8 @@ TYPED_TEST(WalkTest, ListLocksAndReplyRoomOfEachOperation) {
 // What the dispatcher answers without a table (malformed requests are the
 // channel process test's): unknown types, the scalars and engine counters (get
 // only), the value setters (any operation, always answered OK: the manager
-// never sees a setter's result), the debug switch, and a reply buffer without
-// room for a header.
+// never sees a setter's result), the debug switch's disable and its reply
+// room, and a reply buffer without room for a header.
 TEST_F(TableStack, MessagesBesideTheTables) {
     for (uint16_t usType : {0, 17, 18, 0xffff}) {
         Reply stReply = Dispatch(usType, MTE_MSG_OP_GET, 0, 0, nullptr);
@@ -845,11 +837,9 @@ TEST_F(TableStack, MessagesBesideTheTables) {
     mte_SCALAR_SetSampleMin(stBefore.uiSampleMinimum);
     mte_SCALAR_SetInstancesMax(stBefore.uiSampleInstanceMaximum);
 
+    // Enabling and reading the switch is the channel process test's.
     const uint32_t uiSwitch = mte_DBG_GetSwitch(), uiBits = MTE_DBG_ERR;
-    Dispatch(MTE_MSG_TYPE_DBG_ENABLE, MTE_MSG_OP_SET, 0, MTE_ITEM_DBG_SWITCH, &uiBits);
-    std::string strSwitch = Dispatch(MTE_MSG_TYPE_DBG_GET, 0, 0, 0, nullptr).strData;
-    ASSERT_EQ(strSwitch.size(), 4u);
-    EXPECT_EQ(strSwitch[0] & MTE_DBG_ERR, MTE_DBG_ERR);
+    mte_DBG_EnableSwitch(uiBits);
     Dispatch(MTE_MSG_TYPE_DBG_DISABLE, MTE_MSG_OP_GET, 0, MTE_ITEM_DBG_SWITCH, &uiBits);
     EXPECT_EQ(mte_DBG_GetSwitch() & MTE_DBG_ERR, 0u);
     EXPECT_EQ(Dispatch(MTE_MSG_TYPE_DBG_GET, MTE_MSG_OP_GET, 0, 0, nullptr, 20 + 11).uiResult,

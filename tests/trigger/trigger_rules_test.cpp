@@ -405,43 +405,28 @@ Row TestReq(const char* pszOwner, const char* pszName) {
     return st;
 }
 
-// Each owner column (with its field) of a test row refuses another owner,
-// bit 31 or not.
-template <typename Row>
-void ExpectOwnersRefused(
-    uint32_t (*pfSet)(const Row*, uint32_t, uint32_t*),
-    std::initializer_list<std::pair<char (Row::*)[MTE_NAME_SIZE], uint32_t>> astOwners) {
-    Row stReq = TestReq<Row>("o", "w");
-    for (const auto& [pField, uiColumn] : astOwners) {
-        strcpy(stReq.*pField, "x");
-    }
-    for (const auto& [pField, uiColumn] : astOwners) {
-        for (uint32_t uiForce : {0u, MTE_MASK_FORCE}) {
-            uint32_t uiFailed = 0;
-            EXPECT_EQ(pfSet(&stReq, COL(uiColumn) | uiForce, &uiFailed), MTE_ERR_INCONSISTENT);
-            EXPECT_EQ(uiFailed, uiColumn);
-        }
-    }
-}
-
-// Every owner column of the test tables refuses another owner and leaves
-// everything as it was (the rest of their writes is in the table suite).
-TEST_F(TriggerTableTest, TestTableOwnerColumns) {
+// An owner column of each test table refuses another owner, bit 31 or not,
+// and leaves everything as it was (the rest of their writes is in the table
+// suite); an existence test bit is a column of its own.
+TEST_F(TriggerTableTest, TestTableOwnerColumnsAndExistenceBits) {
     CreateWaiting("o", "w", MTE_TEST_EXISTENCE | MTE_TEST_BOOLEAN | MTE_TEST_THRESHOLD);
     auto stBefore = TakeSnapshot();
-    using E = MTE_EXIST_ENTRY_S;
-    using B = MTE_BOOL_ENTRY_S;
-    using T = MTE_THRES_ENTRY_S;
-    ExpectOwnersRefused<E>(mte_EXIST_Set, {{&E::szObjectsOwner, 6}, {&E::szEventOwner, 8}});
-    ExpectOwnersRefused<B>(mte_BOOL_Set, {{&B::szObjectsOwner, 4}, {&B::szEventOwner, 6}});
-    ExpectOwnersRefused<T>(mte_THRES_Set, {{&T::szObjectsOwner, 6},
-                                           {&T::szRisingEventOwner, 8},
-                                           {&T::szFallingEventOwner, 10},
-                                           {&T::szDeltaRisingEventOwner, 12},
-                                           {&T::szDeltaFallingEventOwner, 14}});
-    EXPECT_EQ(TakeSnapshot(), stBefore);
-    // An existence test bit is a column of its own: the others stay.
     auto stExist = TestReq<MTE_EXIST_ENTRY_S>("o", "w");
+    auto stBool = TestReq<MTE_BOOL_ENTRY_S>("o", "w");
+    auto stThres = TestReq<MTE_THRES_ENTRY_S>("o", "w");
+    strcpy(stExist.szEventOwner, "x");
+    strcpy(stBool.szObjectsOwner, "x");
+    strcpy(stThres.szDeltaFallingEventOwner, "x");
+    for (uint32_t uiForce : {0u, MTE_MASK_FORCE}) {
+        uint32_t auiFailed[3] = {};
+        EXPECT_EQ(mte_EXIST_Set(&stExist, COL(8) | uiForce, &auiFailed[0]), MTE_ERR_INCONSISTENT);
+        EXPECT_EQ(mte_BOOL_Set(&stBool, COL(4) | uiForce, &auiFailed[1]), MTE_ERR_INCONSISTENT);
+        EXPECT_EQ(mte_THRES_Set(&stThres, COL(14) | uiForce, &auiFailed[2]), MTE_ERR_INCONSISTENT);
+        EXPECT_EQ(std::vector<uint32_t>(auiFailed, auiFailed + 3),
+                  (std::vector<uint32_t>{8, 4, 14}));
+    }
+    EXPECT_EQ(TakeSnapshot(), stBefore);
+    stExist = TestReq<MTE_EXIST_ENTRY_S>("o", "w");
     stExist.ucTest = 0x20;
     uint32_t uiFailed = 0;
     ASSERT_EQ(mte_EXIST_Set(&stExist, COL(MTE_EXIST_COL_TEST_CHANGED), &uiFailed), 0u);
