@@ -94,6 +94,8 @@ struct SHAPE_S {
     uint32_t uiCode;
 };
 
+// The shapes the channel process test sends (bad magic, short header, cut
+// record, unterminated owner, OID count 129) are not repeated here.
 TEST(MsgTest, EveryShapeGetsItsCode) {
     MTE_TRIGGER_ROW_S stRow = SampleTrigger();
     const Bytes good = Build(MTE_MSG_TYPE_TRIGGER, MTE_MSG_OP_SET, MTE_ITEM_TRIGGER, &stRow);
@@ -107,12 +109,9 @@ TEST(MsgTest, EveryShapeGetsItsCode) {
     const SHAPE_S astCases[] = {
         {"well formed", [](Bytes&) {}, MTE_OK},
         {"empty", [](Bytes& m) { m.clear(); }, MTE_ERR_MSG_LENGTH},
-        {"header cut", [](Bytes& m) { m.resize(19); }, MTE_ERR_MSG_LENGTH},
-        {"bad magic", [](Bytes& m) { m[1] = 0; }, MTE_ERR_MSG_HEADER},
         {"bad version", [](Bytes& m) { m[2] = 2; }, MTE_ERR_MSG_HEADER},
         {"reply flag", [](Bytes& m) { m[3] = MTE_MSG_FLAG_REPLY; }, MTE_ERR_MSG_HEADER},
         {"unknown flag", [](Bytes& m) { m[3] = 0x80; }, MTE_ERR_MSG_HEADER},
-        {"truncated record", [](Bytes& m) { m.resize(m.size() - 1); }, MTE_ERR_MSG_LENGTH},
         {"truncated, length adjusted",
          [](Bytes& m) {
              m.resize(m.size() - 100);
