@@ -635,13 +635,9 @@ class WalkTest : public TableStack {
         if (eParent == kEvents) {
             return SetEvent(st.strOwner.c_str(), st.strName.c_str(), uiStatus, st.ucBits);
         }
-        MTE_OBJ_ROW_S stRow = Named<MTE_OBJ_ROW_S>(st.strOwner.c_str(), st.strName.c_str());
+        MTE_OBJ_ROW_S stRow = ObjectsTable::Req(st.strOwner.c_str(), st.strName.c_str(), uiStatus);
         stRow.uiIndex = st.uiIndex;
-        stRow.stID = Oid({1, 0});
-        stRow.uiEntryStatus = uiStatus;
-        return Dispatch(MTE_MSG_TYPE_OBJECTS, MTE_MSG_OP_SET,
-                        COL(MTE_OBJ_COL_ID) | COL(MTE_OBJ_COL_ENTRY_STATUS), MTE_ITEM_OBJECTS,
-                        &stRow)
+        return Dispatch(T::kType, MTE_MSG_OP_SET, ObjectsTable::kCreateMask, T::kItem, &stRow)
             .uiResult;
     }
 
@@ -832,11 +828,9 @@ TEST_F(TableStack, MessagesBesideTheTables) {
               MTE_OK);
     Dispatch(MTE_MSG_TYPE_INSTANCE_MAX, MTE_MSG_OP_SET, 0, MTE_ITEM_INSTANCE_MAX, &auiNew[1]);
     FAKE_DBM_FailWrites(false);
-    std::string strScalars = Dispatch(MTE_MSG_TYPE_SCALARS, MTE_MSG_OP_GET, 0, 0, nullptr).strData;
-    ASSERT_EQ(strScalars.size(), sizeof(stAfter));
-    memcpy(&stAfter, strScalars.data(), sizeof(stAfter));
-    EXPECT_EQ(stAfter.uiSampleMinimum, 15u);
-    EXPECT_EQ(stAfter.uiSampleInstanceMaximum, 300u);
+    mte_SCALAR_Get(&stAfter);
+    EXPECT_EQ(std::make_tuple(stAfter.uiSampleMinimum, stAfter.uiSampleInstanceMaximum),
+              std::make_tuple(15u, 300u));
     mte_SCALAR_SetSampleMin(stBefore.uiSampleMinimum);
     mte_SCALAR_SetInstancesMax(stBefore.uiSampleInstanceMaximum);
 
