@@ -72,7 +72,7 @@ MTE_OID_S TrapOid(uint32_t uiLast) {
 }
 
 // The port status follows the bridge's own life (the master's loss and return
-// are E2ePort.SnmpdDownStopsSamplingAndBackUpSamplesEveryTriggerAtOnce's); its
+// are E2ePort.SnmpdStoppedOrStalledNeverHoldsUpTheDaemon's); its
 // socket is bound again when the shared runtime directory loses it; a daemon
 // that subscribes later (the real one too) asks and is answered.
 TEST_F(AgentxEndToEnd, PortStatusFollowsTheBridgeAndLateSubscribersAsk) {
