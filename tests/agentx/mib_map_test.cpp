@@ -113,25 +113,6 @@ TEST(MibMapTest, InvalidIndexesAreRefused) {
     }
 }
 
-// Short, long, cut and out-of-range suffixes; the test adds each row's
-// encoding, extended by one and cut by one.
-const std::vector<std::vector<oid>> ODD_SUFFIXES = {{},
-                                                    {0},
-                                                    {1},
-                                                    {2},
-                                                    {3},
-                                                    {33},
-                                                    {1, 256},
-                                                    {2, 'a'},
-                                                    {2, 'a', 'b', 0},
-                                                    {2, 'a', 'b', 40},
-                                                    {2, 'a', 'b', 300},
-                                                    {2, 'a', 'b', 2, 'a'},
-                                                    {2, 'a', 'b', 2, 'a', 'b', 1, 5},
-                                                    {1, 'b', 1, 'b', 2},
-                                                    {1, 'b', 3, 'a', 0},
-                                                    {1, 'b', 'a', 'b', 'c', 'd'}};
-
 // For any suffix, every row after it in OID order lies after the lower-bound
 // key in the daemon's order, and the key never lies after the suffix: so a
 // get-next from the key, passing over rows up to the suffix, misses nothing.
@@ -139,11 +120,19 @@ TEST(MibMapTest, LowerBoundKeyNeverSkipsARowAfterTheSuffix) {
     for (const char* pszTable : {"mteTriggerTable", "mteObjectsTable"}) {
         const EMA_TABLE_S* pstTable = Table(pszTable);
         auto astRows = SampleRows(pstTable->ucIndexKind == EMA_INDEX_OBJECTS);
-        std::vector<std::vector<oid>> aSuffixes = ODD_SUFFIXES;
+        // Every cut of every row's encoding, alone, followed by 0 and followed
+        // by a sub-identifier no length or character may have.
+        std::vector<std::vector<oid>> aSuffixes;
         for (const auto& stRow : astRows) {
             std::vector<oid> aoid = Encode(pstTable, stRow);
-            aSuffixes.insert(aSuffixes.end(), {aoid, aoid, {aoid.begin(), aoid.end() - 1}});
-            aSuffixes[aSuffixes.size() - 2].push_back(0);
+            for (size_t uiCut = 0; uiCut <= aoid.size(); ++uiCut) {
+                std::vector<oid> aoidCut(aoid.begin(), aoid.begin() + uiCut);
+                aSuffixes.push_back(aoidCut);
+                aoidCut.push_back(0);
+                aSuffixes.push_back(aoidCut);
+                aoidCut.back() = 300;
+                aSuffixes.push_back(aoidCut);
+            }
         }
         for (const auto& aoidSuffix : aSuffixes) {
             EMA_INDEX_S stKey;

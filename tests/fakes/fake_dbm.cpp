@@ -26,7 +26,7 @@ using ITER_S = std::optional<std::string>;  // the last key read
 std::recursive_mutex g_stLock;
 DB_S g_astDb[3];
 bool g_bFailWrites = false;
-std::atomic<uint64_t> g_ulWrites{0}, g_ulBatchCalls{0};
+std::atomic<uint64_t> g_ulWrites{0};
 
 DB_S* FindDb(int64_t llHandle) {
     return llHandle >= 1 && llHandle <= 2 && g_astDb[llHandle].bOpen ? &g_astDb[llHandle] : nullptr;
@@ -75,7 +75,7 @@ void FAKE_DBM_Reset(void) {
         stDb = DB_S{};
     }
     g_bFailWrites = false;
-    g_ulWrites = g_ulBatchCalls = 0;
+    g_ulWrites = 0;
 }
 
 void FAKE_DBM_FailWrites(bool bFail) {
@@ -103,10 +103,6 @@ void FAKE_DBM_PutRaw(const std::string& strList, const std::string& strRecord) {
 
 uint64_t FAKE_DBM_WriteCount(void) {
     return g_ulWrites;
-}
-
-uint64_t FAKE_DBM_BatchCalls(void) {
-    return g_ulBatchCalls;
 }
 
 int64_t MTE_DBM_OpenCfg(uint32_t uiMode) {
@@ -230,7 +226,6 @@ int32_t DBM_BatchGetNextSortList(int64_t llHandle, const char* pszName, uint32_t
                                  DBM_ITERATOR* pIterator, uint32_t uiArg5, uint32_t uiArg6,
                                  uint32_t uiRecordSize, uint32_t uiCount, void* pBuf) {
     std::lock_guard guard(g_stLock);
-    ++g_ulBatchCalls;
     if (FindDb(llHandle) == nullptr || pIterator == nullptr) {
         return -1;
     }

@@ -1,14 +1,13 @@
 // Resource scalars and the memory guard on the fakes: instance accounting
 // under the maximum and the memory guard, the high-water mark, when the
 // statistics are saved; the guard's state at start, its announcements, and
-// the end of its subscription; the store module's replay in batches of five.
+// the end of its subscription.
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -150,31 +149,6 @@ TEST_F(StoreScalarTest, StatisticsAreSavedOnlyWhenChanged) {
     EXPECT_EQ(FAKE_DBM_WriteCount(), ulWrites + 6);
     EXPECT_EQ(read(iFd, &ulExpiries, sizeof(ulExpiries)), -1);  // the count was consumed
     close(iFd);
-}
-
-// The store module over the fake's read counts.
-uint32_t InsertEvent(const std::string& strName) {
-    MTE_EVENT_ROW_S stRow = {};
-    strcpy(stRow.szOwner, "o");
-    strcpy(stRow.szName, strName.c_str());
-    return mte_DBM_InsertSortList(MTE_DBM_CFG, "mteEvent", 9, &stRow, sizeof(stRow), MTE_TBL_EVENT);
-}
-
-TEST_F(StoreScalarTest, ReplayReadsEveryListInBatchesOfFive) {
-    const std::pair<int, uint64_t> astCases[] = {{0, 1}, {4, 1}, {5, 2}, {11, 3}};
-    int iMade = 0;
-    for (const auto& [iRecords, ulCallsForTheList] : astCases) {
-        SCOPED_TRACE(iRecords);
-        for (; iMade < iRecords; ++iMade) {
-            InsertEvent("ev" + std::to_string(iMade));
-        }
-        uint64_t ulBefore = FAKE_DBM_BatchCalls();
-        mte_DBM_Fini();
-        ASSERT_EQ(mte_DBM_Init(), 0u);
-        ASSERT_EQ(mte_DBM_Recover(), 0u);
-        EXPECT_EQ(FAKE_DBM_BatchCalls() - ulBefore,
-                  MTE_DBM_SORTLIST_ROWS + MTE_DBM_SORTLIST_EXT_ROWS - 1 + ulCallsForTheList);
-    }
 }
 
 // States 1 to 3 at start mean the threshold is exceeded; nothing is traced.
