@@ -12,14 +12,14 @@
 
 namespace {
 struct LIST_S {
-    uint32_t uiTableId = 0;
     std::vector<DBM_KEY_S> astKeys;
     std::map<std::string, std::string> mapRecords;  // key bytes -> record
 };
 struct DB_S {
     bool bOpen = false;
     std::map<std::string, LIST_S> mapLists;
-    std::map<std::string, std::pair<uint32_t, std::string>> mapItems;  // name -> (id, bytes)
+    std::map<std::string, std::string> mapItems;
+    std::map<uint32_t, std::string> mapNames;  // list or item id -> name
 };
 using ITER_S = std::optional<std::string>;  // the last key read
 
@@ -135,8 +135,8 @@ uint32_t DBM_CreateSortList(int64_t llHandle, const char* pszName, uint32_t uiNa
     if (pstDb == nullptr) {
         return 1;
     }
+    pstDb->mapNames[uiTableId] = Name(pszName, uiNameSize);
     LIST_S& stList = pstDb->mapLists[Name(pszName, uiNameSize)];
-    stList.uiTableId = uiTableId;
     stList.astKeys.assign(pstKeys, pstKeys + uiKeyCount);
     return 0;
 }
@@ -171,8 +171,8 @@ uint32_t DBM_SetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSiz
     if (pstDb == nullptr || g_bFailWrites) {
         return 1;
     }
-    pstDb->mapItems[Name(pszItem, uiNameSize)] = {
-        uiItemId, std::string(static_cast<const char*>(pData), uiSize)};
+    pstDb->mapNames[uiItemId] = Name(pszItem, uiNameSize);
+    pstDb->mapItems[Name(pszItem, uiNameSize)].assign(static_cast<const char*>(pData), uiSize);
     return 0;
 }
 
@@ -184,12 +184,9 @@ int32_t DBM_GetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSize
     if (pstDb == nullptr) {
         return -1;
     }
-    auto it = pstDb->mapItems.find(Name(pszItem, uiNameSize));
-    size_t uiCopy =
-        it == pstDb->mapItems.end() ? 0 : std::min<size_t>(uiSize, it->second.second.size());
-    if (uiCopy > 0) {
-        memcpy(pBuf, it->second.second.data(), uiCopy);
-    }
+    const std::string& strItem = pstDb->mapItems[Name(pszItem, uiNameSize)];
+    size_t uiCopy = std::min<size_t>(uiSize, strItem.size());
+    memcpy(pBuf, strItem.data(), uiCopy);
     return static_cast<int32_t>(uiCopy);
 }
 
@@ -204,12 +201,7 @@ uint32_t DBM_Batch_Proc(int64_t llHandle, int64_t llFlag, const DBM_BATCH_ROW_S*
             return 1;
         }
         for (uint32_t i = 0; i < uiCount; ++i) {
-            for (const auto& [strList, stList] : pstDb->mapLists) {
-                astNames[i] = stList.uiTableId == pstRows[i].uiId ? strList : astNames[i];
-            }
-            for (const auto& [strItem, stItem] : pstDb->mapItems) {
-                astNames[i] = stItem.first == pstRows[i].uiId ? strItem : astNames[i];
-            }
+            astNames[i] = pstDb->mapNames[pstRows[i].uiId];
         }
     }
     for (uint32_t i = 0; i < uiCount; ++i) {
