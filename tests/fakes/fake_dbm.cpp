@@ -86,11 +86,8 @@ void FAKE_DBM_FailWrites(bool bFail) {
 std::vector<std::string> FAKE_DBM_Records(const std::string& strList) {
     std::lock_guard guard(g_stLock);
     std::vector<std::string> astOut;
-    auto it = g_astDb[1].mapLists.find(strList);
-    if (it != g_astDb[1].mapLists.end()) {
-        for (const auto& [strKey, strRecord] : it->second.mapRecords) {
-            astOut.push_back(strRecord);
-        }
+    for (const auto& [strKey, strRecord] : g_astDb[1].mapLists[strList].mapRecords) {
+        astOut.push_back(strRecord);
     }
     return astOut;
 }
