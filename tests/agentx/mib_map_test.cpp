@@ -147,15 +147,12 @@ TEST(MibMapTest, InvalidIndexesAreRefused) {
 TEST(MibMapTest, ColumnMappingBothWays) {
     // Table, RFC column, daemon mask, the daemon's columns that fail as it.
     const std::vector<std::tuple<const char*, uint32_t, uint32_t, std::vector<uint32_t>>> aCases = {
-        {"mteTriggerTable", 3, 1u << 3, {3}},
         {"mteTriggerTable", 4, (1u << 4) | (1u << 5) | (1u << 6), {4, 5, 6}},
         {"mteTriggerTable", 5, 1u << 7, {7}},
         {"mteTriggerTable", 8, 0, {}},  // target tag: not written
-        {"mteTriggerTable", 15, 1u << 15, {15}},
         {"mteTriggerExistenceTable", 1, (1u << 1) | (1u << 2) | (1u << 3), {1, 2, 3}},
         {"mteTriggerExistenceTable", 6, 1u << 9, {9}},
         {"mteTriggerThresholdTable", 15, 1u << 15, {15}},
-        {"mteObjectsTable", 5, 1u << 5, {5}},
         {"mteEventTable", 3, (1u << 3) | (1u << 4), {3, 4}},
         {"mteEventTable", 5, 1u << 6, {6}},
         {"mteEventNotificationTable", 2, 1u << 3, {3}},
