@@ -12,21 +12,21 @@
 
 namespace {
 struct LIST_S {
-    uint32_t uiTableId = 0;
     std::vector<DBM_KEY_S> astKeys;
     std::map<std::string, std::string> mapRecords;  // key bytes -> record
 };
 struct DB_S {
     bool bOpen = false;
     std::map<std::string, LIST_S> mapLists;
-    std::map<std::string, std::pair<uint32_t, std::string>> mapItems;  // name -> (id, bytes)
+    std::map<std::string, std::string> mapItems;
+    std::map<uint32_t, std::string> mapNames;  // list or item id -> name
 };
 using ITER_S = std::optional<std::string>;  // the last key read
 
 std::recursive_mutex g_stLock;
 DB_S g_astDb[3];
 bool g_bFailWrites = false;
-std::atomic<uint64_t> g_ulWrites{0}, g_ulBatchCalls{0};
+std::atomic<uint64_t> g_ulWrites{0};
 
 DB_S* FindDb(int64_t llHandle) {
     return llHandle >= 1 && llHandle <= 2 && g_astDb[llHandle].bOpen ? &g_astDb[llHandle] : nullptr;
@@ -75,7 +75,7 @@ void FAKE_DBM_Reset(void) {
         stDb = DB_S{};
     }
     g_bFailWrites = false;
-    g_ulWrites = g_ulBatchCalls = 0;
+    g_ulWrites = 0;
 }
 
 void FAKE_DBM_FailWrites(bool bFail) {
@@ -86,11 +86,8 @@ void FAKE_DBM_FailWrites(bool bFail) {
 std::vector<std::string> FAKE_DBM_Records(const std::string& strList) {
     std::lock_guard guard(g_stLock);
     std::vector<std::string> astOut;
-    auto it = g_astDb[1].mapLists.find(strList);
-    if (it != g_astDb[1].mapLists.end()) {
-        for (const auto& [strKey, strRecord] : it->second.mapRecords) {
-            astOut.push_back(strRecord);
-        }
+    for (const auto& [strKey, strRecord] : g_astDb[1].mapLists[strList].mapRecords) {
+        astOut.push_back(strRecord);
     }
     return astOut;
 }
@@ -103,10 +100,6 @@ void FAKE_DBM_PutRaw(const std::string& strList, const std::string& strRecord) {
 
 uint64_t FAKE_DBM_WriteCount(void) {
     return g_ulWrites;
-}
-
-uint64_t FAKE_DBM_BatchCalls(void) {
-    return g_ulBatchCalls;
 }
 
 int64_t MTE_DBM_OpenCfg(uint32_t uiMode) {
@@ -139,8 +132,8 @@ uint32_t DBM_CreateSortList(int64_t llHandle, const char* pszName, uint32_t uiNa
     if (pstDb == nullptr) {
         return 1;
     }
+    pstDb->mapNames[uiTableId] = Name(pszName, uiNameSize);
     LIST_S& stList = pstDb->mapLists[Name(pszName, uiNameSize)];
-    stList.uiTableId = uiTableId;
     stList.astKeys.assign(pstKeys, pstKeys + uiKeyCount);
     return 0;
 }
@@ -175,8 +168,8 @@ uint32_t DBM_SetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSiz
     if (pstDb == nullptr || g_bFailWrites) {
         return 1;
     }
-    pstDb->mapItems[Name(pszItem, uiNameSize)] = {
-        uiItemId, std::string(static_cast<const char*>(pData), uiSize)};
+    pstDb->mapNames[uiItemId] = Name(pszItem, uiNameSize);
+    pstDb->mapItems[Name(pszItem, uiNameSize)].assign(static_cast<const char*>(pData), uiSize);
     return 0;
 }
 
@@ -188,12 +181,9 @@ int32_t DBM_GetBinary(int64_t llHandle, const char* pszItem, uint32_t uiNameSize
     if (pstDb == nullptr) {
         return -1;
     }
-    auto it = pstDb->mapItems.find(Name(pszItem, uiNameSize));
-    size_t uiCopy =
-        it == pstDb->mapItems.end() ? 0 : std::min<size_t>(uiSize, it->second.second.size());
-    if (uiCopy > 0) {
-        memcpy(pBuf, it->second.second.data(), uiCopy);
-    }
+    const std::string& strItem = pstDb->mapItems[Name(pszItem, uiNameSize)];
+    size_t uiCopy = std::min<size_t>(uiSize, strItem.size());
+    memcpy(pBuf, strItem.data(), uiCopy);
     return static_cast<int32_t>(uiCopy);
 }
 
@@ -208,12 +198,7 @@ uint32_t DBM_Batch_Proc(int64_t llHandle, int64_t llFlag, const DBM_BATCH_ROW_S*
             return 1;
         }
         for (uint32_t i = 0; i < uiCount; ++i) {
-            for (const auto& [strList, stList] : pstDb->mapLists) {
-                astNames[i] = stList.uiTableId == pstRows[i].uiId ? strList : astNames[i];
-            }
-            for (const auto& [strItem, stItem] : pstDb->mapItems) {
-                astNames[i] = stItem.first == pstRows[i].uiId ? strItem : astNames[i];
-            }
+            astNames[i] = pstDb->mapNames[pstRows[i].uiId];
         }
     }
     for (uint32_t i = 0; i < uiCount; ++i) {
@@ -230,7 +215,6 @@ int32_t DBM_BatchGetNextSortList(int64_t llHandle, const char* pszName, uint32_t
                                  DBM_ITERATOR* pIterator, uint32_t uiArg5, uint32_t uiArg6,
                                  uint32_t uiRecordSize, uint32_t uiCount, void* pBuf) {
     std::lock_guard guard(g_stLock);
-    ++g_ulBatchCalls;
     if (FindDb(llHandle) == nullptr || pIterator == nullptr) {
         return -1;
     }

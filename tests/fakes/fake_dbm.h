@@ -18,7 +18,5 @@ std::vector<std::string> FAKE_DBM_Records(const std::string& strList);
 void FAKE_DBM_PutRaw(const std::string& strList, const std::string& strRecord);
 // Number of write calls (inserts, removals, binary writes) so far.
 uint64_t FAKE_DBM_WriteCount(void);
-// Number of DBM_BatchGetNextSortList calls so far.
-uint64_t FAKE_DBM_BatchCalls(void);
 
 #endif  // FAKE_DBM_H
