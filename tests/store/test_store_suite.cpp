@@ -1,9 +1,11 @@
 // The SQLite store on files in a temporary state directory: the settings and
 // statistics a restart brings back, batches of five that skip records of the
 // wrong length and see writes between batches, damaged or foreign files left
-// alone, bad arguments. The module's paths over the fake's switches are in
-// test_store_scalar.cpp.
+// alone, a write durable when the process is killed, bad arguments. The module's paths over the
+// fake's switches are in test_store_scalar.cpp.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -172,6 +174,46 @@ TEST_F(StoreTest, BatchesOfFiveSkipShortRecordsAndSeeWritesBetweenBatches) {
     EXPECT_EQ(Batch(llHandle, &pIter, &iRead), "m/r6:;m/r7:;m/r8:;m/r9:;m/r99:;");
     DBM_FreeIterator(&pIter);
     MTE_DBM_Close(llHandle);
+}
+
+// Acknowledged means stored: a process killed the moment its last write
+// returned (no close, no checkpoint) loses none of them. The store-fault tests
+// prove the same on a full disk, but they skip where mounting is not allowed.
+TEST_F(StoreTest, WriteIsDurableWhenTheCallReturns) {
+    mte_DBM_Fini();
+    int aiPipe[2];
+    ASSERT_EQ(pipe(aiPipe), 0);
+    pid_t pid = fork();
+    if (pid == 0) {
+        close(aiPipe[0]);
+        if (mte_DBM_Init() != 0) {
+            _exit(1);
+        }
+        for (uint32_t i = 1; i <= 3; ++i) {
+            MTE_OBJ_ROW_S stObj = {};
+            strcpy(stObj.szOwner, "o");
+            strcpy(stObj.szName, "objs");
+            stObj.uiIndex = i;
+            mte_DBM_InsertSortList(MTE_DBM_CFG, "mteObjects", 11, &stObj, sizeof(stObj),
+                                   MTE_TBL_OBJECTS);
+        }
+        uint32_t uiMin = 99;
+        mte_DBM_SetBinary(MTE_DBM_CFG, "SampMini", 9, &uiMin, 4, MTE_ITEM_ID_SAMP_MINI);
+        (void)!write(aiPipe[1], "w", 1);
+        pause();
+        _exit(0);
+    }
+    close(aiPipe[1]);
+    char cByte;
+    ASSERT_EQ(read(aiPipe[0], &cByte, 1), 1);
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    close(aiPipe[0]);
+    ASSERT_EQ(Restart(), 0u);
+    EXPECT_EQ(mte_SCALAR_GetSampMin(), 99u);
+    for (uint32_t i = 1; i <= 3; ++i) {
+        EXPECT_NE(mte_OBJ_Get("o", "objs", i), nullptr) << i;
+    }
 }
 
 TEST_F(StoreTest, DamagedOrForeignFilesAreLeftAlone) {
