@@ -198,8 +198,9 @@ TEST_F(MibBridgeTest, WalksAndGetNextsFollowTheDaemonsOrder) {
 }
 
 // One refusal of each origin (the bridge's value checks, its column map, the
-// daemon's codes and failed column); every value check, code and column is
-// mib_map_test's. A PDU whose second row fails takes back the row it created.
+// daemon's codes and failed column); mib_map_test has the irregular columns
+// and the value and code tables. A PDU whose second row fails takes back the
+// row it created.
 TEST_F(MibBridgeTest, RefusalsCarryTheirErrorAndIndex) {
     const std::string strDup = kEvent + ".5" + NamedIndex("ab", "dup");
     ASSERT_EQ(Set(Trig(15, "ab", "bad") + " i 5 " + strDup + " i 5").iExit, 0);
