@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -218,6 +219,13 @@ int main(int iArgc, char** ppszArgv) {
     }
     if (aiSizes.empty()) {
         aiSizes = {1000, 5000, 20000};
+    }
+    // Rows are added to the same daemon one size after another, so sizes must grow.
+    bool bSizesGrow = std::is_sorted(aiSizes.begin(), aiSizes.end(), std::less_equal<int>()) &&
+                      aiSizes.front() > 0;
+    if (iRounds <= 0 || !bSizesGrow) {
+        fprintf(stderr, "usage: bench_mib [ROUNDS (1 or more) [ROWS...] (growing, above 0)]\n");
+        return 2;
     }
     g_pstAgent = new mte_test::SnmpdHarness();
     mte_test::DaemonProcess stDaemon;
