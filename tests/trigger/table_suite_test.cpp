@@ -15,6 +15,7 @@
 #include "fake_dbm.h"
 #include "fake_log.h"
 #include "fake_memalert.h"
+#include "fake_snmp.h"
 #include "mte_bool.h"
 #include "mte_catalogue.h"
 #include "mte_cfg.h"
@@ -44,14 +45,6 @@ Row Named(const char* pszOwner, const char* pszName) {
     Row st{};
     strcpy(st.szOwner, pszOwner);
     strcpy(st.szName, pszName);
-    return st;
-}
-
-MTE_OID_S Oid(std::initializer_list<uint32_t> auiArcs) {
-    MTE_OID_S st{};
-    for (uint32_t ui : auiArcs) {
-        st.auiOid[st.uiLen++] = ui;
-    }
     return st;
 }
 
@@ -146,7 +139,7 @@ struct TriggerTable : CommentedTable<MTE_TRIGGER_ROW_S, MTE_CAT_TRIGGER> {
     static constexpr uint32_t kChangeMask = COL(MTE_TRIGGER_COL_COMMENT);
     static Row Req(const char* pszOwner, const char* pszName, uint32_t uiStatus) {
         Row st = Named<Row>(pszOwner, pszName);
-        st.stValueID = Oid({1, 3, 6, 1, 2, 1, 1, 3, 0});
+        st.stValueID = FAKE_SNMP_MakeOid({1, 3, 6, 1, 2, 1, 1, 3, 0});
         st.uiFrequency = 60;
         st.uiEntryStatus = uiStatus;
         return st;
@@ -210,11 +203,11 @@ struct ObjectsTable : Catalogued<MTE_CAT_OBJECTS> {
     static Row Req(const char* pszOwner, const char* pszName, uint32_t uiStatus) {
         Row st = Named<Row>(pszOwner, pszName);
         st.uiIndex = 1;
-        st.stID = Oid({1, 3, 6});
+        st.stID = FAKE_SNMP_MakeOid({1, 3, 6});
         st.uiEntryStatus = uiStatus;
         return st;
     }
-    static void Change(Row* p) { p->stID = Oid({1, 3, 7}); }
+    static void Change(Row* p) { p->stID = FAKE_SNMP_MakeOid({1, 3, 7}); }
     static bool Changed(const Row&) { return false; }
 };
 
@@ -240,7 +233,7 @@ struct SubRowTable : Catalogued<TABLE> {
 struct NotifyTable
     : SubRowTable<MTE_NOTIFY_ENTRY_S, MTE_CAT_NOTIFY, MTE_ACTION_NOTIFICATION, true> {
     static constexpr uint32_t kChangeMask = COL(MTE_NOTIFY_COL_NOTIFICATION);
-    static void Change(Row* p) { p->stNotification = Oid({1, 3, 6, 1, 4, 1, 9}); }
+    static void Change(Row* p) { p->stNotification = FAKE_SNMP_MakeOid({1, 3, 6, 1, 4, 1, 9}); }
     static bool Changed(const Row& st) { return st.stNotification.uiLen == 7; }
 };
 
