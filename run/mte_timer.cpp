@@ -48,8 +48,6 @@ constexpr uint32_t STATS_PERIOD_S = 10;
 // count since the last one.
 constexpr int64_t SHORTFALL_TRACE_INTERVAL_S = 60;
 
-// Trace numbers of this module.
-
 // Read by the worker too (mte_TIMER_Active / mte_TIMER_Refresh on a restart).
 std::atomic<uint64_t> g_ulTimerSet{0};
 int g_iTickFd = -1;
