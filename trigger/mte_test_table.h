@@ -22,35 +22,20 @@ inline bool mte_test_InMask(uint32_t uiMask, uint32_t uiColumn) {
     return (uiMask & MTE_COLUMN_BIT(uiColumn)) != 0;
 }
 
-// Calls fnVisit(column) for each string column of the table's rows that a set
-// writes (the index excluded), in column order.
-template <typename VISIT>
-void mte_test_ForStrColumns(MTE_CAT_TABLE_E eTable, VISIT&& fnVisit) {
-    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[eTable];
-    for (size_t i = 0; i < stTable.uiColumnCount; i++) {
-        const MTE_CAT_COLUMN_S& stColumn = stTable.pstColumns[i];
-        if (stColumn.eKind == MTE_CAT_KIND_E::STR || stColumn.eKind == MTE_CAT_KIND_E::OWNER_REF) {
-            fnVisit(stColumn);
-        }
-    }
-}
-
-inline const char* mte_test_Field(const void* pRow, const MTE_CAT_COLUMN_S& stColumn) {
-    return static_cast<const char*>(pRow) + stColumn.usOffset;
-}
-
 // 0, or the first owner column in the mask that names another owner.
 template <typename Row>
 uint32_t mte_test_CheckOwnerColumns(MTE_CAT_TABLE_E eTable, const Row* pstReq, uint32_t uiMask) {
-    uint32_t uiFailed = 0;
-    mte_test_ForStrColumns(eTable, [&](const MTE_CAT_COLUMN_S& stColumn) {
-        if (uiFailed == 0 && stColumn.eKind == MTE_CAT_KIND_E::OWNER_REF &&
+    const MTE_CAT_TABLE_S& stTable = g_astMteCatalogue[eTable];
+    for (size_t i = 0; i < stTable.uiColumnCount; i++) {
+        const MTE_CAT_COLUMN_S& stColumn = stTable.pstColumns[i];
+        const char* pszField = reinterpret_cast<const char*>(pstReq) + stColumn.usOffset;
+        if (stColumn.eKind == MTE_CAT_KIND_E::OWNER_REF &&
             mte_test_InMask(uiMask, stColumn.uiColumn) &&
-            !mte_checkOwner(mte_test_Field(pstReq, stColumn), pstReq->szOwner)) {
-            uiFailed = stColumn.uiColumn;
+            !mte_checkOwner(pszField, pstReq->szOwner)) {
+            return stColumn.uiColumn;
         }
-    });
-    return uiFailed;
+    }
+    return 0;
 }
 
 // What one test table tells the skeleton.
